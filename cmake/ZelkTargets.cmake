@@ -1,0 +1,24 @@
+# What every target of the project shares: warnings, floating-point rules, output folders.
+
+find_program(ZELK_CCACHE ccache)
+if(ZELK_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${ZELK_CCACHE})
+endif()
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+# Plug-ins (*.tlb) and their descriptions (*.def) stand here, as a host would find them.
+set(ZELK_TOOLBOX_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/toolbox)
+
+# Contraction to fused multiply-adds would make results depend on the processor.
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+                    -ffp-contract=off)
+
+# zelk_add_test(<name> SOURCES … LIBRARIES …): one GoogleTest executable, its cases known to CTest.
+function(zelk_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} zelk-test-support GTest::gmock_main)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST)
+endfunction()

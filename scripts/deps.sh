@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that libzelk-sss needs. This is the one list.
+#   scripts/deps.sh          what building, testing and the demonstration need
+#   scripts/deps.sh --all    also what benchmarks, fuzzing, linting and the API reference need
+# Quick when everything is there. Uses sudo when not root. Without apt it prints the list and goes on.
+set -euo pipefail
+
+packages=(
+  # tools
+  g++ cmake ninja-build pkg-config git ca-certificates clang-format-14
+  # libraries
+  libboost-dev libnetcdf-dev libsndfile1-dev libkissfft-dev libsoxr-dev libpugixml-dev
+  nlohmann-json3-dev libcli11-dev libfmt-dev
+  # tests and benchmarks
+  libgtest-dev libgmock-dev libbenchmark-dev
+  # measured responses and real speech for the demonstration
+  libmysofa1 pocketsphinx-testdata
+)
+extra=(clang-14 clang-tidy-14 libclang-rt-14-dev libopenblas-dev liblapacke-dev doxygen valgrind)
+
+[ "${1:-}" = --all ] && packages+=("${extra[@]}")
+
+if ! command -v apt-get >/dev/null 2>&1; then
+  echo "deps.sh: no apt-get here; please provide what these Debian packages provide:" >&2
+  printf '  %s\n' "${packages[@]}" >&2
+  exit 0
+fi
+
+missing=()
+for package in "${packages[@]}"; do
+  status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
+  [ "$status" = installed ] || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo=()
+[ "$(id -u)" -eq 0 ] || sudo=(sudo)
+echo "deps.sh: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
