@@ -1,0 +1,56 @@
+#include "bf/BF.h"
+
+#include <cstddef>
+#include <utility>
+
+namespace BF {
+
+BF::BF(int numFreqValue, int samplingRateValue, double soundSpeedValue)
+    : numFreq(numFreqValue), samplingRate(samplingRateValue), soundSpeed(soundSpeedValue) {}
+
+BF::~BF() = default;
+
+void BF::setTransformFunctionDatabase(const TransformFunctionDatabase& db) {
+  tfDatabase = std::make_unique<TransformFunctionDatabase>(db);
+  numMic = static_cast<int>(db.micLocations.size());
+}
+
+void BF::getTransformFunctions(const std::vector<SourceLocation>& requested,
+                               std::vector<Matrix>& out) const {
+  if (!tfDatabase) throw InvalidStateException();
+  const int nSources = static_cast<int>(requested.size());
+  const int nMic = static_cast<int>(tfDatabase->micLocations.size());
+
+  std::vector<int> nearest;
+  for (const SourceLocation& source : requested) {
+    nearest.push_back(tfDatabase->findNearestSourceIndex(source));
+  }
+
+  std::vector<Matrix> result;
+  for (int k = 0; k < numFreq; ++k) {
+    if (static_cast<std::size_t>(k) >= tfDatabase->transferFunctions.size()) {
+      throw IndexOutOfBoundException();
+    }
+    const Matrix& measured = tfDatabase->transferFunctions[k];
+    Matrix H(nMic, nSources);
+    for (int j = 0; j < nSources; ++j) H.setColumn(j, measured.getColumn(nearest[j]));
+    result.push_back(std::move(H));
+  }
+  out.swap(result);
+}
+
+void BF::executeBeamForming(const Matrix& input, Matrix& output) {
+  if (separationMatrices.empty() || separationMatrices.size() < static_cast<std::size_t>(numFreq)) {
+    throw InvalidStateException();
+  }
+  Matrix X(input);
+  Matrix Y(separationMatrices[0].getRowCount(), numFreq);
+  for (int k = 0; k < numFreq; ++k) {
+    Y.setColumn(k, separationMatrices[k] * input.getColumn(k));
+  }
+  output = Y;
+  inputSpectrum.swap(X);
+  outputSpectrum.swap(Y);
+}
+
+}  // namespace BF

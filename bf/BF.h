@@ -1,0 +1,83 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "geometry/Location.h"
+#include "geometry/TransformFunctionDatabase.h"
+#include "matrix/Exceptions.h"
+#include "matrix/Matrix.h"
+
+namespace BF {
+
+/// The algorithms and the numbers that getBfAlgorithmType returns for them.
+enum BfAlgorithmType {
+  BF_ALGORITHM_DS = 1,
+  BF_ALGORITHM_WDS = 2,
+  BF_ALGORITHM_NULL = 3,
+  BF_ALGORITHM_ILSE = 4,
+  BF_ALGORITHM_LCMV = 5,
+  BF_ALGORITHM_GJ = 6,
+  BF_ALGORITHM_CMSNR = 7,
+  BF_ALGORITHM_GSS = 8,
+  BF_ALGORITHM_GICA = 9,
+  BF_ALGORITHM_GHDSS = 10,
+  BF_ALGORITHM_CML = 11
+};
+
+/// Base of every separation algorithm: a separation matrix per frequency bin, applied to a frame.
+///
+/// Per frame, after construction and setTransformFunctionDatabase: updateSources with the whole
+/// current source list, executeBeamForming, adaptSeparationMatrices. A spectrum is a matrix with
+/// one row per channel and one column per bin. M microphones, N sources, K = numFreq bins.
+///
+/// Every method builds its new lists aside and swaps them in at its end: an exception leaves the
+/// previous state in force. An engine is used by one thread at a time and is not copied.
+class BF {
+ public:
+  /// Numbers of this modulus or below count as zero.
+  static constexpr double BF_EPS = SMALL_NUMBER;
+
+  /// numFreq: bins of a frame; samplingRate in Hz; soundSpeed in m/s. No database, no sources yet.
+  BF(int numFreq, int samplingRate, double soundSpeed);
+  BF(const BF&) = delete;
+  BF& operator=(const BF&) = delete;
+  virtual ~BF();
+
+  /// The algorithm's number in BfAlgorithmType.
+  virtual int getBfAlgorithmType() const = 0;
+
+  /// Installs a source list: rebuilds transferFunctions and separationMatrices, keeps the list.
+  virtual void updateSources(const std::vector<SourceLocation>& newSources) = 0;
+
+  /// Separates one frame: output column k = W(k) · input column k. input is M × K, output becomes
+  /// N × K. Keeps both for adaptSeparationMatrices. Needs an updateSources before it; throws
+  /// MatrixSizeMismatchException when input has not M rows.
+  virtual void executeBeamForming(const Matrix& input, Matrix& output);
+
+  /// Refines separationMatrices from the frame that executeBeamForming processed last.
+  virtual void adaptSeparationMatrices() = 0;
+
+  /// Copies the database; the engine never shares the caller's record.
+  void setTransformFunctionDatabase(const TransformFunctionDatabase& db);
+
+  /// Replaces out by one M × N matrix per bin: column j is the transfer function of the database
+  /// position nearest to requested source j. Throws IndexOutOfBoundException when the database has
+  /// fewer than numFreq bins or no positions. Needs a database.
+  void getTransformFunctions(const std::vector<SourceLocation>& requested,
+                             std::vector<Matrix>& out) const;
+
+  int numFreq;
+  int samplingRate;
+  double soundSpeed;
+  std::unique_ptr<TransformFunctionDatabase> tfDatabase;
+  int numMic = 0;                         ///< set by drivers of algorithms that need no database
+  std::vector<SourceLocation> sources;    ///< the list in force
+  std::vector<Matrix> transferFunctions;  ///< entry k: M × N
+  std::vector<Matrix> noiseCorrelationMatrices;  ///< entry k: M × M, for CML, set from outside
+  std::vector<Matrix> separationMatrices;        ///< entry k: W(k), N × M
+  Matrix inputSpectrum;                          ///< the last frame, M × K
+  Matrix outputSpectrum;                         ///< its result, N × K
+};
+
+}  // namespace BF

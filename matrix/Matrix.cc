@@ -1,0 +1,328 @@
+#include "matrix/Matrix.h"
+
+#include <cmath>
+#include <complex>
+#include <cstdarg>
+
+namespace BF {
+
+namespace {
+
+/// A matrix of a's shape whose element (i, j) is f(a(i, j)).
+template <typename Function>
+Matrix mapped(const Matrix& a, Function f) {
+  Matrix result(a.getRowCount(), a.getColumnCount());
+  for (int i = 0; i < a.getRowCount(); ++i) {
+    for (int j = 0; j < a.getColumnCount(); ++j) result.setElementAt(i, j, f(a.getElementAt(i, j)));
+  }
+  return result;
+}
+
+bool sameShape(const Matrix& a, const Matrix& b) {
+  return a.getRowCount() == b.getRowCount() && a.getColumnCount() == b.getColumnCount();
+}
+
+/// A matrix of the common shape whose element (i, j) is f(a(i, j), b(i, j)).
+template <typename Function>
+Matrix combined(const Matrix& a, const Matrix& b, Function f) {
+  if (!sameShape(a, b)) throw MatrixSizeMismatchException();
+  Matrix result(a.getRowCount(), a.getColumnCount());
+  for (int i = 0; i < a.getRowCount(); ++i) {
+    for (int j = 0; j < a.getColumnCount(); ++j) {
+      result.setElementAt(i, j, f(a.getElementAt(i, j), b.getElementAt(i, j)));
+    }
+  }
+  return result;
+}
+
+/// Ends the process when the shapes differ, unless an exception is being handled.
+void requireSameShape(const Matrix& a, const Matrix& b) {
+  // A bare throw, on purpose: operands of a sum that do not fit are a defect of the engine itself,
+  // which must not go on.
+  if (a.getRowCount() != b.getRowCount()) throw;
+  if (a.getColumnCount() != b.getColumnCount()) throw;
+}
+
+}  // namespace
+
+Matrix::Matrix(int rowCount, int columnCount)
+    : rows(rowCount),
+      columns(columnCount),
+      elements(std::make_unique<std::complex<double>[]>(static_cast<std::size_t>(rowCount) *
+                                                        static_cast<std::size_t>(columnCount))) {}
+
+Matrix::Matrix(const Matrix& other) : rows(other.rows), columns(other.columns) {
+  if (!other.elements) return;
+  const std::size_t count = offset(rows, 0);
+  elements = std::make_unique<std::complex<double>[]>(count);
+  std::copy_n(other.elements.get(), count, elements.get());
+}
+
+Matrix& Matrix::operator=(const Matrix& other) {
+  if (this != &other) {
+    Matrix copy(other);
+    swap(copy);
+  }
+  return *this;
+}
+
+Matrix Matrix::getColumn(int column) const {
+  if (column >= columns) throw IndexOutOfBoundException();
+  Matrix result(rows, 1);
+  for (int i = 0; i < rows; ++i) result.setElementAt(i, 0, getElementAt(i, column));
+  return result;
+}
+
+void Matrix::setColumn(int column, const Matrix& vector) {
+  if (column >= columns) throw IndexOutOfBoundException();
+  if (vector.rows != rows) throw MatrixSizeMismatchException();
+  if (vector.columns != 1) throw NotVectorException();
+  for (int i = 0; i < rows; ++i) setElementAt(i, column, vector.getElementAt(i, 0));
+}
+
+Matrix Matrix::getRow(int row) const {
+  if (row >= rows) throw IndexOutOfBoundException();
+  Matrix result(1, columns);
+  for (int j = 0; j < columns; ++j) result.setElementAt(0, j, getElementAt(row, j));
+  return result;
+}
+
+void Matrix::setRow(int row, const Matrix& vector) {
+  if (row >= rows) throw IndexOutOfBoundException();
+  if (vector.columns != columns) throw MatrixSizeMismatchException();
+  if (vector.rows != 1) throw NotVectorException();
+  for (int j = 0; j < columns; ++j) setElementAt(row, j, vector.getElementAt(0, j));
+}
+
+Matrix Matrix::getSubmatrix(int firstRow, int firstColumn, int rowCount, int columnCount) const {
+  if (firstRow < 0 || firstColumn < 0 || firstRow > rows - rowCount ||
+      firstColumn > columns - columnCount) {
+    throw IndexOutOfBoundException();
+  }
+  Matrix result(rowCount, columnCount);
+  for (int i = 0; i < rowCount; ++i) {
+    for (int j = 0; j < columnCount; ++j) {
+      result.setElementAt(i, j, getElementAt(firstRow + i, firstColumn + j));
+    }
+  }
+  return result;
+}
+
+void Matrix::setSubmatrix(int firstRow, int firstColumn, const Matrix& block) {
+  if (firstRow < 0 || firstColumn < 0 || firstRow > rows - block.rows ||
+      firstColumn > columns - block.columns) {
+    throw IndexOutOfBoundException();
+  }
+  for (int i = 0; i < block.rows; ++i) {
+    for (int j = 0; j < block.columns; ++j) {
+      setElementAt(firstRow + i, firstColumn + j, block.getElementAt(i, j));
+    }
+  }
+}
+
+Matrix Matrix::diagonalElements() const {
+  const int n = std::min(rows, columns);
+  Matrix result(n, 1);
+  for (int i = 0; i < n; ++i) result.setElementAt(i, 0, getElementAt(i, i));
+  return result;
+}
+
+Matrix Matrix::diagonalMatrix() const {
+  if (rows != 1 && columns != 1) throw NotVectorException();
+  const bool isColumn = rows != 1;
+  const int n = isColumn ? rows : columns;
+  Matrix result(n, n);
+  for (int i = 0; i < n; ++i) {
+    result.setElementAt(i, i, isColumn ? getElementAt(i, 0) : getElementAt(0, i));
+  }
+  return result;
+}
+
+Matrix Matrix::I(int n) {
+  Matrix result(n, n);
+  for (int i = 0; i < n; ++i) result.setElementAt(i, i, 1.0, 0.0);
+  return result;
+}
+
+Matrix Matrix::O(int rowCount, int columnCount) { return {rowCount, columnCount}; }
+
+Matrix Matrix::transposed(bool conj) const {
+  Matrix result(columns, rows);
+  for (int i = 0; i < rows; ++i) {
+    for (int j = 0; j < columns; ++j) {
+      const std::complex<double>& z = getElementAt(i, j);
+      result.setElementAt(j, i, conj ? std::conj(z) : z);
+    }
+  }
+  return result;
+}
+
+Matrix& Matrix::transpose(bool conj) { return *this = transposed(conj); }
+
+Matrix Matrix::conjugated() const {
+  return mapped(*this, [](const std::complex<double>& z) { return std::conj(z); });
+}
+
+Matrix& Matrix::conjugate() { return *this = conjugated(); }
+
+Matrix Matrix::multiplied(const Matrix& b) const {
+  if (columns != b.rows) throw MatrixSizeMismatchException();
+  Matrix result(rows, b.columns);
+  for (int i = 0; i < rows; ++i) {
+    for (int j = 0; j < b.columns; ++j) {
+      std::complex<double> sum = 0.0;
+      for (int k = 0; k < columns; ++k) sum += getElementAt(i, k) * b.getElementAt(k, j);
+      result.setElementAt(i, j, sum);
+    }
+  }
+  return result;
+}
+
+Matrix& Matrix::multiply(const Matrix& b) { return *this = multiplied(b); }
+
+Matrix Matrix::elementwiseSqrt() const {
+  return mapped(*this, [](const std::complex<double>& z) { return std::sqrt(z); });
+}
+
+Matrix Matrix::elementwiseAbs() const {
+  return mapped(
+      *this, [](const std::complex<double>& z) { return std::complex<double>(std::abs(z), 0.0); });
+}
+
+Matrix Matrix::absoluteValues() const { return elementwiseAbs(); }
+
+Matrix Matrix::elementwiseNorm() const {
+  return mapped(*this, [](const std::complex<double>& z) {
+    const double modulus = std::abs(z);
+    return std::complex<double>(modulus * modulus, 0.0);
+  });
+}
+
+Matrix Matrix::elementwiseDivided(const Matrix& b) const {
+  return combined(*this, b, [](const auto& x, const auto& y) { return x / y; });
+}
+
+Matrix Matrix::elementwiseMultiplied(const Matrix& b) const {
+  return combined(*this, b, [](const auto& x, const auto& y) { return x * y; });
+}
+
+Matrix Matrix::elementwiseFMultiplied(const Matrix& b) const {
+  return combined(*this, b, [](const auto& x, const auto& y) { return std::conj(x) * y; });
+}
+
+std::complex<double> Matrix::getElementSum() const {
+  std::complex<double> sum = 0.0;
+  for (int i = 0; i < rows; ++i) {
+    for (int j = 0; j < columns; ++j) sum += getElementAt(i, j);
+  }
+  return sum;
+}
+
+std::complex<double> Matrix::scalar() const {
+  if (rows != 1 || columns != 1) throw NotScalarException();
+  return getElementAt(0, 0);
+}
+
+std::complex<double> Matrix::norm() const {
+  if (rows != 1 && columns != 1) throw NotVectorException();
+  std::complex<double> sum = 0.0;
+  for (int i = 0; i < rows; ++i) {
+    for (int j = 0; j < columns; ++j) sum += std::conj(getElementAt(i, j)) * getElementAt(i, j);
+  }
+  return sum;
+}
+
+std::complex<double> Matrix::frobeniusNorm() const {
+  if (rows == 0) return 0.0;
+  std::complex<double> sum = 0.0;
+  for (int i = 0; i < rows; ++i) {
+    for (int j = 0; j < columns; ++j) sum += std::conj(getElementAt(i, j)) * getElementAt(i, j);
+  }
+  return std::sqrt(sum);
+}
+
+std::complex<double> Matrix::getMaximumValue() const {
+  std::complex<double> best = 0.0;
+  double bestModulus = 0.0;
+  for (int i = 0; i < rows; ++i) {
+    for (int j = 0; j < columns; ++j) {
+      const double modulus = std::abs(getElementAt(i, j));
+      if (modulus > bestModulus) {
+        best = getElementAt(i, j);
+        bestModulus = modulus;
+      }
+    }
+  }
+  return best;
+}
+
+int Matrix::getMaximumValueIndexInRow(int row) const {
+  if (columns == 0) return 0;
+  int best = 0;
+  double bestModulus = std::abs(getElementAt(row, 0));
+  for (int j = 1; j < columns; ++j) {
+    const double modulus = std::abs(getElementAt(row, j));
+    if (modulus > bestModulus) {
+      best = j;
+      bestModulus = modulus;
+    }
+  }
+  return best;
+}
+
+int Matrix::getMaximumValueIndexInColumn(int column) const {
+  if (rows == 0) return 0;
+  int best = 0;
+  double bestModulus = std::abs(getElementAt(0, column));
+  for (int i = 1; i < rows; ++i) {
+    const double modulus = std::abs(getElementAt(i, column));
+    if (modulus > bestModulus) {
+      best = i;
+      bestModulus = modulus;
+    }
+  }
+  return best;
+}
+
+void Matrix::dump(FILE* stream, const char* format, ...) const {
+  va_list arguments;
+  va_start(arguments, format);
+  std::vfprintf(stream, format, arguments);
+  va_end(arguments);
+
+  std::fprintf(stream, ": rows=%u, cols=%u\n", static_cast<unsigned>(rows),
+               static_cast<unsigned>(columns));
+  std::fprintf(stream, "[ ");
+  for (int i = 0; i < rows; ++i) {
+    for (int j = 0; j < columns; ++j) {
+      const std::complex<double>& z = getElementAt(i, j);
+      std::fprintf(stream, "%.6f%+.6fi ", z.real(), z.imag());
+    }
+    std::fprintf(stream, "\n");
+  }
+  std::fprintf(stream, "]\n");
+}
+
+void Matrix::dump(FILE* stream) const {
+  dump(stream, "Matrix: %p", static_cast<const void*>(this));
+}
+
+Matrix operator*(const Matrix& a, const Matrix& b) { return a.multiplied(b); }
+
+Matrix operator*(const Matrix& a, const std::complex<double>& s) {
+  return mapped(a, [&s](const std::complex<double>& z) { return z * s; });
+}
+
+Matrix operator*(const std::complex<double>& s, const Matrix& a) { return a * s; }
+
+Matrix operator+(const Matrix& a, const Matrix& b) {
+  requireSameShape(a, b);
+  return combined(a, b, [](const auto& x, const auto& y) { return x + y; });
+}
+
+Matrix operator-(const Matrix& a, const Matrix& b) {
+  requireSameShape(a, b);
+  return combined(a, b, [](const auto& x, const auto& y) { return x - y; });
+}
+
+}  // namespace BF

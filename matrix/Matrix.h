@@ -1,0 +1,218 @@
+#pragma once
+
+#include <algorithm>
+#include <complex>
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+#include <utility>
+
+#include "matrix/Exceptions.h"
+
+namespace BF {
+
+/// Numbers of this modulus or below count as zero throughout the engine.
+inline constexpr double SMALL_NUMBER = 1e-10;
+
+/// Dense matrix of double-precision complex numbers: a plain value that owns its elements.
+///
+/// Storage is row-major: element (r, c) stands at index r × columns + c. A column vector is an
+/// n × 1 matrix. Indices are checked against the upper bounds only: a negative index is the
+/// caller's error and is not detected. Misuse throws one of the classes of Exceptions.h by value
+/// and leaves the matrix as it was.
+class Matrix {
+ public:
+  /// An empty matrix: 0 × 0, no storage.
+  Matrix() = default;
+
+  /// rowCount × columnCount zeros.
+  Matrix(int rowCount, int columnCount);
+
+  Matrix(const Matrix& other);
+  Matrix(Matrix&& other) noexcept { swap(other); }
+  Matrix& operator=(const Matrix& other);
+  Matrix& operator=(Matrix&& other) noexcept;
+  ~Matrix() = default;
+
+  void swap(Matrix& other) noexcept;
+
+  int getRowCount() const { return rows; }
+  int getColumnCount() const { return columns; }
+
+  /// Throws IndexOutOfBoundException when row ≥ rows or column ≥ columns.
+  const std::complex<double>& getElementAt(int row, int column) const;
+  void setElementAt(int row, int column, const std::complex<double>& value);
+  void setElementAt(int row, int column, double real, double imaginary);
+
+  // ---- rows, columns, blocks and diagonals
+
+  /// Copy of one column (rows × 1) or one row (1 × columns). Throws IndexOutOfBoundException.
+  Matrix getColumn(int column) const;
+  Matrix getRow(int row) const;
+
+  /// Replaces one column by a rows × 1 matrix, or one row by a 1 × columns matrix. Throws, in this
+  /// order: IndexOutOfBoundException; MatrixSizeMismatchException when the vector's length differs;
+  /// NotVectorException when it has more than one column (row).
+  void setColumn(int column, const Matrix& vector);
+  void setRow(int row, const Matrix& vector);
+
+  /// Copy of the rowCount × columnCount block whose first element is (firstRow, firstColumn), or
+  /// replacement of such a block. Throws IndexOutOfBoundException unless the block lies inside.
+  Matrix getSubmatrix(int firstRow, int firstColumn, int rowCount, int columnCount) const;
+  void setSubmatrix(int firstRow, int firstColumn, const Matrix& block);
+
+  /// The diagonal as a min(rows, columns) × 1 column.
+  Matrix diagonalElements() const;
+
+  /// The square matrix with this vector's elements on its diagonal and zeros elsewhere.
+  /// Throws NotVectorException when neither count is 1.
+  Matrix diagonalMatrix() const;
+
+  /// The n × n identity.
+  static Matrix I(int n);
+
+  /// rowCount × columnCount zeros.
+  static Matrix O(int rowCount, int columnCount);
+
+  // ---- transposition and conjugation
+
+  /// columns × rows; conj = true gives the conjugate transpose, false the plain one.
+  Matrix transposed(bool conj) const;
+  Matrix& transpose(bool conj);
+  Matrix conjugated() const;
+  Matrix& conjugate();
+
+  // ---- arithmetic
+
+  /// Matrix product this · b, rows × b.columns, each element summed from 0 in index order.
+  /// Throws MatrixSizeMismatchException unless columns = b.rows.
+  Matrix multiplied(const Matrix& b) const;
+  Matrix& multiply(const Matrix& b);
+
+  /// Element by element: principal square root, modulus (both names), squared modulus.
+  Matrix elementwiseSqrt() const;
+  Matrix elementwiseAbs() const;
+  Matrix absoluteValues() const;
+  Matrix elementwiseNorm() const;
+
+  /// Element by element: this / b, this · b and conj(this) · b.
+  /// Throw MatrixSizeMismatchException unless the shapes are equal.
+  Matrix elementwiseDivided(const Matrix& b) const;
+  Matrix elementwiseMultiplied(const Matrix& b) const;
+  Matrix elementwiseFMultiplied(const Matrix& b) const;
+
+  // ---- reductions
+
+  /// Sum of all elements, row by row.
+  std::complex<double> getElementSum() const;
+
+  /// The only element of a 1 × 1 matrix. Throws NotScalarException for any other shape.
+  std::complex<double> scalar() const;
+
+  /// The squared Euclidean norm of a row or column vector (no square root), Σ conj(z) · z.
+  /// Throws NotVectorException for any other shape.
+  std::complex<double> norm() const;
+
+  /// Square root of Σ conj(z) · z over all elements; 0 for a matrix with no rows.
+  std::complex<double> frobeniusNorm() const;
+
+  /// The element of largest modulus, the first of equals; 0 for a matrix that is zero or empty.
+  std::complex<double> getMaximumValue() const;
+
+  /// Where the element of largest modulus stands in a row (its column index) or in a column (its
+  /// row index), the first of equals; 0 when there are no elements.
+  int getMaximumValueIndexInRow(int row) const;
+  int getMaximumValueIndexInColumn(int column) const;
+
+  // ---- decompositions; every output argument is replaced whole
+
+  /// Inverse by Gauss–Jordan elimination. Does not throw: a matrix that is not square gives zeros
+  /// of its own shape and a message on standard output; a singular one gives a message and
+  /// elements that are not finite.
+  Matrix Inverse() const;
+
+  /// Moore–Penrose pseudo-inverse (columns × rows); singular values up to SMALL_NUMBER count as 0.
+  Matrix pseudoInverse() const;
+
+  /// A = U · diag(S) · Vᴴ for this m × n matrix A: U (m × m) and V (n × n) unitary, S a
+  /// max(m, n) × 1 column, real, non-negative, in decreasing order, zero beyond min(m, n).
+  void singularValueDecomposition(Matrix& U, Matrix& S, Matrix& V) const;
+
+  /// The decomposition above of B⁻¹ · A, with B (m × m) inverted by Inverse().
+  /// Throws MatrixSizeMismatchException unless B has m columns.
+  void generalizedSingularValues(const Matrix& B, Matrix& U, Matrix& S, Matrix& V) const;
+
+  /// A · vectors = vectors · diag(values) for this Hermitian n × n matrix A, of which only the
+  /// upper triangle is read: values (n × 1, real, in no particular order), vectors (n × n,
+  /// unitary). Throws NotSquareMatrixException. Not to be called on two threads at once.
+  void eigenValues(Matrix& values, Matrix& vectors) const;
+
+  /// A · x = λ · B · x for Hermitian A and Hermitian positive-definite B, both n × n: values (n ×
+  /// 1) and vectors (n × n). Throws NotSquareMatrixException. Not to be called on two threads at
+  /// once.
+  void generalizedEigenValues(const Matrix& B, Matrix& values, Matrix& vectors) const;
+
+  // ---- text
+
+  /// Writes the label (printf rules), the shape and the elements to a stream.
+  [[gnu::format(printf, 3, 4)]] void dump(FILE* stream, const char* format, ...) const;
+
+  /// The same with the label "Matrix: " and this object's address.
+  void dump(FILE* stream) const;
+
+ private:
+  std::size_t offset(int row, int column) const {
+    return static_cast<std::size_t>(row) * static_cast<std::size_t>(columns) +
+           static_cast<std::size_t>(column);
+  }
+
+  int rows = 0;
+  int columns = 0;
+  std::unique_ptr<std::complex<double>[]> elements;
+};
+
+/// Matrix product. Throws MatrixSizeMismatchException unless a.columns = b.rows.
+Matrix operator*(const Matrix& a, const Matrix& b);
+
+/// Every element times s.
+Matrix operator*(const Matrix& a, const std::complex<double>& s);
+Matrix operator*(const std::complex<double>& s, const Matrix& a);
+
+/// Element-wise sum and difference. Shapes that differ are fatal: the process ends
+/// (std::terminate), unless an exception is being handled, which is then thrown again.
+Matrix operator+(const Matrix& a, const Matrix& b);
+Matrix operator-(const Matrix& a, const Matrix& b);
+
+inline const std::complex<double>& Matrix::getElementAt(int row, int column) const {
+  if (row >= rows || column >= columns) throw IndexOutOfBoundException();
+  return elements[offset(row, column)];
+}
+
+inline void Matrix::setElementAt(int row, int column, const std::complex<double>& value) {
+  if (row >= rows || column >= columns) throw IndexOutOfBoundException();
+  elements[offset(row, column)] = value;
+}
+
+inline void Matrix::setElementAt(int row, int column, double real, double imaginary) {
+  setElementAt(row, column, std::complex<double>(real, imaginary));
+}
+
+inline void Matrix::swap(Matrix& other) noexcept {
+  std::swap(rows, other.rows);
+  std::swap(columns, other.columns);
+  elements.swap(other.elements);
+}
+
+inline Matrix& Matrix::operator=(Matrix&& other) noexcept {
+  swap(other);
+  return *this;
+}
+
+}  // namespace BF
+
+namespace std {
+template <>
+inline void swap(BF::Matrix& a, BF::Matrix& b) noexcept {
+  a.swap(b);
+}
+}  // namespace std

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cmath>
+#include <cstddef>
+#include <vector>
+
+namespace BF {
+
+/// Work array of the decomposition kernels: a row-major complex matrix with real and imaginary
+/// parts apart, so that operations along a row are plain loops over contiguous doubles.
+class SplitMatrix {
+ public:
+  /// rowCount × columnCount zeros.
+  SplitMatrix(std::size_t rowCount, std::size_t columnCount)
+      : columns(columnCount),
+        parts(2 * rowCount * columnCount),
+        imaginary(rowCount * columnCount) {}
+
+  double* re(std::size_t row) { return parts.data() + row * columns; }
+  double* im(std::size_t row) { return parts.data() + imaginary + row * columns; }
+
+ private:
+  std::size_t columns;
+  std::vector<double> parts;
+  std::size_t imaginary;
+};
+
+/// |re + i·im|, without overflow or underflow of the squares.
+inline double modulus(double re, double im) {
+  const double square = re * re + im * im;
+  if (square > 1e-280 && square < 1e280) return std::sqrt(square);
+  return std::hypot(re, im);
+}
+
+}  // namespace BF

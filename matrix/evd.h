@@ -1,0 +1,21 @@
+#pragma once
+
+#include "matrix/KernelTypes.h"
+
+namespace BF {
+
+/// Eigen-decomposition of a Hermitian matrix, A = V · diag(d) · Vᴴ, by cyclic Jacobi rotations with
+/// a threshold.
+///
+/// A (n × n) is overwritten; only its upper triangle is read. d becomes the n eigenvalues, V (n ×
+/// n) the matching eigenvectors as columns. A decomposition that converges leaves the eigenvalues
+/// in the order of the sweeps, unsorted; one that has not converged after 50 sweeps is sorted in
+/// increasing order. Elements that are not finite give results that are not finite, after at most
+/// 50 sweeps. Keeps static work storage: not to be called on two threads at once.
+template <typename T>
+void evd(KernelMatrix<T>& A, KernelVector<T>& d, KernelMatrix<T>& V);
+
+template <>
+void evd<double>(KernelMatrix<double>& A, KernelVector<double>& d, KernelMatrix<double>& V);
+
+}  // namespace BF
