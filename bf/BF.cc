@@ -1,5 +1,6 @@
 #include "bf/BF.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
@@ -37,6 +38,16 @@ void BF::getTransformFunctions(const std::vector<SourceLocation>& requested,
     result.push_back(std::move(H));
   }
   out.swap(result);
+}
+
+std::vector<int> BF::previousIndices(const std::vector<SourceLocation>& newSources) const {
+  std::vector<int> result;
+  for (const SourceLocation& source : newSources) {
+    const auto same = std::find_if(sources.begin(), sources.end(),
+                                   [&](const SourceLocation& old) { return old.id == source.id; });
+    result.push_back(same == sources.end() ? -1 : static_cast<int>(same - sources.begin()));
+  }
+  return result;
 }
 
 void BF::executeBeamForming(const Matrix& input, Matrix& output) {

@@ -11,7 +11,7 @@
 namespace BF {
 
 /// The algorithms and the numbers that getBfAlgorithmType returns for them.
-enum BfAlgorithmType {
+enum BfAlgorithmType : int {
   BF_ALGORITHM_DS = 1,
   BF_ALGORITHM_WDS = 2,
   BF_ALGORITHM_NULL = 3,
@@ -66,6 +66,9 @@ class BF {
   /// fewer than numFreq bins or no positions. Needs a database.
   void getTransformFunctions(const std::vector<SourceLocation>& requested,
                              std::vector<Matrix>& out) const;
+
+  /// For every source of a new list the index of the first source in force with the same id, or -1.
+  std::vector<int> previousIndices(const std::vector<SourceLocation>& newSources) const;
 
   int numFreq;
   int samplingRate;

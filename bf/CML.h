@@ -1,0 +1,33 @@
+#pragma once
+
+#include <vector>
+
+#include "bf/BF.h"
+
+namespace BF {
+
+/// Maximum likelihood: per source and bin the minimum-variance distortionless filter
+/// w = Q · a / (aᴴ · Q · a) for the noise correlation matrix of the bin, Q being the inverse of
+/// that matrix after regularisation and a the source's transfer function at unit norm. Each filter
+/// is turned by e^(jkπ), a circular shift by half a frame.
+///
+/// noiseCorrelationMatrices is filled from outside before updateSources; the filters follow it and
+/// the source list there, and never adapt.
+class CML : public BF {
+ public:
+  /// regFactor: the multiple of the noise matrix's Frobenius norm added to its diagonal.
+  CML(int numFreq, int samplingRate, double soundSpeed, double regFactor);
+
+  int getBfAlgorithmType() const override { return BF_ALGORITHM_CML; }
+
+  /// Throws IndexOutOfBoundException when there are fewer than numFreq noise matrices and
+  /// MatrixSizeMismatchException when one of them is not M × M.
+  void updateSources(const std::vector<SourceLocation>& newSources) override;
+
+  /// Does nothing.
+  void adaptSeparationMatrices() override;
+
+  double regFactor;
+};
+
+}  // namespace BF

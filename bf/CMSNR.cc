@@ -1,0 +1,113 @@
+#include "bf/CMSNR.h"
+
+#include <cmath>
+#include <complex>
+#include <utility>
+
+namespace BF {
+
+namespace {
+
+/// Row `row` of W := the uniform filter 1/√M.
+void setUniform(Matrix& W, int row) {
+  const int M = W.getColumnCount();
+  const double weight = 1.0 / std::sqrt(static_cast<double>(M));
+  for (int m = 0; m < M; ++m) W.setElementAt(row, m, weight, 0.0);
+}
+
+}  // namespace
+
+CMSNR::CMSNR(int numFreqValue, int samplingRateValue, double soundSpeedValue,
+             std::string decomposition, double alphaValue)
+    : BF(numFreqValue, samplingRateValue, soundSpeedValue),
+      decompositionAlgorithm(std::move(decomposition)),
+      alpha(alphaValue) {
+  if (decompositionAlgorithm != "GEVD" && decompositionAlgorithm != "GSVD") {
+    throw InvalidStateException();
+  }
+}
+
+void CMSNR::updateSources(const std::vector<SourceLocation>& newSources) {
+  const std::vector<int> previous = previousIndices(newSources);
+  const int N = static_cast<int>(newSources.size());
+  const int oldN = static_cast<int>(sources.size());
+  const int M = numMic;
+
+  std::vector<Matrix> newSignal;
+  std::vector<Matrix> newNoise;
+  std::vector<Matrix> newMatrices;
+  for (int k = 0; k < numFreq; ++k) {
+    Matrix W(N, M);
+    for (int i = 0; i < N; ++i) {
+      const int j = previous[i];
+      if (j < 0) {
+        newSignal.push_back(Matrix::I(M));
+        newNoise.push_back(Matrix::I(M));
+        setUniform(W, i);
+      } else {
+        newSignal.push_back(signalCorrelations[k * oldN + j]);
+        newNoise.push_back(noiseCorrelations[k * oldN + j]);
+        W.setRow(i, separationMatrices[k].getRow(j));
+      }
+    }
+    newMatrices.push_back(std::move(W));
+  }
+
+  std::vector<SourceLocation> newList(newSources);
+  sources.swap(newList);
+  signalCorrelations.swap(newSignal);
+  noiseCorrelations.swap(newNoise);
+  separationMatrices.swap(newMatrices);
+}
+
+// Per bin with the observation x (M × 1) and P = x · xᴴ: a target's signal correlation A, or a
+// noise source's noise correlation B, moves towards P; the source's row of W is the filter of (A,
+// B).
+void CMSNR::adaptSeparationMatrices() {
+  const int N = static_cast<int>(sources.size());
+  std::vector<Matrix> newSignal;
+  std::vector<Matrix> newNoise;
+  std::vector<Matrix> newMatrices;
+  for (int k = 0; k < numFreq; ++k) {
+    Matrix W(N, numMic);
+    const Matrix x = inputSpectrum.getColumn(k);
+    const Matrix P = x * x.transposed(true);
+    for (int s = 0; s < N; ++s) {
+      const int i = k * N + s;
+      const bool isTarget = sources[s].flag;
+      Matrix A = isTarget ? averaged(P, signalCorrelations[i]) : signalCorrelations[i];
+      Matrix B = isTarget ? noiseCorrelations[i] : averaged(P, noiseCorrelations[i]);
+      W.setRow(s, filter(A, B));
+      newSignal.push_back(std::move(A));
+      newNoise.push_back(std::move(B));
+    }
+    newMatrices.push_back(std::move(W));
+  }
+  signalCorrelations.swap(newSignal);
+  noiseCorrelations.swap(newNoise);
+  separationMatrices.swap(newMatrices);
+}
+
+// (1 − α) · P + α · old
+Matrix CMSNR::averaged(const Matrix& P, const Matrix& old) const {
+  return std::complex<double>(1.0 - alpha, 0.0) * P + std::complex<double>(alpha, 0.0) * old;
+}
+
+// vᴴ (1 × M) for the vector v of the largest generalised value, the one that maximises
+// vᴴ · A · v / vᴴ · B · v, divided by its squared norm.
+Matrix CMSNR::filter(const Matrix& A, const Matrix& B) const {
+  Matrix V;  // the vectors
+  Matrix D;  // the values
+  if (decompositionAlgorithm == "GEVD") {
+    A.generalizedEigenValues(B, D, V);
+  } else {
+    Matrix unused;
+    A.generalizedSingularValues(B, V, D, unused);
+  }
+  const int p = D.getMaximumValueIndexInColumn(0);
+  const Matrix v = V.getColumn(p);
+  const double n = v.norm().real();
+  return (v * std::complex<double>(1.0 / n, 0.0)).transposed(true);
+}
+
+}  // namespace BF

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "bf/BF.h"
+
+namespace BF {
+
+/// Maximum signal-to-noise ratio, without transfer functions: per source and bin a pair of spatial
+/// correlation matrices is averaged recursively, the signal's on frames in which the source is
+/// listed as a target (flag true), the noise's on frames in which the same id is listed as a noise
+/// source. The source's filter is the generalised eigenvector (or singular vector) of the pair with
+/// the largest generalised value.
+///
+/// The pair and the filter are carried over by id. numMic must hold the input's row count before
+/// updateSources.
+class CMSNR : public BF {
+ public:
+  /// decompositionAlgorithm: "GEVD" or "GSVD"; any other text throws InvalidStateException.
+  /// alpha: forgetting factor of the averages, 1 keeps the old value, 0 takes the new one.
+  CMSNR(int numFreq, int samplingRate, double soundSpeed, std::string decompositionAlgorithm,
+        double alpha);
+
+  int getBfAlgorithmType() const override { return BF_ALGORITHM_CMSNR; }
+
+  /// New sources start from identity correlations and the uniform filter 1/√M.
+  void updateSources(const std::vector<SourceLocation>& newSources) override;
+
+  /// One averaging step of every pair, then new filters: they serve the next frame.
+  void adaptSeparationMatrices() override;
+
+  std::vector<Matrix> signalCorrelations;  ///< entry k · N + s: M × M
+  std::vector<Matrix> noiseCorrelations;   ///< entry k · N + s: M × M
+  std::string decompositionAlgorithm;
+  double alpha;
+
+ private:
+  Matrix averaged(const Matrix& P, const Matrix& old) const;
+  Matrix filter(const Matrix& A, const Matrix& B) const;
+};
+
+}  // namespace BF

@@ -1,0 +1,107 @@
+#include "bf/GJ.h"
+
+#include <cmath>
+#include <complex>
+#include <cstdint>
+#include <utility>
+
+namespace BF {
+
+namespace {
+
+/// B with B · a = 0 for the M × 1 column a: row i is (column i + 1 of a's left singular vectors)ᴴ.
+Matrix blockingMatrix(const Matrix& a) {
+  const int M = a.getRowCount();
+  Matrix U;
+  Matrix S;
+  Matrix V;
+  a.singularValueDecomposition(U, S, V);
+  return U.getSubmatrix(0, 1, M, M - 1).transposed(true);
+}
+
+}  // namespace
+
+GJ::GJ(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool lcAdaptiveValue,
+       double muValue)
+    : BF(numFreqValue, samplingRateValue, soundSpeedValue),
+      mu(muValue),
+      lcAdaptive(lcAdaptiveValue) {}
+
+void GJ::updateSources(const std::vector<SourceLocation>& newSources) {
+  const std::vector<int> previous = previousIndices(newSources);
+  std::vector<Matrix> tf;
+  getTransformFunctions(newSources, tf);
+
+  const int N = static_cast<int>(newSources.size());
+  std::vector<Matrix> newQuiescent;
+  std::vector<Matrix> newBlocking;
+  std::vector<Matrix> newAdaptive;
+  std::vector<Matrix> newMatrices;
+  for (int k = 0; k < numFreq; ++k) {
+    const int M = tf[k].getRowCount();
+    Matrix Q(N, M);
+    Matrix W(N, M);
+    for (int j = 0; j < N; ++j) {
+      const Matrix a = tf[k].getColumn(j);
+      const int p = previous[j];
+      if (p >= 0) {
+        Q.setRow(j, quiescentWeights[k].getRow(p));
+        W.setRow(j, separationMatrices[k].getRow(p));
+      } else {
+        const Matrix q = a.pseudoInverse();
+        Q.setRow(j, q);
+        W.setRow(j, q);
+      }
+      newBlocking.push_back(blockingMatrix(a));
+    }
+    newQuiescent.push_back(std::move(Q));
+    newAdaptive.push_back(Matrix(N, M - 1));
+    newMatrices.push_back(std::move(W));
+  }
+
+  std::vector<SourceLocation> newList(newSources);
+  sources.swap(newList);
+  quiescentWeights.swap(newQuiescent);
+  blockingMatrices.swap(newBlocking);
+  adaptiveWeights.swap(newAdaptive);
+  transferFunctions.swap(tf);
+  separationMatrices.swap(newMatrices);
+}
+
+// z = B · x, wa ← wa + μ · y · zᴴ, w = q − wa · B for every source of every bin.
+void GJ::adaptSeparationMatrices() {
+  const int N = static_cast<int>(sources.size());
+  std::vector<Matrix> newAdaptive;
+  std::vector<Matrix> newMatrices;
+  for (int k = 0; k < numFreq; ++k) {
+    const int M = transferFunctions[k].getRowCount();
+    Matrix W(N, M);
+    Matrix Wa(N, M - 1);
+    const Matrix x = inputSpectrum.getColumn(k);
+    for (int n = 0; n < N; ++n) {
+      const Matrix q = quiescentWeights[k].getRow(n);
+      const Matrix& B = blockingMatrices[k * N + n];
+      const Matrix z = B * x;
+      const std::complex<double>& y = outputSpectrum.getElementAt(n, k);
+      const double step = lcAdaptive ? normalisedStep(z) : mu;
+      const std::complex<double> stepY = y * std::complex<double>(step, 0.0);
+      const Matrix wa = adaptiveWeights[k].getRow(n) + z.transposed(true) * stepY;
+      Wa.setRow(n, wa);
+      W.setRow(n, q - wa * B);
+    }
+    newAdaptive.push_back(std::move(Wa));
+    newMatrices.push_back(std::move(W));
+  }
+  adaptiveWeights.swap(newAdaptive);
+  separationMatrices.swap(newMatrices);
+}
+
+// mu over twice the blocked signals' power p = ‖z‖². The guard looks at p truncated to an integer,
+// so it applies to every p below 1.
+double GJ::normalisedStep(const Matrix& z) const {
+  const double p = z.norm().real();
+  if (BF_EPS > std::abs(std::trunc(p))) return mu * 1.0 / (2.0 * p + BF_EPS);
+  return mu * 1.0 / (2.0 * p);
+}
+
+}  // namespace BF

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <vector>
+
+#include "bf/BF.h"
+
+namespace BF {
+
+/// Generalised sidelobe canceller of Griffiths and Jim, one per source and bin: a fixed quiescent
+/// row q passes the source with unit gain, a blocking matrix B (B · a = 0) removes it from the
+/// microphone signals, and an adaptive row wa, trained by least mean squares, subtracts from the
+/// quiescent output what of the blocked signals correlates with it. Row w = q − wa · B keeps
+/// w · a = 1 whatever the step (a ≠ 0).
+///
+/// Sources that stay (by id) keep their quiescent and separation rows; blocking matrices are built
+/// anew from the current transfer functions and adaptive rows restart at zero in every
+/// updateSources.
+class GJ : public BF {
+ public:
+  /// lcAdaptive: the step is mu over twice the blocked signals' power; otherwise it is mu.
+  GJ(int numFreq, int samplingRate, double soundSpeed, bool lcAdaptive, double mu);
+
+  int getBfAlgorithmType() const override { return BF_ALGORITHM_GJ; }
+  void updateSources(const std::vector<SourceLocation>& newSources) override;
+  void adaptSeparationMatrices() override;
+
+  std::vector<Matrix> quiescentWeights;  ///< entry k: N × M, row j is pinv(a_j)
+  std::vector<Matrix> blockingMatrices;  ///< entry k · N + j: (M − 1) × M
+  std::vector<Matrix> adaptiveWeights;   ///< entry k: N × (M − 1)
+  double mu;
+  bool lcAdaptive;
+
+ private:
+  double normalisedStep(const Matrix& z) const;
+};
+
+}  // namespace BF

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <vector>
+
+#include "bf/BF.h"
+
+namespace BF {
+
+/// The non-linear function φ of the separation criterion. Any other value switches the separation
+/// term off.
+enum NlFuncType : int {
+  NL_FUNC_TANH = 1,  ///< φ(y) = tanh(scale · |y|) · y / |y|, 0 for |y| < BF_EPS
+  NL_FUNC_CUBIC = 2  ///< φ(y) = y · |y|²
+};
+
+/// Geometric source separation. Every frame each bin's W takes a gradient step that drives the
+/// outputs towards independence (separation term) and holds each output's gain towards its own
+/// source at one (constraint term, the diagonal of W · A only).
+///
+/// Rows of sources that stay (by id) are carried over, rows of new ones start from weighted
+/// delay-and-sum. Only GICA has an update rule: the adaptation of GSS and GHDSS throws
+/// InvalidStateException before anything changes.
+class GSS : public BF {
+ public:
+  /// lcAdaptive (ssAdaptive): the step of the constraint (separation) term is computed for every
+  /// bin and frame and mu (mu_ss) multiplies it; otherwise mu (mu_ss) is the step. scale: input
+  /// scaling of the tanh. The other arguments as in BF.
+  GSS(int numFreq, int samplingRate, double soundSpeed, bool lcAdaptive, double mu, bool ssAdaptive,
+      double mu_ss, double scale, NlFuncType nlFuncType);
+
+  int getBfAlgorithmType() const override { return BF_ALGORITHM_GSS; }
+  void updateSources(const std::vector<SourceLocation>& newSources) override;
+  void adaptSeparationMatrices() override;
+
+  NlFuncType nlFuncType;
+  double mu;
+  double mu_ss;
+  double scale;
+  bool lcAdaptive;
+  bool ssAdaptive;
+
+ private:
+  Matrix adapted(const Matrix& W, const Matrix& A, const Matrix& x, const Matrix& y) const;
+  void requireUpdateRule() const;
+  std::complex<double> nonLinear(const std::complex<double>& y) const;
+  double constraintStep(const Matrix& E_lc, const Matrix& J_lc) const;
+  double separationStep(const Matrix& E_ss, const Matrix& J_ss, const Matrix& f,
+                        const Matrix& x) const;
+};
+
+/// Geometric source separation with the independent-component update rule.
+class GICA : public GSS {
+ public:
+  using GSS::GSS;
+  int getBfAlgorithmType() const override { return BF_ALGORITHM_GICA; }
+};
+
+/// A variant without an update rule of its own. Announces its settings on standard output when it
+/// is built.
+class GHDSS : public GSS {
+ public:
+  GHDSS(int numFreq, int samplingRate, double soundSpeed, bool lcAdaptive, double mu,
+        bool ssAdaptive, double mu_ss, double scale, NlFuncType nlFuncType);
+  int getBfAlgorithmType() const override { return BF_ALGORITHM_GHDSS; }
+};
+
+}  // namespace BF

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <vector>
+
+#include "bf/BF.h"
+
+namespace BF {
+
+/// Linearly constrained minimum variance, adapted by constrained least mean squares: every frame
+/// each row takes a stochastic-gradient step towards less output power and is projected back onto
+/// the constraint, so that row j · a_j = 1 after every step, whatever its size (a_j ≠ 0).
+///
+/// Sources that stay (by id) keep their rows, quiescent rows and projections.
+class LCMV : public BF {
+ public:
+  /// lcAdaptive: the step is mu over twice the frame's input power; otherwise it is mu.
+  LCMV(int numFreq, int samplingRate, double soundSpeed, bool lcAdaptive, double mu);
+
+  int getBfAlgorithmType() const override { return BF_ALGORITHM_LCMV; }
+  void updateSources(const std::vector<SourceLocation>& newSources) override;
+  void adaptSeparationMatrices() override;
+
+  std::vector<Matrix> quiescentWeights;  ///< entry k: N × M, row j is f_j = a_jᴴ / (a_jᴴ · a_j)
+  std::vector<Matrix>
+      projectionMatrices;  ///< entry k · N + j: M × M, I − a_j · a_jᴴ / (a_jᴴ · a_j)
+  double mu;
+  bool lcAdaptive;
+
+ private:
+  double normalisedStep(const Matrix& x) const;
+};
+
+}  // namespace BF
