@@ -1,0 +1,55 @@
+#include "BaseException.h"
+
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <utility>
+
+namespace FD {
+
+std::string typeName(const std::type_info& type) {
+  int status = 0;
+  const std::unique_ptr<char, void (*)(void*)> name(
+      abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), std::free);
+  return name ? name.get() : type.name();
+}
+
+BaseException* BaseException::add(BaseException* e) {
+  BaseException* const chain = new ExceptionStack(this);
+  return chain->add(e);
+}
+
+ExceptionStack::ExceptionStack(BaseException* e) {
+  stack.emplace_back(e);
+  if (e->getOrigin()) noteOrigin(*e->getOrigin());
+}
+
+void ExceptionStack::print(std::ostream& out) {
+  for (const auto& e : stack) e->print(out);
+}
+
+void ExceptionStack::freeze() {
+  for (const auto& e : stack) e->freeze();
+}
+
+BaseException* ExceptionStack::add(BaseException* e) {
+  stack.emplace_back(e);
+  return this;
+}
+
+GeneralException::GeneralException(std::string text, std::string sourceFile, int sourceLine)
+    : message(std::move(text)), file(std::move(sourceFile)), line(sourceLine) {}
+
+void GeneralException::print(std::ostream& out) {
+  out << file << ", line " << line << ": " << message << "\n";
+}
+
+GenericCastException::GenericCastException(const std::type_info* foundType,
+                                           const std::type_info& expectedType)
+    : found(foundType ? typeName(*foundType) : "no object"), expected(typeName(expectedType)) {}
+
+void GenericCastException::print(std::ostream& out) {
+  out << "Cast error: found " << found << ", expected " << expected << "\n";
+}
+
+}  // namespace FD

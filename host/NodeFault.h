@@ -1,0 +1,30 @@
+#pragma once
+
+#include "BaseException.h"
+#include "Node.h"
+
+namespace FD {
+
+/// Notes, while a framework exception passes on its way up, the innermost node and count it came
+/// from; a note already made stays.
+void noteFault(BaseException* e, const Node& node, int count);
+
+/// The same for the C++ exception being handled (call it inside `catch (...)` and rethrow).
+void noteCurrentFault(const Node& node, int count);
+
+/// The note about the C++ exception being handled, if any node made one; removes it.
+std::optional<FaultOrigin> takeCurrentFault();
+
+/// Counts how deep nodes are pulling each other, as long as it lives. Throws new NodeException when
+/// the depth passes what a stack surely carries, which only links in a circle bring about.
+class PullDepth {
+ public:
+  explicit PullDepth(Node* node);
+  ~PullDepth();
+  PullDepth(const PullDepth&) = delete;
+  PullDepth& operator=(const PullDepth&) = delete;
+
+  static constexpr int LIMIT = 1000;
+};
+
+}  // namespace FD
