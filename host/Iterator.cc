@@ -1,0 +1,70 @@
+#include "Iterator.h"
+
+#include <utility>
+
+namespace FD {
+
+Iterator::Iterator(std::string nodeName, const ParameterSet& params)
+    : Network(std::move(nodeName), params), condition(new Collector("condition", ParameterSet())) {
+  if (parameters.exist("DOWHILE")) doWhile = dereference_cast<bool>(parameters.get("DOWHILE"));
+}
+
+void Iterator::bindCondition(const std::string& nodeName, const std::string& terminal) {
+  condition->connectToNode("CONDITION", &getNodeNamed(nodeName), terminal);
+}
+
+ObjectRef Iterator::getOutput(int outputId, int count) {
+  if (running) {
+    throw new NodeException(this, "The loop needs its own result; the links form a circle",
+                            "Iterator.cc", __LINE__);
+  }
+  if (count != outerCount) {
+    if (used) reset();
+    struct Running {
+      bool& flag;
+      ~Running() { flag = false; }
+    } guard{running};
+    running = true;
+    used = true;
+    outerCount = count;
+    run();
+  }
+  return results.at(static_cast<std::size_t>(outputId));
+}
+
+void Iterator::run() {
+  results.assign(static_cast<std::size_t>(getOutputCount()), nilObject);
+  for (int frame = 0; doWhile || conditionHolds(frame); ++frame) {
+    for (std::size_t i = 0; i < results.size(); ++i) {
+      results[i] = sink->getOutput(static_cast<int>(i), frame);
+    }
+    if (onFrame && !onFrame(frame)) break;
+    if (doWhile && !conditionHolds(frame)) break;
+  }
+}
+
+bool Iterator::conditionHolds(int frame) {
+  return dereference_cast<bool>(condition->getOutput(0, frame));
+}
+
+// How the outer world uses the results says nothing about the frames inside: every output and the
+// condition are pulled at the newest frame.
+void Iterator::request(int, const ParameterSet&) {
+  for (int i = 0; i < getOutputCount(); ++i) sink->request(i, ParameterSet());
+  condition->request(0, ParameterSet());
+}
+
+void Iterator::reset() {
+  Network::reset();
+  results.clear();
+  used = false;
+  outerCount = -1;
+}
+
+ObjectRef Iterator::pullInput(int inputId, int) { return Network::pullInput(inputId, outerCount); }
+
+void Iterator::requestInput(int inputId, const ParameterSet&) {
+  Network::requestInput(inputId, ParameterSet());
+}
+
+}  // namespace FD
