@@ -1,0 +1,196 @@
+#include "NetworkDocument.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <fstream>
+#include <pugixml.hpp>
+#include <sstream>
+#include <string_view>
+
+namespace FD {
+
+namespace {
+
+/// Turns the elements of one XML document into descriptions; its messages say where it is.
+class DocumentReader {
+ public:
+  explicit DocumentReader(const std::string& documentSource) : source(documentSource) {}
+
+  NetworkDescription network(const pugi::xml_node& element) {
+    place = source;
+    NetworkDescription result;
+    result.name = attribute(element, "name");
+    place = fmt::format("{}: network '{}'", source, result.name);
+    result.type = attribute(element, "type");
+    for (const pugi::xml_node& child : element.children()) {
+      const std::string_view kind = child.name();
+      if (kind == "Node") {
+        result.nodes.push_back(node(child));
+      } else if (kind == "Link") {
+        result.links.push_back({attribute(child, "from"), attribute(child, "output"),
+                                attribute(child, "to"), attribute(child, "input")});
+      } else if (kind == "NetInput") {
+        result.inputs.push_back(terminal(child));
+      } else if (kind == "NetOutput") {
+        result.outputs.push_back(terminal(child));
+      } else if (kind == "NetCondition") {
+        if (result.condition) throw DocumentError(place + ": more than one NetCondition");
+        result.condition = terminal(child);
+      }
+    }
+    return result;
+  }
+
+ private:
+  std::string attribute(const pugi::xml_node& element, const char* name) const {
+    const pugi::xml_attribute found = element.attribute(name);
+    if (found) return found.value();
+    const std::string who = element.attribute("name").value();
+    throw DocumentError(fmt::format("{}: element {}{} has no attribute '{}'", place, element.name(),
+                                    who.empty() ? "" : " '" + who + "'", name));
+  }
+
+  NodeDescription node(const pugi::xml_node& element) {
+    NodeDescription result{attribute(element, "name"),
+                           attribute(element, "type"),
+                           {},
+                           attribute(element, "x"),
+                           attribute(element, "y")};
+    const std::string networkPlace = place;
+    place = fmt::format("{}: node '{}'", networkPlace, result.name);
+    for (const pugi::xml_node& child : element.children("Parameter")) {
+      result.parameters.push_back(
+          {attribute(child, "name"), attribute(child, "type"), attribute(child, "value")});
+    }
+    place = networkPlace;
+    return result;
+  }
+
+  TerminalDescription terminal(const pugi::xml_node& element) const {
+    return {attribute(element, "name"), attribute(element, "node"), attribute(element, "terminal")};
+  }
+
+  const std::string& source;
+  std::string place;
+};
+
+// XML 1.0 has no way to write most control characters.
+void checkWritable(const std::string& source, const std::string& text) {
+  const auto bad = std::find_if(text.begin(), text.end(), [](unsigned char c) {
+    return c < 0x20 && c != '\t' && c != '\n' && c != '\r';
+  });
+  if (bad == text.end()) return;
+  throw DocumentError(
+      fmt::format("{}: the character with code {} in a text cannot be written as XML", source,
+                  static_cast<int>(*bad)));
+}
+
+/// Writes descriptions as XML elements.
+class DocumentWriter {
+ public:
+  explicit DocumentWriter(const std::string& documentSource) : source(documentSource) {}
+
+  void network(pugi::xml_node parent, const NetworkDescription& description) const {
+    pugi::xml_node element = parent.append_child("Network");
+    set(element, "type", description.type);
+    set(element, "name", description.name);
+    int column = 0;
+    for (const NodeDescription& node : description.nodes) {
+      append(element, node, std::to_string(120 * column++));
+    }
+    for (const LinkDescription& link : description.links) {
+      pugi::xml_node child = element.append_child("Link");
+      set(child, "from", link.from);
+      set(child, "output", link.output);
+      set(child, "to", link.to);
+      set(child, "input", link.input);
+    }
+    for (const auto& input : description.inputs) append(element, "NetInput", input);
+    for (const auto& output : description.outputs) append(element, "NetOutput", output);
+    if (description.condition) append(element, "NetCondition", *description.condition);
+  }
+
+ private:
+  void set(pugi::xml_node& element, const char* name, const std::string& value) const {
+    checkWritable(source, value);
+    element.append_attribute(name).set_value(value.c_str());
+  }
+
+  void append(pugi::xml_node& parent, const NodeDescription& node, const std::string& x) const {
+    pugi::xml_node element = parent.append_child("Node");
+    set(element, "name", node.name);
+    set(element, "type", node.type);
+    set(element, "x", node.x.empty() ? x : node.x);
+    set(element, "y", node.y.empty() ? "0" : node.y);
+    for (const ParameterDescription& parameter : node.parameters) {
+      pugi::xml_node child = element.append_child("Parameter");
+      set(child, "name", parameter.name);
+      set(child, "type", parameter.type);
+      set(child, "value", parameter.value);
+    }
+  }
+
+  void append(pugi::xml_node& parent, const char* kind, const TerminalDescription& bound) const {
+    pugi::xml_node element = parent.append_child(kind);
+    set(element, "name", bound.name);
+    set(element, "node", bound.node);
+    set(element, "terminal", bound.terminal);
+  }
+
+  const std::string& source;
+};
+
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  // A folder opens like a file and fails only when read.
+  if (file && file.peek() != std::ifstream::traits_type::eof()) text << file.rdbuf();
+  if (!file.is_open() || file.bad() || std::filesystem::is_directory(path)) {
+    throw DocumentError(path.string() + ": cannot be read");
+  }
+  return text.str();
+}
+
+}  // namespace
+
+NetworkDocument NetworkDocument::read(const std::filesystem::path& path) {
+  return parse(readFile(path), path.string());
+}
+
+NetworkDocument NetworkDocument::parse(const std::string& xml, const std::string& source) {
+  pugi::xml_document parsed;
+  const pugi::xml_parse_result status = parsed.load_buffer(xml.data(), xml.size());
+  if (!status) {
+    const auto end = xml.begin() + std::min<std::ptrdiff_t>(status.offset, std::ssize(xml));
+    throw DocumentError(fmt::format("{}: line {}: not well-formed XML: {}", source,
+                                    1 + std::count(xml.begin(), end, '\n'), status.description()));
+  }
+  const pugi::xml_node root = parsed.document_element();
+  if (std::string_view(root.name()) != "Document") {
+    throw DocumentError(
+        fmt::format("{}: not a network document: the root element is '{}', "
+                    "expected 'Document'",
+                    source, root.name()));
+  }
+  NetworkDocument document{source};
+  DocumentReader reader(source);
+  for (const pugi::xml_node& element : root.children("Network")) {
+    document.networks.push_back(reader.network(element));
+  }
+  return document;
+}
+
+std::string NetworkDocument::toXml() const {
+  pugi::xml_document xml;
+  pugi::xml_node declaration = xml.append_child(pugi::node_declaration);
+  declaration.append_attribute("version") = "1.0";
+  pugi::xml_node root = xml.append_child("Document");
+  const DocumentWriter writer(source);
+  for (const NetworkDescription& description : networks) writer.network(root, description);
+  std::ostringstream text;
+  xml.save(text, "  ");
+  return text.str();
+}
+
+}  // namespace FD
