@@ -1,5 +1,7 @@
 #include "Iterator.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 
 namespace FD {
@@ -44,7 +46,12 @@ void Iterator::run() {
 }
 
 bool Iterator::conditionHolds(int frame) {
-  return dereference_cast<bool>(condition->getOutput(0, frame));
+  const ObjectRef result = condition->getOutput(0, frame);
+  if (const auto* holds = dynamic_cast<const Bool*>(result.get())) return holds->val();
+  throw new NodeException(this,
+                          fmt::format("The condition at frame {} is {}; expected a Bool", frame,
+                                      result.isNil() ? "no object" : result->className()),
+                          "Iterator.cc", __LINE__);
 }
 
 // How the outer world uses the results says nothing about the frames inside: every output and the

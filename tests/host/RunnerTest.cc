@@ -1,0 +1,280 @@
+// Whole runs: loops, nesting, reports of what nodes throw, stopping, ten thousand frames.
+
+#include "Runner.h"
+
+#include <fmt/format.h>
+
+#include <sstream>
+
+#include "NodeFactory.h"
+#include "TestNodes.h"
+
+using namespace FD;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+namespace {
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+Outcome run(const NetworkDocument& document, const std::vector<std::string>& arguments = {},
+            const Iterator::FrameHook& hook = {}) {
+  std::ostringstream out;
+  std::ostringstream err;
+  const int status = runNetwork(document, arguments, out, err, hook);
+  return {status, out.str(), err.str()};
+}
+
+/// MAIN runs LOOP, which counts from 0 while the count is smaller than LIMIT; its output is the
+/// given terminal of one of the nodes added to it.
+NetworkDocument loopDocument(const std::string& limit, std::vector<NodeDescription> nodes,
+                             std::vector<LinkDescription> links, const TerminalDescription& output,
+                             std::vector<ParameterDescription> loopParameters = {}) {
+  NetworkDescription main{"MAIN"};
+  loopParameters.push_back({"LIMIT", "int", limit});
+  main.nodes = {{"loop", "LOOP", loopParameters}};
+  main.outputs = {{"OUTPUT", "loop", "OUTPUT"}};
+  NetworkDescription loop{"LOOP", "iterator"};
+  loop.nodes = {{"count", "IterCount"},
+                {"limit", "Constant", {{"VALUE", "subnet_param", "LIMIT"}}},
+                {"smaller", "Smaller"}};
+  loop.nodes.insert(loop.nodes.end(), nodes.begin(), nodes.end());
+  loop.links = {{"count", "OUTPUT", "smaller", "INPUT1"}, {"limit", "VALUE", "smaller", "INPUT2"}};
+  loop.links.insert(loop.links.end(), links.begin(), links.end());
+  loop.outputs = {output};
+  loop.condition = TerminalDescription{"CONDITION", "smaller", "OUTPUT"};
+  return {"test.n", {main, loop}};
+}
+
+NetworkDocument sumDocument(const std::string& limit,
+                            std::vector<ParameterDescription> loopParameters = {}) {
+  return loopDocument(limit, {{"sum", "RunningSum"}}, {{"count", "OUTPUT", "sum", "IN"}},
+                      {"OUTPUT", "sum", "OUTPUT"}, std::move(loopParameters));
+}
+
+NetworkDocument throwerDocument(const std::string& at, const std::string& kind) {
+  return loopDocument(
+      "20", {{"thrower", "Thrower", {{"AT", "int", at}, {"KIND", "string", kind}}}, {"p", "NOP"}},
+      {{"count", "OUTPUT", "thrower", "IN"}, {"thrower", "OUTPUT", "p", "INPUT"}},
+      {"OUTPUT", "p", "OUTPUT"});
+}
+
+TEST(Runner, aLoopAsksItsConditionBeforeOrAfterTheFrame) {
+  EXPECT_EQ(run(sumDocument("4")).out, "<Int 6 >\n");  // frames 0 to 3
+  EXPECT_EQ(run(sumDocument("0")).out, "<NilObject >\n");
+  const std::vector<ParameterDescription> doWhile = {{"DOWHILE", "bool", "true"}};
+  EXPECT_EQ(run(sumDocument("4", doWhile)).out, "<Int 10 >\n");  // and 4
+  EXPECT_EQ(run(sumDocument("0", doWhile)).out, "<Int 0 >\n");
+  EXPECT_EQ(run(sumDocument("4", {{"DOWHILE", "bool", "false"}})).out, "<Int 6 >\n");
+}
+
+TEST(Runner, theConditionMustBeABool) {
+  NetworkDocument document = sumDocument("4");
+  document.networks[1].condition = TerminalDescription{"CONDITION", "count", "OUTPUT"};
+  EXPECT_EQ(run(document).err, "test.n: Cast error: found FD::NetCType<int>, expected bool\n");
+}
+
+TEST(Runner, anInnerLoopStartsAnewForEachOuterFrameAndSeesItsInput) {
+  // OUTER sums, over its frames o = 0 … 3, what INNER gives: the sum of its input o over 5 frames,
+  // as the input stays that of the outer frame.
+  NetworkDocument document =
+      loopDocument("4", {{"inner", "INNER", {{"LIMIT", "int", "5"}}}, {"total", "RunningSum"}},
+                   {{"count", "OUTPUT", "inner", "IN"}, {"inner", "OUTPUT", "total", "IN"}},
+                   {"OUTPUT", "total", "OUTPUT"});
+  NetworkDescription inner =
+      loopDocument("5", {{"sum", "RunningSum"}}, {}, {"OUTPUT", "sum", "OUTPUT"}).networks[1];
+  inner.name = "INNER";
+  inner.inputs = {{"IN", "sum", "IN"}};
+  document.networks.push_back(inner);
+  std::vector<int> frames;
+  EXPECT_EQ(run(document, {}, [&](int frame) { return frames.push_back(frame), true; }).out,
+            "<Int 30 >\n");
+  EXPECT_THAT(frames, ElementsAre(0, 1, 2, 3));  // of the outer loop alone
+}
+
+TEST(Runner, requestsPassThroughNetworks) {
+  // The window, inside a network, looks back and ahead into a sum outside.
+  NetworkDocument document =
+      loopDocument("50", {{"sum", "RunningSum"}, {"window", "W"}},
+                   {{"count", "OUTPUT", "sum", "IN"}, {"sum", "OUTPUT", "window", "IN"}},
+                   {"OUTPUT", "window", "OUTPUT"});
+  NetworkDescription window{"W"};
+  window.nodes = {{"before", "NOP"}, {"w", "Window"}};
+  window.links = {{"before", "OUTPUT", "w", "IN"}};
+  window.inputs = {{"IN", "before", "INPUT"}};
+  window.outputs = {{"OUTPUT", "w", "OUTPUT"}};
+  document.networks.push_back(window);
+  // At 49 the sums of 0 … 47, 48, 49 and 50.
+  const int expected = (47 * 48 + 48 * 49 + 49 * 50 + 50 * 51) / 2;
+  const Outcome outcome = run(document);
+  EXPECT_EQ(outcome.out, fmt::format("<Int {} >\n", expected)) << outcome.err;
+}
+
+TEST(Runner, theHookEndsTheRunAfterItsFrame) {
+  Counted::live = 0;
+  const Outcome outcome = run(sumDocument("1000000000"), {}, [](int frame) { return frame < 100; });
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.out, "<Int 5050 >\n");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(Counted::live, 0);
+}
+
+struct ReportCase {
+  const char* kind;
+  const char* report;  // a regular expression
+};
+
+class Report : public testing::TestWithParam<ReportCase> {};
+
+TEST_P(Report, namesNodeTypeAndFrame) {
+  Counted::live = 0;
+  const Outcome outcome = run(throwerDocument("17", GetParam().kind));
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_THAT(outcome.err, MatchesRegex(GetParam().report));
+  EXPECT_EQ(Counted::live, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, Report,
+    testing::Values(
+        ReportCase{"framework",
+                   "test.n: node 'thrower' \\(type Thrower\\), frame 17: thrower.cc, line 12: node "
+                   "thrower \\(type Thrower\\): broken\nBufferedNode.cc, line [0-9]+: node thrower "
+                   "\\(type Thrower\\): Exception caught in BufferedNode::getOutput\n"},
+        ReportCase{"cast",
+                   "test.n: node 'thrower' \\(type Thrower\\), frame 17: Cast error: found "
+                   "FD::NetCType<bool>, expected FD::String\nBufferedNode.cc.*\n"},
+        ReportCase{"standard",
+                   "test.n: node 'thrower' \\(type Thrower\\), frame 17: std::runtime_error: "
+                   "broken, too\n"},
+        ReportCase{"other",
+                   "test.n: node 'thrower' \\(type Thrower\\), frame 17: unknown exception\n"}));
+
+TEST(Runner, reportsWhatIsThrownOutsideTheFrames) {
+  Outcome outcome = run(throwerDocument("99", "initialize"));
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.err,
+            "test.n: node 'thrower' (type Thrower), outside the frames: std::runtime_error: not "
+            "ready\n");
+  outcome = run(throwerDocument("99", "cleanup"));
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.out, "<Int 19 >\n");
+  EXPECT_EQ(outcome.err,
+            "test.n: node 'thrower' (type Thrower), outside the frames: std::runtime_error: disk "
+            "full\n");
+}
+
+TEST(Runner, aPlainNodeIsNamedToo) {
+  NetworkDescription main{"MAIN"};
+  main.nodes = {{"idle", "NOP"}, {"next", "NOP"}};
+  main.links = {{"idle", "OUTPUT", "next", "INPUT"}};
+  main.outputs = {{"OUTPUT", "next", "OUTPUT"}};
+  EXPECT_THAT(
+      run({"test.n", {main}}).err,
+      MatchesRegex("test.n: node 'idle' \\(type NOP\\), frame 0: Node.cc, line [0-9]+: node "
+                   "idle \\(type NOP\\): Input INPUT is not connected\n"));
+}
+
+TEST(Runner, linksInACircleAreAnErrorWithAnyNodes) {
+  for (const char* type : {"NOP", "Print", "RunningSum", "S"}) {
+    const bool subnet = std::string(type) == "S";
+    const std::string input = type == std::string("RunningSum") || subnet ? "IN" : "INPUT";
+    NetworkDescription main{"MAIN"};
+    main.nodes = {{"a", type}, {"b", type}};
+    main.links = {{"a", "OUTPUT", "b", input}, {"b", "OUTPUT", "a", input}};
+    main.outputs = {{"OUTPUT", "a", "OUTPUT"}};
+    NetworkDescription inner{"S"};
+    inner.nodes = {{"n", "NOP"}};
+    inner.inputs = {{"IN", "n", "INPUT"}};
+    inner.outputs = {{"OUTPUT", "n", "OUTPUT"}};
+    const Outcome outcome = run({"test.n", {main, inner}});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("the links may form a circle")) << type;
+  }
+}
+
+TEST(Runner, aLoopThatNeedsItselfIsAnError) {
+  NetworkDocument document = sumDocument("3");
+  document.networks[0].links = {{"loop", "OUTPUT", "loop", "IN"}};
+  NetworkDescription& loop = document.networks[1];
+  loop.links.pop_back();  // the sum now sums what comes in
+  loop.inputs = {{"IN", "sum", "IN"}};
+  EXPECT_THAT(run(document).err, HasSubstr("The loop needs its own result"));
+}
+
+TEST(Runner, aLongChainIsAnErrorAndNotACrash) {
+  NetworkDescription main{"MAIN"};
+  main.nodes = {{"0", "IterCount"}};
+  for (int i = 1; i <= 20000; ++i) {
+    main.nodes.push_back({std::to_string(i), i % 2 ? "NOP" : "Print"});
+    main.links.push_back({std::to_string(i - 1), "OUTPUT", std::to_string(i), "INPUT"});
+  }
+  main.outputs = {{"OUTPUT", "20000", "OUTPUT"}};
+  const Outcome outcome = run({"test.n", {main}});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.err, HasSubstr("Pulled through more than 1000 nodes"));
+}
+
+TEST(Runner, comparisonsTakeNumbersOfAnyKindAndStrings) {
+  const auto compare = [](const char* type, const ParameterDescription& a,
+                          const ParameterDescription& b) {
+    NetworkDescription main{"MAIN"};
+    main.nodes = {{"a", "Constant", {a}}, {"b", "Constant", {b}}, {"c", type}};
+    main.links = {{"a", "VALUE", "c", "INPUT1"}, {"b", "VALUE", "c", "INPUT2"}};
+    main.outputs = {{"OUTPUT", "c", "OUTPUT"}};
+    const Outcome outcome = run({"test.n", {main}});
+    return outcome.out + outcome.err;
+  };
+  const ParameterDescription two{"VALUE", "int", "2"};
+  const ParameterDescription half{"VALUE", "float", "2.5"};
+  const ParameterDescription text{"VALUE", "string", "2"};
+  EXPECT_EQ(compare("Smaller", two, half), "<Bool true >\n");
+  EXPECT_EQ(compare("Smaller", two, two), "<Bool false >\n");
+  EXPECT_EQ(compare("Greater", half, two), "<Bool true >\n");
+  EXPECT_EQ(compare("Equal", two, {"VALUE", "object", "<Double 2>"}), "<Bool true >\n");
+  EXPECT_EQ(compare("Equal", text, text), "<Bool true >\n");
+  EXPECT_THAT(compare("Equal", text, two),
+              HasSubstr("Cannot compare FD::String with FD::NetCType<int>: expected numbers or "
+                        "strings"));
+}
+
+TEST(Runner, printPrintsEveryFrameOnStandardOutput) {
+  const NetworkDocument document = loopDocument(
+      "3", {{"print", "Print"}}, {{"count", "OUTPUT", "print", "INPUT"}}, {"O", "print", "OUTPUT"});
+  NetworkDocument named = document;
+  named.networks[1].outputs[0].name = "OUTPUT";
+  testing::internal::CaptureStdout();
+  run(named);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "<Int 0 >\n<Int 1 >\n<Int 2 >\n");
+}
+
+TEST(Runner, tenThousandFramesLeaveNothingBehind) {
+  // Two consumers of one stateful node, one of them with a window into past and future.
+  const NetworkDocument document = loopDocument(
+      "10000", {{"sum", "RunningSum"}, {"w1", "Window"}, {"w2", "Window"}, {"last", "Smaller"}},
+      {{"count", "OUTPUT", "sum", "IN"},
+       {"sum", "OUTPUT", "w1", "IN"},
+       {"w1", "OUTPUT", "w2", "IN"},
+       {"sum", "OUTPUT", "last", "INPUT1"},
+       {"w2", "OUTPUT", "last", "INPUT2"}},
+      {"OUTPUT", "last", "OUTPUT"});
+  Counted::live = 0;
+  Counted::peak = 0;
+  int frames = 0;
+  const Outcome outcome = run(document, {}, [&](int) { return ++frames, true; });
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(frames, 10000);
+  EXPECT_EQ(Counted::live, 0);
+  // What the buffers hold: 7 counts of the sum, 4 of the first window, 1 of the second, one on its
+  // way.
+  EXPECT_LE(Counted::peak, 13);
+}
+
+}  // namespace

@@ -1,0 +1,114 @@
+#include "TestNodes.h"
+
+#include <stdexcept>
+
+#include "NodeFactory.h"
+
+using namespace FD;
+
+namespace {
+
+/// OUTPUT(count) = the sum of IN over all counts so far. Stateful, so in order.
+class RunningSum : public BufferedNode {
+ public:
+  RunningSum(std::string nodeName, ParameterSet params) : BufferedNode(nodeName, params) {
+    addInput("IN");
+    addOutput("OUTPUT");
+    inOrder = true;
+  }
+  void reset() override {
+    sum = 0;
+    BufferedNode::reset();
+  }
+
+ private:
+  void calculate(int, int count, Buffer& out) override {
+    sum += dereference_cast<int>(getInput(0, count));
+    out[count] = ObjectRef(new Counted(sum));
+  }
+  int sum = 0;
+};
+
+/// OUTPUT(count) = IN(count − 2) + … + IN(count + 1), counts below 0 left out.
+class Window : public BufferedNode {
+ public:
+  Window(std::string nodeName, ParameterSet params) : BufferedNode(nodeName, params) {
+    addInput("IN");
+    addOutput("OUTPUT");
+    inputsCache[0].lookBack = 2;
+    inputsCache[0].lookAhead = 1;
+  }
+
+ private:
+  void calculate(int, int count, Buffer& out) override {
+    int sum = 0;
+    for (int c = std::max(count - 2, 0); c <= count + 1; ++c) {
+      sum += dereference_cast<int>(getInput(0, c));
+    }
+    out[count] = ObjectRef(new Counted(sum));
+  }
+};
+
+/// OUTPUT = IN, until the count AT, where it throws what KIND says.
+class Thrower : public BufferedNode {
+ public:
+  Thrower(std::string nodeName, ParameterSet params) : BufferedNode(nodeName, params) {
+    addInput("IN");
+    addOutput("OUTPUT");
+    at = dereference_cast<int>(parameters.get("AT"));
+    kind = object_cast<String>(parameters.get("KIND"));
+    if (at < 0) throwIt();
+  }
+  void initialize() override {
+    if (kind == "initialize") throw std::runtime_error("not ready");
+    BufferedNode::initialize();
+  }
+  void cleanupNotify() override {
+    if (kind == "cleanup") throw std::runtime_error("disk full");
+  }
+
+ private:
+  void calculate(int, int count, Buffer& out) override {
+    if (count == at) throwIt();
+    out[count] = getInput(0, count);
+  }
+  void throwIt() {
+    if (kind == "framework") throw new NodeException(this, "broken", "thrower.cc", 12);
+    if (kind == "standard") throw std::runtime_error("broken, too");
+    if (kind == "cast") object_cast<String>(TrueObject);
+    if (kind == "other") throw 42;
+  }
+  int at = 0;
+  std::string kind;
+};
+
+/// OUTPUT: 1 when the optional input EXTRA was linked, else 0; -1 when it was named, but not
+/// linked.
+class Optional : public BufferedNode {
+ public:
+  Optional(std::string nodeName, ParameterSet params) : BufferedNode(nodeName, params) {
+    addOutput("OUTPUT");
+  }
+  int translateInput(std::string inputName) override {
+    if (inputName != "EXTRA") return BufferedNode::translateInput(inputName);
+    return extra = addInput(inputName);
+  }
+
+ private:
+  void calculate(int, int count, Buffer& out) override {
+    const int state = extra < 0 ? 0 : inputs[static_cast<std::size_t>(extra)].node ? 1 : -1;
+    out[count] = ObjectRef(Int::alloc(state));
+  }
+  int extra = -1;
+};
+
+template <class T>
+int registerType(const char* name) {
+  return Node::addFactory(name, new NodeFactory<T>(name));
+}
+
+[[maybe_unused]] const int registered =
+    registerType<RunningSum>("RunningSum") + registerType<Window>("Window") +
+    registerType<Thrower>("Thrower") + registerType<Optional>("Optional");
+
+}  // namespace
