@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <regex>
 #include <sstream>
 
 #include "Runner.h"
@@ -75,13 +74,20 @@ struct ErrorCase {
 
 void PrintTo(const ErrorCase& error, std::ostream* out) { *out << error.name; }
 
+// "Network.cc, line 57: …" with "#" for the number: that is not what these tests pin.
+std::string withoutSourceLines(std::string text) {
+  const std::string mark = ".cc, line ";
+  for (std::size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at)) {
+    at += mark.size();
+    text.replace(at, text.find_first_not_of("0123456789", at) - at, "#");
+  }
+  return text;
+}
+
 class DocumentErrors : public testing::TestWithParam<ErrorCase> {};
 
 TEST_P(DocumentErrors, nameThePlace) {
-  // Source line numbers are not what is pinned here.
-  const std::string message =
-      std::regex_replace(run(GetParam().xml), std::regex("line [0-9]+: (?!not well)"), "line #: ");
-  EXPECT_EQ(message, GetParam().message + "\n");
+  EXPECT_EQ(withoutSourceLines(run(GetParam().xml)), GetParam().message + "\n");
 }
 
 std::vector<ErrorCase> formErrors() {
@@ -337,7 +343,7 @@ TEST(NetworkDocument, damagedBytesNeverCrash) {
   for (int i = 0; i < 3000; ++i) {
     std::string damaged = whole;
     for (int k = 0; k < 1 + i % 3; ++k) {
-      const std::size_t at = random() % damaged.size();
+      const std::size_t at = random() % whole.size();
       if (i % 2) {
         damaged[at] = static_cast<char>(random());
       } else {  // moves a piece of the document elsewhere
