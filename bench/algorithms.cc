@@ -1,0 +1,42 @@
+// One whole frame of every algorithm: update, apply, adapt, as a node calls it.
+#include <benchmark/benchmark.h>
+
+#include "bench/Scenes.h"
+
+namespace {
+
+void frame(benchmark::State& state, int algorithm) {
+  const int M = static_cast<int>(state.range(0));
+  const int N = static_cast<int>(state.range(1));
+  const std::unique_ptr<BF::BF> engine = bench::makeEngine(algorithm, M);
+  const std::vector<BF::SourceLocation> sources = bench::sourceList(N);
+  const BF::Matrix inputs[] = {bench::randomFrame(M, 1), bench::randomFrame(M, 2)};
+  BF::Matrix output;
+  int count = 0;
+  for (auto _ : state) {
+    engine->updateSources(sources);
+    engine->executeBeamForming(inputs[count++ % 2], output);
+    engine->adaptSeparationMatrices();
+  }
+  // Share of a 10 ms frame advance that the work takes.
+  state.counters["real-time factor"] =
+      benchmark::Counter(static_cast<double>(state.iterations()) * 0.01,
+                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+void frameSizes(benchmark::internal::Benchmark* benchmark) {
+  benchmark->ArgNames({"M", "N"})->ArgsProduct({{4, 8, 16}, {1, 2, 4}});
+  benchmark->Unit(benchmark::kMicrosecond);
+}
+
+BENCHMARK_CAPTURE(frame, DS, BF::BF_ALGORITHM_DS)->Apply(frameSizes);
+BENCHMARK_CAPTURE(frame, WDS, BF::BF_ALGORITHM_WDS)->Apply(frameSizes);
+BENCHMARK_CAPTURE(frame, NULL, BF::BF_ALGORITHM_NULL)->Apply(frameSizes);
+BENCHMARK_CAPTURE(frame, ILSE, BF::BF_ALGORITHM_ILSE)->Apply(frameSizes);
+BENCHMARK_CAPTURE(frame, LCMV, BF::BF_ALGORITHM_LCMV)->Apply(frameSizes);
+BENCHMARK_CAPTURE(frame, GJ, BF::BF_ALGORITHM_GJ)->Apply(frameSizes);
+BENCHMARK_CAPTURE(frame, GICA, BF::BF_ALGORITHM_GICA)->Apply(frameSizes);
+BENCHMARK_CAPTURE(frame, CML, BF::BF_ALGORITHM_CML)->Apply(frameSizes);
+BENCHMARK_CAPTURE(frame, CMSNR, BF::BF_ALGORITHM_CMSNR)->Apply(frameSizes);
+
+}  // namespace

@@ -1,0 +1,62 @@
+// One benchmark per decomposition, on n × n matrices.
+#include <benchmark/benchmark.h>
+
+#include "bench/Scenes.h"
+
+namespace {
+
+using BF::Matrix;
+
+void svd(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const Matrix A = bench::randomMatrix(n, n, 1);
+  Matrix U;
+  Matrix S;
+  Matrix V;
+  for (auto _ : state) A.singularValueDecomposition(U, S, V);
+}
+
+void evd(benchmark::State& state) {
+  const Matrix A = bench::randomCorrelation(static_cast<int>(state.range(0)), 1);
+  Matrix d;
+  Matrix V;
+  for (auto _ : state) A.eigenValues(d, V);
+}
+
+void gevd(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const Matrix A = bench::randomCorrelation(n, 1);
+  const Matrix B = bench::randomCorrelation(n, 2);
+  Matrix d;
+  Matrix V;
+  for (auto _ : state) A.generalizedEigenValues(B, d, V);
+}
+
+void gsvd(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const Matrix A = bench::randomCorrelation(n, 1);
+  const Matrix B = bench::randomCorrelation(n, 2);
+  Matrix U;
+  Matrix S;
+  Matrix V;
+  for (auto _ : state) A.generalizedSingularValues(B, U, S, V);
+}
+
+void inverse(benchmark::State& state) {
+  const Matrix A = bench::randomCorrelation(static_cast<int>(state.range(0)), 1);
+  for (auto _ : state) benchmark::DoNotOptimize(A.Inverse());
+}
+
+void pseudoInverse(benchmark::State& state) {
+  const Matrix A = bench::randomCorrelation(static_cast<int>(state.range(0)), 1);
+  for (auto _ : state) benchmark::DoNotOptimize(A.pseudoInverse());
+}
+
+BENCHMARK(svd)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
+BENCHMARK(evd)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
+BENCHMARK(gevd)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
+BENCHMARK(gsvd)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
+BENCHMARK(inverse)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
+BENCHMARK(pseudoInverse)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
+
+}  // namespace

@@ -1,0 +1,53 @@
+#include "FrameConversion.h"
+
+#include <cmath>
+#include <iostream>
+#include <limits>
+
+#include "Source.h"
+
+BF::Matrix widened(const SpectrumMatrix& frame) {
+  const int rows = static_cast<int>(frame.nrows());
+  const int columns = static_cast<int>(frame.ncols());
+  BF::Matrix X(rows, columns);
+  for (int i = 0; i < rows; ++i) {
+    for (int k = 0; k < columns; ++k) X.setElementAt(i, k, std::complex<double>(frame(i, k)));
+  }
+  return X;
+}
+
+void appendLocations(const FD::Vector<FD::ObjectRef>& sourceList, bool flag,
+                     std::vector<BF::SourceLocation>& locations) {
+  for (const FD::ObjectRef& element : sourceList) {
+    const auto& source = FD::object_cast<FD::Source>(element);
+    locations.emplace_back(source.x, source.y, source.z, source.id, flag);
+  }
+}
+
+void insertSpectra(const BF::Matrix& Y, const std::vector<BF::SourceLocation>& locations,
+                   OutputCheck check, SpectrumMap& map) {
+  for (int i = 0; i < Y.getRowCount(); ++i) {
+    auto* spectrum = new SpectrumVector(Y.getColumnCount());
+    const FD::ObjectRef owner(spectrum);
+    for (int k = 0; k < Y.getColumnCount(); ++k) {
+      const std::complex<float> value(Y.getElementAt(i, k));
+      if (check) check(i, k, value);
+      (*spectrum)[k] = value;
+    }
+    map.insert({locations.at(i).id, owner});
+  }
+}
+
+bool hasNan(const std::complex<float>& value) {
+  return std::isnan(value.real()) || std::isnan(value.imag());
+}
+
+bool hasInfinity(const std::complex<float>& value) {
+  constexpr float LARGEST = std::numeric_limits<float>::max();
+  return std::abs(value.real()) > LARGEST || std::abs(value.imag()) > LARGEST;
+}
+
+void reportOutputFault(const char* node, int source, int bin, const char* fault) {
+  std::cout << node << ": Output Spectrum data [" << source << " , " << bin << "] is " << fault
+            << ". Please check the parameters." << std::endl;
+}
