@@ -33,6 +33,8 @@ int Node::addOutput(const std::string& outputName) {
   return static_cast<int>(outputNames.size()) - 1;
 }
 
+// By value, as the interface has it.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int Node::translateInput(std::string inputName) {
   for (std::size_t i = 0; i < inputs.size(); ++i) {
     if (inputs[i].name == inputName) return static_cast<int>(i);
@@ -40,6 +42,7 @@ int Node::translateInput(std::string inputName) {
   throw new NodeException(this, "Unknown input " + inputName, "Node.cc", __LINE__);
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 int Node::translateOutput(std::string outputName) {
   for (std::size_t i = 0; i < outputNames.size(); ++i) {
     if (outputNames[i] == outputName) return static_cast<int>(i);

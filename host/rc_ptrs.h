@@ -2,6 +2,7 @@
 
 #include <ostream>
 #include <typeinfo>
+#include <utility>
 
 #include "BaseException.h"
 
@@ -26,13 +27,15 @@ class RCPtr {
   }
 
   RCPtr& operator=(const RCPtr& other) {
-    reset(other.pointer);
+    RCPtr copy(other);
+    std::swap(pointer, copy.pointer);
     return *this;
   }
 
   template <class Z>
   RCPtr& operator=(const RCPtr<Z>& other) {
-    reset(converted(other.get()));
+    RCPtr copy(other);
+    std::swap(pointer, copy.pointer);
     return *this;
   }
 
@@ -55,13 +58,6 @@ class RCPtr {
 
   void acquire() {
     if (pointer) pointer->ref();
-  }
-
-  void reset(X* next) {
-    X* const old = pointer;
-    pointer = next;
-    acquire();  // before the release, so that self-assignment is safe
-    if (old) old->unref();
   }
 
   X* pointer;

@@ -116,13 +116,40 @@ TEST(Runner, requestsPassThroughNetworks) {
   EXPECT_EQ(outcome.out, fmt::format("<Int {} >\n", expected)) << outcome.err;
 }
 
+TEST(Runner, theConditionsNodesMayLookBackAndAhead) {
+  // The window's input is used by the condition alone: its value at n is (n−2) + … + (n+1).
+  NetworkDocument document =
+      loopDocument("100", {{"sum", "RunningSum"}, {"window", "Window"}},
+                   {{"count", "OUTPUT", "sum", "IN"}, {"sum", "OUTPUT", "window", "IN"}},
+                   {"OUTPUT", "count", "OUTPUT"});
+  document.networks[1].links[0].from = "window";
+  // Of the sums n(n + 1)/2 that makes 52 at 5, 74 at 6 and 100 at 7, which ends the loop.
+  const Outcome outcome = run(document);
+  EXPECT_EQ(outcome.out, "<Int 6 >\n") << outcome.err;
+}
+
 TEST(Runner, theHookEndsTheRunAfterItsFrame) {
   Counted::live = 0;
+  stopCalls = 0;
   const Outcome outcome = run(sumDocument("1000000000"), {}, [](int frame) { return frame < 100; });
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.out, "<Int 5050 >\n");
   EXPECT_EQ(outcome.err, "");
   EXPECT_EQ(Counted::live, 0);
+  EXPECT_EQ(stopCalls, 1);
+}
+
+TEST(Runner, onceStoppedEveryFurtherLoopEndsAfterItsFirstFrame) {
+  NetworkDocument document = sumDocument("10");
+  NetworkDescription& main = document.networks[0];
+  main.nodes.push_back(main.nodes[0]);
+  main.nodes[1].name = "second";
+  main.outputs.push_back({"SECOND", "second", "OUTPUT"});
+  int calls = 0;
+  EXPECT_EQ(run(document, {}, [&](int) { return ++calls != 3; }).out, "<Int 3 >\n<Int 0 >\n");
+  stopCalls = 0;
+  EXPECT_EQ(run(document).out, "<Int 45 >\n<Int 45 >\n");
+  EXPECT_EQ(stopCalls, 0);
 }
 
 struct ReportCase {

@@ -6,6 +6,8 @@
 
 using namespace FD;
 
+int stopCalls = 0;
+
 namespace {
 
 /// OUTPUT(count) = the sum of IN over all counts so far. Stateful, so in order.
@@ -20,6 +22,7 @@ class RunningSum : public BufferedNode {
     sum = 0;
     BufferedNode::reset();
   }
+  void stop() override { ++stopCalls; }
 
  private:
   void calculate(int, int count, Buffer& out) override {

@@ -39,6 +39,9 @@ class Counted : public FD::Int {
   static inline int peak = 0;
 };
 
+/// How often a RunningSum was told to stop.
+extern int stopCalls;
+
 /// OUTPUT: given by a function of the count; remembers which counts it calculated and which
 /// requests came.
 class Probe : public FD::BufferedNode {

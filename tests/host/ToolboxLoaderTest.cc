@@ -48,7 +48,7 @@ TEST(ToolboxLoader, loadsPluginsThatNeedEachOtherAndSharesTypesWithThem) {
   const ToolboxReport report = loadToolboxes({TEST_TOOLBOX});
   EXPECT_TRUE(report.failed.empty());
   // The one that stands first needs the other, so it loads in the second pass.
-  EXPECT_THAT(report.loaded, ElementsAre(fs::path(TEST_TOOLBOX) / "deeper/plugin-needed.tlb",
+  ASSERT_THAT(report.loaded, ElementsAre(fs::path(TEST_TOOLBOX) / "deeper/plugin-needed.tlb",
                                          fs::path(TEST_TOOLBOX) / "plugin-needing.tlb"));
   EXPECT_EQ(Object::getModuleVersions().back().version, "1.2.3");
   EXPECT_EQ(Node::XPMDictionary().count("PluginNode"), 1u);
