@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace Audio {
+
+/// What becomes of samples that are not finite (NaN or infinite), which only floating-point files
+/// can hold.
+enum class NonFinite {
+  Zero,  ///< replaced by 0
+  Keep   ///< passed on as they are
+};
+
+/// "ZERO" or "KEEP". Throws AudioError for other names.
+NonFinite nonFiniteNamed(const std::string& name);
+
+struct AudioReaderOptions {
+  std::string channels;   ///< "1-4,7"; empty: all (see selectedChannels)
+  int samplingRate = 0;   ///< wanted rate in Hz; 0: the file's own
+  bool resample = false;  ///< convert a file of another rate; false: refuse it
+  NonFinite nonFinite = NonFinite::Zero;
+  /// Samples that are not finite and stand less than this many samples apart are reported together.
+  std::int64_t reportGap = 16000;
+  /// Receives each warning, one line without end of line; none: standard error.
+  std::function<void(const std::string&)> warn;
+};
+
+/// An audio file read in one pass, in blocks, as interleaved samples of the selected channels.
+/// Whole-number formats are scaled to −1 … 1. Memory does not grow with the file.
+class AudioReader {
+ public:
+  /// Opens any file libsndfile can read. Throws AudioError when the file cannot be opened, lacks a
+  /// selected channel, or has another sampling rate than the one wanted and resample is false.
+  explicit AudioReader(const std::string& path, const AudioReaderOptions& options = {});
+  ~AudioReader();
+  AudioReader(AudioReader&&) noexcept;
+  AudioReader& operator=(AudioReader&&) noexcept;
+
+  const std::string& path() const;
+  int channelCount() const;  ///< selected channels
+  int samplingRate() const;  ///< of what read() gives, in Hz
+
+  /// Samples per channel that the file announces, at samplingRate(); a file may end before.
+  std::int64_t announcedSamples() const;
+
+  /// The next `count` samples of every channel: channelCount() · count values, channels in turn.
+  /// Returns how many it gave; fewer than asked for only at the end. A file that ends before the
+  /// length it announces draws a warning. Throws AudioError when the file cannot be decoded.
+  std::size_t read(float* samples, std::size_t count);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl;
+};
+
+}  // namespace Audio

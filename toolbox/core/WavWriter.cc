@@ -1,0 +1,187 @@
+#include "toolbox/core/WavWriter.h"
+
+#include <fmt/format.h>
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <utility>
+#include <vector>
+
+#include "toolbox/core/AudioError.h"
+
+namespace Audio {
+
+namespace {
+
+struct FileCloser {
+  void operator()(SNDFILE* file) const { sf_close(file); }
+};
+
+constexpr std::size_t SILENCE_BLOCK = 4096;
+
+int libraryFormat(SampleFormat format) {
+  switch (format) {
+    case SampleFormat::Pcm16:
+      return SF_FORMAT_PCM_16;
+    case SampleFormat::Pcm24:
+      return SF_FORMAT_PCM_24;
+    case SampleFormat::Float:
+      break;
+  }
+  return SF_FORMAT_FLOAT;
+}
+
+/// Largest stored number + 1; 0 for floating point.
+double fullScale(SampleFormat format) {
+  switch (format) {
+    case SampleFormat::Pcm16:
+      return 32768.0;
+    case SampleFormat::Pcm24:
+      return 8388608.0;
+    case SampleFormat::Float:
+      break;
+  }
+  return 0.0;
+}
+
+}  // namespace
+
+SampleFormat sampleFormatNamed(const std::string& name) {
+  if (name == "PCM_16") return SampleFormat::Pcm16;
+  if (name == "PCM_24") return SampleFormat::Pcm24;
+  if (name == "FLOAT") return SampleFormat::Float;
+  throw AudioError(fmt::format("FORMAT is \"{}\", expected PCM_16, PCM_24 or FLOAT", name));
+}
+
+struct WavWriter::Impl {
+  Impl(std::string name, const WavFormat& wavFormat, bool overwrite);
+  ~Impl();
+
+  void writeValues(const float* values, std::size_t count);
+  float cleaned(float value);
+  int quantized(float value);
+  void close();
+
+  std::string path;
+  std::string partPath;
+  WavFormat format;
+  double scale;
+  std::unique_ptr<SNDFILE, FileCloser> file;  // null: finished
+  std::vector<int> wholeNumbers;
+  std::vector<float> numbers;
+  std::int64_t written = 0;
+  std::int64_t clipped = 0;
+  std::int64_t nonFinite = 0;
+  float peak = 0;
+};
+
+WavWriter::Impl::Impl(std::string name, const WavFormat& wavFormat, bool overwrite)
+    : path(std::move(name)),
+      partPath(path + ".part"),
+      format(wavFormat),
+      scale(fullScale(wavFormat.samples)) {
+  if (!overwrite && std::filesystem::exists(path)) {
+    throw AudioError(fmt::format("{}: exists already (set OVERWRITE to true to replace it)", path));
+  }
+  SF_INFO info{};
+  info.samplerate = format.samplingRate;
+  info.channels = format.channels;
+  info.format = SF_FORMAT_RF64 | libraryFormat(format.samples);
+  file.reset(sf_open(partPath.c_str(), SFM_WRITE, &info));
+  if (!file) {
+    throw AudioError(fmt::format("{}: cannot be written: {}", partPath, sf_strerror(nullptr)));
+  }
+  // A file that stays below 4 GB becomes a plain WAV file when it is closed.
+  sf_command(file.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
+}
+
+WavWriter::Impl::~Impl() {
+  if (!file) return;
+  file.reset();
+  std::error_code ignored;
+  std::filesystem::remove(partPath, ignored);
+}
+
+float WavWriter::Impl::cleaned(float value) {
+  if (!std::isfinite(value)) {
+    ++nonFinite;
+    return 0;
+  }
+  peak = std::max(peak, std::abs(value));
+  return value;
+}
+
+// The library takes whole numbers left-aligned in 32 bits.
+int WavWriter::Impl::quantized(float value) {
+  const double number = std::nearbyint(static_cast<double>(value) * scale);
+  const double limited = std::clamp(number, -scale, scale - 1.0);
+  if (limited != number) ++clipped;
+  return static_cast<int>(limited * (2147483648.0 / scale));
+}
+
+void WavWriter::Impl::writeValues(const float* values, std::size_t count) {
+  sf_count_t accepted = 0;
+  if (format.samples == SampleFormat::Float) {
+    numbers.resize(count);
+    for (std::size_t i = 0; i < count; ++i) numbers[i] = cleaned(values[i]);
+    accepted = sf_write_float(file.get(), numbers.data(), static_cast<sf_count_t>(count));
+  } else {
+    wholeNumbers.resize(count);
+    for (std::size_t i = 0; i < count; ++i) wholeNumbers[i] = quantized(cleaned(values[i]));
+    accepted = sf_write_int(file.get(), wholeNumbers.data(), static_cast<sf_count_t>(count));
+  }
+  if (accepted != static_cast<sf_count_t>(count)) {
+    throw AudioError(fmt::format("{}: cannot be written: {}", partPath, sf_strerror(file.get())));
+  }
+}
+
+void WavWriter::Impl::close() {
+  sf_write_sync(file.get());
+  const int error = sf_close(file.release());
+  if (error != SF_ERR_NO_ERROR) {
+    std::error_code ignored;
+    std::filesystem::remove(partPath, ignored);
+    throw AudioError(fmt::format("{}: cannot be closed: {}", partPath, sf_error_number(error)));
+  }
+}
+
+WavWriter::WavWriter(const std::string& path, const WavFormat& wavFormat, bool overwrite)
+    : impl(std::make_unique<Impl>(path, wavFormat, overwrite)) {}
+WavWriter::~WavWriter() = default;
+WavWriter::WavWriter(WavWriter&&) noexcept = default;
+WavWriter& WavWriter::operator=(WavWriter&&) noexcept = default;
+
+void WavWriter::write(const float* samples, std::size_t count) {
+  if (!impl->file) throw AudioError(fmt::format("{}: is finished already", impl->path));
+  impl->writeValues(samples, count * static_cast<std::size_t>(impl->format.channels));
+  impl->written += static_cast<std::int64_t>(count);
+}
+
+void WavWriter::writeSilence(std::int64_t count) {
+  const std::vector<float> zeros(SILENCE_BLOCK * static_cast<std::size_t>(impl->format.channels));
+  while (count > 0) {
+    const auto step = std::min<std::int64_t>(count, SILENCE_BLOCK);
+    write(zeros.data(), static_cast<std::size_t>(step));
+    count -= step;
+  }
+}
+
+void WavWriter::finish() {
+  if (!impl->file) return;
+  impl->close();
+  std::error_code error;
+  std::filesystem::rename(impl->partPath, impl->path, error);
+  if (error) {
+    throw AudioError(
+        fmt::format("{}: cannot be named {}: {}", impl->partPath, impl->path, error.message()));
+  }
+}
+
+std::int64_t WavWriter::samplesWritten() const { return impl->written; }
+std::int64_t WavWriter::clippedSamples() const { return impl->clipped; }
+std::int64_t WavWriter::nonFiniteSamples() const { return impl->nonFinite; }
+float WavWriter::peak() const { return impl->peak; }
+
+}  // namespace Audio

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace Audio {
+
+/// How samples are stored: whole numbers of 16 or 24 bits, or 32-bit floating point.
+enum class SampleFormat { Pcm16, Pcm24, Float };
+
+/// "PCM_16", "PCM_24" or "FLOAT". Throws AudioError for other names.
+SampleFormat sampleFormatNamed(const std::string& name);
+
+struct WavFormat {
+  int samplingRate = 16000;  ///< Hz
+  int channels = 1;
+  SampleFormat samples = SampleFormat::Pcm16;
+};
+
+/// Writes a WAV file (RF64 when it grows beyond 4 GB) that appears under its name only when
+/// it is complete: until finish() it is called `path` + ".part".
+///
+/// Samples beyond the range of a whole-number format are clipped and counted; samples that are not
+/// finite are written as 0 and counted.
+class WavWriter {
+ public:
+  /// Throws AudioError when path exists and overwrite is false, or when the file cannot be made.
+  WavWriter(const std::string& path, const WavFormat& wavFormat, bool overwrite);
+
+  /// Removes the file unless it was finished.
+  ~WavWriter();
+  WavWriter(WavWriter&&) noexcept;
+  WavWriter& operator=(WavWriter&&) noexcept;
+
+  /// Appends `count` samples of every channel, channels in turn; full scale is −1 … 1. Throws
+  /// AudioError when the disk is full or the file cannot be written.
+  void write(const float* samples, std::size_t count);
+  void writeSilence(std::int64_t count);
+
+  /// Closes the file and gives it its name. Nothing can be written after it. Throws AudioError.
+  void finish();
+
+  std::int64_t samplesWritten() const;  ///< per channel
+  std::int64_t clippedSamples() const;  ///< values, of all channels together
+  std::int64_t nonFiniteSamples() const;
+  float peak() const;  ///< largest modulus that was given to write(), before clipping
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl;
+};
+
+}  // namespace Audio
