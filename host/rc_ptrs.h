@@ -43,18 +43,17 @@ class RCPtr {
     if (pointer) pointer->unref();
   }
 
-  X& operator*() const { return *pointer; }
-  X* operator->() const { return pointer; }
+  // The linter does not follow the counts.
+  X& operator*() const { return *pointer; }  // NOLINT(clang-analyzer-cplusplus.NewDelete)
+  X* operator->() const { return pointer; }  // NOLINT(clang-analyzer-cplusplus.NewDelete)
   X* get() const { return pointer; }
   bool isNil() const { return pointer == nullptr; }
 
  private:
   template <class Z>
   static X* converted(Z* other) {
-    // NOLINTBEGIN(clang-analyzer-cplusplus.NewDelete): the analyzer does not follow the counts
     X* const result = dynamic_cast<X*>(other);
     if (other && !result) throw new CastException<X>(&typeid(*other));
-    // NOLINTEND(clang-analyzer-cplusplus.NewDelete)
     return result;
   }
 
