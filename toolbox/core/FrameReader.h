@@ -19,6 +19,7 @@ class FrameReader {
 
   int channelCount() const { return audio.channelCount(); }
   int bins() const { return layout.bins(); }
+  int length() const { return layout.length(); }
   const AudioReader& file() const { return audio; }
 
   /// Moves on to the next frame, at first to frame 0. False when the recording has no more frames.

@@ -54,7 +54,12 @@ SeparatedFiles::SeparatedFiles(const SeparatedFilesOptions& given,
 
 void SeparatedFiles::refuseEarlierFiles() const {
   std::vector<std::string> found;
-  for (const auto& entry : fs::directory_iterator(options.directory)) {
+  std::error_code error;
+  const fs::directory_iterator entries(options.directory, error);
+  if (error) {
+    throw AudioError(fmt::format("{}: cannot be listed: {}", options.directory, error.message()));
+  }
+  for (const auto& entry : entries) {
     const std::string name = entry.path().filename().string();
     if (name == TIMELINE || isSourceFile(name, options.prefix)) found.push_back(name);
   }
@@ -161,7 +166,7 @@ std::string SeparatedFiles::timeline() const {
   }
   const nlohmann::ordered_json document = {
       {"sampling_rate", options.samplingRate}, {"samples", position}, {"sources", list}};
-  return document.dump(2);
+  return document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 void SeparatedFiles::writeTimeline() const {
