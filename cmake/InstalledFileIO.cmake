@@ -1,0 +1,10 @@
+# Target zelkfileio for the product family's own file library under ZELK_FILEIO_ROOT.
+find_path(ZELK_FILEIO_INCLUDE CZelkFileIO.h REQUIRED NO_DEFAULT_PATH
+  PATHS ${ZELK_FILEIO_ROOT} PATH_SUFFIXES include include/zelkfileio)
+find_library(ZELK_FILEIO_LIBRARY zelkfileio REQUIRED NO_DEFAULT_PATH
+  PATHS ${ZELK_FILEIO_ROOT} PATH_SUFFIXES lib lib64 lib/${CMAKE_LIBRARY_ARCHITECTURE})
+
+add_library(zelkfileio UNKNOWN IMPORTED GLOBAL)
+set_target_properties(zelkfileio PROPERTIES
+  IMPORTED_LOCATION ${ZELK_FILEIO_LIBRARY}
+  INTERFACE_INCLUDE_DIRECTORIES ${ZELK_FILEIO_INCLUDE})

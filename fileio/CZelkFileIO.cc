@@ -1,0 +1,159 @@
+#include "fileio/CZelkFileIO.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <cstdio>
+#include <functional>
+#include <new>
+
+#include "fileio/SofaFile.h"
+
+namespace {
+
+int nonNegative(int count) { return std::max(count, 0); }
+
+/// Runs a reader's body; what it throws becomes one line on standard error and false.
+bool reportingErrors(const std::function<void()>& body) {
+  try {
+    body();
+    return true;
+  } catch (const std::bad_alloc&) {
+    std::fputs("transfer-function file: not enough memory for its contents\n", stderr);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+  }
+  return false;
+}
+
+SofaFile openTransferFunctions(const char* path) { return SofaFile(path ? path : ""); }
+
+void requireTransferFunctions(const SofaFile& file) {
+  if (file.isTransferFunctions()) return;
+  throw SofaError(fmt::format(
+      "{}: attribute DataType is \"FIR\", expected \"TF\" (zelk-sss tfdb import converts it)",
+      file.path()));
+}
+
+void requireCount(const SofaFile& file, const char* what, std::size_t found, std::size_t expected) {
+  if (found == expected) return;
+  throw SofaError(
+      fmt::format("{}: the file holds {} {}, expected {}", file.path(), found, what, expected));
+}
+
+void fillPositions(const std::vector<SofaFile::Position>& positions, PARNIX_LocationArray& array) {
+  for (std::size_t i = 0; i < positions.size(); ++i) {
+    array.ids[i] = static_cast<int>(i);
+    array.positions[i].x = static_cast<float>(positions[i][0]);
+    array.positions[i].y = static_cast<float>(positions[i][1]);
+    array.positions[i].z = static_cast<float>(positions[i][2]);
+  }
+}
+
+}  // namespace
+
+void LocationArrayAlloc(PARNIX_LocationArray* array, int count) {
+  array->count = nonNegative(count);
+  array->ids = new int[static_cast<std::size_t>(array->count)];
+  array->positions = new PARNIX_Position[static_cast<std::size_t>(array->count)]();
+  for (int i = 0; i < array->count; ++i) array->ids[i] = i;
+}
+
+void LocationArrayFree(PARNIX_LocationArray* array) {
+  delete[] array->ids;
+  delete[] array->positions;
+  *array = {};
+}
+
+void TFDatabaseAlloc(PARNIX_TFDatabase* database, int sources, int microphones, int bins) {
+  *database = {};
+  try {
+    LocationArrayAlloc(&database->sources, sources);
+    LocationArrayAlloc(&database->microphones, microphones);
+    database->bins.capacity = database->bins.count = nonNegative(bins);
+    database->bins.values = new std::int32_t[static_cast<std::size_t>(database->bins.count)]();
+    const std::size_t count = static_cast<std::size_t>(nonNegative(sources)) *
+                              static_cast<std::size_t>(nonNegative(microphones)) *
+                              static_cast<std::size_t>(nonNegative(bins));
+    database->transferFunctions.values = new float[2 * count]();
+    database->transferFunctions.count = count;
+  } catch (...) {
+    TFDatabaseFree(database);
+    throw;
+  }
+}
+
+void TFDatabaseFree(PARNIX_TFDatabase* database) {
+  LocationArrayFree(&database->sources);
+  LocationArrayFree(&database->microphones);
+  delete[] database->bins.values;
+  delete[] database->transferFunctions.values;
+  *database = {};
+}
+
+bool CZelkFileIO::ReadHeader(const char* path, PARNIX_TFDBFileHeader* header) {
+  return reportingErrors([&] {
+    const SofaFile file = openTransferFunctions(path);
+    requireTransferFunctions(file);
+    header->version = 1;
+    header->samplingRate = static_cast<std::int32_t>(std::lround(file.samplingRate()));
+    header->bins = static_cast<std::int32_t>(file.length());
+    header->microphones = static_cast<std::int32_t>(file.receivers());
+    header->sources = static_cast<std::int32_t>(file.measurements());
+  });
+}
+
+bool CZelkFileIO::ReadInfo(const char* path, const PARNIX_TFDBFileHeader* header,
+                           PARNIX_LocationArray* sources, PARNIX_LocationArray* microphones,
+                           PARNIX_IntArray* bins, bool checkHeader) {
+  return reportingErrors([&] {
+    const SofaFile file = openTransferFunctions(path);
+    requireTransferFunctions(file);
+    if (checkHeader) {
+      requireCount(file, "bins", file.length(), static_cast<std::size_t>(header->bins));
+      requireCount(file, "microphones", file.receivers(),
+                   static_cast<std::size_t>(header->microphones));
+      requireCount(file, "sources", file.measurements(), static_cast<std::size_t>(header->sources));
+    }
+    requireCount(file, "bins", file.length(), static_cast<std::size_t>(bins->count));
+    requireCount(file, "microphones", file.receivers(),
+                 static_cast<std::size_t>(microphones->count));
+    requireCount(file, "sources", file.measurements(), static_cast<std::size_t>(sources->count));
+    fillPositions(file.sourcePositions(), *sources);
+    fillPositions(file.receiverPositions(), *microphones);
+    for (std::int32_t k = 0; k < bins->count; ++k) bins->values[k] = k;
+  });
+}
+
+bool CZelkFileIO::ReadData(const char* path, PARNIX_ComplexArray* values) {
+  return reportingErrors([&] {
+    const SofaFile file = openTransferFunctions(path);
+    requireTransferFunctions(file);
+    const std::size_t M = file.measurements();
+    const std::size_t R = file.receivers();
+    const std::size_t N = file.length();
+    requireCount(file, "values", M * R * N, values->count);
+    const std::vector<std::complex<float>> H = file.readTransferFunctions();
+    for (std::size_t s = 0; s < M; ++s) {
+      for (std::size_t m = 0; m < R; ++m) {
+        for (std::size_t k = 0; k < N; ++k) {
+          const std::complex<float> h = H[(s * R + m) * N + k];
+          float* value = values->values + 2 * ((k * M + s) * R + m);
+          value[0] = h.real();
+          value[1] = -h.imag();
+        }
+      }
+    }
+  });
+}
+
+bool CZelkFileIO::LoadPositionData(const char* path, PARNIX_LocationArray* microphones) {
+  return reportingErrors([&] {
+    const SofaFile file = openTransferFunctions(path);
+    requireCount(file, "microphones", file.receivers(),
+                 static_cast<std::size_t>(microphones->count));
+    fillPositions(file.receiverPositions(), *microphones);
+  });
+}

@@ -1,0 +1,230 @@
+#include "fileio/SofaFile.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace {
+
+using Position = SofaFile::Position;
+
+constexpr double PI = 3.141592653589793;
+
+/// Largest relative deviation of a frequency from an even spacing, for values in single precision.
+constexpr double SPACING_TOLERANCE = 1e-4;
+
+/// Azimuth and elevation in degrees, distance in metres.
+Position fromSpherical(const Position& p) {
+  const double azimuth = p[0] * PI / 180.0;
+  const double elevation = p[1] * PI / 180.0;
+  return {p[2] * std::cos(elevation) * std::cos(azimuth),
+          p[2] * std::cos(elevation) * std::sin(azimuth), p[2] * std::sin(elevation)};
+}
+
+double dot(const Position& a, const Position& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+
+Position cross(const Position& a, const Position& b) {
+  return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+
+Position normalised(const Position& a) {
+  const double length = std::sqrt(dot(a, a));
+  return {a[0] / length, a[1] / length, a[2] / length};
+}
+
+/// Row m of a list that holds one row for every measurement or one for all.
+const Position& rowOf(const std::vector<Position>& rows, std::size_t m) {
+  return rows.size() == 1 ? rows[0] : rows[m];
+}
+
+}  // namespace
+
+SofaFile::SofaFile(const std::string& path) : file(path) {
+  const std::string conventions = file.attribute("", "Conventions");
+  if (conventions != "SOFA") {
+    file.fail(fmt::format("attribute Conventions is \"{}\", expected \"SOFA\"", conventions));
+  }
+  dataType = file.attribute("", "DataType");
+  if (dataType != "TF" && dataType != "FIR") {
+    file.fail(fmt::format("attribute DataType is \"{}\", expected \"TF\" or \"FIR\"", dataType));
+  }
+  readDataShape();
+  if (isTransferFunctions()) {
+    readFrequencies();
+  } else {
+    readSamplingRate();
+  }
+  readSources();
+  readReceivers();
+}
+
+void SofaFile::readDataShape() {
+  const std::string variable = isTransferFunctions() ? "Data.Real" : "Data.IR";
+  const std::vector<std::size_t> shape = file.shape(variable);
+  if (shape.size() != 3) {
+    file.fail(fmt::format("{} has {} dimensions, expected 3 (measurements, receivers, {})",
+                          variable, shape.size(),
+                          isTransferFunctions() ? "frequencies" : "samples"));
+  }
+  for (const std::size_t length : shape) {
+    if (length == 0 || length > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+      file.fail(fmt::format("{} has the shape {}, expected counts of 1 or more", variable, shape));
+    }
+  }
+  M = shape[0];
+  R = shape[1];
+  N = shape[2];
+  if (isTransferFunctions() && file.shape("Data.Imag") != shape) {
+    file.fail(fmt::format("Data.Imag has the shape {}, expected that of Data.Real, {}",
+                          file.shape("Data.Imag"), shape));
+  }
+}
+
+// N holds the frequencies: from 0 in even steps up to half the sampling rate.
+void SofaFile::readFrequencies() {
+  const std::vector<std::size_t> shape = file.shape("N");
+  if (shape != std::vector<std::size_t>{N}) {
+    file.fail(
+        fmt::format("N has the shape {}, expected [{}], the frequencies of Data.Real", shape, N));
+  }
+  const std::vector<double> frequencies = file.readDoubles("N");
+  if (frequencies[0] != 0.0) {
+    file.fail(fmt::format("N starts at {} Hz, expected 0", frequencies[0]));
+  }
+  const double last = frequencies.back();
+  for (std::size_t n = 1; n < N; ++n) {
+    const double expected = last * static_cast<double>(n) / static_cast<double>(N - 1);
+    if (last <= 0.0 || std::abs(frequencies[n] - expected) > SPACING_TOLERANCE * last) {
+      file.fail(fmt::format("N({}) is {} Hz, expected {} Hz for even steps", n, frequencies[n],
+                            expected));
+    }
+  }
+  rate = 2.0 * last;
+}
+
+void SofaFile::readSamplingRate() {
+  const std::vector<double> rates = file.readDoubles("Data.SamplingRate");
+  if (rates.empty() || rates[0] <= 0.0) file.fail("Data.SamplingRate is not above 0");
+  if (std::any_of(rates.begin(), rates.end(), [&](double r) { return r != rates[0]; })) {
+    file.fail("Data.SamplingRate differs between measurements, expected one rate");
+  }
+  rate = rates[0];
+}
+
+// A variable of one or M rows of three coordinates (a third dimension of length 1 is allowed), as
+// cartesian metres.
+std::vector<Position> SofaFile::readPositions(const std::string& variable) const {
+  const std::vector<std::size_t> shape = file.shape(variable);
+  const bool sound = (shape.size() == 2 || shape.size() == 3) && shape[0] > 0 && shape[1] == 3 &&
+                     (shape.size() == 2 || shape[2] > 0);
+  if (!sound) {
+    file.fail(fmt::format("{} has the shape {}, expected rows of 3 coordinates", variable, shape));
+  }
+  const std::string type = file.attribute(variable, "Type");
+  if (type != "spherical" && type != "cartesian") {
+    file.fail(fmt::format("{} has the Type \"{}\", expected \"spherical\" or \"cartesian\"",
+                          variable, type));
+  }
+  const std::vector<double> values = file.readDoubles(variable);
+  const std::size_t depth = shape.size() == 3 ? shape[2] : 1;
+  std::vector<Position> rows;
+  for (std::size_t i = 0; i < shape[0]; ++i) {
+    Position p;
+    for (std::size_t c = 0; c < 3; ++c) p[c] = values[(i * 3 + c) * depth];
+    rows.push_back(type == "spherical" ? fromSpherical(p) : p);
+  }
+  return rows;
+}
+
+std::vector<Position> SofaFile::readVectors(const std::string& variable,
+                                            const Position& absent) const {
+  if (!file.hasVariable(variable)) return {absent};
+  // ListenerUp and SourceUp carry no Type of their own: they share their View's.
+  const std::vector<std::size_t> shape = file.shape(variable);
+  if (file.attribute(variable, "Type").empty()) {
+    if (shape.size() != 2 || shape[1] != 3 || shape[0] == 0) {
+      file.fail(
+          fmt::format("{} has the shape {}, expected rows of 3 coordinates", variable, shape));
+    }
+    const std::vector<double> values = file.readDoubles(variable);
+    std::vector<Position> rows;
+    for (std::size_t i = 0; i < shape[0]; ++i) {
+      rows.push_back({values[3 * i], values[3 * i + 1], values[3 * i + 2]});
+    }
+    return rows;
+  }
+  return readPositions(variable);
+}
+
+// Positions in the room become positions seen from the listener: relative to where the listener is,
+// along the axes of its view (x) and up (z) directions.
+void SofaFile::readSources() {
+  const std::vector<Position> positions = readPositions("SourcePosition");
+  const std::vector<Position> origins = readVectors("ListenerPosition", {0.0, 0.0, 0.0});
+  const std::vector<Position> views = readVectors("ListenerView", {1.0, 0.0, 0.0});
+  const std::vector<Position> ups = readVectors("ListenerUp", {0.0, 0.0, 1.0});
+  const auto requireRows = [this](const char* variable, const std::vector<Position>& rows) {
+    if (rows.size() == 1 || rows.size() == M) return;
+    file.fail(fmt::format("{} has {} rows, expected 1 or {}, the measurements", variable,
+                          rows.size(), M));
+  };
+  requireRows("SourcePosition", positions);
+  requireRows("ListenerPosition", origins);
+  requireRows("ListenerView", views);
+  requireRows("ListenerUp", ups);
+  if (positions.size() == 1 && origins.size() == 1 && views.size() == 1 && M > 1) {
+    remarks.push_back(fmt::format("all {} measurements share one source position", M));
+  }
+  for (std::size_t m = 0; m < M; ++m) {
+    const Position& p = rowOf(positions, m);
+    const Position& origin = rowOf(origins, m);
+    const Position x = rowOf(views, m);
+    const Position y = cross(rowOf(ups, m), x);
+    if (dot(y, y) == 0.0) {
+      file.fail(
+          fmt::format("ListenerView and ListenerUp of measurement {} are parallel or zero", m));
+    }
+    const Position front = normalised(x);
+    const Position left = normalised(y);
+    const Position relative = {p[0] - origin[0], p[1] - origin[1], p[2] - origin[2]};
+    sources.push_back(
+        {dot(relative, front), dot(relative, left), dot(relative, cross(front, left))});
+  }
+}
+
+void SofaFile::readReceivers() {
+  microphones = readPositions("ReceiverPosition");
+  if (microphones.size() != R) {
+    file.fail(fmt::format("ReceiverPosition has {} rows, expected {}, the receivers of the data",
+                          microphones.size(), R));
+  }
+}
+
+std::vector<std::complex<float>> SofaFile::readTransferFunctions() const {
+  const std::vector<float> re = file.readFloats("Data.Real");
+  const std::vector<float> im = file.readFloats("Data.Imag");
+  std::vector<std::complex<float>> H(re.size());
+  for (std::size_t i = 0; i < re.size(); ++i) H[i] = {re[i], im[i]};
+  return H;
+}
+
+std::vector<float> SofaFile::readImpulseResponses() const { return file.readFloats("Data.IR"); }
+
+std::vector<double> SofaFile::readDelays() const {
+  if (!file.hasVariable("Data.Delay")) return std::vector<double>(M * R, 0.0);
+  const std::vector<std::size_t> shape = file.shape("Data.Delay");
+  const bool sound = shape.size() == 2 && (shape[0] == 1 || shape[0] == M) && shape[1] == R;
+  if (!sound) {
+    file.fail(
+        fmt::format("Data.Delay has the shape {}, expected [1, {}] or [{}, {}]", shape, R, M, R));
+  }
+  const std::vector<double> values = file.readDoubles("Data.Delay");
+  std::vector<double> delays(M * R);
+  for (std::size_t m = 0; m < M; ++m) {
+    for (std::size_t r = 0; r < R; ++r) delays[m * R + r] = values[(shape[0] == 1 ? 0 : m * R) + r];
+  }
+  return delays;
+}
