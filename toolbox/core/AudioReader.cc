@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
+#include <regex>
 #include <utility>
 #include <vector>
 
@@ -34,6 +35,21 @@ std::unique_ptr<soxr, ResamplerDeleter> makeResampler(int fromRate, int toRate, 
   if (error)
     throw AudioError(fmt::format("resampling from {} to {} Hz: {}", fromRate, toRate, error));
   return resampler;
+}
+
+/// Whether a WAV or AIFF file has fewer bytes than its header announces, which the library puts
+/// right without a word except in its log, as in "RIFF : 160036 (should be 96018)". Sizes near 2^32
+/// are what programs write that do not know the length beforehand.
+bool isCutOff(SNDFILE* file) {
+  char log[8192] = "";
+  sf_command(file, SFC_GET_LOG_INFO, log, sizeof log);
+  static const std::regex entry(
+      R"((RIFF|RIFX|FORM|data)\s*:\s*(\d{1,18}) \(should be (\d{1,18})\))");
+  std::cmatch match;
+  if (!std::regex_search(static_cast<const char*>(log), match, entry)) return false;
+  constexpr std::int64_t UNKNOWN_LENGTH = 0xFFFFF000;
+  const std::int64_t announced = std::stoll(match[2]);
+  return announced > std::stoll(match[3]) && announced < UNKNOWN_LENGTH;
 }
 
 }  // namespace
@@ -92,6 +108,10 @@ AudioReader::Impl::Impl(std::string name, const AudioReaderOptions& given)
     }
     resampler = makeResampler(info.samplerate, outputRate, static_cast<int>(channels.size()));
     pending.resize(BLOCK * channels.size());
+  }
+  if (isCutOff(file.get())) {
+    warn(fmt::format("{}: the file is cut off: it holds {} samples, and its header announces more",
+                     path, info.frames));
   }
   block.resize(BLOCK * static_cast<std::size_t>(info.channels));
 }
@@ -186,7 +206,8 @@ const std::string& AudioReader::path() const { return impl->path; }
 int AudioReader::channelCount() const { return static_cast<int>(impl->channels.size()); }
 int AudioReader::samplingRate() const { return impl->outputRate; }
 
-std::int64_t AudioReader::announcedSamples() const {
+std::optional<std::int64_t> AudioReader::announcedSamples() const {
+  if (impl->info.frames == SF_COUNT_MAX) return std::nullopt;
   if (!impl->resampler) return impl->info.frames;
   const double ratio = static_cast<double>(impl->outputRate) / impl->info.samplerate;
   return std::llround(static_cast<double>(impl->info.frames) * ratio);

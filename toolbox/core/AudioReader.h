@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace Audio {
@@ -33,7 +34,8 @@ struct AudioReaderOptions {
 /// Whole-number formats are scaled to −1 … 1. Memory does not grow with the file.
 class AudioReader {
  public:
-  /// Opens any file libsndfile can read. Throws AudioError when the file cannot be opened, lacks a
+  /// Opens any file libsndfile can read. A file that is shorter than its header says draws a
+  /// warning. Throws AudioError when the file cannot be opened, lacks a
   /// selected channel, or has another sampling rate than the one wanted and resample is false.
   explicit AudioReader(const std::string& path, const AudioReaderOptions& options = {});
   ~AudioReader();
@@ -44,8 +46,9 @@ class AudioReader {
   int channelCount() const;  ///< selected channels
   int samplingRate() const;  ///< of what read() gives, in Hz
 
-  /// Samples per channel that the file announces, at samplingRate(); a file may end before.
-  std::int64_t announcedSamples() const;
+  /// Samples per channel that the file announces, at samplingRate(); a file may end before. Nothing
+  /// for formats that do not say.
+  std::optional<std::int64_t> announcedSamples() const;
 
   /// The next `count` samples of every channel: channelCount() · count values, channels in turn.
   /// Returns how many it gave; fewer than asked for only at the end. A file that ends before the

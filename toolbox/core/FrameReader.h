@@ -49,7 +49,9 @@ class FrameReader {
 
  private:
   /// Whether a frame exists, given that the samples before its newest ones were read.
-  bool hasFrame(std::int64_t frame) const { return aheadCount > 0 || layout.start(frame) < total; }
+  bool hasFrame(std::int64_t frame) const {
+    return aheadCount > 0 || (total > 0 && layout.start(frame) < total);
+  }
   void readAhead();
   void shiftIn();
   void transform();

@@ -21,6 +21,9 @@ struct FileCloser {
 
 constexpr std::size_t SILENCE_BLOCK = 4096;
 
+// The format's counts have 32 bits; the rest is for the header.
+constexpr std::int64_t LARGEST_FILE = 0xFFFFFFFF - 4096;
+
 int libraryFormat(SampleFormat format) {
   switch (format) {
     case SampleFormat::Pcm16:
@@ -31,6 +34,18 @@ int libraryFormat(SampleFormat format) {
       break;
   }
   return SF_FORMAT_FLOAT;
+}
+
+std::int64_t bytesPerValue(SampleFormat format) {
+  switch (format) {
+    case SampleFormat::Pcm16:
+      return 2;
+    case SampleFormat::Pcm24:
+      return 3;
+    case SampleFormat::Float:
+      break;
+  }
+  return 4;
 }
 
 /// Largest stored number + 1; 0 for floating point.
@@ -88,13 +103,11 @@ WavWriter::Impl::Impl(std::string name, const WavFormat& wavFormat, bool overwri
   SF_INFO info{};
   info.samplerate = format.samplingRate;
   info.channels = format.channels;
-  info.format = SF_FORMAT_RF64 | libraryFormat(format.samples);
+  info.format = SF_FORMAT_WAV | libraryFormat(format.samples);
   file.reset(sf_open(partPath.c_str(), SFM_WRITE, &info));
   if (!file) {
     throw AudioError(fmt::format("{}: cannot be written: {}", partPath, sf_strerror(nullptr)));
   }
-  // A file that stays below 4 GB becomes a plain WAV file when it is closed.
-  sf_command(file.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
 }
 
 WavWriter::Impl::~Impl() {
@@ -155,6 +168,12 @@ WavWriter& WavWriter::operator=(WavWriter&&) noexcept = default;
 
 void WavWriter::write(const float* samples, std::size_t count) {
   if (!impl->file) throw AudioError(fmt::format("{}: is finished already", impl->path));
+  const std::int64_t size = (impl->written + static_cast<std::int64_t>(count)) *
+                            impl->format.channels * bytesPerValue(impl->format.samples);
+  if (size > LARGEST_FILE) {
+    throw AudioError(
+        fmt::format("{}: the recording is too long for a WAV file, which holds 4 GB", impl->path));
+  }
   impl->writeValues(samples, count * static_cast<std::size_t>(impl->format.channels));
   impl->written += static_cast<std::int64_t>(count);
 }

@@ -19,8 +19,8 @@ struct WavFormat {
   SampleFormat samples = SampleFormat::Pcm16;
 };
 
-/// Writes a WAV file (RF64 when it grows beyond 4 GB) that appears under its name only when
-/// it is complete: until finish() it is called `path` + ".part".
+/// Writes a WAV file that appears under its name only when it is complete: until finish() it is
+/// called `path` + ".part".
 ///
 /// Samples beyond the range of a whole-number format are clipped and counted; samples that are not
 /// finite are written as 0 and counted.
@@ -35,7 +35,7 @@ class WavWriter {
   WavWriter& operator=(WavWriter&&) noexcept;
 
   /// Appends `count` samples of every channel, channels in turn; full scale is −1 … 1. Throws
-  /// AudioError when the disk is full or the file cannot be written.
+  /// AudioError when the disk is full, the file cannot be written or would exceed 4 GB.
   void write(const float* samples, std::size_t count);
   void writeSilence(std::int64_t count);
 

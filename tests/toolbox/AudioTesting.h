@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "gmock/gmock.h"
+
+/// A folder of its own for one test, removed with everything in it.
+class TestFolder {
+ public:
+  TestFolder();
+  ~TestFolder();
+  TestFolder(const TestFolder&) = delete;
+  TestFolder& operator=(const TestFolder&) = delete;
+
+  std::string operator/(const std::string& name) const { return (path / name).string(); }
+
+  /// Writes a text or bytes, and returns the file's path.
+  std::string write(const std::string& name, const std::string& content) const;
+
+  /// Names of all files in it, sorted.
+  std::vector<std::string> names() const;
+
+ private:
+  std::filesystem::path path;
+};
+
+/// Interleaved samples and what a file says about them.
+struct Sound {
+  int samplingRate = 0;
+  int channels = 0;
+  int format = 0;  ///< libsndfile's
+  std::vector<float> samples;
+};
+
+/// Reads and writes through libsndfile alone, so that the classes under test are not their own
+/// witness. format 0: WAV with 32-bit floating point.
+Sound readSound(const std::string& path);
+void writeSound(const std::string& path, int samplingRate, int channels,
+                const std::vector<float>& samples, int format = 0);
+
+/// Reproducible noise between −amplitude and amplitude.
+std::vector<float> noise(std::size_t count, unsigned seed, float amplitude = 0.5F);
+
+/// Energy of the difference relative to that of the expectation, in dB; −inf when they are equal.
+/// Reports a failure and returns +inf when lengths differ or a value is not finite.
+double differenceInDb(const std::vector<float>& actual, const std::vector<float>& expected);
+
+/// The text of the exception of type E that action throws; a failure and "" when it does not.
+template <class E, class Action>
+std::string messageOf(Action action) {
+  try {
+    action();
+  } catch (const E& error) {
+    return error.what();
+  }
+  ADD_FAILURE() << "nothing was thrown";
+  return "";
+}
