@@ -1,0 +1,58 @@
+#include "cli/OutputFile.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+void checkOutput(const std::string& path, bool overwrite) {
+  namespace fs = std::filesystem;
+  std::error_code ignored;
+  const fs::path folder = fs::path(path).parent_path();
+  if (!folder.empty() && !fs::is_directory(folder, ignored)) {
+    throw OutputError(
+        fmt::format("{}: cannot be written: there is no folder {}, expected one that "
+                    "exists",
+                    path, folder.string()));
+  }
+  if (path.empty() || fs::is_directory(path, ignored)) {
+    throw OutputError(fmt::format("\"{}\": cannot be written: {}, expected the name of a file",
+                                  path, path.empty() ? "the name is empty" : "it is a folder"));
+  }
+  if (!overwrite && fs::exists(path, ignored)) {
+    throw OutputError(
+        fmt::format("{}: exists already, expected a new name (--force replaces the file)", path));
+  }
+}
+
+OutputFile::OutputFile(const std::string& path, bool overwrite)
+    : finalPath(path),
+      partPath(fmt::format("{}.{}.part", path, getpid())),
+      mayOverwrite(overwrite) {
+  checkOutput(finalPath, mayOverwrite);
+}
+
+OutputFile::~OutputFile() {
+  if (finished) return;
+  std::error_code ignored;
+  std::filesystem::remove(partPath, ignored);
+}
+
+void OutputFile::write(std::string_view text) {
+  std::ofstream file(partPath, std::ios::binary | std::ios::trunc);
+  file.write(text.data(), static_cast<std::streamsize>(text.size()));
+  file.close();
+  if (!file) throw OutputError(fmt::format("{}: cannot be written", partPath));
+}
+
+void OutputFile::finish() {
+  checkOutput(finalPath, mayOverwrite);
+  std::error_code error;
+  std::filesystem::rename(partPath, finalPath, error);
+  if (error) {
+    throw OutputError(
+        fmt::format("{}: cannot be named {}: {}", partPath, finalPath, error.message()));
+  }
+  finished = true;
+}

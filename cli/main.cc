@@ -1,0 +1,40 @@
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+#include <string>
+
+namespace {
+
+constexpr int DATA_ERROR = 1;
+constexpr int USAGE_ERROR = 2;
+
+int report(const std::string& text, int status) {
+  std::cerr << "zelk-sss: " << text << std::endl;
+  return status;
+}
+
+/// Parses the command line; the sub-command it names runs in doing so.
+int run(CLI::App& app, int argc, char** argv) {
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    // What --help and --version ask for comes this way too.
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(error);
+    return report(std::string(error.what()) + " (--help shows the usage)", USAGE_ERROR);
+  } catch (const std::bad_alloc&) {
+    return report("the files need more memory than there is", DATA_ERROR);
+  } catch (const std::exception& error) {
+    return report(error.what(), DATA_ERROR);
+  }
+  std::cout.flush();
+  return std::cout ? 0 : report("standard output: cannot be written", DATA_ERROR);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Sound source separation for microphone arrays", "zelk-sss");
+  app.set_version_flag("--version", "zelk-sss " ZELK_VERSION);
+  app.require_subcommand(1);
+  return run(app, argc, argv);
+}
