@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <iostream>
-#include <regex>
+#include <sstream>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -18,7 +20,8 @@ namespace Audio {
 
 namespace {
 
-constexpr std::size_t BLOCK = 4096;  // samples per channel read from the file at once
+constexpr long long UNKNOWN_LENGTH = 0xFFFFF000;  // sizes from here on mean "not known"
+constexpr std::size_t BLOCK = 4096;               // samples per channel read from the file at once
 
 struct FileCloser {
   void operator()(SNDFILE* file) const { sf_close(file); }
@@ -43,13 +46,16 @@ std::unique_ptr<soxr, ResamplerDeleter> makeResampler(int fromRate, int toRate, 
 bool isCutOff(SNDFILE* file) {
   char log[8192] = "";
   sf_command(file, SFC_GET_LOG_INFO, log, sizeof log);
-  static const std::regex entry(
-      R"((RIFF|RIFX|FORM|data)\s*:\s*(\d{1,18}) \(should be (\d{1,18})\))");
-  std::cmatch match;
-  if (!std::regex_search(static_cast<const char*>(log), match, entry)) return false;
-  constexpr std::int64_t UNKNOWN_LENGTH = 0xFFFFF000;
-  const std::int64_t announced = std::stoll(match[2]);
-  return announced > std::stoll(match[3]) && announced < UNKNOWN_LENGTH;
+  std::istringstream lines{std::string(log)};
+  for (std::string line; std::getline(lines, line);) {
+    char chunk[8] = "";
+    long long announced = 0;
+    long long present = 0;
+    const int fields = std::sscanf(line.c_str(), " %7[A-Za-z] : %lld (should be %lld)", chunk,
+                                   &announced, &present);
+    if (fields == 3) return announced > present && announced < UNKNOWN_LENGTH;
+  }
+  return false;
 }
 
 }  // namespace
