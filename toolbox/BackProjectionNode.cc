@@ -23,7 +23,7 @@ const NodeSpec BackProjection::SPEC = {
     "BackProjection",
     {{"INPUT", false}, {"INPUT_FRAMES", false}, {"SOURCES", true}},
     {"OUTPUT"},
-    {{"LENGTH", "int", nullptr}, {"REFERENCE", "int", "1"}, {"FORGETTING", "float", "0.99"}}};
+    {{"LENGTH", "int", nullptr}, {"REFERENCE", "int", "1"}, {"FORGETTING", "float", "0.97"}}};
 
 BackProjection::BackProjection(std::string nodeName, FD::ParameterSet params)
     : ToolboxNode(SPEC, std::move(nodeName), params) {
