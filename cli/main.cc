@@ -3,6 +3,8 @@
 #include <iostream>
 #include <string>
 
+#include "cli/ScoreCommand.h"
+
 namespace {
 
 constexpr int DATA_ERROR = 1;
@@ -36,5 +38,6 @@ int main(int argc, char** argv) {
   CLI::App app("Sound source separation for microphone arrays", "zelk-sss");
   app.set_version_flag("--version", "zelk-sss " ZELK_VERSION);
   app.require_subcommand(1);
+  addScoreCommand(app);
   return run(app, argc, argv);
 }

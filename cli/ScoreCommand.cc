@@ -1,0 +1,156 @@
+#include "cli/ScoreCommand.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli/OutputFile.h"
+#include "cli/ScoreMetrics.h"
+#include "cli/ScoreReport.h"
+#include "cli/SignalFile.h"
+
+namespace {
+
+constexpr int LARGEST_TAPS = 1024;
+
+// The filters are found with a matrix of that many rows: a quarter of a gigabyte.
+constexpr std::size_t LARGEST_SYSTEM = 8192;
+
+struct ScoreOptions {
+  std::vector<std::string> references;
+  std::vector<std::string> estimates;
+  std::string mixture;
+  int channel = 1;
+  int filterTaps = 1;
+  bool json = false;
+  std::string output;
+  bool force = false;
+};
+
+void checkUsage(const ScoreOptions& options) {
+  if (options.estimates.size() != options.references.size()) {
+    throw CLI::ValidationError("--estimate",
+                               fmt::format("{} given, expected as many as there are references, {}",
+                                           options.estimates.size(), options.references.size()));
+  }
+  const std::size_t rows = options.references.size() * static_cast<std::size_t>(options.filterTaps);
+  if (rows > LARGEST_SYSTEM) {
+    throw CLI::ValidationError(
+        "--filter-taps",
+        fmt::format("{} taps for {} references, expected at most {} in all", options.filterTaps,
+                    options.references.size(), LARGEST_SYSTEM));
+  }
+}
+
+struct LoadedSignals {
+  std::vector<NamedSignal> references;
+  std::vector<NamedSignal> estimates;
+  std::vector<NamedSignal> mixture;  // one, or none
+};
+
+/// Reads the files into signals of one length and notes in the report what that left out.
+class Loader {
+ public:
+  Loader(const ScoreOptions& given, ScoreReport& target) : options(given), report(target) {}
+
+  LoadedSignals load() {
+    LoadedSignals signals;
+    for (const std::string& path : options.references) signals.references.push_back(read(path));
+    for (const std::string& path : options.estimates) signals.estimates.push_back(read(path));
+    if (!options.mixture.empty()) signals.mixture.push_back(read(options.mixture));
+    for (auto* group : {&signals.references, &signals.estimates, &signals.mixture}) {
+      for (NamedSignal& signal : *group) shorten(signal);
+    }
+    return signals;
+  }
+
+ private:
+  NamedSignal read(const std::string& path) {
+    const Signal signal = readSignal(path, options.channel);
+    if (report.samplingRate == 0) {
+      report.samplingRate = signal.samplingRate;
+      report.samples = signal.samples.size();
+    } else if (signal.samplingRate != report.samplingRate) {
+      throw SignalError(fmt::format("{}: the sampling rate is {} Hz, expected {} Hz as in {}", path,
+                                    signal.samplingRate, report.samplingRate,
+                                    options.references.front()));
+    }
+    report.samples = std::min(report.samples, signal.samples.size());
+    return {path, std::vector<double>(signal.samples.begin(), signal.samples.end())};
+  }
+
+  void shorten(NamedSignal& signal) {
+    if (signal.samples.size() == report.samples) return;
+    report.notes.push_back(
+        fmt::format("{}: has {} samples, of which the first {} are compared, the length of the "
+                    "shortest file",
+                    signal.name, signal.samples.size(), report.samples));
+    signal.samples.resize(report.samples);
+  }
+
+  const ScoreOptions& options;
+  ScoreReport& report;
+};
+
+ScoreReport makeReport(const ScoreOptions& options) {
+  ScoreReport report;
+  report.filterTaps = options.filterTaps;
+  LoadedSignals signals = Loader(options, report).load();
+  const ScoreMetrics metrics(std::move(signals.references), options.filterTaps);
+  for (std::size_t i = 0; i < signals.estimates.size(); ++i) {
+    ScoreReport::Source source{
+        options.references[i], options.estimates[i], metrics.score(signals.estimates[i], i), {}};
+    if (!signals.mixture.empty()) source.mixture = metrics.score(signals.mixture.front(), i);
+    report.sources.push_back(std::move(source));
+  }
+  return report;
+}
+
+void score(const ScoreOptions& options) {
+  checkUsage(options);
+  if (!options.output.empty()) checkOutput(options.output, options.force);
+  const ScoreReport report = makeReport(options);
+  for (const std::string& note : report.notes) std::cerr << "zelk-sss: " << note << std::endl;
+  const std::string text = options.json ? report.json() : report.table();
+  if (options.output.empty()) {
+    std::cout << text;
+    return;
+  }
+  OutputFile file(options.output, options.force);
+  file.write(text);
+  file.finish();
+}
+
+}  // namespace
+
+void addScoreCommand(CLI::App& app) {
+  const auto options = std::make_shared<ScoreOptions>();
+  CLI::App* command = app.add_subcommand(
+      "score", "Score separated sources against references: SI-SDR, SI-SIR, SI-SAR in dB");
+  command->add_option("--reference", options->references, "Each source's image at a microphone")
+      ->required();
+  command->add_option("--estimate", options->estimates, "The separated sources, in the same order")
+      ->required();
+  command->add_option("--mixture", options->mixture,
+                      "What was separated; adds the improvements over it to the scores");
+  command
+      ->add_option("--channel", options->channel,
+                   "Channel to take from files of several channels, from 1")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  command
+      ->add_option("--filter-taps", options->filterTaps,
+                   "Length of a filter that an estimate may have been through without loss")
+      ->check(CLI::Range(1, LARGEST_TAPS))
+      ->capture_default_str();
+  command->add_flag("--json", options->json, "Write JSON instead of a table");
+  command->add_option("-o,--output", options->output,
+                      "File for the result instead of standard output");
+  command->add_flag("--force", options->force, "Replace an existing output file");
+  command->callback([options] { score(*options); });
+}
