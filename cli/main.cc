@@ -3,7 +3,10 @@
 #include <iostream>
 #include <string>
 
+#include "cli/MethodsCommand.h"
+#include "cli/RunCommand.h"
 #include "cli/ScoreCommand.h"
+#include "cli/SeparateCommand.h"
 
 namespace {
 
@@ -39,5 +42,8 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", "zelk-sss " ZELK_VERSION);
   app.require_subcommand(1);
   addScoreCommand(app);
+  addSeparateCommand(app);
+  addRunCommand(app);
+  addMethodsCommand(app);
   return run(app, argc, argv);
 }

@@ -1,0 +1,72 @@
+#include "cli/Methods.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace {
+
+std::vector<MethodParameter> constraintStep(const std::string& prefix) {
+  return {{prefix + "_LC_METHOD", "string", "ADAPTIVE",
+           "ADAPTIVE: the step follows the signal's power; FIX: the step is " + prefix + "_LC_MYU"},
+          {prefix + "_LC_MYU", "float", "0.001", "step size, or its multiplier when adaptive"}};
+}
+
+std::vector<MethodParameter> gicaSteps() {
+  std::vector<MethodParameter> steps = {
+      {"GICA_SS_METHOD", "string", "ADAPTIVE",
+       "separation step: ADAPTIVE, FIX, or LC_MYU (fixed, of the size GICA_LC_MYU)"},
+      {"GICA_SS_MYU", "float", "0.001", "separation step size, or its multiplier when adaptive"},
+      {"GICA_SS_SCAL", "float", "0.1", "scale of the outputs inside the tanh"}};
+  for (const MethodParameter& parameter : constraintStep("GICA")) steps.push_back(parameter);
+  return steps;
+}
+
+std::vector<Method> makeMethods() {
+  return {
+      {"DS", "BeamForming", "one source in mild noise; never harms, gains little", {}},
+      {"WDS", "BeamForming", "like DS, weighted by how well each microphone hears the source", {}},
+      {"NULL",
+       "BeamForming",
+       "known positions and a database that fits the room: nulls every other listed source",
+       {}},
+      {"ILSE",
+       "BeamForming",
+       "like NULL, and still exact towards the source with more sources than microphones",
+       {}},
+      {"LCMV", "BeamForming",
+       "unlisted interference: lowers the output power, keeps the source; adapts over seconds",
+       constraintStep("LCMV")},
+      {"GJ", "BeamForming", "the same aim by a sidelobe canceller; forgets at every source change",
+       constraintStep("GJ")},
+      {"GICA", "BeamForming",
+       "several talkers at known positions, a database that fits roughly; adapts over seconds",
+       gicaSteps()},
+      {"ML",
+       "ML",
+       "steady noise whose statistics can be measured (--noise-from)",
+       {{"REG_FACTOR", "float", "0.01", "regularisation, relative to the noise matrix's norm"}}},
+      {"MSNR",
+       "MSNR",
+       "no database: learns from when each source is active and when it is silent",
+       {{"ALPHA", "float", "0.99", "forgetting factor of the statistics, per frame"},
+        {"DECOMPOSITION_ALGORITHM", "string", "GEVD", "GEVD or GSVD"}}},
+  };
+}
+
+}  // namespace
+
+const std::vector<Method>& methods() {
+  static const std::vector<Method> ALL = makeMethods();
+  return ALL;
+}
+
+const Method& methodNamed(const std::string& name) {
+  const auto found = std::find_if(methods().begin(), methods().end(),
+                                  [&](const Method& method) { return method.name == name; });
+  if (found != methods().end()) return *found;
+  std::string names;
+  for (const Method& method : methods()) names += (names.empty() ? "" : ", ") + method.name;
+  throw std::invalid_argument(fmt::format("--method is \"{}\", expected one of {}", name, names));
+}

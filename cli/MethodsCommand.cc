@@ -1,0 +1,20 @@
+#include "cli/MethodsCommand.h"
+
+#include <fmt/format.h>
+
+#include <iostream>
+
+#include "cli/Methods.h"
+
+void addMethodsCommand(CLI::App& app) {
+  CLI::App* command = app.add_subcommand("methods", "List the separation methods");
+  command->callback([] {
+    for (const Method& method : methods()) {
+      std::cout << fmt::format("{:<5} {}\n", method.name, method.choose);
+      for (const MethodParameter& parameter : method.parameters) {
+        std::cout << fmt::format("      {} = {}: {}\n", parameter.name, parameter.defaultValue,
+                                 parameter.meaning);
+      }
+    }
+  });
+}

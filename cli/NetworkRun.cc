@@ -1,0 +1,101 @@
+#include "cli/NetworkRun.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <sstream>
+
+#include "Runner.h"
+#include "ToolboxLoader.h"
+
+namespace {
+
+volatile std::sig_atomic_t caughtSignal = 0;
+
+void noteSignal(int signal) { caughtSignal = signal; }
+
+/// SIGINT and SIGTERM are noted instead of ending the process, for one scope.
+class NotedSignals {
+ public:
+  NotedSignals()
+      : interrupt(std::signal(SIGINT, noteSignal)), end(std::signal(SIGTERM, noteSignal)) {
+    caughtSignal = 0;
+  }
+  NotedSignals(const NotedSignals&) = delete;
+  NotedSignals& operator=(const NotedSignals&) = delete;
+  ~NotedSignals() {
+    std::signal(SIGINT, interrupt);
+    std::signal(SIGTERM, end);
+  }
+
+ private:
+  void (*interrupt)(int);
+  void (*end)(int);
+};
+
+/// One line on standard error that is drawn again at every hundredth of the work.
+class ProgressBar {
+ public:
+  explicit ProgressBar(std::int64_t frameCount) : frames(isatty(STDERR_FILENO) ? frameCount : 0) {}
+  ProgressBar(const ProgressBar&) = delete;
+  ProgressBar& operator=(const ProgressBar&) = delete;
+  ~ProgressBar() {
+    if (shown >= 0) std::fputs("\r\033[K", stderr);
+  }
+
+  void show(std::int64_t frame) {
+    if (frames <= 0) return;
+    const int percent = static_cast<int>(std::min<std::int64_t>(100, (frame + 1) * 100 / frames));
+    if (percent == shown) return;
+    shown = percent;
+    const std::string bar(static_cast<std::size_t>(percent) * WIDTH / 100, '#');
+    fmt::print(stderr, "\r[{:<{}}] {:3} %", bar, WIDTH, percent);
+    std::fflush(stderr);
+  }
+
+ private:
+  static constexpr int WIDTH = 50;
+  std::int64_t frames;
+  int shown = -1;
+};
+
+}  // namespace
+
+void loadPlugIns() {
+  static const FD::ToolboxReport REPORT = FD::loadToolboxes();
+  std::string failures;
+  for (const auto& [path, reason] : REPORT.failed) {
+    failures += fmt::format("\n  {}: {}", path.string(), reason);
+  }
+  if (!failures.empty()) throw RunError("plug-ins that cannot be loaded:" + failures);
+}
+
+void runDocument(const FD::NetworkDocument& document, const std::vector<std::string>& arguments,
+                 std::ostream& out, std::int64_t frames) {
+  loadPlugIns();
+  const NotedSignals signals;
+  std::ostringstream errors;
+  int lastFrame = -1;
+  int status = 0;
+  {
+    ProgressBar bar(frames);
+    status = FD::runNetwork(document, arguments, out, errors, [&](int frame) {
+      lastFrame = frame;
+      bar.show(frame);
+      return caughtSignal == 0;
+    });
+  }
+  if (status != 0) {
+    std::string text = errors.str();
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    throw RunError(text);
+  }
+  if (caughtSignal != 0) {
+    throw RunError(
+        fmt::format("stopped by signal {} after frame {}; the files are complete up to it",
+                    static_cast<int>(caughtSignal), lastFrame));
+  }
+}

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "NetworkDocument.h"
+
+/// A network could not be run to its end; what() says why.
+class RunError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Loads the plug-ins (once per process). Throws RunError naming those that cannot be loaded.
+void loadPlugIns();
+
+/// Runs a document with the plug-ins, its outputs printed on `out`. With frames above 0 and
+/// standard error on a terminal, a progress bar shows there. SIGINT and SIGTERM end the run after
+/// the frame at hand: its files are closed, then RunError says so. Throws RunError for every error
+/// of the document and of its nodes.
+void runDocument(const FD::NetworkDocument& document, const std::vector<std::string>& arguments,
+                 std::ostream& out, std::int64_t frames);

@@ -1,0 +1,117 @@
+#include "cli/SeparationNetwork.h"
+
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Parameters = std::vector<FD::ParameterDescription>;
+
+FD::ParameterDescription text(const std::string& name, const std::string& value) {
+  return {name, "string", value};
+}
+FD::ParameterDescription whole(const std::string& name, int value) {
+  return {name, "int", std::to_string(value)};
+}
+FD::ParameterDescription truth(const std::string& name, bool value) {
+  return {name, "bool", value ? "true" : "false"};
+}
+
+/// The frame's geometry, which every node but the projection wants alike.
+Parameters withGeometry(const SeparationSettings& s, Parameters parameters) {
+  parameters.push_back(whole("LENGTH", s.length));
+  parameters.push_back(whole("ADVANCE", s.advance));
+  parameters.push_back(whole("SAMPLING_RATE", s.samplingRate));
+  return parameters;
+}
+
+Parameters inputParameters(const SeparationSettings& s) {
+  return withGeometry(
+      s, {text("FILENAME", s.recording), text("WINDOW", s.window), text("CHANNELS", s.channels),
+          truth("RESAMPLE", s.resample), text("NON_FINITE", s.nonFinite)});
+}
+
+Parameters separatorParameters(const SeparationSettings& s) {
+  Parameters result = {whole("LENGTH", s.length), whole("SAMPLING_RATE", s.samplingRate),
+                       truth("ENABLE_DEBUG", s.debug)};
+  if (s.method->nodeType == "BeamForming") result.push_back(text("BF_METHOD", s.method->name));
+  if (s.method->needsDatabase()) result.push_back(text("TF_CONJ_FILENAME", s.database));
+  for (const MethodParameter& parameter : s.method->parameters) {
+    const auto chosen = s.methodParameters.find(parameter.name);
+    result.push_back(
+        {parameter.name, parameter.type,
+         chosen == s.methodParameters.end() ? parameter.defaultValue : chosen->second});
+  }
+  return result;
+}
+
+Parameters noiseParameters(const SeparationSettings& s) {
+  Parameters result =
+      withGeometry(s, {text("WINDOW", s.window), {"LOADING", "float", s.noiseLoading}});
+  const bool fromFile = !s.noiseRecording.empty();
+  const bool fromRanges = !s.noiseRanges.empty();
+  result.push_back(text("MODE", fromFile ? "FILE" : fromRanges ? "RANGES" : "RUNNING"));
+  if (fromFile || fromRanges) {
+    result.push_back(text("FILENAME", fromFile ? s.noiseRecording : s.recording));
+    result.push_back(text("RANGES", s.noiseRanges));
+    result.push_back(text("CHANNELS", s.channels));
+    result.push_back(truth("RESAMPLE", s.resample));
+  }
+  return result;
+}
+
+Parameters writerParameters(const SeparationSettings& s) {
+  // Projection turns each bin back by itself.
+  const bool shifted = s.method->nodeType == "ML" && !s.project;
+  return withGeometry(s, {text("DIRECTORY", s.directory), text("WINDOW", s.window),
+                          truth("HALF_FRAME_SHIFT", shifted), text("FORMAT", s.format),
+                          text("PREFIX", s.prefix), truth("OVERWRITE", s.overwrite)});
+}
+
+FD::NetworkDescription frameLoop(const SeparationSettings& s) {
+  const std::string& type = s.method->nodeType;
+  FD::NetworkDescription loop{"SEPARATION", "iterator"};
+  loop.nodes = {
+      {"frames", "AudioFrames", inputParameters(s)},
+      {"scene", "SceneSources",
+       withGeometry(s, {text("FILENAME", s.scene), truth("INACTIVE_AS_NOISE", type == "MSNR")})},
+      {"separator", type, separatorParameters(s)},
+      {"writer", "SeparatedWriter", writerParameters(s)}};
+  loop.links = {{"frames", "OUTPUT", "separator", "INPUT_FRAMES"},
+                {"scene", "SOURCES", "separator", "INPUT_SOURCES"},
+                {"scene", "SOURCES", "writer", "SOURCES"},
+                {"frames", "SAMPLES", "writer", "SAMPLES"},
+                {"frames", "LAST_FRAME", "writer", "LAST_FRAME"}};
+  if (type == "ML") {
+    loop.nodes.push_back({"noise", "NoiseCorrelation", noiseParameters(s)});
+    loop.links.push_back({"noise", "OUTPUT", "separator", "INPUT_NOISE_CM"});
+    if (s.noiseRanges.empty() && s.noiseRecording.empty()) {
+      loop.links.push_back({"frames", "OUTPUT", "noise", "INPUT"});
+      loop.links.push_back({"scene", "SOURCES", "noise", "SOURCES"});
+    }
+  } else {
+    loop.links.push_back({"scene", "NOISE_SOURCES", "separator", "INPUT_NOISE_SOURCES"});
+  }
+  std::string last = "separator";
+  if (s.project) {
+    last = "projection";
+    loop.nodes.push_back(
+        {last, "BackProjection", {whole("LENGTH", s.length), whole("REFERENCE", s.reference)}});
+    loop.links.push_back({"separator", "OUTPUT", last, "INPUT"});
+    loop.links.push_back({"frames", "OUTPUT", last, "INPUT_FRAMES"});
+    loop.links.push_back({"scene", "SOURCES", last, "SOURCES"});
+  }
+  loop.links.push_back({last, "OUTPUT", "writer", "INPUT"});
+  loop.outputs = {{"OUTPUT", "writer", "OUTPUT"}};
+  loop.condition = FD::TerminalDescription{"CONDITION", "frames", "NOT_EOF"};
+  return loop;
+}
+
+}  // namespace
+
+FD::NetworkDocument separationNetwork(const SeparationSettings& settings) {
+  FD::NetworkDescription main{"MAIN"};
+  main.nodes = {{"separation", "SEPARATION"}};
+  main.outputs = {{"OUTPUT", "separation", "OUTPUT"}};
+  return {"separation", {main, frameLoop(settings)}};
+}
