@@ -4,6 +4,7 @@
 #include <string>
 
 #include "cli/MethodsCommand.h"
+#include "cli/MixCommand.h"
 #include "cli/RunCommand.h"
 #include "cli/ScoreCommand.h"
 #include "cli/SeparateCommand.h"
@@ -42,6 +43,7 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", "zelk-sss " ZELK_VERSION);
   app.require_subcommand(1);
   addScoreCommand(app);
+  addMixCommand(app);
   addSeparateCommand(app);
   addRunCommand(app);
   addMethodsCommand(app);

@@ -1,0 +1,206 @@
+#include "cli/MixCommand.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli/MixFiles.h"
+#include "cli/MixRenderer.h"
+#include "cli/OutputFile.h"
+#include "cli/ResponseSet.h"
+#include "cli/SignalFile.h"
+#include "toolbox/core/Scene.h"
+
+namespace {
+
+// From here on a person should know that the measured positions do not cover the scene.
+constexpr double NOTED_DEVIATION = 5.0;  // degrees
+
+constexpr double LATEST_BEGIN = 86400.0;  // seconds
+constexpr int LARGEST_RATE = 1'000'000;   // Hz
+
+class MixError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct MixOptions {
+  std::string scene;
+  std::string responses;
+  std::vector<std::string> dry;
+  std::string output;
+  int channel = 1;
+  int rawRate = 0;  // 0: the dry files have headers
+  bool resample = false;
+  std::vector<double> gains;  // dB; empty: 0 for all
+  std::optional<double> noiseLevel;
+  unsigned seed = 1;
+  bool force = false;
+};
+
+/// A source of the scene, what it emits and where its image goes.
+struct MixSource {
+  Audio::SceneSource place;
+  std::string dry;
+  double gain;  // factor
+  std::string imagePath;
+};
+
+/// "mix.wav" and "source3" make "mix-source3.wav".
+std::string besideOutput(const std::string& output, const std::string& suffix) {
+  std::filesystem::path path(output);
+  path.replace_filename(path.stem().string() + "-" + suffix + ".wav");
+  return path.string();
+}
+
+double factor(double decibels) { return std::pow(10.0, decibels / 20.0); }
+
+/// The scene's sources and then its noise sources, each with its dry file.
+std::vector<MixSource> sourcesOf(const Audio::Scene& scene, const MixOptions& options) {
+  std::vector<MixSource> result;
+  const auto add = [&](const Audio::SceneSource& source, const char* kind) {
+    for (const Audio::TimeRange& range : source.active) {
+      if (range.begin <= LATEST_BEGIN) continue;
+      throw MixError(fmt::format("{}: source {} is active from {} s on, expected {} s at most",
+                                 options.scene, source.id, range.begin, LATEST_BEGIN));
+    }
+    result.push_back(
+        {source, "", 1.0, besideOutput(options.output, fmt::format("{}{}", kind, source.id))});
+  };
+  for (const Audio::SceneSource& source : scene.sources()) add(source, "source");
+  for (const Audio::SceneSource& source : scene.noiseSources()) add(source, "noise");
+  if (options.dry.size() != result.size()) {
+    throw CLI::ValidationError(
+        "--dry", fmt::format("{} given, expected {}: one for each of the {} sources and {} noise "
+                             "sources in {}",
+                             options.dry.size(), result.size(), scene.sources().size(),
+                             scene.noiseSources().size(), options.scene));
+  }
+  for (std::size_t i = 0; i < result.size(); ++i) {
+    result[i].dry = options.dry[i];
+    if (!options.gains.empty()) result[i].gain = factor(options.gains[i]);
+  }
+  return result;
+}
+
+/// A dry file's samples at the rate of the responses, times the source's gain.
+std::vector<float> readDry(const MixSource& source, const MixOptions& options, int rate) {
+  Signal signal = options.rawRate > 0 ? readRawSignal(source.dry, options.rawRate)
+                                      : readSignal(source.dry, options.channel);
+  if (signal.samplingRate != rate) {
+    if (!options.resample) {
+      throw SignalError(
+          fmt::format("{}: the sampling rate is {} Hz, expected {} Hz as in {} (--resample "
+                      "converts it)",
+                      source.dry, signal.samplingRate, rate, options.responses));
+    }
+    signal = resampled(signal, rate, source.dry);
+  }
+  for (float& sample : signal.samples) {
+    sample = static_cast<float>(source.gain * static_cast<double>(sample));
+  }
+  return signal.samples;
+}
+
+/// Gaussian noise, independent at each microphone and sample.
+std::vector<float> microphoneNoise(std::size_t values, double level, unsigned seed) {
+  std::mt19937 generator(seed);
+  std::normal_distribution<double> gaussian(0.0, factor(level));
+  std::vector<float> noise(values);
+  for (float& value : noise) value = static_cast<float>(gaussian(generator));
+  return noise;
+}
+
+void note(const std::string& text) { std::cerr << "zelk-sss: " << text << std::endl; }
+
+void mix(const MixOptions& options) {
+  if (std::filesystem::path(options.output).extension() != ".wav") {
+    throw CLI::ValidationError(
+        "--output", fmt::format("\"{}\", expected a name that ends in .wav", options.output));
+  }
+  if (!options.gains.empty() && options.gains.size() != options.dry.size()) {
+    throw CLI::ValidationError("--gain",
+                               fmt::format("{} given, expected as many as there are dry files, {}",
+                                           options.gains.size(), options.dry.size()));
+  }
+  const std::vector<MixSource> sources = sourcesOf(Audio::Scene::read(options.scene), options);
+  const std::string noisePath = besideOutput(options.output, "microphone-noise");
+  checkOutput(options.output, options.force);
+  for (const MixSource& source : sources) checkOutput(source.imagePath, options.force);
+  if (options.noiseLevel) checkOutput(noisePath, options.force);
+
+  const ResponseSet responses(options.responses);
+  const MixRenderer renderer(responses);
+  MixFiles files(responses.microphones(), responses.samplingRate(), options.force);
+  if (responses.leadIn() > 0) {
+    note(fmt::format("{}: the responses reach before time 0; all images are {} samples late",
+                     options.responses, responses.leadIn()));
+  }
+  for (const MixSource& source : sources) {
+    const std::vector<float> dry = readDry(source, options, responses.samplingRate());
+    const double deviation = renderer.largestDeviation(source.place, dry.size());
+    if (deviation > NOTED_DEVIATION) {
+      note(fmt::format("{}: source {} is up to {:.1f} degrees from the nearest position in {}",
+                       options.scene, source.place.id, deviation, options.responses));
+    }
+    files.add(source.imagePath, renderer.render(source.place, dry).samples);
+  }
+  if (options.noiseLevel) {
+    const std::size_t values = files.length() * responses.microphones();
+    files.add(noisePath, microphoneNoise(values, *options.noiseLevel, options.seed));
+  }
+  files.finish(options.output);
+}
+
+}  // namespace
+
+void addMixCommand(CLI::App& app) {
+  const auto options = std::make_shared<MixOptions>();
+  CLI::App* command = app.add_subcommand(
+      "mix", "Render a scene's mixture and each source's image at the microphones");
+  command->add_option("scene", options->scene, "Scene file (JSON)")->required();
+  command->add_option("--tf", options->responses, "Responses (SOFA, DataType FIR or TF)")
+      ->required();
+  command
+      ->add_option("--dry", options->dry,
+                   "What each source emits: a file for each source, then for each noise source, in "
+                   "the scene's order")
+      ->required();
+  command
+      ->add_option("-o,--output", options->output,
+                   "Mixture, NAME.wav; the images are NAME-source<ID>.wav and NAME-noise<ID>.wav")
+      ->required();
+  command
+      ->add_option("--channel", options->channel,
+                   "Channel to take from dry files of several channels, from 1")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  command
+      ->add_option("--raw-rate", options->rawRate,
+                   "The dry files are headerless 16-bit little-endian mono, of this rate in Hz")
+      ->check(CLI::Range(1, LARGEST_RATE));
+  command->add_flag("--resample", options->resample,
+                    "Convert dry files of another sampling rate than the responses'");
+  command->add_option("--gain", options->gains, "Gain of each dry file in dB")
+      ->check(CLI::Range(-200.0, 200.0));
+  command
+      ->add_option(
+          "--noise-level", options->noiseLevel,
+          "Add independent white noise of this level at each microphone, in dB relative to "
+          "full scale (RMS 1)")
+      ->check(CLI::Range(-200.0, 0.0));
+  command->add_option("--seed", options->seed, "Start of the noise's random numbers")
+      ->capture_default_str();
+  command->add_flag("--force", options->force, "Replace existing output files");
+  command->callback([options] { mix(*options); });
+}
