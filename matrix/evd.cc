@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "matrix/ProcessorClones.h"
 #include "matrix/SplitMatrix.h"
 
 namespace BF {
@@ -23,30 +24,29 @@ struct Rotation {
 /// a = A(p, q) with modulus |a|, h = d(q) − d(p). The rotation's parameter is
 ///   t = ā / h                         when |a| is negligible next to h,
 ///   t = (√(h² + 4·|a|²) − h) / (2·a)  otherwise.
-Rotation rotationFor(double ar, double ai, double absA, double h) {
+ZELK_INLINE Rotation rotationFor(double ar, double ai, double absA, double h) {
   double absT;  // |t|, with the sign of h in the first case
   if (std::abs(h) + 100.0 * absA == std::abs(h)) {
     absT = absA / h;
   } else {
     const double root = modulus(h, 2.0 * absA);
-    // For positive h the difference √(h² + 4·|a|²) − h would lose every digit of a small |a|.
-    const double numerator = h > 0.0 ? 2.0 * absA * (2.0 * absA / (root + h)) : root - h;
-    absT = numerator / (2.0 * absA);
+    // For positive h the difference √(h² + 4·|a|²) − h would lose every digit of a small |a|;
+    // divided by 2·|a| it is the same as 2·|a| / (√(h² + 4·|a|²) + h).
+    absT = h > 0.0 ? 2.0 * absA / (root + h) : (root - h) / (2.0 * absA);
   }
   const double c = 1.0 / std::sqrt(absT * absT + 1.0);
-  Rotation rotation;
-  rotation.sr = absT * c * (ar / absA);
-  rotation.si = absT * c * (-ai / absA);
-  rotation.tr = rotation.sr / (1.0 + c);
-  rotation.ti = rotation.si / (1.0 + c);
-  rotation.shift = absT * absA;
-  return rotation;
+  const double absS = absT * c;
+  const double absTau = absS / (1.0 + c);
+  const double phaseRe = ar / absA;
+  const double phaseIm = -ai / absA;
+  return {absS * phaseRe, absS * phaseIm, absTau * phaseRe, absTau * phaseIm, absT * absA};
 }
 
 /// For every j < n: g' = g − s · (h + τ̄ · g) and h' = h + s̄ · (g − τ · h), the rotation of two
 /// vectors g and h.
-void rotate(std::size_t n, double* __restrict gr, double* __restrict gi, double* __restrict hr,
-            double* __restrict hi, double sr, double si, double tr, double ti) {
+ZELK_INLINE void rotate(std::size_t n, double* __restrict gr, double* __restrict gi,
+                        double* __restrict hr, double* __restrict hi, double sr, double si,
+                        double tr, double ti) {
   for (std::size_t j = 0; j < n; ++j) {
     const double ur = hr[j] + (tr * gr[j] + ti * gi[j]);
     const double ui = hi[j] + (tr * gi[j] - ti * gr[j]);
@@ -60,8 +60,8 @@ void rotate(std::size_t n, double* __restrict gr, double* __restrict gi, double*
 }
 
 /// Rotates rows p and q of the Hermitian work matrix and mirrors them into its columns.
-void rotateHermitian(SplitMatrix& A, std::size_t n, std::size_t p, std::size_t q,
-                     const Rotation& rotation) {
+ZELK_INLINE void rotateHermitian(SplitMatrix& A, std::size_t n, std::size_t p, std::size_t q,
+                                 const Rotation& rotation) {
   rotate(n, A.re(p), A.im(p), A.re(q), A.im(q), rotation.sr, -rotation.si, rotation.tr,
          -rotation.ti);
   A.re(p)[p] = A.im(p)[p] = A.re(p)[q] = A.im(p)[q] = 0.0;
@@ -83,12 +83,14 @@ double offDiagonalSum(SplitMatrix& A, std::size_t n) {
   return sum;
 }
 
-bool negligible(double value, double next) { return std::abs(next) + value == std::abs(next); }
+ZELK_INLINE bool negligible(double value, double next) {
+  return std::abs(next) + value == std::abs(next);
+}
 
 /// One sweep over all pairs p < q. Rows of Vt are the columns of V; z gathers the diagonal's
 /// changes.
-void sweepOnce(int sweep, double threshold, SplitMatrix& A, SplitMatrix& Vt,
-               KernelVector<double>& d, KernelVector<double>& z) {
+ZELK_PROCESSOR_CLONES void sweepOnce(int sweep, double threshold, SplitMatrix& A, SplitMatrix& Vt,
+                                     KernelVector<double>& d, KernelVector<double>& z) {
   const std::size_t n = d.size();
   for (std::size_t p = 0; p + 1 < n; ++p) {
     for (std::size_t q = p + 1; q < n; ++q) {

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "matrix/ProcessorClones.h"
 #include "matrix/SplitMatrix.h"
 
 namespace BF {
@@ -412,6 +413,9 @@ class TallSvd {
   std::vector<double> wi;
 };
 
+/// Everything that decompose() calls becomes part of each clone.
+ZELK_PROCESSOR_CLONES __attribute__((flatten)) void decompose(TallSvd& svd) { svd.decompose(); }
+
 }  // namespace
 
 template <>
@@ -422,7 +426,7 @@ void svd<double>(KernelMatrix<double>& A, KernelVector<double>& s, KernelMatrix<
   // A wide matrix is decomposed through its conjugate transpose, Aᴴ = V · diag(s) · Uᴴ.
   const bool wide = m < n;
   TallSvd svd(A, wide);
-  svd.decompose();
+  decompose(svd);
 
   svd.copyU(wide ? V : U);
   svd.copyV(wide ? U : V);
