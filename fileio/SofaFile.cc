@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <limits>
 
@@ -175,9 +176,6 @@ void SofaFile::readSources() {
   requireRows("ListenerPosition", origins);
   requireRows("ListenerView", views);
   requireRows("ListenerUp", ups);
-  if (positions.size() == 1 && origins.size() == 1 && views.size() == 1 && M > 1) {
-    remarks.push_back(fmt::format("all {} measurements share one source position", M));
-  }
   for (std::size_t m = 0; m < M; ++m) {
     const Position& p = rowOf(positions, m);
     const Position& origin = rowOf(origins, m);
@@ -193,6 +191,37 @@ void SofaFile::readSources() {
     sources.push_back(
         {dot(relative, front), dot(relative, left), dot(relative, cross(front, left))});
   }
+  noteUnits("SourcePosition");
+  const auto first = [this](const Position& p) { return p == sources[0]; };
+  if (M > 1 && std::all_of(sources.begin(), sources.end(), first)) {
+    remarks.push_back(fmt::format("all {} measurements share one source position", M));
+  }
+}
+
+// "metre" and "meter" are both in use, alone or after degrees.
+void SofaFile::noteUnits(const std::string& variable) {
+  const std::string units = file.attribute(variable, "Units");
+  std::string word;
+  bool known = true;
+  const auto endWord = [&] {
+    const bool plural = word.size() > 1 && word.back() == 's';
+    if (plural) word.pop_back();
+    known = known && (word.empty() || word == "m" || word == "metre" || word == "meter" ||
+                      word == "degree" || word == "deg");
+    word.clear();
+  };
+  for (const char c : units) {
+    if (c == ',' || c == ' ') {
+      endWord();
+    } else {
+      word += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+  }
+  endWord();
+  if (known) return;
+  remarks.push_back(fmt::format(
+      "{} has the Units \"{}\", expected metres (and degrees): its values are taken as such",
+      variable, units));
 }
 
 void SofaFile::readReceivers() {
@@ -201,6 +230,7 @@ void SofaFile::readReceivers() {
     file.fail(fmt::format("ReceiverPosition has {} rows, expected {}, the receivers of the data",
                           microphones.size(), R));
   }
+  noteUnits("ReceiverPosition");
 }
 
 std::vector<std::complex<float>> SofaFile::readTransferFunctions() const {

@@ -48,6 +48,7 @@ class SofaFile {
   std::vector<Position> readVectors(const std::string& variable, const Position& absent) const;
   void readSources();
   void readReceivers();
+  void noteUnits(const std::string& variable);
 
   NcFile file;
   std::string dataType;

@@ -62,10 +62,10 @@ std::string microphonesText(const std::vector<Position>& microphones) {
 void findPlaces(const SofaTransferFunctions& data, std::vector<std::string>& findings) {
   const std::set<Position> places(data.sourcePositions.begin(), data.sourcePositions.end());
   const std::size_t M = data.sourcePositions.size();
-  if (places.size() < M) {
+  if (places.size() < M && places.size() > 1) {  // all at one: the reader remarks that
     findings.push_back(
-        fmt::format("{} share {} source position{}: only the first at each is found by its place",
-                    counted(M, "measurement"), places.size(), places.size() == 1 ? "" : "s"));
+        fmt::format("{} share {} source positions: by its place only the first of several is found",
+                    counted(M, "measurement"), places.size()));
   }
   const auto atOrigin = std::count_if(places.begin(), places.end(),
                                       [](const Position& p) { return distanceOf(p) == 0.0; });
@@ -98,6 +98,13 @@ void findSilence(const SofaTransferFunctions& data, std::vector<std::string>& fi
                                    0.5 * data.samplingRate * static_cast<double>(first) /
                                        static_cast<double>(std::max<std::size_t>(1, N - 1))));
   }
+}
+
+std::vector<std::string> plainFindings(const SofaTransferFunctions& data) {
+  std::vector<std::string> findings;
+  findPlaces(data, findings);
+  findSilence(data, findings);
+  return findings;
 }
 
 /// The file's responses as transfer functions at its own rate, for examination.
@@ -136,9 +143,7 @@ std::string infoText(const SofaFile& file) {
 }
 
 std::vector<std::string> findingsOf(const SofaTransferFunctions& data) {
-  std::vector<std::string> findings;
-  findPlaces(data, findings);
-  findSilence(data, findings);
+  std::vector<std::string> findings = plainFindings(data);
   const auto agreement = compareDelays(data);
   if (agreement && contradicts(*agreement)) findings.push_back(describe(*agreement, data));
   return findings;
@@ -148,13 +153,13 @@ std::string checkText(const SofaFile& file) {
   ImportReport report;
   const SofaTransferFunctions data = examined(file, report);
   std::string text = infoText(file);
-  const std::vector<std::string> findings = findingsOf(data);
-  for (const std::string& finding : findings) text += "warning: " + finding + "\n";
+  for (const std::string& finding : plainFindings(data)) text += "warning: " + finding + "\n";
   const auto agreement = compareDelays(data);
   if (!agreement) {
     text += "delays:       cannot be compared (too few or too similar directions)\n";
-  } else if (!contradicts(*agreement)) {
-    text += "delays:       " + describe(*agreement, data) + "\n";
+  } else {
+    text += (contradicts(*agreement) ? "warning: " : "delays:       ") +
+            describe(*agreement, data) + "\n";
   }
   if (file.isTransferFunctions()) {
     return text + fmt::format("usable as a database for frames of {} samples at {} Hz\n",
