@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -13,6 +14,7 @@
 #include <sstream>
 
 #include "cli/NetworkRun.h"
+#include "cli/OutputFile.h"
 #include "cli/SeparationNetwork.h"
 #include "fileio/SofaFile.h"
 #include "toolbox/core/AudioError.h"
@@ -159,6 +161,22 @@ void printReport(const SeparationSettings& s, double seconds) {
       1000.0 * s.length / s.samplingRate);
 }
 
+/// Complains before the work starts, in the command's own words; the writer checks again.
+void refuseEarlierFiles(const SeparationSettings& s, const Audio::Scene& scene) {
+  std::vector<std::string> names = {"timeline.json"};
+  for (const Audio::SceneSource& source : scene.sources()) {
+    names.push_back(fmt::format("{}{}.wav", s.prefix, source.id));
+  }
+  for (const std::string& name : names) {
+    const std::filesystem::path path = std::filesystem::path(s.directory) / name;
+    std::error_code ignored;
+    if (!std::filesystem::exists(path, ignored)) continue;
+    throw OutputError(fmt::format(
+        "{}: exists already, expected no files of an earlier run (--force replaces them)",
+        path.string()));
+  }
+}
+
 void separate(Options options) {
   applyMethod(options);
   SeparationSettings& s = options.settings;
@@ -167,13 +185,14 @@ void separate(Options options) {
   if (s.advance == 0) s.advance = std::min(DEFAULT_ADVANCE, std::max(1, s.length / 4));
   const Audio::FrameLayout layout(s.length, s.advance);
   const std::optional<std::int64_t> samples = applyRecording(s, microphones);
-  Audio::Scene::read(s.scene);
+  const Audio::Scene scene = Audio::Scene::read(s.scene);
   const FD::NetworkDocument network = separationNetwork(s);
   if (options.printNetwork) {
     std::cout << network.toXml();
     return;
   }
 
+  if (!s.overwrite) refuseEarlierFiles(s, scene);
   const auto start = std::chrono::steady_clock::now();
   std::ostringstream ignored;
   runDocument(network, {}, ignored, options.quiet || !samples ? 0 : layout.frameCount(*samples));

@@ -1,0 +1,61 @@
+#include "tests/cli/process/CommandRun.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <stdexcept>
+
+namespace {
+
+/// A file without a name that takes in what a process writes.
+class Capture {
+ public:
+  Capture() : file(std::tmpfile()) {
+    if (!file) throw std::runtime_error("no temporary file can be made");
+  }
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+  ~Capture() { std::fclose(file); }
+
+  int descriptor() const { return fileno(file); }
+
+  std::string text() const {
+    std::rewind(file);
+    std::string all;
+    char block[4096];
+    for (std::size_t n; (n = std::fread(block, 1, sizeof block, file)) > 0;) all.append(block, n);
+    return all;
+  }
+
+ private:
+  std::FILE* file;
+};
+
+}  // namespace
+
+CommandRun runCommand(const std::vector<std::string>& arguments) {
+  std::vector<std::string> words = {ZELK_COMMAND};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+
+  const Capture output;
+  const Capture errors;
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_adddup2(&actions, output.descriptor(), STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, errors.descriptor(), STDERR_FILENO);
+  pid_t process = 0;
+  const int failure = posix_spawn(&process, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (failure != 0) throw std::runtime_error(std::string(argv[0]) + " cannot be started");
+
+  int state = 0;
+  waitpid(process, &state, 0);
+  return {WIFEXITED(state) ? WEXITSTATUS(state) : -1, output.text(), errors.text()};
+}
