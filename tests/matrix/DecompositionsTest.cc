@@ -1,6 +1,11 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <functional>
-#include <limits>
+#include <string>
+#include <vector>
 
 #include "matrix/Matrix.h"
 #include "tests/support/ComplexMatrixMatchers.h"
@@ -9,273 +14,406 @@
 namespace {
 
 using BF::Matrix;
+using reference::adjoint;
+using reference::Dense;
+using reference::frobenius;
+using reference::fromMatrix;
+using support::ALL_SPECTRA;
+using support::Generator;
+using support::IsFinite;
+using support::MatrixEq;
+using support::MatrixNear;
+using support::matrixOf;
+using support::ROUNDING;
+using support::Spectrum;
+using support::spectrumOf;
+using support::svdAccuracy;
 using testing::Not;
 
-/// The sweeps of the singular-value kernel leave off-diagonal elements up to 1.5e-7 of the largest
-/// one: A = U · S · Vᴴ holds to that, times √n for the n that may be left at once.
-constexpr double SPLIT = 1.5e-7;
+constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
+constexpr double INFINITE = std::numeric_limits<double>::infinity();
 
-Matrix diagonal(const Matrix& S, int rows, int columns) {
-  Matrix D(rows, columns);
-  for (int i = 0; i < std::min(rows, columns); ++i) D.setElementAt(i, i, S.getElementAt(i, 0));
-  return D;
+/// Up to 2·min(m, n) vectors of squared norm ≤ 1.5e-31 count as zero in the decomposition, an error
+/// of 3.9e-16 each that does not shrink with the matrix.
+double absoluteFloor(int m, int n) { return 3.9e-16 * std::sqrt(2.0 * std::min(m, n)); }
+
+std::vector<double> realColumn(const Matrix& column) {
+  std::vector<double> values;
+  for (int i = 0; i < column.getRowCount(); ++i) {
+    EXPECT_EQ(column.getElementAt(i, 0).imag(), 0.0);
+    values.push_back(column.getElementAt(i, 0).real());
+  }
+  return values;
 }
 
-void expectUnitary(const Matrix& Q) {
-  const int n = Q.getRowCount();
-  EXPECT_THAT(Q * Q.transposed(true), IsNear(Matrix::I(n), 100 * ROUNDING));
+void expectUnitary(const Matrix& U, int n) {
+  const Dense u = fromMatrix(U);
+  EXPECT_THAT(reference::toMatrix(adjoint(u) * u), MatrixNear(Matrix::I(n), ROUNDING));
 }
 
-/// U and V unitary, S real, non-negative and decreasing, A = U · S · Vᴴ to accuracy · ‖A‖.
-void expectSingularValueLaws(const Matrix& A, double accuracy) {
+/// The laws of A = U · diag(S) · Vᴴ; expected: the singular values, or empty when not known.
+void expectSingularValueLaws(const Matrix& A, const std::vector<double>& expected = {}) {
   const int m = A.getRowCount();
   const int n = A.getColumnCount();
-  Matrix U(1, 7);  // whatever shape stands in the outputs is replaced
-  Matrix S;
-  Matrix V;
+  SCOPED_TRACE(testing::Message() << m << " x " << n);
+  Matrix U(1, 2), S, V;  // what the arguments held before does not matter
   A.singularValueDecomposition(U, S, V);
-  ASSERT_EQ(U.getRowCount(), m);
-  ASSERT_EQ(V.getRowCount(), n);
+
+  expectUnitary(U, m);
+  expectUnitary(V, n);
   ASSERT_EQ(S.getRowCount(), std::max(m, n));
-  expectUnitary(U);
-  expectUnitary(V);
-  for (int i = 0; i < S.getRowCount(); ++i) {
-    EXPECT_EQ(S.getElementAt(i, 0).imag(), 0.0);
-    EXPECT_GE(S.getElementAt(i, 0).real(), 0.0);
-    const double previous = i > 0 ? S.getElementAt(i - 1, 0).real() : HUGE_VAL;
-    EXPECT_GE(previous, S.getElementAt(i, 0).real());
-    EXPECT_LE(S.getElementAt(i, 0).real(), i < std::min(m, n) ? HUGE_VAL : 0.0);
+  ASSERT_EQ(S.getColumnCount(), 1);
+  const std::vector<double> s = realColumn(S);
+  EXPECT_TRUE(std::is_sorted(s.rbegin(), s.rend())) << "not in decreasing order";
+  for (int i = 0; i < std::max(m, n); ++i) EXPECT_GE(s[i], 0.0);
+  for (int i = std::min(m, n); i < std::max(m, n); ++i) EXPECT_EQ(s[i], 0.0);
+
+  const Dense a = fromMatrix(A);
+  const double tolerance = svdAccuracy(m, n) * frobenius(a) + absoluteFloor(m, n);
+  const Dense product = fromMatrix(U) * reference::diagonal(m, n, s) * adjoint(fromMatrix(V));
+  EXPECT_LE(frobenius(product - a), tolerance);
+  // What is left out of a matrix moves no singular value by more than its norm.
+  for (std::size_t i = 0; i < expected.size(); ++i) EXPECT_NEAR(s[i], expected[i], tolerance);
+}
+
+/// Small shapes exhaustively, every count up to 64 as rows and as columns, and random shapes.
+std::vector<std::array<int, 2>> shapes() {
+  std::vector<std::array<int, 2>> result;
+  for (int m = 0; m <= 8; ++m) {
+    for (int n = 0; n <= 8; ++n) result.push_back({m, n});
   }
-  EXPECT_THAT(U * diagonal(S, m, n) * V.transposed(true), IsNear(A, accuracy * sizeOf(A) + 4e-16));
-}
-
-/// A·X·A = A, X·A·X = X, A·X and X·A Hermitian, for X = pinv(A), at the condition of A.
-void expectPenroseConditions(const Matrix& A) {
-  const Matrix X = A.pseudoInverse();
-  ASSERT_EQ(X.getRowCount(), A.getColumnCount());
-  ASSERT_EQ(X.getColumnCount(), A.getRowCount());
-  const double accuracy = 10 * SPLIT * (1.0 + sizeOf(A) * sizeOf(X));
-  EXPECT_THAT(A * X * A, IsNear(A, accuracy * (1e-300 + sizeOf(A))));
-  EXPECT_THAT(X * A * X, IsNear(X, accuracy * (1e-300 + sizeOf(X))));
-  EXPECT_THAT((A * X).transposed(true), IsNear(A * X, accuracy));
-  EXPECT_THAT((X * A).transposed(true), IsNear(X * A, accuracy));
-}
-
-TEST(Decompositions, SingularValueAndPenroseLawsOverRandomShapes) {
-  MatrixGenerator make(1);
-  for (int round = 0; round < 400; ++round) {
-    const int most = round % 40 == 0 ? 64 : 12;
-    const int m = make.integer(0, most);
-    const int n = make.integer(0, most);
-    SCOPED_TRACE(testing::Message() << "round " << round << ", " << m << " x " << n);
-    const Matrix A = round % 2
-                         ? make.matrix(m, n)
-                         : make.withSingularValues(m, n, make.degenerateSpectrum(std::min(m, n)));
-    expectSingularValueLaws(A, 2 * std::sqrt(std::min(m, n)) * SPLIT);
-    if (most < 64) expectPenroseConditions(A);
+  for (int m = 9; m <= 64; ++m) {
+    result.push_back({m, m});
+    result.push_back({m, 64 - m});
+    result.push_back({64 - m, m});
   }
+  Generator random(1);
+  for (int i = 0; i < 100; ++i) result.push_back({random.integer(0, 64), random.integer(0, 64)});
+  return result;
 }
 
-TEST(Decompositions, SingularValuesOfConstructedMatricesComeBack) {
-  MatrixGenerator make(2);
-  for (int round = 0; round < 100; ++round) {
-    const int n = make.integer(1, 10);
-    const int m = n + make.integer(0, 5);
-    std::vector<double> values;
-    for (int i = 0; i < n; ++i) values.push_back(std::abs(make.gaussian()));
-    std::sort(values.rbegin(), values.rend());
-    const Matrix A = make.withSingularValues(m, n, values);
-    Matrix U;
-    Matrix S;
-    Matrix V;
-    (round % 2 ? A : A.transposed(true)).singularValueDecomposition(U, S, V);
-    for (int i = 0; i < n; ++i) {
-      EXPECT_NEAR(S.getElementAt(i, 0).real(), values[i], 10 * SPLIT * values[0]);
+TEST(SingularValueDecomposition, HoldsOnRandomShapes) {
+  Generator random(2);
+  for (const auto& [m, n] : shapes()) expectSingularValueLaws(random.gaussian(m, n));
+}
+
+TEST(SingularValueDecomposition, HoldsOnDegenerateSpectra) {
+  for (int seed = 0; seed < 40; ++seed) {
+    Generator random(seed);
+    const int m = random.integer(1, seed == 0 ? 64 : 24);
+    const int n = random.integer(1, seed == 0 ? 64 : 24);
+    for (const Spectrum kind : ALL_SPECTRA) {
+      SCOPED_TRACE(testing::Message()
+                   << "seed " << seed << ", spectrum " << static_cast<int>(kind));
+      const std::vector<double> values = spectrumOf(kind, std::min(m, n), 1e-14);
+      expectSingularValueLaws(random.withSingularValues(m, n, values), values);
     }
   }
 }
 
-TEST(Decompositions, BadlyScaledMatrices) {
-  MatrixGenerator make(3);
-  for (const double scale : {1e150, 1e100, 1e5, 1e-5, 1e-12}) {
-    expectSingularValueLaws(make.matrix(6, 4, scale), 4 * SPLIT);
-    expectSingularValueLaws(make.matrix(4, 6, scale), 4 * SPLIT);
-  }
-  // Columns whose squared norm is below 1.5e-31 count as zero.
-  Matrix U;
-  Matrix S;
-  Matrix V;
-  make.matrix(5, 3, 1e-150).singularValueDecomposition(U, S, V);
-  EXPECT_THAT(S, IsExactly(Matrix(5, 1)));
-  expectUnitary(U);
-  expectUnitary(V);
-  for (const double scale : {1e150, 1e-150}) {
-    Matrix A = make.hermitian({3.0, 1.0, 1.0, 0.0, -2.0}) * std::complex<double>(scale, 0.0);
-    Matrix d;
-    A.eigenValues(d, V);
-    EXPECT_THAT(A * V, IsNear(V * d.diagonalMatrix(), ROUNDING * scale));
-    expectUnitary(V);
+TEST(SingularValueDecomposition, HoldsOnBadlyScaledMatrices) {
+  for (int seed = 0; seed < 200; ++seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    Generator random(seed);
+    const int m = random.integer(1, 12);
+    const int n = random.integer(1, 12);
+    expectSingularValueLaws(random.badlyScaled(m, n, seed % 2 == 0 ? 150.0 : 12.0));
+    const double scale = std::pow(10.0, random.uniform(-150.0, 150.0));
+    const std::vector<double> values = spectrumOf(ALL_SPECTRA[seed % 6], std::min(m, n), 1e-9);
+    std::vector<double> scaled = values;
+    for (double& s : scaled) s *= scale;
+    expectSingularValueLaws(random.withSingularValues(m, n, values) * scale, scaled);
   }
 }
 
-TEST(Decompositions, EigenLawsOverRandomAndDegenerateSpectra) {
-  MatrixGenerator make(4);
-  for (int round = 0; round < 300; ++round) {
-    const int n = make.integer(0, round % 30 == 0 ? 64 : 12);
-    SCOPED_TRACE(testing::Message() << "round " << round << ", n = " << n);
-    std::vector<double> spectrum = make.degenerateSpectrum(n);
-    if (round % 2) {
-      for (double& value : spectrum) value = make.gaussian().real();
+TEST(SingularValueDecomposition, HoldsOnSparseAndBidiagonalMatrices) {
+  for (int seed = 0; seed < 100; ++seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    Generator random(seed);
+    const int m = random.integer(1, 10);
+    const int n = random.integer(1, 10);
+    Matrix sparse(m, n), bidiagonal(m, n), small(m, n);
+    for (int r = 0; r < m; ++r) {
+      for (int c = 0; c < n; ++c) {
+        if (random.chance(0.3)) sparse.setElementAt(r, c, random.integer(-1, 1), 0.0);
+        if (c == r || c == r + 1) bidiagonal.setElementAt(r, c, random.integer(0, 1), 0.0);
+        // Off-diagonal elements about the size at which they are dropped.
+        small.setElementAt(r, c, r == c ? 1.0 : random.uniform(0.0, 4e-7), 0.0);
+      }
     }
-    const Matrix A = make.hermitian(spectrum);
-    Matrix d;
-    Matrix V;
-    A.eigenValues(d, V);
-    const double accuracy = 10 * ROUNDING * (1e-300 + sizeOf(A));
-    EXPECT_THAT(A * V, IsNear(V * d.diagonalMatrix(), accuracy));
-    expectUnitary(V);
-    std::vector<double> found;
-    for (int i = 0; i < n; ++i) found.push_back(d.getElementAt(i, 0).real());
-    std::sort(found.begin(), found.end());
-    std::sort(spectrum.begin(), spectrum.end());
-    for (int i = 0; i < n; ++i) EXPECT_NEAR(found[i], spectrum[i], accuracy);
+    expectSingularValueLaws(sparse);
+    expectSingularValueLaws(bidiagonal);
+    expectSingularValueLaws(small);
+  }
+}
 
-    // Only the upper triangle is read.
-    Matrix upper(A);
-    for (int i = 0; i < n; ++i) {
-      for (int j = 0; j < i; ++j) upper.setElementAt(i, j, 99.0, 99.0);
+// ---- pseudo-inverse
+
+/// The four conditions of Penrose for X = A⁺, X as returned. With A = Â + E, where  is the product
+/// of the factors that X was made of and ‖E‖ ≤ δ·‖A‖:
+///   AXA − A = ÂXE + EXÂ + EXE − E + what the threshold 1e-10 drops,
+///   XAX − X = XEX,   AX − (AX)ᴴ = EX − (EX)ᴴ,   likewise XA.
+void expectPenroseConditions(const Matrix& A, const Matrix& X) {
+  const Dense a = fromMatrix(A);
+  const Dense x = fromMatrix(X);
+  ASSERT_EQ(x.rows, a.columns);
+  ASSERT_EQ(x.columns, a.rows);
+  const double normA = frobenius(a);
+  const double normX = frobenius(x);
+  const double E = svdAccuracy(a.rows, a.columns) * normA + absoluteFloor(a.rows, a.columns);
+  const double dropped = 1e-10 * std::sqrt(std::min(a.rows, a.columns));
+  const Dense ax = a * x;
+  const Dense xa = x * a;
+  EXPECT_LE(frobenius(ax * a - a), 3 * E + E * E * normX + dropped);
+  EXPECT_LE(frobenius(xa * x - x), normX * E * normX);
+  EXPECT_LE(frobenius(ax - adjoint(ax)), 2 * E * normX);
+  EXPECT_LE(frobenius(xa - adjoint(xa)), 2 * E * normX);
+}
+
+TEST(PseudoInverse, FulfilsThePenroseConditions) {
+  for (int seed = 0; seed < 300; ++seed) {
+    Generator random(seed);
+    const int m = random.integer(1, seed < 10 ? 40 : 12);
+    const int n = random.integer(1, seed < 10 ? 40 : 12);
+    const Spectrum kind = ALL_SPECTRA[seed % 7];
+    const double scale = std::pow(10.0, random.uniform(-3.0, 3.0));
+    SCOPED_TRACE(testing::Message() << "seed " << seed << ": " << m << " x " << n << ", spectrum "
+                                    << static_cast<int>(kind) << ", scale " << scale);
+    const std::vector<double> values = spectrumOf(kind, std::min(m, n), 1e-3);
+    const Matrix A = random.withSingularValues(m, n, values) * scale;
+    const Matrix X = A.pseudoInverse();
+    expectPenroseConditions(A, X);
+
+    // ‖A⁺‖² = Σ 1/σ²: a zero singular value that slipped through would dwarf the sum.
+    double squared = 0.0;
+    for (const double s : values) squared += s > 0.0 ? 1.0 / (s * scale * s * scale) : 0.0;
+    const double slack = 2e3 * svdAccuracy(m, n);  // σ is off by δ·‖A‖ at most, 1e-3 · ‖A‖ ≤ σ
+    EXPECT_NEAR(frobenius(X), std::sqrt(squared), slack * std::sqrt(squared));
+  }
+}
+
+TEST(PseudoInverse, AgreesWithTheNormalEquations) {
+  for (int seed = 0; seed < 100; ++seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    Generator random(seed);
+    const int m = random.integer(1, 12);
+    const int n = random.integer(1, 12);
+    const Matrix A =
+        random.withSingularValues(m, n, spectrumOf(Spectrum::GRADED, std::min(m, n), 1e-2));
+    // ‖X − A⁺‖ ≤ 2 · ‖A⁺‖² · ‖E‖ to first order, and ‖A⁺‖₂ is 100.
+    EXPECT_THAT(A.pseudoInverse(),
+                MatrixNear(reference::toMatrix(reference::fullRankPseudoInverse(fromMatrix(A))),
+                           2e4 * svdAccuracy(m, n) * frobenius(A)));
+  }
+}
+
+TEST(PseudoInverse, DropsSingularValuesUpToItsThreshold) {
+  // 1 × 1 and column shapes need no QR sweep: the singular value is exact.
+  EXPECT_THAT(matrixOf({{1e-10}}).pseudoInverse(), MatrixEq(matrixOf({{0.0}})));
+  EXPECT_THAT(matrixOf({{{0.0, 1.0000001e-10}}}).pseudoInverse(),
+              MatrixNear(matrixOf({{{0.0, -1e10 / 1.0000001}}}), 1e-2));
+  EXPECT_THAT(Matrix(3, 5).pseudoInverse(), MatrixEq(Matrix(5, 3)));
+  EXPECT_THAT(Matrix(0, 5).pseudoInverse(), MatrixEq(Matrix(5, 0)));
+  EXPECT_THAT(Matrix(5, 0).pseudoInverse(), MatrixEq(Matrix(0, 5)));
+  EXPECT_THAT(matrixOf({{3.0, 0.0, 4.0}}).pseudoInverse(),
+              MatrixNear(matrixOf({{0.12}, {0.0}, {0.16}}), ROUNDING));
+}
+
+// ---- Hermitian eigenvalues
+
+TEST(EigenValues, HoldOnEverySizeAndSpectrum) {
+  for (int n = 0; n <= 64; n = n < 12 ? n + 1 : n + 13) {
+    for (const Spectrum kind : ALL_SPECTRA) {
+      SCOPED_TRACE(testing::Message() << "n " << n << ", spectrum " << static_cast<int>(kind));
+      Generator random(n);
+      const double scale = std::pow(10.0, random.uniform(-120.0, 120.0));
+      std::vector<double> expected = spectrumOf(kind, n, 1e-14);
+      for (std::size_t i = 0; i < expected.size(); ++i) expected[i] *= i % 3 ? scale : -scale;
+      Matrix A = random.hermitian(expected);
+      Matrix values, vectors(3, 1);
+      A.eigenValues(values, vectors);
+
+      expectUnitary(vectors, n);
+      ASSERT_EQ(values.getRowCount(), n);
+      std::vector<double> d = realColumn(values);
+      const Dense a = fromMatrix(A);
+      const Dense v = fromMatrix(vectors);
+      const double tolerance = ROUNDING * frobenius(a);
+      EXPECT_LE(frobenius(a * v - v * reference::diagonal(n, n, d)), tolerance);
+      std::sort(d.begin(), d.end());
+      std::sort(expected.begin(), expected.end());
+      for (int i = 0; i < n; ++i) EXPECT_NEAR(d[i], expected[i], tolerance);
+
+      // The lower triangle and the imaginary parts of the diagonal are not read.
+      Matrix again, vectorsAgain;
+      for (int r = 0; r < n; ++r) {
+        for (int c = 0; c < r; ++c) A.setElementAt(r, c, NOT_A_NUMBER);
+        A.setElementAt(r, r, {A.getElementAt(r, r).real(), 5.0});
+      }
+      A.eigenValues(again, vectorsAgain);
+      EXPECT_THAT(again, MatrixEq(values));
+      EXPECT_THAT(vectorsAgain, MatrixEq(vectors));
     }
-    Matrix e;
-    Matrix W;
-    upper.eigenValues(e, W);
-    EXPECT_THAT(e, IsExactly(d));
-    EXPECT_THAT(W, IsExactly(V));
   }
 }
 
-TEST(Decompositions, DiagonalMatricesKeepTheirOrder) {
-  Matrix A(2, 2);
-  A.setElementAt(0, 0, 3.0, 0.0);
-  A.setElementAt(1, 1, 1.0, 0.0);
-  Matrix d;
-  Matrix V;
-  A.eigenValues(d, V);
-  EXPECT_EQ(d.getElementAt(0, 0), 3.0);
-  EXPECT_EQ(d.getElementAt(1, 0), 1.0);
-  EXPECT_THAT(V, IsExactly(Matrix::I(2)));
+TEST(EigenValues, LeaveADiagonalMatrixAsItStands) {
+  Matrix values, vectors;
+  matrixOf({{3.0, 0.0, 0.0}, {0.0, 1.0, 0.0}, {0.0, 0.0, 2.0}}).eigenValues(values, vectors);
+  EXPECT_THAT(values, MatrixEq(matrixOf({{3.0}, {1.0}, {2.0}})));
+  EXPECT_THAT(vectors, MatrixEq(Matrix::I(3)));
 }
 
-TEST(Decompositions, GeneralisedEigenvaluesSolveTheirEquation) {
-  MatrixGenerator make(5);
-  for (int round = 0; round < 200; ++round) {
-    const int n = make.integer(1, 10);
-    SCOPED_TRACE(testing::Message() << "round " << round << ", n = " << n);
-    const Matrix A = make.hermitian(make.degenerateSpectrum(n));
-    const Matrix C = make.matrix(n, n);
-    const Matrix B = C * C.transposed(true) + Matrix::I(n);  // condition below 1e3
-    Matrix d;
-    Matrix V;
-    A.generalizedEigenValues(B, d, V);
-    // B's factor is inverted by way of singular values, which are good to SPLIT.
-    EXPECT_THAT(A * V, IsNear(B * V * d.diagonalMatrix(), 1e4 * SPLIT * sizeOf(A)));
-    Matrix e;
-    Matrix W;
-    A.eigenValues(e, W);
-    A.generalizedEigenValues(Matrix::I(n), d, V);
-    EXPECT_THAT(d, IsNear(e, 100 * ROUNDING * sizeOf(A)));
+TEST(GeneralizedEigenValues, HoldForHermitianPairs) {
+  for (int seed = 0; seed < 150; ++seed) {
+    Generator random(seed);
+    const int n = random.integer(0, seed < 4 ? 40 : 12);
+    SCOPED_TRACE(testing::Message() << "seed " << seed << ", n " << n);
+    std::vector<double> spectrum(n);
+    for (double& value : spectrum) value = random.uniform(-1.0, 1.0);
+    const double smallest = std::pow(10.0, random.uniform(-4.0, 0.0));
+    const double scale = std::pow(10.0, random.uniform(-3.0, 3.0));
+    const Matrix A = random.hermitian(spectrum) * std::pow(10.0, random.uniform(-8.0, 8.0));
+    const Matrix B = random.hermitian(spectrumOf(Spectrum::GRADED, n, smallest)) * scale;
+    Matrix values, vectors;
+    A.generalizedEigenValues(B, values, vectors);
+
+    ASSERT_EQ(values.getRowCount(), n);
+    const Dense a = fromMatrix(A), b = fromMatrix(B), x = fromMatrix(vectors);
+    const Dense lambda = reference::diagonal(n, n, realColumn(values));
+    // The factor B = Rᴴ·R is inverted through its singular values, so R · R⁻¹ = I + F with
+    // ‖F‖ ≤ δ · κ(R), κ(R)² = κ(B) = 1 / smallest; hence xᴴ·B·x = I + F + Fᴴ, and
+    // A·x − λ·B·x = λ · Rᴴ · (F + Fᴴ) · y to first order, ‖R‖² = ‖B‖. F is below 1/3 here, so
+    // a factor 2 covers the higher orders.
+    const double F = svdAccuracy(n, n) * std::sqrt(n / smallest);
+    const double residual = 4 * F * frobenius(lambda) * std::sqrt(frobenius(b));
+    const double rounding = ROUNDING * frobenius(a) * frobenius(x);
+    EXPECT_LE(frobenius(a * x - b * x * lambda), residual + rounding);
+    EXPECT_LE(frobenius(adjoint(x) * b * x - reference::identity(n)), 4 * F);
   }
 }
 
-TEST(Decompositions, GeneralisedSingularValuesAreThoseOfTheQuotient) {
-  MatrixGenerator make(6);
-  const Matrix A = make.matrix(4, 3);
-  const Matrix B = make.matrix(4, 4) + Matrix::I(4) * std::complex<double>(4.0, 0.0);
-  Matrix U;
-  Matrix S;
-  Matrix V;
-  A.generalizedSingularValues(B, U, S, V);
-  EXPECT_THAT(B * U * diagonal(S, 4, 3) * V.transposed(true), IsNear(A, 10 * SPLIT * sizeOf(A)));
-  EXPECT_THROW(A.generalizedSingularValues(make.matrix(3, 3), U, S, V),
-               BF::MatrixSizeMismatchException);
+TEST(GeneralizedEigenValues, WithTheIdentityAreTheOrdinaryOnes) {
+  Generator random(1);
+  const Matrix A = random.hermitian({3.0, -1.0, 0.5, 0.25, 7.0});
+  Matrix values, vectors, plainValues, plainVectors;
+  A.generalizedEigenValues(Matrix::I(5), values, vectors);
+  A.eigenValues(plainValues, plainVectors);
+  EXPECT_THAT(values, MatrixNear(plainValues, ROUNDING));
 }
 
-TEST(Decompositions, ShapesThatDoNotFitThrow) {
-  MatrixGenerator make(7);
-  Matrix d;
-  Matrix V;
-  EXPECT_THROW(make.matrix(2, 3).eigenValues(d, V), BF::NotSquareMatrixException);
-  EXPECT_THROW(Matrix::I(2).generalizedEigenValues(make.matrix(2, 3), d, V),
-               BF::NotSquareMatrixException);
-  EXPECT_THROW(Matrix::I(3).generalizedEigenValues(Matrix::I(2), d, V),
-               BF::MatrixSizeMismatchException);
-}
+TEST(GeneralizedSingularValues, DecomposeTheQuotient) {
+  for (int seed = 0; seed < 100; ++seed) {
+    Generator random(seed);
+    const int m = random.integer(1, 10);
+    const int n = random.integer(1, 10);
+    SCOPED_TRACE(testing::Message() << "seed " << seed << ": " << m << " x " << n);
+    const Matrix A = random.gaussian(m, n);
+    const Matrix B = random.hermitian(spectrumOf(Spectrum::GRADED, m, 1e-2));
+    Matrix U, S, V;
+    A.generalizedSingularValues(B, U, S, V);
 
-TEST(Decompositions, WhatIsNotFiniteEndsAndStaysNotFinite) {
-  for (const double bad :
-       {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(), 1e200}) {
-    for (const auto& [m, n] :
-         {std::pair(5, 3), std::pair(3, 5), std::pair(4, 4), std::pair(1, 1)}) {
-      MatrixGenerator make(8);
-      Matrix A = make.matrix(m, n);
-      A.setElementAt(m - 1, n - 1, bad, 0.0);
-      Matrix U;
-      Matrix S;
-      Matrix V;
-      A.singularValueDecomposition(U, S, V);
-      EXPECT_THAT(S, Not(IsFinite()));
-      A.pseudoInverse();
-      if (m == n) A.eigenValues(S, V);
-    }
+    expectUnitary(U, m);
+    expectUnitary(V, n);
+    ASSERT_EQ(S.getRowCount(), std::max(m, n));
+    const Dense quotient = reference::solve(fromMatrix(B), fromMatrix(A));
+    const Dense product =
+        fromMatrix(U) * reference::diagonal(m, n, realColumn(S)) * adjoint(fromMatrix(V));
+    EXPECT_LE(frobenius(product - quotient), svdAccuracy(m, n) * frobenius(quotient));
   }
 }
 
-TEST(Decompositions, InverseEliminatesWithoutPivotingUnlessThePivotIsZero) {
-  MatrixGenerator make(9);
-  for (int round = 0; round < 100; ++round) {
-    const int n = make.integer(0, 8);
-    // Dominant diagonals keep the elimination stable without pivoting.
-    const Matrix A = make.matrix(n, n) + Matrix::I(n) * std::complex<double>(3.0 * n, 0.0);
-    EXPECT_THAT(A * A.Inverse(), IsNear(Matrix::I(n), ROUNDING));
-  }
-  Matrix exchange(2, 2);
-  exchange.setElementAt(0, 1, 1.0, 0.0);
-  exchange.setElementAt(1, 0, 1.0, 0.0);
+// ---- inverse
+
+/// The inverse and what it printed.
+std::pair<Matrix, std::string> inverseAndOutput(const Matrix& A) {
   testing::internal::CaptureStdout();
-  EXPECT_THAT(exchange.Inverse(), IsExactly(exchange));
-  Matrix tinyPivot(exchange);
-  tinyPivot.setElementAt(0, 0, 1e-300, 0.0);
-  tinyPivot.setElementAt(1, 1, 1.0, 0.0);
-  EXPECT_THAT(tinyPivot.Inverse(), Not(IsFinite()));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  Matrix result = A.Inverse();
+  return {result, testing::internal::GetCapturedStdout()};
 }
 
-TEST(Decompositions, InverseReportsOnStandardOutput) {
-  testing::internal::CaptureStdout();
-  EXPECT_THAT(MatrixGenerator(10).matrix(2, 3).Inverse(), IsExactly(Matrix(2, 3)));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error : Inverse : Not a square matrix.\n");
-  Matrix singular(2, 2);
-  singular.setElementAt(0, 0, 1.0, 0.0);
-  singular.setElementAt(0, 1, 2.0, 0.0);
-  singular.setElementAt(1, 0, 2.0, 0.0);
-  singular.setElementAt(1, 1, 4.0, 0.0);
-  testing::internal::CaptureStdout();
-  EXPECT_THAT(singular.Inverse(), Not(IsFinite()));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "ERROR!!No inverse matrix available.\n");
+constexpr char NOT_SQUARE[] = "Error : Inverse : Not a square matrix.\n";
+constexpr char SINGULAR[] = "ERROR!!No inverse matrix available.\n";
+
+TEST(Inverse, InvertsWithoutScaledPivoting) {
+  for (int seed = 0; seed < 200; ++seed) {
+    Generator random(seed);
+    const int n = random.integer(0, seed < 5 ? 64 : 12);
+    SCOPED_TRACE(testing::Message() << "seed " << seed << ", n " << n);
+    // Diagonally dominant, so that elimination without pivoting is stable and κ is below 10.
+    Matrix A = random.gaussian(n, n) * (1.0 / (4 * n + 1)) + Matrix::I(n);
+    EXPECT_LE(frobenius(fromMatrix(A) * fromMatrix(A.Inverse()) - reference::identity(n)),
+              ROUNDING * n);
+    // Rows rotated by one: every pivot column but the last starts with an exact zero.
+    Matrix P(n, n);
+    for (int r = 0; r < n; ++r) P.setElementAt(r, (r + 1) % n, 2.0 + r, -1.0);
+    const auto [inverse, output] = inverseAndOutput(P);
+    EXPECT_LE(frobenius(fromMatrix(P) * fromMatrix(inverse) - reference::identity(n)),
+              ROUNDING * n);
+    EXPECT_EQ(output, "");
+  }
+  EXPECT_THAT(matrixOf({{0.0, 1.0}, {1.0, 0.0}}).Inverse(),
+              MatrixEq(matrixOf({{0.0, 1.0}, {1.0, 0.0}})));
+  // A tiny pivot is used as it is: the result is the one of the elimination, not of mathematics.
+  EXPECT_THAT(matrixOf({{1e-20, 1.0}, {1.0, 1.0}}).Inverse(),
+              MatrixNear(matrixOf({{0.0, 1.0}, {1.0, 0.0}}), 1e-15));
 }
 
-TEST(Decompositions, PseudoInverseTakesSingularValuesAboveTheThreshold) {
-  Matrix row(1, 3);
-  row.setElementAt(0, 0, 3.0, 0.0);
-  row.setElementAt(0, 2, 4.0, 0.0);
-  Matrix expected(3, 1);
-  expected.setElementAt(0, 0, 0.12, 0.0);
-  expected.setElementAt(2, 0, 0.16, 0.0);
-  EXPECT_THAT(row.pseudoInverse(), IsNear(expected, ROUNDING));
-  EXPECT_THAT(Matrix(2, 3).pseudoInverse(), IsExactly(Matrix(3, 2)));
-  EXPECT_THAT((Matrix::I(2) * std::complex<double>(1e-10, 0.0)).pseudoInverse(),
-              IsExactly(Matrix(2, 2)));
-  EXPECT_THAT((Matrix::I(2) * std::complex<double>(2e-10, 0.0)).pseudoInverse(),
-              IsNear(Matrix::I(2) * std::complex<double>(5e9, 0.0), 1e-3));
+TEST(Inverse, ReportsOnStandardOutputWhatItCannotInvert) {
+  const auto [notSquare, notSquareOutput] =
+      inverseAndOutput(matrixOf({{1.0, 2.0, 3.0}, {4.0, 5.0, 6.0}}));
+  EXPECT_EQ(notSquareOutput, NOT_SQUARE);
+  EXPECT_THAT(notSquare, MatrixEq(Matrix(2, 3)));
+
+  const auto [singular, singularOutput] = inverseAndOutput(matrixOf({{1.0, 2.0}, {2.0, 4.0}}));
+  EXPECT_EQ(singularOutput, SINGULAR);
+  EXPECT_THAT(singular, Not(IsFinite()));
+
+  EXPECT_EQ(inverseAndOutput(matrixOf({{0.0}})).second, SINGULAR);
+  EXPECT_EQ(inverseAndOutput(Matrix()).second, "");
+  // NaN is a pivot like any other, and one whose squared modulus underflows divides by zero.
+  EXPECT_EQ(inverseAndOutput(matrixOf({{0.0, 1.0}, {NOT_A_NUMBER, 1.0}})).second, "");
+  const auto [tiny, tinyOutput] = inverseAndOutput(matrixOf({{1e-300, 1.0}, {1.0, 1.0}}));
+  EXPECT_EQ(tinyOutput, "");
+  EXPECT_THAT(tiny, Not(IsFinite()));
+
+  testing::internal::CaptureStdout();
+  Matrix U, S, V;
+  Matrix::I(2).generalizedSingularValues(Matrix(2, 2), U, S, V);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), SINGULAR);
+}
+
+// ---- input that no decomposition can honour
+
+TEST(Decompositions, EndInFiniteTimeWhateverTheInput) {
+  const double poison[] = {NOT_A_NUMBER, INFINITE, -INFINITE, 1e200, 1e308, 1e-310};
+  testing::internal::CaptureStdout();
+  for (int seed = 0; seed < 300; ++seed) {
+    Generator random(seed);
+    const int m = random.integer(1, 8);
+    const int n = seed % 2 == 0 ? m : random.integer(1, 8);
+    Matrix A = random.gaussian(m, n);
+    for (int i = random.integer(1, 2 * m); i > 0; --i) {
+      A.setElementAt(random.integer(0, m - 1), random.integer(0, n - 1),
+                     poison[random.integer(0, 5)], poison[random.integer(0, 5)]);
+    }
+    Matrix X, Y, Z;
+    A.singularValueDecomposition(X, Y, Z);
+    EXPECT_EQ(X.getRowCount(), m);
+    EXPECT_EQ(A.pseudoInverse().getRowCount(), n);
+    A.generalizedSingularValues(random.gaussian(m, m), X, Y, Z);
+    random.gaussian(m, n).generalizedSingularValues(A * A.transposed(true), X, Y, Z);
+    if (m != n) continue;
+    EXPECT_EQ(A.Inverse().getRowCount(), m);
+    A.eigenValues(X, Y);
+    EXPECT_EQ(X.getRowCount(), m);
+    A.generalizedEigenValues(Matrix::I(m), X, Y);
+    random.hermitian(std::vector<double>(m, 1.0)).generalizedEigenValues(A, X, Y);
+    // Indefinite and zero right-hand sides carry on too.
+    Matrix::I(m).generalizedEigenValues(Matrix::I(m) * -1.0, X, Y);
+    Matrix::I(m).generalizedEigenValues(Matrix(m, m), X, Y);
+  }
+  testing::internal::GetCapturedStdout();
 }
 
 }  // namespace

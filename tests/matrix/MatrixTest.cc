@@ -1,9 +1,12 @@
 #include "matrix/Matrix.h"
 
-#include <cstdio>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
 #include <functional>
-#include <limits>
 #include <string>
+#include <typeindex>
+#include <vector>
 
 #include "tests/support/ComplexMatrixMatchers.h"
 #include "tests/support/MatrixGenerators.h"
@@ -11,227 +14,324 @@
 namespace {
 
 using BF::Matrix;
+using support::Generator;
+using support::MatrixEq;
+using support::MatrixNear;
+using support::matrixOf;
+using testing::Not;
 using Complex = std::complex<double>;
 
-const double NAN_VALUE = std::numeric_limits<double>::quiet_NaN();
+constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
+constexpr double INFINITE = std::numeric_limits<double>::infinity();
 
-Matrix of(int rows, int columns, const std::vector<Complex>& values) {
-  Matrix result(rows, columns);
-  for (int i = 0; i < rows; ++i) {
-    for (int j = 0; j < columns; ++j) result.setElementAt(i, j, values[i * columns + j]);
-  }
-  return result;
-}
+// ---- checks
 
-/// Which of the engine's exceptions action throws.
-std::string thrown(const std::function<void()>& action) {
+struct Nothing {};
+
+/// The exact type of what f throws; Nothing when it returns.
+std::type_index thrownBy(const std::function<void()>& f) {
   try {
-    action();
-  } catch (const BF::IndexOutOfBoundException&) {
-    return "index";
-  } catch (const BF::MatrixSizeMismatchException&) {
-    return "size";
-  } catch (const BF::NotVectorException&) {
-    return "vector";
-  } catch (const BF::NotScalarException&) {
-    return "scalar";
+    f();
+  } catch (const std::exception& e) {
+    return typeid(e);
   }
-  return "none";
+  return typeid(Nothing);
 }
 
-TEST(Matrix, ChecksInTheirOrder) {
-  Matrix a = MatrixGenerator(1).matrix(2, 3);
-  const Matrix before = a;
-  const std::pair<std::function<void()>, const char*> cases[] = {
-      {[&] { (void)a.getElementAt(2, 0); }, "index"},
-      {[&] { (void)a.getElementAt(0, 3); }, "index"},
-      {[&] { (void)a.getElementAt(1, -1); }, "none"},  // element (0, 2)
-      {[&] { a.setElementAt(2, 0, 1.0); }, "index"},
-      {[&] { a.setElementAt(0, 3, 1.0, 2.0); }, "index"},
-      {[&] { (void)a.getColumn(3); }, "index"},
-      {[&] { (void)a.getRow(2); }, "index"},
-      {[&] { a.setColumn(3, Matrix(5, 5)); }, "index"},
-      {[&] { a.setColumn(0, Matrix(3, 2)); }, "size"},
-      {[&] { a.setColumn(0, Matrix(2, 2)); }, "vector"},
-      {[&] { a.setRow(2, Matrix(5, 5)); }, "index"},
-      {[&] { a.setRow(0, Matrix(2, 2)); }, "size"},
-      {[&] { a.setRow(0, Matrix(2, 3)); }, "vector"},
-      {[&] { (void)a.getSubmatrix(0, 0, 2, 3); }, "none"},
-      {[&] { (void)a.getSubmatrix(1, 0, 2, 1); }, "index"},
-      {[&] { (void)a.getSubmatrix(-1, 0, 1, 1); }, "index"},
-      {[&] { (void)a.getSubmatrix(0, -1, 1, 1); }, "index"},
-      {[&] { (void)a.getSubmatrix(0, 1, 1, 3); }, "index"},
-      {[&] { (void)a.getSubmatrix(2, 3, 0, 0); }, "none"},
-      {[&] { a.setSubmatrix(1, 0, Matrix(2, 1)); }, "index"},
-      {[&] { a.setSubmatrix(0, -1, Matrix(1, 1)); }, "index"},
-      {[&] { (void)a.diagonalMatrix(); }, "vector"},
-      {[&] { (void)a.multiplied(a); }, "size"},
-      {[&] { (void)(a * a); }, "size"},
-      {[&] { (void)a.elementwiseDivided(Matrix(3, 2)); }, "size"},
-      {[&] { (void)a.elementwiseMultiplied(Matrix(2, 2)); }, "size"},
-      {[&] { (void)a.elementwiseFMultiplied(Matrix(3, 3)); }, "size"},
-      {[&] { (void)a.norm(); }, "vector"},
-      {[&] { (void)a.scalar(); }, "scalar"},
-      {[&] { (void)Matrix(1, 2).scalar(); }, "scalar"},
-      {[&] { (void)a.getMaximumValueIndexInRow(2); }, "index"},
-      {[&] { (void)a.getMaximumValueIndexInColumn(3); }, "index"},
+/// One call on a 2 × 3 matrix m, and what it throws.
+struct Refusal {
+  const char* call;
+  std::type_index thrown;
+  std::function<void(Matrix& m)> run;
+};
+
+TEST(Matrix, ChecksItsArgumentsInTheDocumentedOrder) {
+  const std::type_index index = typeid(BF::IndexOutOfBoundException);
+  const std::type_index size = typeid(BF::MatrixSizeMismatchException);
+  const std::type_index notVector = typeid(BF::NotVectorException);
+  const std::type_index notScalar = typeid(BF::NotScalarException);
+  const std::type_index notSquare = typeid(BF::NotSquareMatrixException);
+  const std::type_index nothing = typeid(Nothing);
+  Matrix a, b, c;
+  const std::vector<Refusal> refusals{
+      {"getElementAt, row = rows", index, [](Matrix& m) { m.getElementAt(2, 0); }},
+      {"getElementAt, column = columns", index, [](Matrix& m) { m.getElementAt(0, 3); }},
+      {"getElementAt, last", nothing, [](Matrix& m) { m.getElementAt(1, 2); }},
+      {"setElementAt, row = rows", index, [](Matrix& m) { m.setElementAt(2, 0, 1.0); }},
+      {"setElementAt, column = columns", index, [](Matrix& m) { m.setElementAt(0, 3, 1.0, 2.0); }},
+      {"getColumn, past the end", index, [](Matrix& m) { m.getColumn(3); }},
+      {"getRow, past the end", index, [](Matrix& m) { m.getRow(2); }},
+      {"setColumn, everything wrong", index, [](Matrix& m) { m.setColumn(3, Matrix(5, 5)); }},
+      {"setColumn, length and shape wrong", size, [](Matrix& m) { m.setColumn(0, Matrix(3, 2)); }},
+      {"setColumn, length wrong", size, [](Matrix& m) { m.setColumn(0, Matrix(3, 1)); }},
+      {"setColumn, two columns", notVector, [](Matrix& m) { m.setColumn(0, Matrix(2, 2)); }},
+      {"setColumn, no column", notVector, [](Matrix& m) { m.setColumn(0, Matrix(2, 0)); }},
+      {"setRow, everything wrong", index, [](Matrix& m) { m.setRow(2, Matrix(5, 5)); }},
+      {"setRow, length and shape wrong", size, [](Matrix& m) { m.setRow(0, Matrix(2, 2)); }},
+      {"setRow, length wrong", size, [](Matrix& m) { m.setRow(0, Matrix(1, 2)); }},
+      {"setRow, two rows", notVector, [](Matrix& m) { m.setRow(0, Matrix(2, 3)); }},
+      {"getSubmatrix, whole", nothing, [](Matrix& m) { m.getSubmatrix(0, 0, 2, 3); }},
+      {"getSubmatrix, empty at the end", nothing, [](Matrix& m) { m.getSubmatrix(2, 3, 0, 0); }},
+      {"getSubmatrix, row below 0", index, [](Matrix& m) { m.getSubmatrix(-1, 0, 1, 1); }},
+      {"getSubmatrix, column below 0", index, [](Matrix& m) { m.getSubmatrix(0, -1, 1, 1); }},
+      {"getSubmatrix, too many rows", index, [](Matrix& m) { m.getSubmatrix(1, 0, 2, 1); }},
+      {"getSubmatrix, too many columns", index, [](Matrix& m) { m.getSubmatrix(0, 1, 1, 3); }},
+      {"setSubmatrix, row below 0", index, [](Matrix& m) { m.setSubmatrix(-1, 0, Matrix(1, 1)); }},
+      {"setSubmatrix, column below 0", index,
+       [](Matrix& m) { m.setSubmatrix(0, -1, Matrix(1, 1)); }},
+      {"setSubmatrix, too many rows", index, [](Matrix& m) { m.setSubmatrix(1, 0, Matrix(2, 1)); }},
+      {"setSubmatrix, too many columns", index,
+       [](Matrix& m) { m.setSubmatrix(0, 1, Matrix(1, 3)); }},
+      {"diagonalMatrix", notVector, [](Matrix& m) { m.diagonalMatrix(); }},
+      {"multiplied", size, [](Matrix& m) { m.multiplied(Matrix(2, 3)); }},
+      {"multiply", size, [](Matrix& m) { m.multiply(Matrix(2, 3)); }},
+      {"operator*", size, [](Matrix& m) { m* Matrix(2, 3); }},
+      {"elementwiseDivided, rows", size, [](Matrix& m) { m.elementwiseDivided(Matrix(3, 3)); }},
+      {"elementwiseMultiplied, columns", size,
+       [](Matrix& m) { m.elementwiseMultiplied(Matrix(2, 2)); }},
+      {"elementwiseFMultiplied, same count", size,
+       [](Matrix& m) { m.elementwiseFMultiplied(Matrix(3, 2)); }},
+      {"scalar of a vector", notScalar, [](Matrix&) { Matrix(1, 2).scalar(); }},
+      {"scalar of nothing", notScalar, [](Matrix&) { Matrix().scalar(); }},
+      {"norm", notVector, [](Matrix& m) { m.norm(); }},
+      {"norm of nothing", notVector, [](Matrix&) { Matrix().norm(); }},
+      {"norm of an empty row", nothing, [](Matrix&) { Matrix(1, 0).norm(); }},
+      {"getMaximumValueIndexInRow", index, [](Matrix& m) { m.getMaximumValueIndexInRow(2); }},
+      {"getMaximumValueIndexInColumn", index, [](Matrix& m) { m.getMaximumValueIndexInColumn(3); }},
+      {"eigenValues", notSquare, [&](Matrix& m) { m.eigenValues(a, b); }},
+      {"generalizedEigenValues, B checked before A", notSquare,
+       [&](Matrix& m) { m.generalizedEigenValues(Matrix(3, 2), a, b); }},
+      {"generalizedEigenValues, A does not fit", size,
+       [&](Matrix& m) { m.generalizedEigenValues(Matrix::I(2), a, b); }},
+      {"generalizedSingularValues", size,
+       [&](Matrix& m) { m.generalizedSingularValues(Matrix::I(3), a, b, c); }},
   };
-  for (std::size_t i = 0; i < std::size(cases); ++i) {
-    EXPECT_EQ(thrown(cases[i].first), cases[i].second) << "case " << i;
+  const Matrix original = matrixOf({{1.0, 2.0, 3.0}, {4.0, 5.0, {6.0, -1.0}}});
+  for (const Refusal& refusal : refusals) {
+    Matrix m = original;
+    EXPECT_EQ(thrownBy([&] { refusal.run(m); }), refusal.thrown) << refusal.call;
+    EXPECT_THAT(m, MatrixEq(original)) << refusal.call;
   }
-  EXPECT_THAT(a, IsExactly(before));
 }
 
-TEST(Matrix, SumsOfDifferentShapesEndTheProcess) {
+TEST(Matrix, ReachesStorageUncheckedWithANegativeIndex) {
+  Matrix m = matrixOf({{1.0, 2.0}, {3.0, 4.0}});
+  // Row-major storage: (1, −1) is the element before (1, 0), and (−1, 3) the one at −2 + 3.
+  EXPECT_EQ(m.getElementAt(1, -1), 2.0);
+  m.setElementAt(1, -1, 7.0);
+  EXPECT_THAT(m, MatrixEq(matrixOf({{1.0, 7.0}, {3.0, 4.0}})));
+  EXPECT_THROW(m.getElementAt(-1, 3), BF::IndexOutOfBoundException);
+}
+
+using MatrixDeathTest = testing::Test;
+
+TEST(MatrixDeathTest, SumsOfDifferentShapesEndTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(Matrix(2, 3) + Matrix(3, 3), "terminate");
-  EXPECT_DEATH(Matrix(2, 3) - Matrix(2, 2), "terminate");
-  EXPECT_DEATH(
-      {
-        try {
-          (void)(Matrix(1, 1) + Matrix(2, 1));
-        } catch (...) {
-        }
-      },
-      "terminate");
+  const auto aborts = testing::KilledBySignal(SIGABRT);
+  EXPECT_EXIT(Matrix(2, 2) + Matrix(3, 2), aborts, "terminate");
+  EXPECT_EXIT(Matrix(2, 2) + Matrix(2, 3), aborts, "terminate");
+  EXPECT_EXIT(Matrix(2, 2) - Matrix(3, 2), aborts, "terminate");
+  EXPECT_EXIT(Matrix(2, 2) - Matrix(2, 3), aborts, "terminate");
 }
 
-TEST(Matrix, IsAValue) {
-  MatrixGenerator make(2);
-  const Matrix original = make.matrix(3, 2);
-  Matrix copy(original);
-  copy.setElementAt(0, 0, 9.0, 9.0);
-  EXPECT_THAT(original, IsExactly(MatrixGenerator(2).matrix(3, 2)));
-  Matrix& same = copy;
-  copy = same;
-  EXPECT_EQ(copy.getElementAt(0, 0), Complex(9.0, 9.0));
-  Matrix empty;
-  EXPECT_EQ(empty.getRowCount(), 0);
-  EXPECT_EQ(empty.getColumnCount(), 0);
-  std::swap(copy, empty);
-  EXPECT_EQ(copy.getRowCount(), 0);
-  EXPECT_EQ(empty.getElementAt(0, 0), Complex(9.0, 9.0));
-  copy = original;
-  EXPECT_THAT(copy, IsExactly(original));
+TEST(Matrix, SumOfDifferentShapesRethrowsTheExceptionBeingHandled) {
+  try {
+    throw BF::NotScalarException();
+  } catch (const BF::NotScalarException&) {
+    EXPECT_THROW(Matrix(2, 2) - Matrix(3, 2), BF::NotScalarException);
+  }
 }
 
-TEST(Matrix, RowsColumnsBlocksAndDiagonals) {
-  const Matrix a = of(2, 3, {1, 2, 3, 4, 5, {6, 7}});
-  EXPECT_THAT(a.getColumn(2), IsExactly(of(2, 1, {3, {6, 7}})));
-  EXPECT_THAT(a.getRow(1), IsExactly(of(1, 3, {4, 5, {6, 7}})));
-  EXPECT_THAT(a.getSubmatrix(0, 1, 2, 2), IsExactly(of(2, 2, {2, 3, 5, {6, 7}})));
-  Matrix b = a;
-  b.setColumn(0, of(2, 1, {8, 9}));
-  b.setRow(0, of(1, 3, {7, 7, 7}));
-  b.setSubmatrix(0, 1, of(2, 1, {0, 1}));
-  EXPECT_THAT(b, IsExactly(of(2, 3, {7, 0, 7, 9, 1, {6, 7}})));
-  EXPECT_THAT(a.diagonalElements(), IsExactly(of(2, 1, {1, 5})));
-  EXPECT_THAT(of(3, 1, {1, 2, 3}).diagonalMatrix(),
-              IsExactly(of(3, 3, {1, 0, 0, 0, 2, 0, 0, 0, 3})));
-  EXPECT_THAT(of(1, 2, {1, 2}).diagonalMatrix(), IsExactly(of(2, 2, {1, 0, 0, 2})));
-  EXPECT_THAT(of(1, 1, {4}).diagonalMatrix(), IsExactly(of(1, 1, {4})));
-  EXPECT_THAT(Matrix::I(2), IsExactly(of(2, 2, {1, 0, 0, 1})));
-  EXPECT_THAT(Matrix::O(2, 1), IsExactly(Matrix(2, 1)));
+// ---- value semantics
+
+TEST(Matrix, IsAPlainValue) {
+  const Matrix original = matrixOf({{1.0, 2.0}, {3.0, {4.0, 5.0}}});
+  Matrix copy = original;
+  copy.setElementAt(0, 0, 9.0);
+  EXPECT_EQ(original.getElementAt(0, 0), 1.0);
+
+  Matrix assigned(5, 1);
+  assigned = original;
+  EXPECT_THAT(assigned, MatrixEq(original));
+  const Complex* storage = &assigned.getElementAt(0, 0);
+  const Matrix& alias = assigned;
+  assigned = alias;
+  EXPECT_EQ(&assigned.getElementAt(0, 0), storage) << "self-assignment reallocated";
+  EXPECT_THAT(assigned, MatrixEq(original));
+
+  Matrix other = matrixOf({{7.0}});
+  std::swap(assigned, other);
+  EXPECT_EQ(&other.getElementAt(0, 0), storage) << "std::swap copied";
+  EXPECT_THAT(other, MatrixEq(original));
+  EXPECT_THAT(assigned, MatrixEq(matrixOf({{7.0}})));
+  EXPECT_THAT(Matrix(2, 3), MatrixEq(matrixOf({{0.0, 0.0, 0.0}, {0.0, 0.0, 0.0}})));
+  EXPECT_THAT(Matrix(), MatrixEq(Matrix(0, 0)));
 }
 
-TEST(Matrix, TransposesAndConjugates) {
-  const Matrix a = of(1, 2, {{1, 1}, 2});
-  EXPECT_THAT(a.transposed(true), IsExactly(of(2, 1, {{1, -1}, 2})));
-  EXPECT_THAT(a.transposed(false), IsExactly(of(2, 1, {{1, 1}, 2})));
-  Matrix b = a;
-  EXPECT_EQ(&b.transpose(true), &b);
-  EXPECT_EQ(&b.conjugate(), &b);
-  EXPECT_THAT(b, IsExactly(a.transposed(false)));
-}
+// ---- structure and arithmetic against plain loops, exactly: the elements are small whole numbers
 
-TEST(Matrix, ProductsMatchPlainLoops) {
-  MatrixGenerator make(3);
-  for (int round = 0; round < 100; ++round) {
-    const int m = make.integer(0, 7);
-    const int n = make.integer(0, 7);
-    const int p = make.integer(0, 7);
-    const Matrix a = make.matrix(m, n);
-    const Matrix b = make.matrix(n, p);
-    Matrix expected(m, p);
-    for (int i = 0; i < m; ++i) {
-      for (int j = 0; j < p; ++j) {
-        double re = 0.0;
-        double im = 0.0;
-        for (int k = 0; k < n; ++k) {
-          const Complex x = a.getElementAt(i, k);
-          const Complex y = b.getElementAt(k, j);
-          re += x.real() * y.real() - x.imag() * y.imag();
-          im += x.real() * y.imag() + x.imag() * y.real();
-        }
-        expected.setElementAt(i, j, re, im);
+TEST(Matrix, AgreesWithPlainLoopsOnEveryShape) {
+  for (int seed = 0; seed < 400; ++seed) {
+    Generator random(seed);
+    const int m = random.integer(0, 9);
+    const int n = random.integer(0, 9);
+    const int p = random.integer(0, 9);
+    SCOPED_TRACE(testing::Message() << "seed " << seed << ": " << m << " x " << n << " x " << p);
+    const Matrix A = random.integers(m, n);
+    const Matrix B = random.integers(n, p);
+    const Matrix C = random.integers(m, n);
+    const Complex s(random.integer(-9, 9), random.integer(-9, 9));
+    const reference::Dense a = reference::fromMatrix(A);
+    const reference::Dense b = reference::fromMatrix(B);
+    const reference::Dense c = reference::fromMatrix(C);
+    const reference::Complex t(s);
+    const auto is = [](const reference::Dense& expected) {
+      return MatrixEq(reference::toMatrix(expected));
+    };
+
+    EXPECT_THAT(A * B, is(a * b));
+    EXPECT_THAT(A.multiplied(B), is(a * b));
+    EXPECT_THAT(A + C, is(a + c));
+    EXPECT_THAT(A - C, is(a - c));
+    EXPECT_THAT(A * s, is(t * a));
+    EXPECT_THAT(s * A, is(t * a));
+    EXPECT_THAT(A.transposed(false), is(reference::transposed(a)));
+    EXPECT_THAT(A.transposed(true), is(reference::adjoint(a)));
+    EXPECT_THAT(A.conjugated(), is(reference::conjugated(a)));
+    EXPECT_THAT(Matrix::I(m), is(reference::identity(m)));
+    EXPECT_THAT(Matrix::O(m, n), is(reference::Dense(m, n)));
+
+    Matrix changed = A;
+    EXPECT_EQ(&changed.multiply(B), &changed);
+    EXPECT_THAT(changed, is(a * b));
+    EXPECT_EQ(&changed.transpose(true).conjugate(), &changed);
+    EXPECT_THAT(changed, is(reference::transposed(a * b)));
+
+    Complex sum = 0.0;
+    Matrix product(m, n), leftConjugated(m, n), diagonal(std::min(m, n), 1), rebuilt(m, n);
+    for (int r = 0; r < m; ++r) {
+      for (int q = 0; q < n; ++q) {
+        const Complex x = A.getElementAt(r, q);
+        const Complex y = C.getElementAt(r, q);
+        sum += x;
+        product.setElementAt(r, q, x * y);
+        leftConjugated.setElementAt(r, q, std::conj(x) * y);
+        if (r == q) diagonal.setElementAt(r, 0, x);
       }
     }
-    EXPECT_THAT(a * b, IsExactly(expected));  // same order of operations, so the same bits
-    Matrix c = a;
-    EXPECT_THAT(c.multiply(b), IsExactly(expected));
-    EXPECT_THAT((a + a) - a, IsNear(a, ROUNDING));
-    EXPECT_THAT(Complex(0, 2) * a, IsExactly(a * Complex(0, 2)));
+    EXPECT_THAT(A.elementwiseMultiplied(C), MatrixEq(product));
+    EXPECT_THAT(A.elementwiseFMultiplied(C), MatrixEq(leftConjugated));
+    EXPECT_THAT(A.diagonalElements(), MatrixEq(diagonal));
+    EXPECT_EQ(A.getElementSum(), sum);
+    EXPECT_NEAR(std::abs(A.frobeniusNorm() - reference::frobenius(a)), 0.0, 1e-13);
+
+    for (int q = 0; q < n; ++q) {
+      rebuilt.setColumn(q, A.getColumn(q));
+      EXPECT_EQ(A.getColumn(q).norm(), static_cast<double>(squaredNorm(column(a, q))));
+    }
+    EXPECT_THAT(rebuilt, MatrixEq(A));
+    for (int r = 0; r < m; ++r) {
+      rebuilt.setRow(r, C.getRow(r));
+      EXPECT_EQ(C.getRow(r).norm(), C.getRow(r).transposed(false).norm());
+    }
+    EXPECT_THAT(rebuilt, MatrixEq(C));
+
+    // Splitting a matrix in four blocks and putting them together gives it back.
+    const int top = random.integer(0, m);
+    const int left = random.integer(0, n);
+    Matrix joined(m, n);
+    joined.setSubmatrix(0, 0, A.getSubmatrix(0, 0, top, left));
+    joined.setSubmatrix(0, left, A.getSubmatrix(0, left, top, n - left));
+    joined.setSubmatrix(top, 0, A.getSubmatrix(top, 0, m - top, left));
+    joined.setSubmatrix(top, left, A.getSubmatrix(top, left, m - top, n - left));
+    EXPECT_THAT(joined, MatrixEq(A));
   }
-  // Infinities follow complex arithmetic, not the plain formula that would give NaN.
-  const double inf = std::numeric_limits<double>::infinity();
-  EXPECT_TRUE(std::isinf((of(1, 1, {{inf, inf}}) * of(1, 1, {1})).getElementAt(0, 0).real()));
 }
 
-TEST(Matrix, ElementwiseOperationsAndReductions) {
-  const Matrix a = of(1, 1, {{1, 1}});
-  EXPECT_THAT(a.elementwiseFMultiplied(a), IsExactly(of(1, 1, {2})));
-  EXPECT_THAT(a.elementwiseMultiplied(a), IsExactly(of(1, 1, {{0, 2}})));
-  EXPECT_THAT(a.elementwiseDivided(of(1, 1, {{0, 1}})), IsExactly(of(1, 1, {{1, -1}})));
-  const Matrix b = of(1, 2, {3, {0, 4}});
-  EXPECT_THAT(b.elementwiseAbs(), IsExactly(of(1, 2, {3, 4})));
-  EXPECT_THAT(b.absoluteValues(), IsExactly(of(1, 2, {3, 4})));
-  EXPECT_THAT(b.elementwiseNorm(), IsExactly(of(1, 2, {9, 16})));
-  EXPECT_THAT(of(1, 2, {-4, {0, 2}}).elementwiseSqrt(),
-              IsNear(of(1, 2, {{0, 2}, {1, 1}}), ROUNDING));
-  EXPECT_EQ(b.getElementSum(), Complex(3, 4));
-  EXPECT_EQ(b.norm(), Complex(25, 0));
-  EXPECT_EQ(b.transposed(false).norm(), Complex(25, 0));
-  EXPECT_EQ(b.frobeniusNorm(), Complex(5, 0));
-  EXPECT_EQ(Matrix(0, 3).frobeniusNorm(), Complex(0, 0));
-  EXPECT_EQ(of(1, 1, {{2, 3}}).scalar(), Complex(2, 3));
-  // The moduli neither overflow nor underflow.
-  EXPECT_THAT(of(1, 2, {{3e200, 4e200}, {3e-200, 4e-200}}).elementwiseAbs(),
-              IsNear(of(1, 2, {5e200, 5e-200}), 1e185));
+TEST(Matrix, TreatsElementsOneByOne) {
+  const Matrix z = matrixOf({{{3.0, 4.0}, -4.0}, {{0.0, -2.0}, {3e200, 4e200}}});
+  EXPECT_THAT(z.elementwiseAbs(), MatrixNear(matrixOf({{5.0, 4.0}, {2.0, 5e200}}), 1e185));
+  EXPECT_THAT(z.absoluteValues(), MatrixEq(z.elementwiseAbs()));
+  EXPECT_THAT(z.getSubmatrix(0, 0, 2, 1).elementwiseNorm(), MatrixEq(matrixOf({{25.0}, {4.0}})));
+  EXPECT_THAT(z.elementwiseSqrt().getSubmatrix(0, 0, 2, 1),
+              MatrixNear(matrixOf({{{2.0, 1.0}}, {{1.0, -1.0}}}), 1e-15));
+  EXPECT_EQ(z.elementwiseSqrt().getElementAt(0, 1), Complex(0.0, 2.0));
+  EXPECT_THAT(matrixOf({{{1.0, 2.0}, {3e200, 4e200}}})
+                  .elementwiseDivided(matrixOf({{{3.0, -4.0}, {3e200, 4e200}}})),
+              MatrixNear(matrixOf({{{-0.2, 0.4}, 1.0}}), 1e-15));
 }
 
-TEST(Matrix, MaximaAreTheFirstOfEqualsAndNanNeverReplaces) {
-  EXPECT_EQ(of(1, 2, {-3, {0, 3}}).getMaximumValue(), Complex(-3, 0));
-  EXPECT_EQ(Matrix(2, 2).getMaximumValue(), Complex(0, 0));
-  EXPECT_EQ(Matrix().getMaximumValue(), Complex(0, 0));
-  EXPECT_EQ(of(1, 3, {1, 5, 5}).getMaximumValueIndexInRow(0), 1);
-  EXPECT_EQ(of(3, 1, {1, {0, 5}, 5}).getMaximumValueIndexInColumn(0), 1);
-  EXPECT_EQ(Matrix(2, 0).getMaximumValueIndexInRow(0), 0);
-  EXPECT_EQ(Matrix(0, 2).getMaximumValueIndexInColumn(0), 0);
-  const Matrix nan = of(1, 3, {NAN_VALUE, 5, NAN_VALUE});
-  EXPECT_EQ(nan.getMaximumValue(), Complex(5, 0));
-  EXPECT_EQ(nan.getMaximumValueIndexInRow(0), 0);  // the seed is NaN, nothing is larger
-  EXPECT_EQ(nan.getSubmatrix(0, 1, 1, 2).getMaximumValueIndexInRow(0), 0);
+TEST(Matrix, MultipliesInfinitiesAsComplexNumbers) {
+  // Written out part by part both products below would be NaN + NaN·i.
+  const Matrix infinite = matrixOf({{{INFINITE, INFINITE}}});
+  const Matrix one = matrixOf({{1.0}});
+  EXPECT_TRUE(std::isinf(infinite.elementwiseMultiplied(one).scalar().real()));
+  EXPECT_TRUE(std::isinf(infinite.multiplied(one).scalar().real()));
+  EXPECT_EQ(one.elementwiseDivided(infinite).scalar(), 0.0);
 }
 
-std::string dumped(const std::function<void(FILE*)>& dump) {
+TEST(Matrix, HandlesVectorsAndEmptyShapes) {
+  EXPECT_THAT(matrixOf({{1.0}, {2.0}}).diagonalMatrix(),
+              MatrixEq(matrixOf({{1.0, 0.0}, {0.0, 2.0}})));
+  EXPECT_THAT(matrixOf({{1.0, 2.0}}).diagonalMatrix(),
+              MatrixEq(matrixOf({{1.0, 0.0}, {0.0, 2.0}})));
+  EXPECT_THAT(matrixOf({{3.0}}).diagonalMatrix(), MatrixEq(matrixOf({{3.0}})));
+  EXPECT_THAT(Matrix(0, 1).diagonalMatrix(), MatrixEq(Matrix()));
+  EXPECT_THAT(Matrix(2, 0) * Matrix(0, 2), MatrixEq(Matrix(2, 2)));
+  EXPECT_EQ(matrixOf({{3.0, {0.0, 4.0}}}).norm(), 25.0);
+  EXPECT_EQ(matrixOf({{3.0, 4.0}}).frobeniusNorm(), 5.0);
+  EXPECT_EQ(Matrix(0, 4).frobeniusNorm(), 0.0);
+  EXPECT_EQ(Matrix(4, 0).frobeniusNorm(), 0.0);
+  EXPECT_EQ(matrixOf({{{3.0, 4.0}}}).scalar(), Complex(3.0, 4.0));
+}
+
+TEST(Matrix, FindsTheFirstOfTheLargestElements) {
+  EXPECT_EQ(matrixOf({{-3.0, {0.0, 3.0}}}).getMaximumValue(), -3.0);
+  EXPECT_EQ(matrixOf({{1.0, 1.0}, {{0.0, 7.0}, -7.0}}).getMaximumValue(), Complex(0.0, 7.0));
+  EXPECT_EQ(Matrix(3, 3).getMaximumValue(), 0.0);
+  EXPECT_EQ(Matrix().getMaximumValue(), 0.0);
+  const Matrix m = matrixOf({{1.0, 5.0, {0.0, 5.0}}, {1e200, -2e200, 0.0}});
+  EXPECT_EQ(m.getMaximumValueIndexInRow(0), 1);
+  EXPECT_EQ(m.getMaximumValueIndexInRow(1), 1);
+  EXPECT_EQ(m.getMaximumValueIndexInColumn(0), 1);
+  EXPECT_EQ(m.getMaximumValueIndexInColumn(2), 0);
+
+  // NaN is never larger: it wins an index search only by standing first.
+  EXPECT_EQ(matrixOf({{NOT_A_NUMBER, 1.0, NOT_A_NUMBER}}).getMaximumValue(), 1.0);
+  EXPECT_EQ(matrixOf({{NOT_A_NUMBER, 1.0}}).getMaximumValueIndexInRow(0), 0);
+  EXPECT_EQ(matrixOf({{1.0, NOT_A_NUMBER, 2.0}}).getMaximumValueIndexInRow(0), 2);
+  EXPECT_EQ(matrixOf({{NOT_A_NUMBER}, {INFINITE}}).getMaximumValueIndexInColumn(0), 0);
+}
+
+// ---- text
+
+/// Everything that print writes to its stream.
+std::string written(const std::function<void(FILE*)>& print) {
   char* text = nullptr;
-  std::size_t size = 0;
-  FILE* stream = open_memstream(&text, &size);
-  dump(stream);
-  std::fclose(stream);
-  const std::string result(text, size);
+  std::size_t length = 0;
+  FILE* stream = open_memstream(&text, &length);
+  print(stream);
+  fclose(stream);
+  std::string result(text, length);
   std::free(text);
   return result;
 }
 
-TEST(Matrix, DumpsItsTextExactly) {
-  const Matrix a = of(1, 2, {{1, 2}, {-0.5, 0}});
-  EXPECT_EQ(dumped([&](FILE* f) { a.dump(f, "W"); }),
+TEST(Matrix, DumpsExactText) {
+  const Matrix m = matrixOf({{{1.0, 2.0}, -0.5}, {{0.0, -1e-7}, {1234567.0, -3.25}}});
+  EXPECT_EQ(written([&](FILE* f) { m.getRow(0).dump(f, "W"); }),
             "W: rows=1, cols=2\n[ 1.000000+2.000000i -0.500000+0.000000i \n]\n");
-  EXPECT_EQ(dumped([&](FILE* f) { Matrix(2, 1).dump(f, "%s%d", "bin ", 3); }),
-            "bin 3: rows=2, cols=1\n[ 0.000000+0.000000i \n0.000000+0.000000i \n]\n");
-  EXPECT_EQ(dumped([&](FILE* f) { Matrix().dump(f, "E"); }), "E: rows=0, cols=0\n[ ]\n");
-  EXPECT_THAT(dumped([&](FILE* f) { a.dump(f); }), testing::StartsWith("Matrix: 0x"));
+  EXPECT_EQ(written([&](FILE* f) { m.dump(f, "W[%d] of %s", 7, "bin"); }),
+            "W[7] of bin: rows=2, cols=2\n"
+            "[ 1.000000+2.000000i -0.500000+0.000000i \n"
+            "0.000000-0.000000i 1234567.000000-3.250000i \n]\n");
+  EXPECT_EQ(written([](FILE* f) { Matrix().dump(f, "empty"); }), "empty: rows=0, cols=0\n[ ]\n");
+  EXPECT_EQ(written([](FILE* f) { Matrix(2, 0).dump(f, "%s", ""); }),
+            ": rows=2, cols=0\n[ \n\n]\n");
+  char label[64];
+  std::snprintf(label, sizeof label, "Matrix: %p: rows=2, cols=2\n[ ",
+                static_cast<void const*>(&m));
+  EXPECT_THAT(written([&](FILE* f) { m.dump(f); }), testing::StartsWith(label));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <limits>
@@ -30,6 +31,14 @@ namespace support {
 /// up to 64 terms, chained some ten times, at 1.1e-16 each, with a factor ten to spare. Multiply it
 /// by the norm of what is compared.
 constexpr double ROUNDING = 1e-12;
+
+/// How far the product of an m × n matrix's singular factors may be from the matrix, relative to
+/// its norm. The decomposition drops off-diagonal elements of its bidiagonal form up to 1.5e-7
+/// times the largest sum of two neighbours in a column, a sum that is at most √2 · ‖A‖, and there
+/// are min(m, n) − 1 of them. U and V stay unitary up to rounding.
+inline double svdAccuracy(int m, int n) {
+  return 1.5001e-7 * std::sqrt(2.0 * std::max(std::min(m, n) - 1, 0)) + ROUNDING;
+}
 
 /// Same shape, and every element within an absolute tolerance of the expected one. Reports the
 /// shapes, or else the first element that differs. NaN never matches, not even NaN.

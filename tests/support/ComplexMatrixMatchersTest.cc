@@ -8,9 +8,9 @@ namespace {
 
 using support::IsFinite;
 using support::MatricesEq;
-using support::matrixOf;
 using support::MatrixEq;
 using support::MatrixNear;
+using support::matrixOf;
 using testing::Not;
 
 constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
@@ -37,8 +37,7 @@ TEST(ComplexMatrixMatchers, CompareWithinTheTolerance) {
 
 TEST(ComplexMatrixMatchers, ReportTheShapeBeforeTheElements) {
   const BF::Matrix row = matrixOf({{1.0, 2.0}});
-  EXPECT_EQ(explanation(MatrixEq(row), row.transposed(false)),
-            "whose shape is 2 x 1, not 1 x 2");
+  EXPECT_EQ(explanation(MatrixEq(row), row.transposed(false)), "whose shape is 2 x 1, not 1 x 2");
   EXPECT_THAT(BF::Matrix(0, 3), Not(MatrixEq(BF::Matrix(3, 0))));
 }
 

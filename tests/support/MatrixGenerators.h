@@ -39,13 +39,26 @@ inline std::vector<double> spectrumOf(Spectrum kind, int count, double smallest 
   for (int i = 0; i < count; ++i) {
     const double fraction = count > 1 ? static_cast<double>(i) / (count - 1) : 0.0;
     switch (kind) {
-      case Spectrum::EQUAL: values[i] = 1.0; break;
-      case Spectrum::RANK_ONE: values[i] = i == 0 ? 1.0 : 0.0; break;
-      case Spectrum::HALF_ZERO: values[i] = 2 * i < count ? 1.0 - 0.9 * fraction : 0.0; break;
-      case Spectrum::GRADED: values[i] = std::pow(smallest, fraction); break;
-      case Spectrum::CLUSTERED: values[i] = 2 * i < count ? 1.0 - 1e-9 * i : 0.5 - 1e-12 * i; break;
-      case Spectrum::PAIRS: values[i] = 1.0 / (1 + i / 2); break;
-      case Spectrum::ALL_ZERO: break;
+      case Spectrum::EQUAL:
+        values[i] = 1.0;
+        break;
+      case Spectrum::RANK_ONE:
+        values[i] = i == 0 ? 1.0 : 0.0;
+        break;
+      case Spectrum::HALF_ZERO:
+        values[i] = 2 * i < count ? 1.0 - 0.9 * fraction : 0.0;
+        break;
+      case Spectrum::GRADED:
+        values[i] = std::pow(smallest, fraction);
+        break;
+      case Spectrum::CLUSTERED:
+        values[i] = 2 * i < count ? 1.0 - 1e-9 * i : 0.5 - 1e-12 * i;
+        break;
+      case Spectrum::PAIRS:
+        values[i] = 1.0 / (1 + i / 2);
+        break;
+      case Spectrum::ALL_ZERO:
+        break;
     }
   }
   return values;
@@ -104,8 +117,8 @@ class Generator {
   BF::Matrix hermitian(const std::vector<double>& values) {
     const int n = static_cast<int>(values.size());
     const reference::Dense U = unitary(n);
-    BF::Matrix A = reference::toMatrix(U * reference::diagonal(n, n, values) *
-                                       reference::adjoint(U));
+    BF::Matrix A =
+        reference::toMatrix(U * reference::diagonal(n, n, values) * reference::adjoint(U));
     for (int r = 0; r < n; ++r) {
       A.setElementAt(r, r, A.getElementAt(r, r).real(), 0.0);
       for (int c = 0; c < r; ++c) A.setElementAt(r, c, std::conj(A.getElementAt(c, r)));
