@@ -8,6 +8,7 @@
 #include "cli/RunCommand.h"
 #include "cli/ScoreCommand.h"
 #include "cli/SeparateCommand.h"
+#include "cli/tfdb/TfdbCommands.h"
 
 namespace {
 
@@ -47,5 +48,6 @@ int main(int argc, char** argv) {
   addSeparateCommand(app);
   addRunCommand(app);
   addMethodsCommand(app);
+  addTfdbCommands(app);
   return run(app, argc, argv);
 }
