@@ -6,6 +6,23 @@
 
 namespace BF {
 
+namespace {
+
+/// Column k of Y := W · column k of X, without a temporary.
+void multiplyColumn(const Matrix& W, const Matrix& X, int k, Matrix& Y) {
+  const int M = W.getColumnCount();
+  if (k >= X.getColumnCount()) throw IndexOutOfBoundException();
+  if (X.getRowCount() != M || W.getRowCount() != Y.getRowCount()) {
+    throw MatrixSizeMismatchException();
+  }
+  for (int i = 0; i < W.getRowCount(); ++i) {
+    Y.data()[i * Y.getColumnCount() + k] =
+        dotProduct(W.data() + i * M, 1, X.data() + k, X.getColumnCount(), M);
+  }
+}
+
+}  // namespace
+
 BF::BF(int numFreqValue, int samplingRateValue, double soundSpeedValue)
     : numFreq(numFreqValue), samplingRate(samplingRateValue), soundSpeed(soundSpeedValue) {}
 
@@ -56,9 +73,7 @@ void BF::executeBeamForming(const Matrix& input, Matrix& output) {
   }
   Matrix X(input);
   Matrix Y(separationMatrices[0].getRowCount(), numFreq);
-  for (int k = 0; k < numFreq; ++k) {
-    Y.setColumn(k, separationMatrices[k] * input.getColumn(k));
-  }
+  for (int k = 0; k < numFreq; ++k) multiplyColumn(separationMatrices[k], X, k, Y);
   output = Y;
   inputSpectrum.swap(X);
   outputSpectrum.swap(Y);

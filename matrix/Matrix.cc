@@ -8,13 +8,16 @@ namespace BF {
 
 namespace {
 
+std::size_t elementCount(const Matrix& a) {
+  return static_cast<std::size_t>(a.getRowCount()) * static_cast<std::size_t>(a.getColumnCount());
+}
+
 /// A matrix of a's shape whose element (i, j) is f(a(i, j)).
 template <typename Function>
 Matrix mapped(const Matrix& a, Function f) {
   Matrix result(a.getRowCount(), a.getColumnCount());
-  for (int i = 0; i < a.getRowCount(); ++i) {
-    for (int j = 0; j < a.getColumnCount(); ++j) result.setElementAt(i, j, f(a.getElementAt(i, j)));
-  }
+  const std::size_t count = elementCount(a);
+  for (std::size_t i = 0; i < count; ++i) result.data()[i] = f(a.data()[i]);
   return result;
 }
 
@@ -27,11 +30,8 @@ template <typename Function>
 Matrix combined(const Matrix& a, const Matrix& b, Function f) {
   if (!sameShape(a, b)) throw MatrixSizeMismatchException();
   Matrix result(a.getRowCount(), a.getColumnCount());
-  for (int i = 0; i < a.getRowCount(); ++i) {
-    for (int j = 0; j < a.getColumnCount(); ++j) {
-      result.setElementAt(i, j, f(a.getElementAt(i, j), b.getElementAt(i, j)));
-    }
-  }
+  const std::size_t count = elementCount(a);
+  for (std::size_t i = 0; i < count; ++i) result.data()[i] = f(a.data()[i], b.data()[i]);
   return result;
 }
 
@@ -69,7 +69,8 @@ Matrix& Matrix::operator=(const Matrix& other) {
 Matrix Matrix::getColumn(int column) const {
   if (column >= columns) throw IndexOutOfBoundException();
   Matrix result(rows, 1);
-  for (int i = 0; i < rows; ++i) result.setElementAt(i, 0, getElementAt(i, column));
+  const std::complex<double>* from = elements.get() + column;
+  for (int i = 0; i < rows; ++i, from += columns) result.elements[i] = *from;
   return result;
 }
 
@@ -77,13 +78,14 @@ void Matrix::setColumn(int column, const Matrix& vector) {
   if (column >= columns) throw IndexOutOfBoundException();
   if (vector.rows != rows) throw MatrixSizeMismatchException();
   if (vector.columns != 1) throw NotVectorException();
-  for (int i = 0; i < rows; ++i) setElementAt(i, column, vector.getElementAt(i, 0));
+  std::complex<double>* to = elements.get() + column;
+  for (int i = 0; i < rows; ++i, to += columns) *to = vector.elements[i];
 }
 
 Matrix Matrix::getRow(int row) const {
   if (row >= rows) throw IndexOutOfBoundException();
   Matrix result(1, columns);
-  for (int j = 0; j < columns; ++j) result.setElementAt(0, j, getElementAt(row, j));
+  std::copy_n(elements.get() + offset(row, 0), columns, result.elements.get());
   return result;
 }
 
@@ -91,7 +93,7 @@ void Matrix::setRow(int row, const Matrix& vector) {
   if (row >= rows) throw IndexOutOfBoundException();
   if (vector.columns != columns) throw MatrixSizeMismatchException();
   if (vector.rows != 1) throw NotVectorException();
-  for (int j = 0; j < columns; ++j) setElementAt(row, j, vector.getElementAt(0, j));
+  std::copy_n(vector.elements.get(), columns, elements.get() + offset(row, 0));
 }
 
 Matrix Matrix::getSubmatrix(int firstRow, int firstColumn, int rowCount, int columnCount) const {
@@ -150,8 +152,8 @@ Matrix Matrix::transposed(bool conj) const {
   Matrix result(columns, rows);
   for (int i = 0; i < rows; ++i) {
     for (int j = 0; j < columns; ++j) {
-      const std::complex<double>& z = getElementAt(i, j);
-      result.setElementAt(j, i, conj ? std::conj(z) : z);
+      const std::complex<double>& z = elements[offset(i, j)];
+      result.elements[result.offset(j, i)] = conj ? std::conj(z) : z;
     }
   }
   return result;
@@ -170,9 +172,8 @@ Matrix Matrix::multiplied(const Matrix& b) const {
   Matrix result(rows, b.columns);
   for (int i = 0; i < rows; ++i) {
     for (int j = 0; j < b.columns; ++j) {
-      std::complex<double> sum = 0.0;
-      for (int k = 0; k < columns; ++k) sum += getElementAt(i, k) * b.getElementAt(k, j);
-      result.setElementAt(i, j, sum);
+      result.elements[result.offset(i, j)] =
+          dotProduct(elements.get() + offset(i, 0), 1, b.elements.get() + j, b.columns, columns);
     }
   }
   return result;

@@ -44,6 +44,10 @@ class Matrix {
   void setElementAt(int row, int column, const std::complex<double>& value);
   void setElementAt(int row, int column, double real, double imaginary);
 
+  /// The elements, row by row; null when there are none. For loops over many elements.
+  const std::complex<double>* data() const { return elements.get(); }
+  std::complex<double>* data() { return elements.get(); }
+
   // ---- rows, columns, blocks and diagonals
 
   /// Copy of one column (rows × 1) or one row (1 × columns). Throws IndexOutOfBoundException.
@@ -171,6 +175,11 @@ class Matrix {
   std::unique_ptr<std::complex<double>[]> elements;
 };
 
+/// Σ a[i · aStride] · b[i · bStride] over i = 0 … count − 1, summed in this order from 0: an
+/// element of a matrix product.
+std::complex<double> dotProduct(const std::complex<double>* a, std::ptrdiff_t aStride,
+                                const std::complex<double>* b, std::ptrdiff_t bStride, int count);
+
 /// Matrix product. Throws MatrixSizeMismatchException unless a.columns = b.rows.
 Matrix operator*(const Matrix& a, const Matrix& b);
 
@@ -195,6 +204,24 @@ inline void Matrix::setElementAt(int row, int column, const std::complex<double>
 
 inline void Matrix::setElementAt(int row, int column, double real, double imaginary) {
   setElementAt(row, column, std::complex<double>(real, imaginary));
+}
+
+inline std::complex<double> dotProduct(const std::complex<double>* a, std::ptrdiff_t aStride,
+                                       const std::complex<double>* b, std::ptrdiff_t bStride,
+                                       int count) {
+  // The plain formula; where complex multiplication gives something else, this gives NaN.
+  double re = 0.0;
+  double im = 0.0;
+  for (int i = 0; i < count; ++i) {
+    const std::complex<double> x = a[i * aStride];
+    const std::complex<double> y = b[i * bStride];
+    re += x.real() * y.real() - x.imag() * y.imag();
+    im += x.real() * y.imag() + x.imag() * y.real();
+  }
+  if (re == re && im == im) return {re, im};
+  std::complex<double> sum = 0.0;
+  for (int i = 0; i < count; ++i) sum += a[i * aStride] * b[i * bStride];
+  return sum;
 }
 
 inline void Matrix::swap(Matrix& other) noexcept {
