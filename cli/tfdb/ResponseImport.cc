@@ -23,7 +23,7 @@ constexpr int MAX_LENGTH = 65536;
 constexpr std::size_t MAX_VALUES = std::size_t{1} << 27;
 
 /// A response has begun where it reaches this part of its position's peak.
-constexpr float ONSET = 0.1F;
+constexpr float ONSET = 0.03F;
 
 constexpr int LEAD = 16;                ///< samples at the frame's rate
 constexpr int SHORTEST_PART = 8;        ///< of the frame, for the lead
