@@ -28,6 +28,7 @@ constexpr double NOTED_DEVIATION = 5.0;  // degrees
 
 constexpr double LATEST_BEGIN = 86400.0;  // seconds
 constexpr int LARGEST_RATE = 1'000'000;   // Hz
+constexpr int LARGEST_CHANNEL = 1024;
 
 class MixError : public std::runtime_error {
  public:
@@ -183,7 +184,7 @@ void addMixCommand(CLI::App& app) {
   command
       ->add_option("--channel", options->channel,
                    "Channel to take from dry files of several channels, from 1")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(1, LARGEST_CHANNEL))
       ->capture_default_str();
   command
       ->add_option("--raw-rate", options->rawRate,

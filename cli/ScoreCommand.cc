@@ -17,6 +17,7 @@
 namespace {
 
 constexpr int LARGEST_TAPS = 1024;
+constexpr int LARGEST_CHANNEL = 1024;
 
 // The filters are found with a matrix of that many rows: a quarter of a gigabyte.
 constexpr std::size_t LARGEST_SYSTEM = 8192;
@@ -141,7 +142,7 @@ void addScoreCommand(CLI::App& app) {
   command
       ->add_option("--channel", options->channel,
                    "Channel to take from files of several channels, from 1")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(1, LARGEST_CHANNEL))
       ->capture_default_str();
   command
       ->add_option("--filter-taps", options->filterTaps,

@@ -33,6 +33,11 @@ int run(CLI::App& app, int argc, char** argv) {
   } catch (const std::exception& error) {
     return report(error.what(), DATA_ERROR);
   }
+  if (app.get_subcommands().empty()) {
+    std::string names;
+    for (const CLI::App* command : app.get_subcommands({})) names += " " + command->get_name();
+    return report("no command is given, expected one of:" + names, USAGE_ERROR);
+  }
   std::cout.flush();
   return std::cout ? 0 : report("standard output: cannot be written", DATA_ERROR);
 }
@@ -42,7 +47,7 @@ int run(CLI::App& app, int argc, char** argv) {
 int main(int argc, char** argv) {
   CLI::App app("Sound source separation for microphone arrays", "zelk-sss");
   app.set_version_flag("--version", "zelk-sss " ZELK_VERSION);
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);  // with 1, a misspelt command would not be named in the message
   addScoreCommand(app);
   addMixCommand(app);
   addSeparateCommand(app);
