@@ -1,0 +1,97 @@
+#!/usr/bin/env bash
+# Two people talk at once before an artificial head with a microphone in each ear, and before a ring
+# of eight microphones; each method separates them. Prints one table of how well, and where to listen.
+#   scripts/demo.sh [FOLDER]    results go to FOLDER, by default out/demo; an earlier run is replaced
+# Installs and builds what is missing. Measured responses and speech come from Debian packages.
+set -euo pipefail
+
+repository=$(cd "$(dirname "$0")/.." && pwd)
+out=$(realpath -m "${1:-$repository/out/demo}")
+responses=${ZELK_DEMO_RESPONSES:-/usr/share/libmysofa/MIT_KEMAR_normal_pinna.sofa}
+speech=${ZELK_DEMO_SPEECH:-/usr/share/pocketsphinx/test/data}
+talkers=("$speech/librivox/sense_and_sensibility_01_austen_64kb-0870.wav" "$speech/cards/005.wav")
+methods=(DS WDS NULL ILSE)
+
+say() { echo "demo.sh: $*" >&2; }
+
+build() {
+  if [ -n "${ZELK_SSS:-}" ]; then return; fi
+  bash "$repository/scripts/deps.sh"
+  say "building"
+  (cd "$repository" && cmake --preset release >"$out/build.log" 2>&1 &&
+    cmake --build --preset release --target zelk-sss-cli zelk-sss zelk-audio >>"$out/build.log" 2>&1) ||
+    { tail -n 30 "$out/build.log" >&2; say "the build failed, see $out/build.log"; exit 1; }
+  ZELK_SSS=$repository/build/release/bin/zelk-sss
+}
+
+# separate ARRAY METHOD: by the command and by the network document, which must give the same files.
+separate() {
+  local folder=$out/$1
+  "$ZELK_SSS" separate "$folder/mix.wav" --tf "$folder/array.sofa" --sources "$folder/scene.json" \
+    --method "$2" -o "$folder/$2" --force >>"$folder/log.txt"
+  rm -rf "$folder/network"
+  "$ZELK_SSS" run "$repository/examples/separate.n" "$folder/mix.wav" "$folder/scene.json" \
+    "$folder/array.sofa" "$2" "$folder/network" >>"$folder/log.txt"
+  diff -r "$folder/$2" "$folder/network" >/dev/null ||
+    { say "command and network document differ: $folder/$2 $folder/network"; exit 1; }
+  rm -r "$folder/network"
+}
+
+# scores ARRAY ESTIMATE ESTIMATE: "SDR SIR" of each talker on a line. The references are what the
+# first microphone hears of each talker alone. The separated sound is the talker's own, not the
+# microphone's, so a filter of 512 taps between the two is no error.
+scores() {
+  local folder=$out/$1
+  "$ZELK_SSS" score --reference "$folder/mix-source0.wav" "$folder/mix-source1.wav" \
+    --estimate "$2" "$3" --filter-taps 512 | awk '$1 ~ /^[0-9]+$/ {print $2, $3}'
+}
+
+# table_of ARRAY TITLE
+table_of() {
+  local folder=$out/$1 before after
+  before=$(scores "$1" "$folder/mix.wav" "$folder/mix.wav")
+  echo "$2"
+  for method in "${methods[@]}"; do
+    say "$1: $method"
+    separate "$1" "$method"
+    after=$(scores "$1" "$folder/$method/source_0.wav" "$folder/$method/source_1.wav")
+    paste -d' ' <(echo "$before") <(echo "$after") | awk -v method="$method" '
+      {printf "  %-6s  %6d  %7.1f  %7.1f  %7.1f  %7.1f  %+11.1f\n", method, NR, $1, $3, $2, $4, $4 - $2}'
+  done
+}
+
+mkdir -p "$out/head" "$out/ring"
+build
+for array in head ring; do
+  cp "$repository/examples/two-talkers.json" "$out/$array/scene.json"
+  : >"$out/$array/log.txt"
+done
+
+"$ZELK_SSS" tfdb import "$responses" "$out/head/array.sofa" --rate 16000 --length 512 --force \
+  >>"$out/head/log.txt"
+"$ZELK_SSS" tfdb geometry "$out/ring/array.sofa" --circular 8 0.05 --distances 1.4 --force \
+  --rate 16000 --length 512 >>"$out/ring/log.txt"
+for array in head ring; do
+  # Microphones have noise of their own, which arrays of small size amplify.
+  "$ZELK_SSS" mix "$out/$array/scene.json" --tf "$out/$array/array.sofa" --dry "${talkers[@]}" \
+    --gain -6 -6 --noise-level -70 -o "$out/$array/mix.wav" --force 2>>"$out/$array/log.txt" \
+    >>"$out/$array/log.txt"
+done
+
+{
+  echo "                      SI-SDR (dB)       SI-SIR (dB)"
+  echo "  method  talker   before    after   before    after  SI-SIR gain"
+  table_of head "head with two microphones, measured responses"
+  table_of ring "ring of eight microphones, 5 cm radius, computed responses"
+  echo "Before: the first microphone. After: the separated talker. Both against that talker alone at"
+  echo "the first microphone, with a filter of 512 taps allowed (zelk-sss score --filter-taps 512)."
+} | tee "$out/table.txt"
+
+cat <<LISTEN
+
+Listen to, in $out:
+  head/mix.wav                                both talkers at once, as the two ears hear them
+  head/NULL/source_0.wav and source_1.wav     the two talkers, separated
+  head/mix-source0.wav and mix-source1.wav    for comparison: each talker alone at the ears
+and the same in ring/. The table is in table.txt.
+LISTEN
