@@ -30,18 +30,13 @@ void limitResources() {
 #endif
 }
 
-[[noreturn]] void readInChild(const std::string& path, bool withResponses) {
+[[noreturn]] void runChild(const std::function<void()>& work) {
   limitResources();
   // The parent will say what is wrong; here are only second copies of it.
   const int null = open("/dev/null", O_WRONLY);
   if (null >= 0) dup2(null, STDERR_FILENO);
   try {
-    const SofaFile file(path);
-    if (withResponses && file.isTransferFunctions()) file.readTransferFunctions();
-    if (withResponses && !file.isTransferFunctions()) {
-      file.readImpulseResponses();
-      file.readDelays();
-    }
+    work();
   } catch (const std::bad_alloc&) {
     _exit(OUT_OF_MEMORY);
   } catch (const std::exception&) {
@@ -52,13 +47,13 @@ void limitResources() {
 
 }  // namespace
 
-void tryReading(const std::string& path, bool withResponses) {
+void tryInChild(const std::string& path, const std::function<void()>& work) {
   const pid_t child = fork();
   if (child < 0) {
     throw SofaError(
         fmt::format("{}: no process could be made to read it: {}", path, std::strerror(errno)));
   }
-  if (child == 0) readInChild(path, withResponses);
+  if (child == 0) runChild(work);
   int status = 0;
   while (waitpid(child, &status, 0) < 0) {
     if (errno != EINTR) {
@@ -77,4 +72,15 @@ void tryReading(const std::string& path, bool withResponses) {
     throw SofaError(fmt::format("{}: reading it takes more than {} GiB of memory, {}", path,
                                 GIBIBYTES, expected));
   }
+}
+
+void tryReading(const std::string& path, bool withResponses) {
+  tryInChild(path, [&] {
+    const SofaFile file(path);
+    if (withResponses && file.isTransferFunctions()) file.readTransferFunctions();
+    if (withResponses && !file.isTransferFunctions()) {
+      file.readImpulseResponses();
+      file.readDelays();
+    }
+  });
 }

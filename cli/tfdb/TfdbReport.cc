@@ -50,7 +50,8 @@ std::string sourcesText(const std::vector<Position>& sources) {
 std::string microphonesText(const std::vector<Position>& microphones) {
   std::string text;
   for (std::size_t r = 0; r < std::min(microphones.size(), MOST_ROWS); ++r) {
-    const Position& p = microphones[r];
+    Position p = microphones[r];
+    for (double& x : p) x = std::round(1e4 * x) / 1e4 + 0.0;  // no "-0.0000"
     text += fmt::format("microphone {:>2}: x {:.4f}, y {:.4f}, z {:.4f} m\n", r, p[0], p[1], p[2]);
   }
   if (microphones.size() > MOST_ROWS) {
@@ -130,7 +131,7 @@ SofaTransferFunctions examined(const SofaFile& file, ImportReport& report) {
 std::string infoText(const SofaFile& file) {
   const bool tf = file.isTransferFunctions();
   std::string text = fmt::format(
-      "{}\ndata type:    {}\ncounts:       {}, {}, {}\nsampling rate: {} Hz\n", file.path(),
+      "{}\ndata type:     {}\ncounts:        {}, {}, {}\nsampling rate: {} Hz\n", file.path(),
       tf ? "TF (transfer functions)" : "FIR (impulse responses)",
       counted(file.measurements(), "source position"), counted(file.receivers(), "microphone"),
       tf ? fmt::format("{} frequencies (frames of {} samples)", file.length(),
@@ -156,9 +157,9 @@ std::string checkText(const SofaFile& file) {
   for (const std::string& finding : plainFindings(data)) text += "warning: " + finding + "\n";
   const auto agreement = compareDelays(data);
   if (!agreement) {
-    text += "delays:       cannot be compared (too few or too similar directions)\n";
+    text += "delays:        cannot be compared (too few or too similar directions)\n";
   } else {
-    text += (contradicts(*agreement) ? "warning: " : "delays:       ") +
+    text += (contradicts(*agreement) ? "warning: " : "delays:        ") +
             describe(*agreement, data) + "\n";
   }
   if (file.isTransferFunctions()) {
@@ -166,7 +167,7 @@ std::string checkText(const SofaFile& file) {
                               2 * (file.length() - 1), file.samplingRate());
   }
   if (report.worstLoss > 0.0) {
-    text += fmt::format("length:       {:.1f} dB of the energy lie outside {} samples\n",
+    text += fmt::format("length:        {:.1f} dB of the energy lie outside {} samples\n",
                         decibels(report.lostEnergy), 2 * (data.frequencies - 1));
   }
   return text + "usable after `zelk-sss tfdb import`\n";
