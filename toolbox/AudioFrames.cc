@@ -28,7 +28,7 @@ const NodeSpec AudioFrames::SPEC = {"AudioFrames",
                                      {"RESAMPLE", "bool", "false"},
                                      {"NON_FINITE", "string", "ZERO"}}};
 
-AudioFrames::AudioFrames(std::string nodeName, FD::ParameterSet params)
+AudioFrames::AudioFrames(std::string nodeName, const FD::ParameterSet& params)
     : ToolboxNode(SPEC, std::move(nodeName), params) {
   inOrder = true;
   try {
@@ -62,6 +62,17 @@ void AudioFrames::reset() {
   }
 }
 
+FD::ObjectRef AudioFrames::spectra(bool exists) const {
+  auto frame = std::make_unique<SpectrumMatrix>(static_cast<std::size_t>(reader->channelCount()),
+                                                static_cast<std::size_t>(reader->bins()));
+  for (std::size_t i = 0; exists && i < frame->nrows(); ++i) {
+    for (std::size_t k = 0; k < frame->ncols(); ++k) {
+      (*frame)(i, k) = reader->spectra()[i * frame->ncols() + k];
+    }
+  }
+  return FD::ObjectRef(frame.release());
+}
+
 void AudioFrames::calculate(int /*output_id*/, int count, FD::Buffer& /*out*/) {
   bool exists = false;
   try {
@@ -69,14 +80,7 @@ void AudioFrames::calculate(int /*output_id*/, int count, FD::Buffer& /*out*/) {
   } catch (const Audio::AudioError& error) {
     throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
-  auto* frame = new SpectrumMatrix(static_cast<std::size_t>(reader->channelCount()),
-                                   static_cast<std::size_t>(reader->bins()));
-  setOutput("OUTPUT", count, FD::ObjectRef(frame));
-  for (std::size_t i = 0; exists && i < frame->nrows(); ++i) {
-    for (std::size_t k = 0; k < frame->ncols(); ++k) {
-      (*frame)(i, k) = reader->spectra()[i * frame->ncols() + k];
-    }
-  }
+  setOutput("OUTPUT", count, spectra(exists));
   setOutput("NOT_EOF", count, exists ? FD::TrueObject : FD::FalseObject);
   setOutput("SAMPLES", count,
             FD::ObjectRef(FD::Int::alloc(exists ? reader->finishedSamples() : 0)));

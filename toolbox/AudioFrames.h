@@ -18,7 +18,7 @@ class AudioFrames : public ToolboxNode {
  public:
   static const NodeSpec SPEC;
 
-  AudioFrames(std::string nodeName, FD::ParameterSet params);
+  AudioFrames(std::string nodeName, const FD::ParameterSet& params);
 
   /// The next frame is the recording's first one again.
   void reset() override;
@@ -28,6 +28,7 @@ class AudioFrames : public ToolboxNode {
 
  private:
   std::unique_ptr<Audio::FrameReader> openReader() const;
+  FD::ObjectRef spectra(bool exists) const;
 
   std::unique_ptr<Audio::FrameReader> reader;
 };

@@ -25,7 +25,7 @@ const NodeSpec BackProjection::SPEC = {
     {"OUTPUT"},
     {{"LENGTH", "int", nullptr}, {"REFERENCE", "int", "1"}, {"FORGETTING", "float", "0.97"}}};
 
-BackProjection::BackProjection(std::string nodeName, FD::ParameterSet params)
+BackProjection::BackProjection(std::string nodeName, const FD::ParameterSet& params)
     : ToolboxNode(SPEC, std::move(nodeName), params) {
   inOrder = true;
   try {
@@ -68,7 +68,7 @@ void BackProjection::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   if (isConnected("SOURCES")) targets = pullIds("SOURCES", count);
 
   auto* projected = new SpectrumMap;
-  out[count] = FD::ObjectRef(projected);
+  const FD::ObjectRef owner(projected);
   for (const auto& [id, spectrum] : FD::object_cast<SpectrumMap>(mapRef)) {
     const auto& Y = FD::object_cast<SpectrumVector>(spectrum);
     if (Y.size() != static_cast<std::size_t>(bins)) {
@@ -79,7 +79,9 @@ void BackProjection::calculate(int /*output_id*/, int count, FD::Buffer& out) {
           SOURCE_FILE, __LINE__);
     }
     auto* scaled = new SpectrumVector(Y.size());
-    projected->insert({id, FD::ObjectRef(scaled)});
+    const FD::ObjectRef scaledOwner(scaled);
     projection.project(id, X, Y.data(), !targets || targets->count(id) != 0, scaled->data());
+    projected->insert({id, scaledOwner});
   }
+  out[count] = owner;
 }

@@ -18,7 +18,7 @@ class BackProjection : public ToolboxNode {
  public:
   static const NodeSpec SPEC;
 
-  BackProjection(std::string nodeName, FD::ParameterSet params);
+  BackProjection(std::string nodeName, const FD::ParameterSet& params);
 
   /// Forgets all averages.
   void reset() override;

@@ -37,7 +37,7 @@ const NodeSpec NoiseCorrelation::SPEC = {"NoiseCorrelation",
                                           {"LOADING", "float", "0.001"},
                                           {"NORMALIZE", "bool", "true"}}};
 
-NoiseCorrelation::NoiseCorrelation(std::string nodeName, FD::ParameterSet params)
+NoiseCorrelation::NoiseCorrelation(std::string nodeName, const FD::ParameterSet& params)
     : ToolboxNode(SPEC, std::move(nodeName), params) {
   inOrder = true;
   try {
@@ -118,8 +118,7 @@ void NoiseCorrelation::update(int count) {
 
 FD::ObjectRef NoiseCorrelation::result() const {
   const auto M = static_cast<std::size_t>(noise->microphones());
-  auto* matrices = new SpectrumMatrix(static_cast<std::size_t>(noise->bins()), M * M);
-  const FD::ObjectRef owner(matrices);
+  auto matrices = std::make_unique<SpectrumMatrix>(static_cast<std::size_t>(noise->bins()), M * M);
   if (M > 0) noise->write(floatParameter("LOADING"), boolParameter("NORMALIZE"), (*matrices)[0]);
-  return owner;
+  return FD::ObjectRef(matrices.release());
 }

@@ -23,7 +23,7 @@ class NoiseCorrelation : public ToolboxNode {
  public:
   static const NodeSpec SPEC;
 
-  NoiseCorrelation(std::string nodeName, FD::ParameterSet params);
+  NoiseCorrelation(std::string nodeName, const FD::ParameterSet& params);
 
   /// Asks for the previous frame to be kept with each input: a node that first needs the noise at
   /// frame 1 makes this one catch up on frame 0.

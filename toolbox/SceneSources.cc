@@ -1,5 +1,6 @@
 #include "SceneSources.h"
 
+#include <memory>
 #include <utility>
 
 #include "toolbox/core/AudioError.h"
@@ -13,8 +14,7 @@ const int registered =
 const char* const SOURCE_FILE = "SceneSources.cc";
 
 FD::ObjectRef sourceList(const std::vector<Audio::PlacedSource>& placed) {
-  auto* list = new SourceList;
-  const FD::ObjectRef owner(list);
+  auto list = std::make_unique<SourceList>();
   for (const Audio::PlacedSource& entry : placed) {
     auto* source = new FD::Source;
     list->push_back(FD::ObjectRef(source));
@@ -23,7 +23,7 @@ FD::ObjectRef sourceList(const std::vector<Audio::PlacedSource>& placed) {
     source->y = static_cast<float>(entry.position.y);
     source->z = static_cast<float>(entry.position.z);
   }
-  return owner;
+  return FD::ObjectRef(list.release());
 }
 
 }  // namespace
@@ -37,7 +37,7 @@ const NodeSpec SceneSources::SPEC = {"SceneSources",
                                       {"SAMPLING_RATE", "int", nullptr},
                                       {"INACTIVE_AS_NOISE", "bool", "false"}}};
 
-SceneSources::SceneSources(std::string nodeName, FD::ParameterSet params)
+SceneSources::SceneSources(std::string nodeName, const FD::ParameterSet& params)
     : ToolboxNode(SPEC, std::move(nodeName), params) {
   inactiveAsNoise = boolParameter("INACTIVE_AS_NOISE");
   try {

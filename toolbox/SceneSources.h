@@ -18,7 +18,7 @@ class SceneSources : public ToolboxNode {
  public:
   static const NodeSpec SPEC;
 
-  SceneSources(std::string nodeName, FD::ParameterSet params);
+  SceneSources(std::string nodeName, const FD::ParameterSet& params);
 
  protected:
   void calculate(int output_id, int count, FD::Buffer& out) override;

@@ -50,7 +50,7 @@ const NodeSpec SeparatedWriter::SPEC = {
      {"PREFIX", "string", "source_"},
      {"OVERWRITE", "bool", "false"}}};
 
-SeparatedWriter::SeparatedWriter(std::string nodeName, FD::ParameterSet params)
+SeparatedWriter::SeparatedWriter(std::string nodeName, const FD::ParameterSet& params)
     : ToolboxNode(SPEC, std::move(nodeName), params) {
   inOrder = true;
   try {
@@ -114,7 +114,8 @@ void SeparatedWriter::write(const SpectrumMap& map, int count) {
 
 const std::complex<float>* SeparatedWriter::checkedSpectrum(int id, const FD::ObjectRef& spectrum) {
   const auto& values = FD::object_cast<SpectrumVector>(spectrum);
-  const auto bins = static_cast<std::size_t>(intParameter("LENGTH") / 2 + 1);
+  const int length = intParameter("LENGTH");
+  const auto bins = static_cast<std::size_t>(Audio::FrameLayout(length, length).bins());
   if (values.size() != bins) {
     throw new FD::NodeException(
         this,

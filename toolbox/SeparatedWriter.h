@@ -26,7 +26,7 @@ class SeparatedWriter : public ToolboxNode {
  public:
   static const NodeSpec SPEC;
 
-  SeparatedWriter(std::string nodeName, FD::ParameterSet params);
+  SeparatedWriter(std::string nodeName, const FD::ParameterSet& params);
   ~SeparatedWriter() override;
 
   /// Ends a former run as the network's end would, and begins anew with frame 0.

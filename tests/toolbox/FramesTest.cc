@@ -16,7 +16,6 @@
 #include "toolbox/core/RealFft.h"
 #include "toolbox/core/Window.h"
 
-using testing::HasSubstr;
 
 namespace {
 

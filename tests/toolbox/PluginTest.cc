@@ -41,7 +41,7 @@ TEST_F(PluginTest, RegistersItsModuleAndTypes) {
 /// Stands for a separation: gives microphone i's spectrum to the i-th source.
 class EachSource : public FD::BufferedNode {
  public:
-  EachSource(std::string nodeName, FD::ParameterSet params)
+  EachSource(std::string nodeName, const FD::ParameterSet& params)
       : FD::BufferedNode(std::move(nodeName), params) {
     addInput("INPUT_FRAMES");
     addInput("INPUT_SOURCES");

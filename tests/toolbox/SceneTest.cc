@@ -11,7 +11,6 @@
 #include "gtest/gtest.h"
 #include "toolbox/core/AudioError.h"
 
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
