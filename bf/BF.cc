@@ -8,6 +8,15 @@ namespace BF {
 
 namespace {
 
+/// Column `to` of H := column `from` of measured. Throws like getColumn and setColumn.
+void copyColumn(const Matrix& measured, int from, Matrix& H, int to) {
+  if (from >= measured.getColumnCount()) throw IndexOutOfBoundException();
+  if (measured.getRowCount() != H.getRowCount()) throw MatrixSizeMismatchException();
+  for (int i = 0; i < H.getRowCount(); ++i) {
+    H.data()[i * H.getColumnCount() + to] = measured.data()[i * measured.getColumnCount() + from];
+  }
+}
+
 /// Column k of Y := W · column k of X, without a temporary.
 void multiplyColumn(const Matrix& W, const Matrix& X, int k, Matrix& Y) {
   const int M = W.getColumnCount();
@@ -45,13 +54,14 @@ void BF::getTransformFunctions(const std::vector<SourceLocation>& requested,
   }
 
   std::vector<Matrix> result;
+  result.reserve(std::max(numFreq, 0));
   for (int k = 0; k < numFreq; ++k) {
     if (static_cast<std::size_t>(k) >= tfDatabase->transferFunctions.size()) {
       throw IndexOutOfBoundException();
     }
     const Matrix& measured = tfDatabase->transferFunctions[k];
     Matrix H(nMic, nSources);
-    for (int j = 0; j < nSources; ++j) H.setColumn(j, measured.getColumn(nearest[j]));
+    for (int j = 0; j < nSources; ++j) copyColumn(measured, nearest[j], H, j);
     result.push_back(std::move(H));
   }
   out.swap(result);

@@ -2,11 +2,21 @@
 
 #include <cmath>
 #include <complex>
+#include <cstddef>
+#include <cstring>
 #include <utility>
 
 namespace BF {
 
 namespace {
+
+/// The same shape and the same bytes.
+bool sameBits(const Matrix& a, const Matrix& b) {
+  if (a.getRowCount() != b.getRowCount() || a.getColumnCount() != b.getColumnCount()) return false;
+  const std::size_t count =
+      static_cast<std::size_t>(a.getRowCount()) * static_cast<std::size_t>(a.getColumnCount());
+  return count == 0 || std::memcmp(a.data(), b.data(), count * sizeof(std::complex<double>)) == 0;
+}
 
 /// Delay-and-sum. Row n of W has the entries conj(a_i) / (|a_i| · Σ_j |a_j|), a = column n of A.
 void fillDelayAndSum(const Matrix& A, Matrix& W) {
@@ -78,37 +88,53 @@ void fillIlse(const Matrix& A, Matrix& W) {
 }  // namespace
 
 void Fixed::updateSources(const std::vector<SourceLocation>& newSources) {
-  const int N = static_cast<int>(newSources.size());
   std::vector<Matrix> tf;
   getTransformFunctions(newSources, tf);
 
   std::vector<Matrix> newMatrices;
-  for (int k = 0; k < numFreq; ++k) {
-    const Matrix& A = tf[k];
-    Matrix W(N, A.getRowCount());
-    switch (getBfAlgorithmType()) {
-      case BF_ALGORITHM_DS:
-        fillDelayAndSum(A, W);
-        break;
-      case BF_ALGORITHM_WDS:
-        fillWeightedDelayAndSum(A, W);
-        break;
-      case BF_ALGORITHM_NULL:
-        W = A.pseudoInverse();
-        break;
-      case BF_ALGORITHM_ILSE:
-        fillIlse(A, W);
-        break;
-      default:
-        break;
+  newMatrices.reserve(tf.size());
+  bool allKnown = knownTransferFunctions.size() == tf.size();
+  for (std::size_t k = 0; k < tf.size(); ++k) {
+    if (k < knownTransferFunctions.size() && sameBits(tf[k], knownTransferFunctions[k])) {
+      newMatrices.push_back(knownMatrices[k]);
+    } else {
+      newMatrices.push_back(separationMatrix(tf[k]));
+      allKnown = false;
     }
-    newMatrices.push_back(std::move(W));
   }
 
   std::vector<SourceLocation> newList(newSources);
+  if (!allKnown) {
+    std::vector<Matrix> tfCopy(tf);
+    std::vector<Matrix> matricesCopy(newMatrices);
+    knownTransferFunctions.swap(tfCopy);
+    knownMatrices.swap(matricesCopy);
+  }
   sources.swap(newList);
   transferFunctions.swap(tf);
   separationMatrices.swap(newMatrices);
+}
+
+// The formula is chosen by the object's own type.
+Matrix Fixed::separationMatrix(const Matrix& A) const {
+  Matrix W(A.getColumnCount(), A.getRowCount());
+  switch (getBfAlgorithmType()) {
+    case BF_ALGORITHM_DS:
+      fillDelayAndSum(A, W);
+      break;
+    case BF_ALGORITHM_WDS:
+      fillWeightedDelayAndSum(A, W);
+      break;
+    case BF_ALGORITHM_NULL:
+      W = A.pseudoInverse();
+      break;
+    case BF_ALGORITHM_ILSE:
+      fillIlse(A, W);
+      break;
+    default:
+      break;
+  }
+  return W;
 }
 
 void Fixed::adaptSeparationMatrices() {}

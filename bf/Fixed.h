@@ -17,6 +17,14 @@ class Fixed : public BF {
 
   /// Does nothing.
   void adaptSeparationMatrices() override;
+
+ private:
+  Matrix separationMatrix(const Matrix& A) const;
+
+  // The last transfer functions and what followed from them: the formulas depend on nothing else,
+  // so bins whose transfer functions are the same to the bit need not be computed again.
+  std::vector<Matrix> knownTransferFunctions;
+  std::vector<Matrix> knownMatrices;
 };
 
 /// Delay-and-sum: every microphone with the same weight after phase alignment.

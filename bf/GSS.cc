@@ -1,7 +1,9 @@
 #include "bf/GSS.h"
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
+#include <cstddef>
 #include <cstdio>
 #include <utility>
 
@@ -9,12 +11,46 @@ namespace BF {
 
 namespace {
 
-/// ‖P‖², the sum of the squared moduli of all elements.
-double squaredNorm(const Matrix& P) { return std::abs(P.elementwiseNorm().getElementSum()); }
+/// ‖P‖², the sum of the squared moduli of all elements. It is summed as a complex number whose
+/// imaginary part is zero, so its modulus is the sum itself.
+double squaredNorm(const Matrix& P) {
+  const std::ptrdiff_t count = std::ptrdiff_t{P.getRowCount()} * P.getColumnCount();
+  double sum = 0.0;
+  for (std::ptrdiff_t i = 0; i < count; ++i) {
+    const double modulus = std::abs(P.data()[i]);
+    sum += modulus * modulus;
+  }
+  return sum;
+}
 
-std::complex<double> realScalar(double value) { return {value, 0.0}; }
+/// Re⟨P, Q⟩, the real part of Σ conj(P_ij) · Q_ij.
+double realInnerProduct(const Matrix& P, const Matrix& Q) {
+  const std::ptrdiff_t count = std::ptrdiff_t{P.getRowCount()} * P.getColumnCount();
+  double sum = 0.0;
+  for (std::ptrdiff_t i = 0; i < count; ++i) sum += (std::conj(P.data()[i]) * Q.data()[i]).real();
+  return sum;
+}
 
 }  // namespace
+
+/// The matrices of one bin's step, allocated once for all bins.
+struct GSS::Work {
+  Work(int N, int M)
+      : x(M, 1),
+        y(N, 1),
+        f(N, 1),
+        WA(N, N),
+        E_lc(N, N),
+        J_lc(N, M),
+        P(N, N),
+        E_ss(N, N),
+        J_ss(N, M),
+        doubleE_ss(N, N),
+        doubleE_ssF(N, 1),
+        Q(N, M) {}
+
+  Matrix x, y, f, WA, E_lc, J_lc, P, E_ss, J_ss, doubleE_ss, doubleE_ssF, Q;
+};
 
 GSS::GSS(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool lcAdaptiveValue,
          double muValue, bool ssAdaptiveValue, double muSsValue, double scaleValue,
@@ -48,8 +84,11 @@ void GSS::updateSources(const std::vector<SourceLocation>& newSources) {
   for (int k = 0; k < numFreq; ++k) {
     Matrix W(N, tf[k].getRowCount());
     for (int j = 0; j < N; ++j) {
-      W.setRow(j, previous[j] < 0 ? tf[k].getColumn(j).pseudoInverse()
-                                  : separationMatrices[k].getRow(previous[j]));
+      if (previous[j] < 0) {
+        W.setRow(j, tf[k].getColumn(j).pseudoInverse());
+      } else {
+        copyRow(separationMatrices[k], previous[j], W, j);
+      }
     }
     newMatrices.push_back(std::move(W));
   }
@@ -61,10 +100,14 @@ void GSS::updateSources(const std::vector<SourceLocation>& newSources) {
 }
 
 void GSS::adaptSeparationMatrices() {
+  const int N = static_cast<int>(sources.size());
+  const int M = inputSpectrum.getRowCount();
+  Work work(N, M);
   std::vector<Matrix> newMatrices;
+  newMatrices.reserve(std::max(numFreq, 0));
   for (int k = 0; k < numFreq; ++k) {
-    newMatrices.push_back(adapted(separationMatrices[k], transferFunctions[k],
-                                  inputSpectrum.getColumn(k), outputSpectrum.getColumn(k)));
+    newMatrices.emplace_back(N, M);
+    adaptBin(k, work, newMatrices.back());
   }
   separationMatrices.swap(newMatrices);
 }
@@ -72,27 +115,37 @@ void GSS::adaptSeparationMatrices() {
 // One bin's step, W − μ_ss · J_ss − μ_lc · J_lc:
 //   E_lc  N × N  diagonal part of W · A − I       J_lc  N × M  E_lc · Aᴴ
 //   E_ss  N × N  off-diagonal part of f · yᴴ      J_ss  N × M  E_ss · W        f  N × 1  φ(y)
-Matrix GSS::adapted(const Matrix& W, const Matrix& A, const Matrix& x, const Matrix& y) const {
+void GSS::adaptBin(int k, Work& work, Matrix& newW) const {
+  const Matrix& W = separationMatrices[k];
+  const Matrix& A = transferFunctions[k];
   const int N = static_cast<int>(sources.size());
-  const Matrix E_lc = (W * A - Matrix::I(N)).diagonalElements().diagonalMatrix();
-  const Matrix J_lc = E_lc * A.transposed(true);
-  const double mu_lc = lcAdaptive ? constraintStep(E_lc, J_lc) : mu;
+  copyColumn(inputSpectrum, k, work.x);
+  copyColumn(outputSpectrum, k, work.y);
+
+  multiplyInto(W, A, work.WA);
+  for (int n = 0; n < N; ++n) work.E_lc.setElementAt(n, n, work.WA.getElementAt(n, n) - 1.0);
+  multiplyAdjointInto(work.E_lc, A, work.J_lc);
+  const double mu_lc = lcAdaptive ? constraintStep(work) : mu;
 
   requireUpdateRule();
-  Matrix f(N, 1);
-  for (int i = 0; i < N; ++i) f.setElementAt(i, 0, nonLinear(y.getElementAt(i, 0)));
-
-  requireUpdateRule();
-  const Matrix P = f * y.transposed(true);
-  const Matrix E_ss = P - P.diagonalElements().diagonalMatrix();
-  const Matrix J_ss = E_ss * W;
-
-  double step_ss = mu_ss;
-  if (ssAdaptive) {
-    requireUpdateRule();
-    step_ss = separationStep(E_ss, J_ss, f, x);
+  for (int i = 0; i < N; ++i) {
+    work.f.setElementAt(i, 0, nonLinear(work.y.getElementAt(i, 0)));
   }
-  return (W - J_ss * realScalar(step_ss)) - J_lc * realScalar(mu_lc);
+
+  multiplyAdjointInto(work.f, work.y, work.P);
+  work.E_ss = work.P;
+  for (int n = 0; n < N; ++n) {
+    const std::complex<double> p = work.P.getElementAt(n, n);
+    work.E_ss.setElementAt(n, n, p - p);
+  }
+  multiplyInto(work.E_ss, W, work.J_ss);
+  const double step_ss = ssAdaptive ? separationStep(work) : mu_ss;
+
+  const std::ptrdiff_t count = std::ptrdiff_t{N} * W.getColumnCount();
+  for (std::ptrdiff_t i = 0; i < count; ++i) {
+    newW.data()[i] = (W.data()[i] - work.J_ss.data()[i] * std::complex<double>(step_ss, 0.0)) -
+                     work.J_lc.data()[i] * std::complex<double>(mu_lc, 0.0);
+  }
 }
 
 void GSS::requireUpdateRule() const {
@@ -112,20 +165,24 @@ std::complex<double> GSS::nonLinear(const std::complex<double>& y) const {
 }
 
 // mu · (e / 2) / g with e = ‖E_lc‖² and g = ‖J_lc‖².
-double GSS::constraintStep(const Matrix& E_lc, const Matrix& J_lc) const {
-  const double g = squaredNorm(J_lc);
-  const double e = squaredNorm(E_lc);
+double GSS::constraintStep(const Work& work) const {
+  const double g = squaredNorm(work.J_lc);
+  const double e = squaredNorm(work.E_lc);
   if (BF_EPS > g) return mu * (0.5 * e) / (g + BF_EPS);
   return mu * (0.5 * e) / g;
 }
 
 // mu_ss · (e / 2) / s with e = ‖E_ss‖² and s = Re⟨J_ss, Q⟩, Q = 2 · E_ss · f · xᴴ (N × M). s keeps
 // its sign: a negative one takes the guarded branch.
-double GSS::separationStep(const Matrix& E_ss, const Matrix& J_ss, const Matrix& f,
-                           const Matrix& x) const {
-  const Matrix Q = realScalar(2.0) * E_ss * f * x.transposed(true);
-  const double s = J_ss.elementwiseFMultiplied(Q).getElementSum().real();
-  const double e = squaredNorm(E_ss);
+double GSS::separationStep(Work& work) const {
+  const std::ptrdiff_t count = std::ptrdiff_t{work.E_ss.getRowCount()} * work.E_ss.getRowCount();
+  for (std::ptrdiff_t i = 0; i < count; ++i) {
+    work.doubleE_ss.data()[i] = work.E_ss.data()[i] * std::complex<double>(2.0, 0.0);
+  }
+  multiplyInto(work.doubleE_ss, work.f, work.doubleE_ssF);
+  multiplyAdjointInto(work.doubleE_ssF, work.x, work.Q);
+  const double s = realInnerProduct(work.J_ss, work.Q);
+  const double e = squaredNorm(work.E_ss);
   if (BF_EPS > s) return mu_ss * (0.5 * e) / (BF_EPS + s);
   return mu_ss * (0.5 * e) / s;
 }

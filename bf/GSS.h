@@ -1,5 +1,6 @@
 #pragma once
 
+#include <complex>
 #include <vector>
 
 #include "bf/BF.h"
@@ -40,12 +41,12 @@ class GSS : public BF {
   bool ssAdaptive;
 
  private:
-  Matrix adapted(const Matrix& W, const Matrix& A, const Matrix& x, const Matrix& y) const;
+  struct Work;
+  void adaptBin(int k, Work& work, Matrix& newW) const;
   void requireUpdateRule() const;
   std::complex<double> nonLinear(const std::complex<double>& y) const;
-  double constraintStep(const Matrix& E_lc, const Matrix& J_lc) const;
-  double separationStep(const Matrix& E_ss, const Matrix& J_ss, const Matrix& f,
-                        const Matrix& x) const;
+  double constraintStep(const Work& work) const;
+  double separationStep(Work& work) const;
 };
 
 /// Geometric source separation with the independent-component update rule.

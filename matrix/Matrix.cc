@@ -35,6 +35,22 @@ Matrix combined(const Matrix& a, const Matrix& b, Function f) {
   return result;
 }
 
+/// Σ a[i] · conj(b[i]), like dotProduct.
+std::complex<double> dotProductWithConjugate(const std::complex<double>* a,
+                                             const std::complex<double>* b, int count) {
+  double re = 0.0;
+  double im = 0.0;
+  for (int i = 0; i < count; ++i) {
+    const double yIm = -b[i].imag();
+    re += a[i].real() * b[i].real() - a[i].imag() * yIm;
+    im += a[i].real() * yIm + a[i].imag() * b[i].real();
+  }
+  if (re == re && im == im) return {re, im};
+  std::complex<double> sum = 0.0;
+  for (int i = 0; i < count; ++i) sum += a[i] * std::conj(b[i]);
+  return sum;
+}
+
 /// Ends the process when the shapes differ, unless an exception is being handled.
 void requireSameShape(const Matrix& a, const Matrix& b) {
   // A bare throw, on purpose: operands of a sum that do not fit are a defect of the engine itself,
@@ -306,6 +322,57 @@ void Matrix::dump(FILE* stream, const char* format, ...) const {
 
 void Matrix::dump(FILE* stream) const {
   dump(stream, "Matrix: %p", static_cast<const void*>(this));
+}
+
+void multiplyInto(const Matrix& a, const Matrix& b, Matrix& result) {
+  const int count = a.getColumnCount();
+  const int columns = b.getColumnCount();
+  if (count != b.getRowCount() || result.getRowCount() != a.getRowCount() ||
+      result.getColumnCount() != columns) {
+    throw MatrixSizeMismatchException();
+  }
+  std::complex<double>* element = result.data();
+  for (int i = 0; i < a.getRowCount(); ++i) {
+    for (int j = 0; j < columns; ++j) {
+      *element++ = dotProduct(a.data() + static_cast<std::ptrdiff_t>(i) * count, 1, b.data() + j,
+                              columns, count);
+    }
+  }
+}
+
+void multiplyAdjointInto(const Matrix& a, const Matrix& b, Matrix& result) {
+  const int count = a.getColumnCount();
+  if (count != b.getColumnCount() || result.getRowCount() != a.getRowCount() ||
+      result.getColumnCount() != b.getRowCount()) {
+    throw MatrixSizeMismatchException();
+  }
+  std::complex<double>* element = result.data();
+  for (int i = 0; i < a.getRowCount(); ++i) {
+    for (int j = 0; j < b.getRowCount(); ++j) {
+      *element++ =
+          dotProductWithConjugate(a.data() + static_cast<std::ptrdiff_t>(i) * count,
+                                  b.data() + static_cast<std::ptrdiff_t>(j) * count, count);
+    }
+  }
+}
+
+void copyRow(const Matrix& a, int from, Matrix& b, int to) {
+  if (from >= a.getRowCount() || to >= b.getRowCount()) throw IndexOutOfBoundException();
+  const int columns = a.getColumnCount();
+  if (columns != b.getColumnCount()) throw MatrixSizeMismatchException();
+  std::copy_n(a.data() + static_cast<std::ptrdiff_t>(from) * columns, columns,
+              b.data() + static_cast<std::ptrdiff_t>(to) * columns);
+}
+
+void copyColumn(const Matrix& a, int from, Matrix& vector) {
+  if (from >= a.getColumnCount()) throw IndexOutOfBoundException();
+  if (vector.getRowCount() != a.getRowCount() || vector.getColumnCount() != 1) {
+    throw MatrixSizeMismatchException();
+  }
+  const std::complex<double>* element = a.data() + from;
+  for (int i = 0; i < a.getRowCount(); ++i, element += a.getColumnCount()) {
+    vector.data()[i] = *element;
+  }
 }
 
 Matrix operator*(const Matrix& a, const Matrix& b) { return a.multiplied(b); }

@@ -180,6 +180,21 @@ class Matrix {
 std::complex<double> dotProduct(const std::complex<double>* a, std::ptrdiff_t aStride,
                                 const std::complex<double>* b, std::ptrdiff_t bStride, int count);
 
+/// result := a · b and result := a · bᴴ, bit for bit what the products of Matrix give, into a
+/// matrix that has the product's shape already. For loops over the bins, which need no new storage
+/// each time. Throw MatrixSizeMismatchException unless all shapes fit; result is neither a nor b.
+void multiplyInto(const Matrix& a, const Matrix& b, Matrix& result);
+void multiplyAdjointInto(const Matrix& a, const Matrix& b, Matrix& result);
+
+/// Row `to` of b := row `from` of a. Throws IndexOutOfBoundException for a row that is not there,
+/// MatrixSizeMismatchException when the column counts differ.
+void copyRow(const Matrix& a, int from, Matrix& b, int to);
+
+/// vector := column `from` of a; vector has a.rows × 1 elements already. Throws
+/// IndexOutOfBoundException for a column that is not there, MatrixSizeMismatchException when the
+/// row counts differ.
+void copyColumn(const Matrix& a, int from, Matrix& vector);
+
 /// Matrix product. Throws MatrixSizeMismatchException unless a.columns = b.rows.
 Matrix operator*(const Matrix& a, const Matrix& b);
 
