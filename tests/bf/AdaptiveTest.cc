@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -333,17 +332,6 @@ TEST(Lcmv, GivesWeakTransferFunctionsABoundedRow) {
   EXPECT_THAT(engine.projectionMatrices[0], MatrixEq(Matrix::I(2)));
   EXPECT_THAT(engine.projectionMatrices[1],
               MatrixNear(matrixOf({{0.75, 0.0}, {0.0, 1.0}}), ROUNDING));
-}
-
-TEST(Adaptive, WithoutBinsEveryListBecomesEmpty) {
-  BF::LCMV lcmv(0, 16000, 343.0, true, 0.5);
-  BF::GJ gj(0, 16000, 343.0, true, 0.5);
-  BF::GICA gica(0, 16000, 343.0, true, 0.5, true, 0.5, 1.0, TANH);
-  for (BF::BF* engine : std::initializer_list<BF::BF*>{&lcmv, &gj, &gica}) {
-    engine->separationMatrices.assign(2, Matrix(1, 1));
-    engine->adaptSeparationMatrices();
-    EXPECT_TRUE(engine->separationMatrices.empty());
-  }
 }
 
 }  // namespace

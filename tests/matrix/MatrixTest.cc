@@ -168,7 +168,22 @@ TEST(Matrix, IsAPlainValue) {
   EXPECT_THAT(Matrix(), MatrixEq(Matrix(0, 0)));
 }
 
-// ---- structure and arithmetic against plain loops, exactly: the elements are small whole numbers
+// ---- structure and arithmetic against plain loops
+
+/// a · b, every element summed in the order of its index.
+Matrix productInOrder(const Matrix& a, const Matrix& b) {
+  Matrix result(a.getRowCount(), b.getColumnCount());
+  for (int r = 0; r < a.getRowCount(); ++r) {
+    for (int c = 0; c < b.getColumnCount(); ++c) {
+      Complex sum = 0.0;
+      for (int k = 0; k < a.getColumnCount(); ++k) {
+        sum += a.getElementAt(r, k) * b.getElementAt(k, c);
+      }
+      result.setElementAt(r, c, sum);
+    }
+  }
+  return result;
+}
 
 TEST(Matrix, AgreesWithPlainLoopsOnEveryShape) {
   for (int seed = 0; seed < 400; ++seed) {
@@ -177,6 +192,12 @@ TEST(Matrix, AgreesWithPlainLoopsOnEveryShape) {
     const int n = random.integer(0, 9);
     const int p = random.integer(0, 9);
     SCOPED_TRACE(testing::Message() << "seed " << seed << ": " << m << " x " << n << " x " << p);
+    // The order of a sum shows in the rounding of general elements, and in nothing else.
+    const Matrix G = random.gaussian(m, n);
+    const Matrix H = random.gaussian(n, p);
+    EXPECT_THAT(G * H, MatrixEq(productInOrder(G, H)));
+
+    // Small whole numbers make everything else exact.
     const Matrix A = random.integers(m, n);
     const Matrix B = random.integers(n, p);
     const Matrix C = random.integers(m, n);
@@ -295,6 +316,9 @@ TEST(Matrix, FindsTheFirstOfTheLargestElements) {
   EXPECT_EQ(m.getMaximumValueIndexInRow(1), 1);
   EXPECT_EQ(m.getMaximumValueIndexInColumn(0), 1);
   EXPECT_EQ(m.getMaximumValueIndexInColumn(2), 0);
+
+  EXPECT_EQ(Matrix(2, 0).getMaximumValueIndexInRow(1), 0);
+  EXPECT_EQ(Matrix(0, 2).getMaximumValueIndexInColumn(1), 0);
 
   // NaN is never larger: it wins an index search only by standing first.
   EXPECT_EQ(matrixOf({{NOT_A_NUMBER, 1.0, NOT_A_NUMBER}}).getMaximumValue(), 1.0);
