@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -15,7 +17,7 @@
 
 namespace {
 
-constexpr rlim_t SECONDS = 60;  // of processor time
+constexpr rlim_t SECONDS = 30;  // of processor time
 constexpr rlim_t GIBIBYTES = 6;
 constexpr int OUT_OF_MEMORY = 3;
 
@@ -32,6 +34,7 @@ void limitResources() {
 
 [[noreturn]] void runChild(const std::function<void()>& work) {
   limitResources();
+  prctl(PR_SET_PDEATHSIG, SIGKILL);  // an interrupted command leaves no reader behind
   // The parent will say what is wrong; here are only second copies of it.
   const int null = open("/dev/null", O_WRONLY);
   if (null >= 0) dup2(null, STDERR_FILENO);
