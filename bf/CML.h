@@ -28,6 +28,18 @@ class CML : public BF {
   void adaptSeparationMatrices() override;
 
   double regFactor;
+
+ private:
+  // What the last update computed for each bin, and from what; a bin whose inputs are the same to
+  // the bit is not computed again.
+  struct Bin {
+    Matrix transferFunctions;  // M × N
+    Matrix steering;           // M × N, the same at unit norm
+    Matrix noise;              // M × M
+    Matrix separation;         // N × M
+  };
+  Bin computed(int k, const Matrix& A, const Matrix& R) const;
+  std::vector<Bin> known;
 };
 
 }  // namespace BF

@@ -35,6 +35,7 @@ void CMSNR::updateSources(const std::vector<SourceLocation>& newSources) {
 
   std::vector<Matrix> newSignal;
   std::vector<Matrix> newNoise;
+  std::vector<Factor> newFactors;
   std::vector<Matrix> newMatrices;
   for (int k = 0; k < numFreq; ++k) {
     Matrix W(N, M);
@@ -43,11 +44,13 @@ void CMSNR::updateSources(const std::vector<SourceLocation>& newSources) {
       if (j < 0) {
         newSignal.push_back(Matrix::I(M));
         newNoise.push_back(Matrix::I(M));
+        newFactors.emplace_back();
         setUniform(W, i);
       } else {
         newSignal.push_back(signalCorrelations[k * oldN + j]);
         newNoise.push_back(noiseCorrelations[k * oldN + j]);
-        W.setRow(i, separationMatrices[k].getRow(j));
+        newFactors.push_back(factors[k * oldN + j]);
+        copyRow(separationMatrices[k], j, W, i);
       }
     }
     newMatrices.push_back(std::move(W));
@@ -57,6 +60,7 @@ void CMSNR::updateSources(const std::vector<SourceLocation>& newSources) {
   sources.swap(newList);
   signalCorrelations.swap(newSignal);
   noiseCorrelations.swap(newNoise);
+  factors.swap(newFactors);
   separationMatrices.swap(newMatrices);
 }
 
@@ -67,6 +71,7 @@ void CMSNR::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
   std::vector<Matrix> newSignal;
   std::vector<Matrix> newNoise;
+  std::vector<Factor> newFactors;
   std::vector<Matrix> newMatrices;
   for (int k = 0; k < numFreq; ++k) {
     Matrix W(N, numMic);
@@ -77,7 +82,9 @@ void CMSNR::adaptSeparationMatrices() {
       const bool isTarget = sources[s].flag;
       Matrix A = isTarget ? averaged(P, signalCorrelations[i]) : signalCorrelations[i];
       Matrix B = isTarget ? noiseCorrelations[i] : averaged(P, noiseCorrelations[i]);
-      W.setRow(s, filter(A, B));
+      Factor factor = factors[i];
+      copyRow(filter(A, B, factor), 0, W, s);
+      newFactors.push_back(std::move(factor));
       newSignal.push_back(std::move(A));
       newNoise.push_back(std::move(B));
     }
@@ -85,6 +92,7 @@ void CMSNR::adaptSeparationMatrices() {
   }
   signalCorrelations.swap(newSignal);
   noiseCorrelations.swap(newNoise);
+  factors.swap(newFactors);
   separationMatrices.swap(newMatrices);
 }
 
@@ -94,12 +102,16 @@ Matrix CMSNR::averaged(const Matrix& P, const Matrix& old) const {
 }
 
 // vᴴ (1 × M) for the vector v of the largest generalised value, the one that maximises
-// vᴴ · A · v / vᴴ · B · v, divided by its squared norm.
-Matrix CMSNR::filter(const Matrix& A, const Matrix& B) const {
+// vᴴ · A · v / vᴴ · B · v, divided by its squared norm. factor serves "GEVD" when it is of the
+// same B to the bit; else it becomes B's.
+Matrix CMSNR::filter(const Matrix& A, const Matrix& B, Factor& factor) const {
   Matrix V;  // the vectors
   Matrix D;  // the values
   if (decompositionAlgorithm == "GEVD") {
-    A.generalizedEigenValues(B, D, V);
+    if (factor.B.getRowCount() == 0 || !sameBits(B, factor.B)) {
+      factor = {B, B.inverseCholeskyFactor()};
+    }
+    A.eigenValuesByFactor(factor.inverseR, D, V);
   } else {
     Matrix unused;
     A.generalizedSingularValues(B, V, D, unused);

@@ -37,7 +37,14 @@ class CMSNR : public BF {
 
  private:
   Matrix averaged(const Matrix& P, const Matrix& old) const;
-  Matrix filter(const Matrix& A, const Matrix& B) const;
+  /// The inverse triangular factor of a noise correlation matrix, beside the matrix it is of.
+  struct Factor {
+    Matrix B;
+    Matrix inverseR;
+  };
+  Matrix filter(const Matrix& A, const Matrix& B, Factor& factor) const;
+
+  std::vector<Factor> factors;  // entry k · N + s, of the last decomposition; new sources: empty
 };
 
 }  // namespace BF

@@ -3,20 +3,11 @@
 #include <cmath>
 #include <complex>
 #include <cstddef>
-#include <cstring>
 #include <utility>
 
 namespace BF {
 
 namespace {
-
-/// The same shape and the same bytes.
-bool sameBits(const Matrix& a, const Matrix& b) {
-  if (a.getRowCount() != b.getRowCount() || a.getColumnCount() != b.getColumnCount()) return false;
-  const std::size_t count =
-      static_cast<std::size_t>(a.getRowCount()) * static_cast<std::size_t>(a.getColumnCount());
-  return count == 0 || std::memcmp(a.data(), b.data(), count * sizeof(std::complex<double>)) == 0;
-}
 
 /// Delay-and-sum. Row n of W has the entries conj(a_i) / (|a_i| · Σ_j |a_j|), a = column n of A.
 void fillDelayAndSum(const Matrix& A, Matrix& W) {

@@ -1,8 +1,9 @@
 #include "bf/GJ.h"
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
-#include <cstdint>
+#include <cstddef>
 #include <utility>
 
 namespace BF {
@@ -33,6 +34,7 @@ void GJ::updateSources(const std::vector<SourceLocation>& newSources) {
   getTransformFunctions(newSources, tf);
 
   const int N = static_cast<int>(newSources.size());
+  const int oldN = static_cast<int>(sources.size());
   std::vector<Matrix> newQuiescent;
   std::vector<Matrix> newBlocking;
   std::vector<Matrix> newAdaptive;
@@ -45,14 +47,16 @@ void GJ::updateSources(const std::vector<SourceLocation>& newSources) {
       const Matrix a = tf[k].getColumn(j);
       const int p = previous[j];
       if (p >= 0) {
-        Q.setRow(j, quiescentWeights[k].getRow(p));
-        W.setRow(j, separationMatrices[k].getRow(p));
+        copyRow(quiescentWeights[k], p, Q, j);
+        copyRow(separationMatrices[k], p, W, j);
       } else {
         const Matrix q = a.pseudoInverse();
         Q.setRow(j, q);
         W.setRow(j, q);
       }
-      newBlocking.push_back(blockingMatrix(a));
+      // A source that stays and still has the same column keeps the same blocking matrix.
+      const bool known = p >= 0 && sameBits(a, transferFunctions[k].getColumn(p));
+      newBlocking.push_back(known ? blockingMatrices[k * oldN + p] : blockingMatrix(a));
     }
     newQuiescent.push_back(std::move(Q));
     newAdaptive.push_back(Matrix(N, M - 1));
@@ -71,23 +75,33 @@ void GJ::updateSources(const std::vector<SourceLocation>& newSources) {
 // z = B · x, wa ← wa + μ · y · zᴴ, w = q − wa · B for every source of every bin.
 void GJ::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
+  const int M = inputSpectrum.getRowCount();
+  Matrix x(M, 1);
+  const int blocked = std::max(M - 1, 0);
+  Matrix z(blocked, 1);
+  Matrix wa(1, blocked);
+  Matrix waB(1, M);
   std::vector<Matrix> newAdaptive;
   std::vector<Matrix> newMatrices;
+  newAdaptive.reserve(std::max(numFreq, 0));
+  newMatrices.reserve(std::max(numFreq, 0));
   for (int k = 0; k < numFreq; ++k) {
-    const int M = transferFunctions[k].getRowCount();
     Matrix W(N, M);
-    Matrix Wa(N, M - 1);
-    const Matrix x = inputSpectrum.getColumn(k);
+    Matrix Wa(N, blocked);
+    copyColumn(inputSpectrum, k, x);
     for (int n = 0; n < N; ++n) {
-      const Matrix q = quiescentWeights[k].getRow(n);
       const Matrix& B = blockingMatrices[k * N + n];
-      const Matrix z = B * x;
+      multiplyInto(B, x, z);
       const std::complex<double>& y = outputSpectrum.getElementAt(n, k);
       const double step = lcAdaptive ? normalisedStep(z) : mu;
       const std::complex<double> stepY = y * std::complex<double>(step, 0.0);
-      const Matrix wa = adaptiveWeights[k].getRow(n) + z.transposed(true) * stepY;
-      Wa.setRow(n, wa);
-      W.setRow(n, q - wa * B);
+      copyRow(adaptiveWeights[k], n, wa, 0);
+      for (int i = 0; i < blocked; ++i) wa.data()[i] += std::conj(z.data()[i]) * stepY;
+      multiplyInto(wa, B, waB);
+      const std::complex<double>* q = quiescentWeights[k].data() + std::ptrdiff_t{n} * M;
+      std::complex<double>* w = W.data() + std::ptrdiff_t{n} * M;
+      for (int m = 0; m < M; ++m) w[m] = q[m] - waB.data()[m];
+      copyRow(wa, 0, Wa, n);
     }
     newAdaptive.push_back(std::move(Wa));
     newMatrices.push_back(std::move(W));

@@ -1,6 +1,8 @@
 #include "bf/LCMV.h"
 
+#include <algorithm>
 #include <complex>
+#include <cstddef>
 #include <utility>
 
 namespace BF {
@@ -35,8 +37,8 @@ void LCMV::updateSources(const std::vector<SourceLocation>& newSources) {
     for (int j = 0; j < N; ++j) {
       const int p = previous[j];
       if (p >= 0) {
-        F.setRow(j, quiescentWeights[k].getRow(p));
-        W.setRow(j, separationMatrices[k].getRow(p));
+        copyRow(quiescentWeights[k], p, F, j);
+        copyRow(separationMatrices[k], p, W, j);
         newProjections.push_back(projectionMatrices[k * oldN + p]);
         continue;
       }
@@ -65,18 +67,25 @@ void LCMV::updateSources(const std::vector<SourceLocation>& newSources) {
 // w ← (w − μ · y · xᴴ) · P + f for every row w of every bin's W.
 void LCMV::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
+  const int M = inputSpectrum.getRowCount();
+  Matrix x(M, 1);
+  Matrix stepped(1, M);
+  Matrix projected(1, M);
   std::vector<Matrix> newMatrices;
+  newMatrices.reserve(std::max(numFreq, 0));
   for (int k = 0; k < numFreq; ++k) {
     Matrix W = separationMatrices[k];
-    const Matrix x = inputSpectrum.getColumn(k);
-    const Matrix xH = x.transposed(true);
+    copyColumn(inputSpectrum, k, x);
+    const double step = lcAdaptive ? normalisedStep(x) : mu;
     for (int n = 0; n < N; ++n) {
-      const Matrix f = quiescentWeights[k].getRow(n);
-      const Matrix& P = projectionMatrices[k * N + n];
+      copyRow(W, n, stepped, 0);
       const std::complex<double>& y = outputSpectrum.getElementAt(n, k);
-      const double step = lcAdaptive ? normalisedStep(x) : mu;
       const std::complex<double> stepY(step * y.real(), step * y.imag());
-      W.setRow(n, (W.getRow(n) - xH * stepY) * P + f);
+      for (int m = 0; m < M; ++m) stepped.data()[m] -= std::conj(x.data()[m]) * stepY;
+      multiplyInto(stepped, projectionMatrices[k * N + n], projected);
+      const std::complex<double>* f = quiescentWeights[k].data() + std::ptrdiff_t{n} * M;
+      std::complex<double>* w = W.data() + std::ptrdiff_t{n} * M;
+      for (int m = 0; m < M; ++m) w[m] = projected.data()[m] + f[m];
     }
     newMatrices.push_back(std::move(W));
   }

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <complex>
 #include <cstdarg>
+#include <cstring>
 
 namespace BF {
 
@@ -354,6 +355,12 @@ void multiplyAdjointInto(const Matrix& a, const Matrix& b, Matrix& result) {
                                   b.data() + static_cast<std::ptrdiff_t>(j) * count, count);
     }
   }
+}
+
+bool sameBits(const Matrix& a, const Matrix& b) {
+  if (!sameShape(a, b)) return false;
+  const std::size_t count = elementCount(a);
+  return count == 0 || std::memcmp(a.data(), b.data(), count * sizeof(std::complex<double>)) == 0;
 }
 
 void copyRow(const Matrix& a, int from, Matrix& b, int to) {

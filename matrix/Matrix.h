@@ -156,6 +156,11 @@ class Matrix {
   /// once.
   void generalizedEigenValues(const Matrix& B, Matrix& values, Matrix& vectors) const;
 
+  /// Its two steps, for callers that solve for several A with the same B: the inverse of the
+  /// triangular factor R of this matrix (B = Rᴴ · R), and the solution for this A by that inverse.
+  Matrix inverseCholeskyFactor() const;
+  void eigenValuesByFactor(const Matrix& inverseR, Matrix& values, Matrix& vectors) const;
+
   // ---- text
 
   /// Writes the label (printf rules), the shape and the elements to a stream.
@@ -185,6 +190,10 @@ std::complex<double> dotProduct(const std::complex<double>* a, std::ptrdiff_t aS
 /// each time. Throw MatrixSizeMismatchException unless all shapes fit; result is neither a nor b.
 void multiplyInto(const Matrix& a, const Matrix& b, Matrix& result);
 void multiplyAdjointInto(const Matrix& a, const Matrix& b, Matrix& result);
+
+/// Whether two matrices have the same shape and the same bytes, so that what follows from one
+/// follows from the other to the bit.
+bool sameBits(const Matrix& a, const Matrix& b);
 
 /// Row `to` of b := row `from` of a. Throws IndexOutOfBoundException for a row that is not there,
 /// MatrixSizeMismatchException when the column counts differ.

@@ -161,8 +161,17 @@ void Matrix::eigenValues(Matrix& values, Matrix& vectors) const {
 }
 
 void Matrix::generalizedEigenValues(const Matrix& B, Matrix& values, Matrix& vectors) const {
-  if (B.rows != B.columns) throw NotSquareMatrixException();
-  const Matrix inverseR = choleskyFactor(B).pseudoInverse();  // B = Rᴴ · R
+  eigenValuesByFactor(B.inverseCholeskyFactor(), values, vectors);
+}
+
+Matrix Matrix::inverseCholeskyFactor() const {
+  if (rows != columns) throw NotSquareMatrixException();
+  return choleskyFactor(*this).pseudoInverse();
+}
+
+// D = R⁻ᴴ · A · R⁻¹ has the same eigenvalues, and R⁻¹ turns its eigenvectors into those of the
+// pair.
+void Matrix::eigenValuesByFactor(const Matrix& inverseR, Matrix& values, Matrix& vectors) const {
   const Matrix D = inverseR.transposed(true) * *this * inverseR;
   Matrix Y;
   D.eigenValues(values, Y);
