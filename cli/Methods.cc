@@ -7,42 +7,58 @@
 
 namespace {
 
-std::vector<MethodParameter> constraintStep(const std::string& prefix) {
-  return {{prefix + "_LC_METHOD", "string", "ADAPTIVE",
-           "ADAPTIVE: the step follows the signal's power; FIX: the step is " + prefix + "_LC_MYU"},
-          {prefix + "_LC_MYU", "float", "0.001", "step size, or its multiplier when adaptive"}};
+using Parameters = std::vector<MethodParameter>;
+
+/// The steps' defaults are the command's own: with them a few seconds of speech suffice.
+Parameters constraintStep(const std::string& prefix, const std::string& size) {
+  return {{prefix + "_LC_METHOD",
+           "string",
+           "ADAPTIVE",
+           "ADAPTIVE: the step follows the signal's power; FIX: the step is " + prefix + "_LC_MYU",
+           {"FIX", "ADAPTIVE"}},
+          {prefix + "_LC_MYU", "float", size,
+           "step size, or its multiplier when adaptive; larger learns faster, less cleanly"}};
 }
 
-std::vector<MethodParameter> gicaSteps() {
-  std::vector<MethodParameter> steps = {
-      {"GICA_SS_METHOD", "string", "ADAPTIVE",
-       "separation step: ADAPTIVE, FIX, or LC_MYU (fixed, of the size GICA_LC_MYU)"},
-      {"GICA_SS_MYU", "float", "0.001", "separation step size, or its multiplier when adaptive"},
+Parameters gicaSteps() {
+  Parameters steps = {
+      {"GICA_SS_METHOD",
+       "string",
+       "ADAPTIVE",
+       "separation step: ADAPTIVE, FIX, or LC_MYU (fixed, of the size GICA_LC_MYU)",
+       {"FIX", "LC_MYU", "ADAPTIVE"}},
+      {"GICA_SS_MYU", "float", "0.1", "separation step size, or its multiplier when adaptive"},
       {"GICA_SS_SCAL", "float", "0.1", "scale of the outputs inside the tanh"}};
-  for (const MethodParameter& parameter : constraintStep("GICA")) steps.push_back(parameter);
+  for (const MethodParameter& parameter : constraintStep("GICA", "0.1")) steps.push_back(parameter);
   return steps;
+}
+
+/// The methods of the node BeamForming have one parameter in common, after their own.
+Parameters beamForming(Parameters parameters) {
+  parameters.push_back({"INITW_FILENAME", "string", "",
+                        "file of initial separation matrices; accepted, but not read yet"});
+  return parameters;
 }
 
 std::vector<Method> makeMethods() {
   return {
-      {"DS", "BeamForming", "one source in mild noise; never harms, gains little", {}},
-      {"WDS", "BeamForming", "like DS, weighted by how well each microphone hears the source", {}},
-      {"NULL",
-       "BeamForming",
+      {"DS", "BeamForming", "one source in mild noise; never harms, gains little", beamForming({})},
+      {"WDS", "BeamForming", "like DS, weighted by how well each microphone hears the source",
+       beamForming({})},
+      {"NULL", "BeamForming",
        "known positions and a database that fits the room: nulls every other listed source",
-       {}},
-      {"ILSE",
-       "BeamForming",
+       beamForming({})},
+      {"ILSE", "BeamForming",
        "like NULL, and still exact towards the source with more sources than microphones",
-       {}},
+       beamForming({})},
       {"LCMV", "BeamForming",
        "unlisted interference: lowers the output power, keeps the source; adapts over seconds",
-       constraintStep("LCMV")},
+       beamForming(constraintStep("LCMV", "0.2"))},
       {"GJ", "BeamForming", "the same aim by a sidelobe canceller; forgets at every source change",
-       constraintStep("GJ")},
+       beamForming(constraintStep("GJ", "0.2"))},
       {"GICA", "BeamForming",
        "several talkers at known positions, a database that fits roughly; adapts over seconds",
-       gicaSteps()},
+       beamForming(gicaSteps())},
       {"ML",
        "ML",
        "steady noise whose statistics can be measured (--noise-from)",
@@ -51,7 +67,7 @@ std::vector<Method> makeMethods() {
        "MSNR",
        "no database: learns from when each source is active and when it is silent",
        {{"ALPHA", "float", "0.99", "forgetting factor of the statistics, per frame"},
-        {"DECOMPOSITION_ALGORITHM", "string", "GEVD", "GEVD or GSVD"}}},
+        {"DECOMPOSITION_ALGORITHM", "string", "GEVD", "GEVD or GSVD", {"GEVD", "GSVD"}}}},
   };
 }
 

@@ -9,6 +9,7 @@ struct MethodParameter {
   std::string type;          ///< as in network documents: "int", "float", "string", "bool"
   std::string defaultValue;  ///< what the command sets when it is not asked otherwise
   std::string meaning;
+  std::vector<std::string> choices = {};  ///< the texts it may have; empty: any of its type
 };
 
 /// A way of separating, as the command offers it.

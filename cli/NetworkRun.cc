@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <sstream>
 
 #include "Runner.h"
@@ -16,6 +17,18 @@ namespace {
 volatile std::sig_atomic_t caughtSignal = 0;
 
 void noteSignal(int signal) { caughtSignal = signal; }
+
+/// The command's own plug-ins come first, installed or in the build tree, whatever host the
+/// environment names; then the folders that it adds.
+std::vector<std::filesystem::path> plugInFolders() {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  const fs::path prefix = fs::read_symlink("/proc/self/exe", error).parent_path().parent_path();
+  const fs::path installed = prefix / ZELK_LIBRARY_FOLDER / "zelk-sss/toolbox";
+  std::vector<fs::path> folders = FD::toolboxFolders();
+  folders.front() = fs::is_directory(installed, error) ? installed : prefix / "toolbox";
+  return folders;
+}
 
 /// SIGINT and SIGTERM are noted instead of ending the process, for one scope.
 class NotedSignals {
@@ -65,12 +78,16 @@ class ProgressBar {
 }  // namespace
 
 void loadPlugIns() {
-  static const FD::ToolboxReport REPORT = FD::loadToolboxes();
-  std::string failures;
+  static const FD::ToolboxReport REPORT = FD::loadToolboxes(plugInFolders());
   for (const auto& [path, reason] : REPORT.failed) {
-    failures += fmt::format("\n  {}: {}", path.string(), reason);
+    fmt::print(stderr, "zelk-sss: {}: cannot be loaded: {}\n", path.string(), reason);
   }
-  if (!failures.empty()) throw RunError("plug-ins that cannot be loaded:" + failures);
+  if (!REPORT.loaded.empty()) return;
+  std::string folders;
+  for (const std::filesystem::path& folder : plugInFolders())
+    folders += fmt::format(" {}", folder.string());
+  throw RunError("found no plug-ins, expected zelk-sss.tlb and zelk-audio.tlb in one of:" +
+                 folders);
 }
 
 void runDocument(const FD::NetworkDocument& document, const std::vector<std::string>& arguments,

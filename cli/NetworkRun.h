@@ -14,7 +14,9 @@ class RunError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Loads the plug-ins (once per process). Throws RunError naming those that cannot be loaded.
+/// Loads the plug-ins (once per process): the command's own, then those in the folders of
+/// FLOWDESIGNER_PATH. Plug-ins that cannot be loaded are named on standard error. Throws RunError
+/// when there are none.
 void loadPlugIns();
 
 /// Runs a document with the plug-ins, its outputs printed on `out`. With frames above 0 and

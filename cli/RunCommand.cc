@@ -1,20 +1,21 @@
 #include "cli/RunCommand.h"
 
 #include <iostream>
-#include <memory>
+#include <string>
+#include <vector>
 
 #include "cli/NetworkRun.h"
 
 void addRunCommand(CLI::App& app) {
-  struct Options {
-    std::string network;
-    std::vector<std::string> arguments;
-  };
-  const auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand("run", "Run a network document");
-  command->add_option("NETWORK", options->network, "Network document (XML, *.n)")->required();
-  command->add_option("ARGS", options->arguments, "Its arguments: ARG1, ARG2, …");
-  command->callback([options] {
-    runDocument(FD::NetworkDocument::read(options->network), options->arguments, std::cout, 0);
+  CLI::App* command =
+      app.add_subcommand("run", "Run a network document: zelk-sss run NETWORK [ARG1 [ARG2 …]]");
+  // What follows the document is the network's alone, whatever it looks like.
+  command->prefix_command();
+  command->callback([command] {
+    std::vector<std::string> words = command->remaining();
+    if (words.empty()) throw CLI::RequiredError("NETWORK");
+    const std::string network = words.front();
+    words.erase(words.begin());
+    runDocument(FD::NetworkDocument::read(network), words, std::cout, 0);
   });
 }

@@ -1,43 +1,54 @@
 #include "cli/SeparateCommand.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <sstream>
 
+#include "ParameterValue.h"
 #include "cli/NetworkRun.h"
 #include "cli/OutputFile.h"
+#include "cli/SeparationInputs.h"
 #include "cli/SeparationNetwork.h"
-#include "fileio/SofaFile.h"
-#include "toolbox/core/AudioError.h"
-#include "toolbox/core/AudioReader.h"
 #include "toolbox/core/FrameLayout.h"
-#include "toolbox/core/Scene.h"
 
 namespace {
-
-constexpr int DEFAULT_LENGTH = 512;
-constexpr int DEFAULT_ADVANCE = 160;
 
 struct Options {
   SeparationSettings settings;
   std::string method = "NULL";
   std::vector<std::string> parameters;  ///< NAME=VALUE
   std::string projection = "auto";
+  std::string halfFrameShift = "auto";
+  std::string inactiveAsNoise = "auto";
   bool printNetwork = false;
   bool quiet = false;
 };
 
 /// Options that contradict each other or a method; the main reports them as misuse.
 [[noreturn]] void misuse(const std::string& text) { throw CLI::ValidationError(text); }
+
+/// The value as it came, if the parameter may have it.
+std::string checkedValue(const MethodParameter& parameter, const std::string& value) {
+  try {
+    FD::parseValue(parameter.type, value);
+  } catch (const std::invalid_argument& error) {
+    misuse(fmt::format("--param {} is \"{}\": {}", parameter.name, value, error.what()));
+  }
+  const std::vector<std::string>& choices = parameter.choices;
+  if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end()) {
+    misuse(fmt::format("--param {} is \"{}\", expected {}", parameter.name, value,
+                       fmt::join(choices, ", ")));
+  }
+  return value;
+}
 
 /// Splits NAME=VALUE and checks the name against the method's parameters.
 void addMethodParameter(const std::string& assignment, SeparationSettings& settings) {
@@ -49,7 +60,7 @@ void addMethodParameter(const std::string& assignment, SeparationSettings& setti
   std::string names;
   for (const MethodParameter& parameter : settings.method->parameters) {
     if (parameter.name == name) {
-      settings.methodParameters[name] = assignment.substr(equals + 1);
+      settings.methodParameters[name] = checkedValue(parameter, assignment.substr(equals + 1));
       return;
     }
     names += (names.empty() ? "" : ", ") + parameter.name;
@@ -83,54 +94,14 @@ void applyMethod(Options& options) {
     misuse("--noise-from and --noise-recording exclude each other");
   }
   s.noiseRanges = withDashes(s.noiseRanges);
-  s.project =
-      options.projection == "on" || (options.projection == "auto" && s.method->nodeType == "MSNR");
-}
-
-/// Takes frame length and sampling rate from the database; they must agree with what was asked for.
-/// Returns the number of microphones.
-std::size_t applyDatabase(SeparationSettings& s) {
-  const SofaFile file(s.database);
-  if (!file.isTransferFunctions()) {
-    throw SofaError(
-        fmt::format("{}: holds impulse responses, expected transfer functions (make "
-                    "them with: zelk-sss tfdb import)",
-                    s.database));
-  }
-  const int length = 2 * (static_cast<int>(file.length()) - 1);
-  const int rate = static_cast<int>(std::lround(file.samplingRate()));
-  if (s.length != 0 && s.length != length) {
-    throw SofaError(fmt::format("--length is {}, but {} was made for frames of {} samples",
-                                s.length, s.database, length));
-  }
-  if (s.samplingRate != 0 && s.samplingRate != rate) {
-    throw SofaError(fmt::format("--rate is {} Hz, but {} was made for {} Hz", s.samplingRate,
-                                s.database, rate));
-  }
-  s.length = length;
-  s.samplingRate = rate;
-  return file.receivers();
-}
-
-/// Opens the recording as the network will, to complain early and to know how long it is.
-std::optional<std::int64_t> applyRecording(SeparationSettings& s, std::size_t microphones) {
-  Audio::AudioReaderOptions reading;
-  reading.channels = s.channels;
-  reading.samplingRate = s.samplingRate;
-  reading.resample = s.resample;
-  reading.warn = [](const std::string&) {};  // the network will warn
-  const Audio::AudioReader reader(s.recording, reading);
-  if (microphones != 0 && static_cast<std::size_t>(reader.channelCount()) != microphones) {
-    throw Audio::AudioError(
-        fmt::format("{}: gives {} channels, but {} holds {} microphones (--channels selects)",
-                    s.recording, reader.channelCount(), s.database, microphones));
-  }
-  if (s.reference < 1 || s.reference > reader.channelCount()) {
-    throw Audio::AudioError(
-        fmt::format("--reference-mic is {}, expected 1 to {}", s.reference, reader.channelCount()));
-  }
-  s.samplingRate = reader.samplingRate();
-  return reader.announcedSamples();
+  const auto chosen = [](const std::string& choice, bool automatic) {
+    return choice == "on" || (choice == "auto" && automatic);
+  };
+  const bool learnsFromSilence = s.method->nodeType == "MSNR";
+  s.project = chosen(options.projection, learnsFromSilence);
+  s.inactiveAsNoise = chosen(options.inactiveAsNoise, learnsFromSilence);
+  // Projection turns each bin back by itself.
+  s.undoHalfFrameShift = chosen(options.halfFrameShift, s.method->nodeType == "ML" && !s.project);
 }
 
 /// What the run wrote, from the timeline that the writer left.
@@ -180,42 +151,99 @@ void refuseEarlierFiles(const SeparationSettings& s, const Audio::Scene& scene) 
 void separate(Options options) {
   applyMethod(options);
   SeparationSettings& s = options.settings;
-  const std::size_t microphones = s.method->needsDatabase() ? applyDatabase(s) : 0;
-  if (s.length == 0) s.length = DEFAULT_LENGTH;
-  if (s.advance == 0) s.advance = std::min(DEFAULT_ADVANCE, std::max(1, s.length / 4));
-  const Audio::FrameLayout layout(s.length, s.advance);
-  const std::optional<std::int64_t> samples = applyRecording(s, microphones);
-  const Audio::Scene scene = Audio::Scene::read(s.scene);
+  const SeparationInputs inputs = examineInputs(s);
   const FD::NetworkDocument network = separationNetwork(s);
   if (options.printNetwork) {
     std::cout << network.toXml();
     return;
   }
+  if (!s.overwrite) refuseEarlierFiles(s, inputs.scene);
+  for (const std::string& warning : inputs.warnings) {
+    std::cerr << "zelk-sss: " << warning << std::endl;
+  }
 
-  if (!s.overwrite) refuseEarlierFiles(s, scene);
+  const Audio::FrameLayout layout(s.length, s.advance);
+  const bool showsProgress = !options.quiet && inputs.samples;
   const auto start = std::chrono::steady_clock::now();
   std::ostringstream ignored;
-  runDocument(network, {}, ignored, options.quiet || !samples ? 0 : layout.frameCount(*samples));
+  runDocument(network, {}, ignored, showsProgress ? layout.frameCount(*inputs.samples) : 0);
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-  if (!options.quiet) printReport(s, elapsed.count());
+  if (options.quiet) return;
+  for (const std::string& note : inputs.notes) std::cout << note << "\n";
+  printReport(s, elapsed.count());
 }
 
 void addSoundOptions(CLI::App& command, SeparationSettings& s) {
-  command.add_option("--length", s.length, "Samples per frame; default: the database's, or 512");
-  command.add_option("--advance", s.advance,
-                     "Samples from frame to frame; default 160, at most a quarter frame");
-  command.add_option("--rate", s.samplingRate, "Sampling rate in Hz; default: the database's");
-  command.add_option("--window", s.window, "HANN, HAMMING, SINE or RECTANGULAR")
+  command.add_option("--length", s.length, "Samples per frame; default: the database's, or 512")
+      ->check(CLI::PositiveNumber);
+  command
+      .add_option("--advance", s.advance,
+                  "Samples from frame to frame; default: a quarter of the frame")
+      ->check(CLI::PositiveNumber);
+  command.add_option("--rate", s.samplingRate, "Sampling rate in Hz; default: the database's")
+      ->check(CLI::PositiveNumber);
+  command.add_option("--window", s.window, "Shape of the frames")
+      ->check(CLI::IsMember({"HANN", "HAMMING", "SINE", "RECTANGULAR"}))
       ->capture_default_str();
   command.add_option("--channels", s.channels, "Channels to use, as 1-4,7; default: all");
   command.add_flag("--resample", s.resample, "Convert a recording of another sampling rate");
   command
       .add_option("--non-finite", s.nonFinite,
                   "ZERO replaces samples that are NaN or infinite, KEEP passes them on")
+      ->check(CLI::IsMember({"ZERO", "KEEP"}))
       ->capture_default_str();
-  command.add_option("--format", s.format, "PCM_16, PCM_24 or FLOAT")->capture_default_str();
+  command.add_option("--format", s.format, "Samples of the separated files")
+      ->check(CLI::IsMember({"PCM_16", "PCM_24", "FLOAT"}))
+      ->capture_default_str();
   command.add_option("--prefix", s.prefix, "File names are <prefix><id>.wav")
       ->capture_default_str();
+}
+
+void addNoiseOptions(CLI::App& command, SeparationSettings& s) {
+  command.add_option("--noise-from", s.noiseRanges,
+                     "ML: when the recording holds noise alone, seconds, as 0:1.5,4:5; default: "
+                     "while no source is active");
+  command.add_option("--noise-recording", s.noiseRecording, "ML: a recording of the noise alone");
+  command.add_option("--noise-channels", s.noiseChannels,
+                     "ML: channels of the noise recording; default: as --channels");
+  command
+      .add_option("--noise-loading", s.noiseLoading,
+                  "ML: share of the mean added to each noise matrix's diagonal")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  command
+      .add_option("--noise-forgetting", s.noiseForgetting,
+                  "ML: how much of the running mean of the noise a new frame leaves")
+      ->check(CLI::Range(0.0, 1.0))
+      ->capture_default_str();
+  command
+      .add_option("--noise-normalize", s.noiseNormalize,
+                  "ML: scale each noise matrix to a mean diagonal of 1, true or false")
+      ->capture_default_str();
+}
+
+void addChoice(CLI::App& command, const std::string& name, std::string& value,
+               const std::string& meaning) {
+  command.add_option(name, value, meaning)
+      ->check(CLI::IsMember({"on", "off", "auto"}))
+      ->capture_default_str();
+}
+
+void addOutputOptions(CLI::App& command, Options& options) {
+  SeparationSettings& s = options.settings;
+  addChoice(command, "--project", options.projection,
+            "Scale the outputs to the reference microphone; auto: for MSNR");
+  command.add_option("--reference-mic", s.reference, "The reference microphone, from 1")
+      ->capture_default_str();
+  command
+      .add_option("--project-forgetting", s.projectionForgetting,
+                  "How much of the scale's averages a new frame leaves")
+      ->check(CLI::Range(0.0, 1.0))
+      ->capture_default_str();
+  addChoice(command, "--half-frame-shift", options.halfFrameShift,
+            "Undo a shift by half a frame; auto: for ML that is not projected");
+  addChoice(command, "--inactive-as-noise", options.inactiveAsNoise,
+            "List sources as noise while they are silent; auto: for MSNR");
 }
 
 }  // namespace
@@ -228,25 +256,14 @@ void addSeparateCommand(CLI::App& app) {
   command->add_option("--tf", s.database, "Transfer-function database (SOFA, DataType TF)");
   command->add_option("--sources", s.scene, "Scene file: which sources, where, when")->required();
   command->add_option("--method", options->method, "See: zelk-sss methods")->capture_default_str();
-  command->add_option("--param", options->parameters,
-                      "NAME=VALUE, a parameter of the method; may be repeated");
+  command
+      ->add_option("--param", options->parameters,
+                   "NAME=VALUE, a parameter of the method; may be repeated")
+      ->allow_extra_args(false);
   command->add_option("-o,--output", s.directory, "Folder for the separated files")->required();
   addSoundOptions(*command, s);
-  command->add_option("--noise-from", s.noiseRanges,
-                      "ML: when the recording holds noise alone, seconds, as 0:1.5,4:5; default: "
-                      "while no source is active");
-  command->add_option("--noise-recording", s.noiseRecording, "ML: a recording of the noise alone");
-  command
-      ->add_option("--noise-loading", s.noiseLoading,
-                   "ML: share of the mean added to each noise matrix's diagonal")
-      ->capture_default_str();
-  command
-      ->add_option("--project", options->projection,
-                   "Scale the outputs to the reference microphone: on, off or auto (MSNR only)")
-      ->check(CLI::IsMember({"on", "off", "auto"}))
-      ->capture_default_str();
-  command->add_option("--reference-mic", s.reference, "The reference microphone, from 1")
-      ->capture_default_str();
+  addNoiseOptions(*command, s);
+  addOutputOptions(*command, *options);
   command->add_flag("--debug", s.debug, "Report NaN and infinite values of the output");
   command->add_flag("--force", s.overwrite, "Replace files of an earlier run");
   command->add_flag("--print-network", options->printNetwork,

@@ -46,25 +46,26 @@ Parameters separatorParameters(const SeparationSettings& s) {
 }
 
 Parameters noiseParameters(const SeparationSettings& s) {
-  Parameters result =
-      withGeometry(s, {text("WINDOW", s.window), {"LOADING", "float", s.noiseLoading}});
+  Parameters result = withGeometry(s, {text("WINDOW", s.window),
+                                       {"LOADING", "float", s.noiseLoading},
+                                       {"FORGETTING", "float", s.noiseForgetting},
+                                       truth("NORMALIZE", s.noiseNormalize)});
   const bool fromFile = !s.noiseRecording.empty();
   const bool fromRanges = !s.noiseRanges.empty();
   result.push_back(text("MODE", fromFile ? "FILE" : fromRanges ? "RANGES" : "RUNNING"));
   if (fromFile || fromRanges) {
     result.push_back(text("FILENAME", fromFile ? s.noiseRecording : s.recording));
     result.push_back(text("RANGES", s.noiseRanges));
-    result.push_back(text("CHANNELS", s.channels));
+    result.push_back(
+        text("CHANNELS", fromFile && !s.noiseChannels.empty() ? s.noiseChannels : s.channels));
     result.push_back(truth("RESAMPLE", s.resample));
   }
   return result;
 }
 
 Parameters writerParameters(const SeparationSettings& s) {
-  // Projection turns each bin back by itself.
-  const bool shifted = s.method->nodeType == "ML" && !s.project;
   return withGeometry(s, {text("DIRECTORY", s.directory), text("WINDOW", s.window),
-                          truth("HALF_FRAME_SHIFT", shifted), text("FORMAT", s.format),
+                          truth("HALF_FRAME_SHIFT", s.undoHalfFrameShift), text("FORMAT", s.format),
                           text("PREFIX", s.prefix), truth("OVERWRITE", s.overwrite)});
 }
 
@@ -74,9 +75,8 @@ FD::NetworkDescription frameLoop(const SeparationSettings& s) {
   loop.nodes = {
       {"frames", "AudioFrames", inputParameters(s)},
       {"scene", "SceneSources",
-       withGeometry(s, {text("FILENAME", s.scene), truth("INACTIVE_AS_NOISE", type == "MSNR")})},
-      {"separator", type, separatorParameters(s)},
-      {"writer", "SeparatedWriter", writerParameters(s)}};
+       withGeometry(s, {text("FILENAME", s.scene), truth("INACTIVE_AS_NOISE", s.inactiveAsNoise)})},
+      {"separator", type, separatorParameters(s)}};
   loop.links = {{"frames", "OUTPUT", "separator", "INPUT_FRAMES"},
                 {"scene", "SOURCES", "separator", "INPUT_SOURCES"},
                 {"scene", "SOURCES", "writer", "SOURCES"},
@@ -95,12 +95,17 @@ FD::NetworkDescription frameLoop(const SeparationSettings& s) {
   std::string last = "separator";
   if (s.project) {
     last = "projection";
-    loop.nodes.push_back(
-        {last, "BackProjection", {whole("LENGTH", s.length), whole("REFERENCE", s.reference)}});
+    loop.nodes.push_back({last,
+                          "BackProjection",
+                          {whole("LENGTH", s.length),
+                           whole("REFERENCE", s.reference),
+                           {"FORGETTING", "float", s.projectionForgetting}}});
     loop.links.push_back({"separator", "OUTPUT", last, "INPUT"});
     loop.links.push_back({"frames", "OUTPUT", last, "INPUT_FRAMES"});
     loop.links.push_back({"scene", "SOURCES", last, "SOURCES"});
   }
+  // Last, so that a node that cannot be built leaves no folder behind.
+  loop.nodes.push_back({"writer", "SeparatedWriter", writerParameters(s)});
   loop.links.push_back({last, "OUTPUT", "writer", "INPUT"});
   loop.outputs = {{"OUTPUT", "writer", "OUTPUT"}};
   loop.condition = FD::TerminalDescription{"CONDITION", "frames", "NOT_EOF"};

@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -45,6 +46,8 @@ int run(CLI::App& app, int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // A file at the size limit is to fail like one on a full disk, with a message.
+  std::signal(SIGXFSZ, SIG_IGN);
   CLI::App app("Sound source separation for microphone arrays", "zelk-sss");
   app.set_version_flag("--version", "zelk-sss " ZELK_VERSION);
   app.require_subcommand(0, 1);  // with 1, a misspelt command would not be named in the message

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "cli/Methods.h"
+
+/// Everything that a separation is made of; texts are as the nodes' parameters want them.
+struct SeparationSettings {
+  std::string recording;
+  std::string database;  ///< empty for methods without one
+  std::string scene;
+  std::string directory;
+  const Method* method = nullptr;
+  std::map<std::string, std::string> methodParameters;  ///< set by the user; defaults fill the rest
+  int length = 0;                                       ///< samples per frame
+  int advance = 0;                                      ///< samples from frame to frame
+  int samplingRate = 0;                                 ///< Hz
+  std::string window = "HANN";
+  std::string channels;
+  bool resample = false;
+  std::string nonFinite = "ZERO";
+  std::string format = "PCM_16";
+  std::string prefix = "source_";
+  bool overwrite = false;
+  bool debug = false;
+  std::string noiseRanges;     ///< for ML: times of the recording, "0-1.5,4-5"; or …
+  std::string noiseRecording;  ///< … a recording of the noise; neither: frames without targets
+  std::string noiseChannels;   ///< of noiseRecording; empty: as `channels`
+  std::string noiseLoading = "0.001";
+  std::string noiseForgetting = "0.98";
+  bool noiseNormalize = true;
+  bool project = false;  ///< scale the outputs to the reference microphone
+  int reference = 1;     ///< counted from 1
+  std::string projectionForgetting = "0.97";
+  bool undoHalfFrameShift = false;  ///< of the separated spectra
+  bool inactiveAsNoise = false;     ///< list silent targets as noise sources
+};
