@@ -5,22 +5,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <stdexcept>
 
-namespace {
-
 /// A file without a name that takes in what a process writes.
-class Capture {
- public:
+struct RunningCommand::Capture {
   Capture() : file(std::tmpfile()) {
     if (!file) throw std::runtime_error("no temporary file can be made");
   }
   Capture(const Capture&) = delete;
   Capture& operator=(const Capture&) = delete;
   ~Capture() { std::fclose(file); }
-
-  int descriptor() const { return fileno(file); }
 
   std::string text() const {
     std::rewind(file);
@@ -30,32 +26,42 @@ class Capture {
     return all;
   }
 
- private:
   std::FILE* file;
 };
 
-}  // namespace
-
-CommandRun runCommand(const std::vector<std::string>& arguments) {
+RunningCommand::RunningCommand(const std::vector<std::string>& arguments)
+    : output(std::make_unique<Capture>()), errors(std::make_unique<Capture>()) {
   std::vector<std::string> words = {ZELK_COMMAND};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
 
-  const Capture output;
-  const Capture errors;
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, output.descriptor(), STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, errors.descriptor(), STDERR_FILENO);
-  pid_t process = 0;
+  posix_spawn_file_actions_adddup2(&actions, fileno(output->file), STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, fileno(errors->file), STDERR_FILENO);
   const int failure = posix_spawn(&process, argv[0], &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  if (failure != 0) throw std::runtime_error(std::string(argv[0]) + " cannot be started");
+  if (failure != 0) throw std::runtime_error(words.front() + " cannot be started");
+}
 
+RunningCommand::~RunningCommand() {
+  if (process == 0) return;
+  send(SIGKILL);
+  wait();
+}
+
+void RunningCommand::send(int signal) const { kill(process, signal); }
+
+CommandRun RunningCommand::wait() {
   int state = 0;
   waitpid(process, &state, 0);
-  return {WIFEXITED(state) ? WEXITSTATUS(state) : -1, output.text(), errors.text()};
+  process = 0;
+  return {WIFEXITED(state) ? WEXITSTATUS(state) : -1, output->text(), errors->text()};
+}
+
+CommandRun runCommand(const std::vector<std::string>& arguments) {
+  return RunningCommand(arguments).wait();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,25 @@ struct CommandRun {
   std::string errors;  ///< of standard error
 };
 
-/// Runs the command of the build tree with these arguments, its outputs captured (so neither is a
-/// terminal), and waits for its end.
+/// The command of the build tree, running with its outputs captured (so neither is a terminal).
+class RunningCommand {
+ public:
+  explicit RunningCommand(const std::vector<std::string>& arguments);
+  RunningCommand(const RunningCommand&) = delete;
+  RunningCommand& operator=(const RunningCommand&) = delete;
+  /// Kills it unless wait() was called.
+  ~RunningCommand();
+
+  void send(int signal) const;
+  CommandRun wait();
+
+ private:
+  struct Capture;
+
+  std::unique_ptr<Capture> output;
+  std::unique_ptr<Capture> errors;
+  int process = 0;  // 0: ended
+};
+
+/// Runs the command with these arguments to its end.
 CommandRun runCommand(const std::vector<std::string>& arguments);

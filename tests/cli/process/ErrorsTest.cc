@@ -3,7 +3,10 @@
 
 #include <sys/resource.h>
 
+#include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <thread>
 
 #include "gmock/gmock.h"
 #include "tests/cli/process/CommandRun.h"
@@ -193,5 +196,39 @@ TEST_F(Errors, AFileThatCannotGrowFailsWithoutLeavingItsHalf) {
   EXPECT_THAT(result.errors, AllOf(HasSubstr("/source_"), HasSubstr("cannot be written")));
   EXPECT_TRUE(std::filesystem::is_empty(folder / "out"));
 }
+
+class Interrupted : public Errors, public testing::WithParamInterface<int> {};
+
+TEST_P(Interrupted, ARunEndsAfterAFrameWithItsFilesComplete) {
+  const std::size_t minute = 60 * RATE;
+  writeSound(folder / "long.wav", RATE, MICROPHONES, noise(minute * MICROPHONES, 5));
+  RunningCommand command({"separate", folder / "long.wav", "--tf", database, "--sources", scene,
+                          "-o", folder / "out", "--advance", "16"});
+  const std::string growing = folder / "out/source_3.wav.part";
+  std::error_code missing;
+  for (int i = 0; i < 2000 && !(std::filesystem::file_size(growing, missing) > 8192 && !missing);
+       ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  command.send(GetParam());
+  const CommandRun result = command.wait();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.output, "");
+  EXPECT_THAT(result.errors, AllOf(HasSubstr("stopped by signal " + std::to_string(GetParam())),
+                                   HasSubstr("complete")));
+
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder / "out")) {
+    names.push_back(entry.path().filename().string());
+  }
+  EXPECT_THAT(names,
+              testing::UnorderedElementsAre("source_3.wav", "source_7.wav", "timeline.json"));
+  const std::size_t samples = readSound(folder / "out/source_3.wav").samples.size();
+  EXPECT_GT(samples, 0U);
+  EXPECT_LT(samples, minute);
+  EXPECT_EQ(readSound(folder / "out/source_7.wav").samples.size(), samples);
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, Interrupted, testing::Values(SIGINT, SIGTERM));
 
 }  // namespace
