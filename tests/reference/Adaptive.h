@@ -45,13 +45,11 @@ class AdaptiveReference {
     bins = next;
   }
 
-  /// One frame: column k of X is bin k's observation. The outputs are those of the rows before.
-  void adapt(const Dense& X) {
+  /// One frame: column k of X is bin k's observation, column k of Y what the rows made of it.
+  void adapt(const Dense& X, const Dense& Y) {
     for (std::size_t k = 0; k < bins.size(); ++k) {
-      const Dense x = column(X, static_cast<int>(k));
-      std::vector<Complex> y;
-      for (const SourceState& state : bins[k]) y.push_back((state.w * x)(0, 0));
-      adaptBin(x, y, bins[k]);
+      const Dense y = column(Y, static_cast<int>(k));
+      adaptBin(column(X, static_cast<int>(k)), y.z, bins[k]);
     }
   }
 
