@@ -16,7 +16,6 @@
 #include "toolbox/core/RealFft.h"
 #include "toolbox/core/Window.h"
 
-
 namespace {
 
 using Spectrum = std::vector<std::complex<float>>;

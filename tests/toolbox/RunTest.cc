@@ -1,0 +1,237 @@
+// Whole runs into SeparatedWriter: what is written, and what is left however a run ends.
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "AudioFrames.h"
+#include "AudioTesting.h"
+#include "Iterator.h"
+#include "NodeTesting.h"
+#include "SeparatedWriter.h"
+#include "gtest/gtest.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+/// A loop over AudioFrames whose stand-in for a separation gives the first microphone's spectrum to
+/// ids that a function names per frame, or throws.
+class Separation {
+ public:
+  using IdsAt = std::function<std::set<int>(int frame)>;
+
+  Separation(const FD::ParameterSet& framesParameters, const FD::ParameterSet& writerParameters,
+             IdsAt idsAt)
+      : loop(new FD::Iterator("loop", FD::ParameterSet())) {
+    auto* frames = new AudioFrames("frames", framesParameters);
+    add(frames);
+    auto* separator = new Separator(std::move(idsAt));
+    add(separator);
+    add(new SeparatedWriter("writer", writerParameters));
+    loop->connect("separator", "INPUT_FRAMES", "frames", "OUTPUT");
+    loop->connect("writer", "INPUT", "separator", "OUTPUT");
+    loop->bindOutput("OUTPUT", "writer", "OUTPUT");
+    loop->bindCondition("frames", "NOT_EOF");
+  }
+
+  void add(FD::Node* node) { loop->addNode(FD::RCPtr<FD::Node>(node)); }
+
+  Separation& link(const char* input, const char* node, const char* output) {
+    loop->connect("writer", input, node, output);
+    return *this;
+  }
+  Separation& linkLength() {
+    link("SAMPLES", "frames", "SAMPLES");
+    return link("LAST_FRAME", "frames", "LAST_FRAME");
+  }
+
+  /// outerCount: a count of its own for each run.
+  void run(int lastFrame = -1, int outerCount = 0) {
+    loop->setFrameHook([lastFrame](int frame) { return frame != lastFrame; });
+    loop->request(0, FD::ParameterSet());
+    loop->initialize();
+    loop->getOutput(0, outerCount);
+  }
+
+  FD::RCPtr<FD::Iterator> loop;
+
+ private:
+  class Separator : public FD::BufferedNode {
+   public:
+    explicit Separator(IdsAt function)
+        : FD::BufferedNode("separator", FD::ParameterSet()), idsAt(std::move(function)) {
+      addInput("INPUT_FRAMES");
+      addOutput("OUTPUT");
+    }
+
+   protected:
+    void calculate(int, int count, FD::Buffer& out) override {
+      const FD::ObjectRef input = getInput(0, count);
+      const auto& frame = FD::object_cast<SpectrumMatrix>(input);
+      auto* map = new SpectrumMap;
+      out[count] = FD::ObjectRef(map);
+      for (const int id : idsAt(count)) {
+        auto* spectrum = new SpectrumVector(frame.ncols());
+        map->insert({id, FD::ObjectRef(spectrum)});
+        for (std::size_t k = 0; k < frame.ncols(); ++k) (*spectrum)[k] = frame(0, k);
+      }
+    }
+
+   private:
+    IdsAt idsAt;
+  };
+};
+
+/// A recording in a folder, and parameters to read it and to write to "out" beside it.
+class RunTest : public testing::Test {
+ protected:
+  RunTest() : sound(noise(1000, 50)) { writeSound(folder / "in.wav", RATE, 1, sound); }
+
+  FD::ParameterSet framesParameters() const {
+    return withLayout({{"FILENAME", text(folder / "in.wav")}});
+  }
+  FD::ParameterSet writerParameters(const Parameters& others = {}) const {
+    FD::ParameterSet set =
+        withLayout({{"DIRECTORY", text(folder / "out")}, {"FORMAT", text("FLOAT")}});
+    for (const auto& [name, value] : others) set.add(name, value);
+    return set;
+  }
+  std::vector<std::string> written() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder / "out")) {
+      names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  const TestFolder folder;
+  const std::vector<float> sound;
+};
+
+std::set<int> always(int) { return {2}; }
+
+TEST_F(RunTest, WritesTheRecordingSampleBySample) {
+  Separation separation(framesParameters(), writerParameters(), always);
+  separation.linkLength().run();
+  EXPECT_THAT(written(), ElementsAre("source_2.wav", "timeline.json"));  // before the network ends
+  EXPECT_LT(differenceInDb(readSound(folder / "out/source_2.wav").samples, sound), -100);
+}
+
+TEST_F(RunTest, ASecondRunStartsAnew) {
+  Separation separation(framesParameters(), writerParameters({{"OVERWRITE", truth(true)}}), always);
+  separation.linkLength();
+  for (int run = 0; run < 2; ++run) {
+    separation.run(-1, run);
+    std::filesystem::rename(folder / "out/source_2.wav", folder / "a.wav");
+    EXPECT_LT(differenceInDb(readSound(folder / "a.wav").samples, sound), -100);
+  }
+}
+
+TEST_F(RunTest, UndoesTheHalfFrameShift) {
+  Separation shifted(framesParameters(), writerParameters({{"HALF_FRAME_SHIFT", truth(true)}}),
+                     always);
+  shifted.linkLength().run();
+  // The stand-in did not shift, so undoing it must scramble the sound.
+  EXPECT_GT(differenceInDb(readSound(folder / "out/source_2.wav").samples, sound), -3);
+}
+
+TEST_F(RunTest, WithoutLinksTheNetworksEndCompletesTheFiles) {
+  {
+    Separation separation(framesParameters(), writerParameters(), always);
+    separation.run();
+    EXPECT_THAT(written(), ElementsAre("source_2.wav.part"));
+  }
+  EXPECT_THAT(written(), ElementsAre("source_2.wav", "timeline.json"));
+  std::vector<float> out = readSound(folder / "out/source_2.wav").samples;
+  ASSERT_GE(out.size(), sound.size());
+  out.resize(sound.size());
+  EXPECT_LT(differenceInDb(out, sound), -100);
+}
+
+TEST_F(RunTest, AStoppedRunKeepsWhatIsComplete) {
+  Separation separation(framesParameters(), writerParameters(), always);
+  separation.linkLength().run(29);
+  EXPECT_THAT(written(), ElementsAre("source_2.wav.part"));
+  separation.loop->stop();
+  EXPECT_THAT(written(), ElementsAre("source_2.wav", "timeline.json"));
+  const std::vector<float> complete(sound.begin(), sound.begin() + 30 * ADVANCE - 48);
+  EXPECT_LT(differenceInDb(readSound(folder / "out/source_2.wav").samples, complete), -100);
+}
+
+TEST_F(RunTest, ARunThatEndsBeforeTheLastFrameLeavesNothing) {
+  {
+    Separation separation(framesParameters(), writerParameters(), always);
+    separation.linkLength().run(29);
+    separation.loop->cleanupNotify();
+  }
+  EXPECT_THAT(written(), IsEmpty());
+}
+
+TEST_F(RunTest, AnErrorLeavesNothing) {
+  const auto failing = [](int frame) -> std::set<int> {
+    if (frame == 40) throw std::runtime_error("separation failed");
+    return {2};
+  };
+  for (const bool withLength : {false, true}) {
+    {
+      Separation separation(framesParameters(), writerParameters(), failing);
+      if (withLength) separation.linkLength();
+      EXPECT_THROW(separation.run(), std::runtime_error);
+      separation.loop->stop();
+      separation.loop->cleanupNotify();
+    }
+    EXPECT_THAT(written(), IsEmpty());
+  }
+}
+
+// MSNR gives out a source that is not active, too, and the noise sources.
+TEST_F(RunTest, WritesTargetsOnlyWhileTheyAreActive) {
+  Separation separation(framesParameters(), writerParameters(), [](int) {
+    return std::set<int>{1, 2, 99};
+  });
+  separation.add(
+      new Stub("scene", {{"SOURCES", [](int frame) {
+                            return sourceList(frame < 30 ? std::set<int>{1} : std::set<int>{1, 2});
+                          }}}));
+  separation.linkLength().link("SOURCES", "scene", "SOURCES").run();
+  EXPECT_THAT(written(), ElementsAre("source_1.wav", "source_2.wav", "timeline.json"));
+  EXPECT_LT(differenceInDb(readSound(folder / "out/source_1.wav").samples, sound), -100);
+  const std::vector<float> out = readSound(folder / "out/source_2.wav").samples;
+  ASSERT_EQ(out.size(), sound.size());
+  for (std::size_t n = 0; n < out.size(); ++n) {
+    if (n < 30 * ADVANCE - 48) {
+      ASSERT_EQ(out[n], 0.0F) << n;
+    } else if (n >= 30 * ADVANCE) {
+      ASSERT_NEAR(out[n], sound[n], 1e-5) << n;
+    }
+  }
+}
+
+TEST_F(RunTest, ReportsClippedSamples) {
+  std::vector<float> loud(1000, 0.5F);
+  loud[300] = 1.5F;
+  writeSound(folder / "in.wav", RATE, 1, loud);
+  testing::internal::CaptureStderr();
+  Separation separation(framesParameters(), writerParameters({{"FORMAT", text("PCM_16")}}), always);
+  separation.linkLength().run();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "SeparatedWriter: " + (folder / "out/source_2.wav") +
+                ": 1 samples were clipped; the largest was 1.500 times full scale\n");
+}
+
+TEST_F(RunTest, RefusesSpectraOfAnotherLength) {
+  Separation separation(framesParameters(), writerParameters({{"LENGTH", number(128)}}), always);
+  EXPECT_THAT(faultOf([&] { separation.run(); }),
+              HasSubstr("The spectrum of source 2 has 33 bins, expected LENGTH/2+1 = 65."));
+}
+
+}  // namespace
