@@ -38,44 +38,51 @@ constexpr int BINS = 3;
 
 // ---- maximum likelihood
 
+/// The engine's filters are those of its noise matrices, regFactor and the scene.
+void expectMinimumVariance(const BF::CML& engine, const std::vector<Dense>& A) {
+  for (int k = 0; k < BINS; ++k) {
+    const Dense R = fromMatrix(engine.noiseCorrelationMatrices[k]);
+    const int M = R.rows;
+    const Dense expected = reference::minimumVariance(A[k], R, engine.regFactor, k);
+    const Dense regular = R + Complex(engine.regFactor * frobenius(R)) * reference::identity(M);
+    const double condition =
+        frobenius(regular) * frobenius(reference::solve(regular, reference::identity(M)));
+    // The inverse Q is off by 2·‖Q‖²·δ·‖R‖, and aᴴ·Q·a ≥ 1/‖R‖: w by 2·δ·κ²·(1 + ‖w‖).
+    const double error = 2 * svdAccuracy(M, M) * condition * condition * (1 + frobenius(expected));
+    ASSERT_THAT(engine.separationMatrices[k], MatrixNear(toMatrix(expected), error));
+    // Whatever the error of Q, the division by aᴴ·Q·a leaves the gain exact.
+    const Dense gains = fromMatrix(engine.separationMatrices[k]) * A[k];
+    for (int j = 0; j < gains.rows; ++j) {
+      const Complex gain = gains(j, j) / Complex(frobenius(column(A[k], j)));
+      EXPECT_NEAR(std::abs(gain - Complex(k % 2 == 0 ? 1 : -1)), 0.0, ROUNDING * condition);
+    }
+  }
+}
+
 TEST(Cml, IsTheMinimumVarianceFilterWithUnitResponse) {
-  for (int seed = 0; seed < 150; ++seed) {
+  for (int seed = 0; seed < 80; ++seed) {
     Generator random(seed);
     const int M = random.integer(1, 8);
-    const double factor = seed % 3 == 0 ? 0.0 : std::pow(10.0, random.uniform(-3.0, 1.0));
-    SCOPED_TRACE(testing::Message() << "seed " << seed << ", " << M << " mics, factor " << factor);
+    SCOPED_TRACE(testing::Message() << "seed " << seed << ", " << M << " mics");
     const auto database = randomDatabase(random, M, 9, BINS);
-    const auto scene = support::distinctSources(random, random.integer(0, 9), 9);
-    const std::vector<Dense> A = steeringOf(scene, database);
-    BF::CML engine(BINS, 16000, 343.0, factor);
+    auto scene = support::distinctSources(random, random.integer(0, 9), 9);
+    BF::CML engine(BINS, 16000, 343.0, 0.0);
     engine.setTransformFunctionDatabase(database);
-    for (int k = 0; k < BINS; ++k) {
-      const double scale = std::pow(10.0, random.uniform(-2.0, 2.0));
-      engine.noiseCorrelationMatrices.push_back(
-          random.hermitian(spectrumOf(Spectrum::GRADED, M, 0.03)) * scale);
-    }
-    engine.updateSources(locationsOf(scene, database));
-    const std::vector<Matrix> before = engine.separationMatrices;
-    engine.adaptSeparationMatrices();
-    EXPECT_THAT(engine.separationMatrices, MatricesEq(before));
-    for (int k = 0; k < BINS; ++k) {
-      const Dense R = fromMatrix(engine.noiseCorrelationMatrices[k]);
-      const Dense expected = reference::minimumVariance(A[k], R, factor, k);
-      const Dense regular = R + Complex(factor * frobenius(R)) * reference::identity(M);
-      const double condition =
-          frobenius(regular) * frobenius(reference::solve(regular, reference::identity(M)));
-      // The inverse Q is off by 2·‖Q‖²·δ·‖R‖, and aᴴ·Q·a ≥ 1/‖R‖: w by 2·δ·κ²·(1 + ‖w‖).
-      const double error =
-          2 * svdAccuracy(M, M) * condition * condition * (1 + frobenius(expected));
-      EXPECT_THAT(engine.separationMatrices[k], MatrixNear(toMatrix(expected), error));
-      // Whatever the error of Q, the division by aᴴ·Q·a leaves the gain exact.
-      const Dense gains = fromMatrix(engine.separationMatrices[k]) * A[k];
-      for (int j = 0; j < gains.rows; ++j) {
-        const double norm = frobenius(column(A[k], j));
-        const double sign = k % 2 == 0 ? 1.0 : -1.0;
-        EXPECT_NEAR(std::abs(gains(j, j) / Complex(norm) - Complex(sign)), 0.0,
-                    ROUNDING * condition);
+    engine.noiseCorrelationMatrices.resize(BINS);
+    // Frame by frame some of the noise matrices, the scene and the factor change, in any mixture.
+    for (int frame = 0; frame < 6; ++frame) {
+      for (Matrix& R : engine.noiseCorrelationMatrices) {
+        if (frame > 0 && random.chance(0.5)) continue;
+        const double scale = std::pow(10.0, random.uniform(-2.0, 2.0));
+        R = random.hermitian(spectrumOf(Spectrum::GRADED, M, 0.03)) * scale;
       }
+      if (random.chance(0.3)) scene = support::distinctSources(random, random.integer(0, 9), 9);
+      if (random.chance(0.3)) engine.regFactor = std::pow(10.0, random.uniform(-3.0, 1.0));
+      engine.updateSources(locationsOf(scene, database));
+      const std::vector<Matrix> before = engine.separationMatrices;
+      engine.adaptSeparationMatrices();
+      EXPECT_THAT(engine.separationMatrices, MatricesEq(before));
+      expectMinimumVariance(engine, steeringOf(scene, database));
     }
   }
 }
