@@ -9,7 +9,7 @@ namespace BF {
 namespace {
 
 /// Column `to` of H := column `from` of measured. Throws like getColumn and setColumn.
-void copyColumn(const Matrix& measured, int from, Matrix& H, int to) {
+void gatherColumn(const Matrix& measured, int from, Matrix& H, int to) {
   if (from >= measured.getColumnCount()) throw IndexOutOfBoundException();
   if (measured.getRowCount() != H.getRowCount()) throw MatrixSizeMismatchException();
   for (int i = 0; i < H.getRowCount(); ++i) {
@@ -39,7 +39,7 @@ BF::~BF() = default;
 
 void BF::setTransformFunctionDatabase(const TransformFunctionDatabase& db) {
   tfDatabase = std::make_unique<TransformFunctionDatabase>(db);
-  numMic = static_cast<int>(db.micLocations.size());
+  numMic = static_cast<int>(tfDatabase->micLocations.size());
 }
 
 void BF::getTransformFunctions(const std::vector<SourceLocation>& requested,
@@ -56,12 +56,13 @@ void BF::getTransformFunctions(const std::vector<SourceLocation>& requested,
   std::vector<Matrix> result;
   result.reserve(std::max(numFreq, 0));
   for (int k = 0; k < numFreq; ++k) {
-    if (static_cast<std::size_t>(k) >= tfDatabase->transferFunctions.size()) {
-      throw IndexOutOfBoundException();
-    }
-    const Matrix& measured = tfDatabase->transferFunctions[k];
     Matrix H(nMic, nSources);
-    for (int j = 0; j < nSources; ++j) copyColumn(measured, nearest[j], H, j);
+    for (int j = 0; j < nSources; ++j) {
+      if (static_cast<std::size_t>(k) >= tfDatabase->transferFunctions.size()) {
+        throw IndexOutOfBoundException();
+      }
+      gatherColumn(tfDatabase->transferFunctions[k], nearest[j], H, j);
+    }
     result.push_back(std::move(H));
   }
   out.swap(result);
@@ -75,6 +76,13 @@ std::vector<int> BF::previousIndices(const std::vector<SourceLocation>& newSourc
     result.push_back(same == sources.end() ? -1 : static_cast<int>(same - sources.begin()));
   }
   return result;
+}
+
+void BF::requireSeparationMatrices() const {
+  if (separationMatrices.empty() ||
+      separationMatrices.size() < static_cast<std::size_t>(std::max(numFreq, 0))) {
+    throw InvalidStateException();
+  }
 }
 
 void BF::executeBeamForming(const Matrix& input, Matrix& output) {

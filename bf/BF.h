@@ -51,8 +51,8 @@ class BF {
   virtual void updateSources(const std::vector<SourceLocation>& newSources) = 0;
 
   /// Separates one frame: output column k = W(k) · input column k. input is M × K, output becomes
-  /// N × K. Keeps both for adaptSeparationMatrices. Needs an updateSources before it; throws
-  /// MatrixSizeMismatchException when input has not M rows.
+  /// N × K. Keeps both for adaptSeparationMatrices. Throws InvalidStateException before the first
+  /// updateSources, MatrixSizeMismatchException when input has not M rows.
   virtual void executeBeamForming(const Matrix& input, Matrix& output);
 
   /// Refines separationMatrices from the frame that executeBeamForming processed last.
@@ -63,12 +63,16 @@ class BF {
 
   /// Replaces out by one M × N matrix per bin: column j is the transfer function of the database
   /// position nearest to requested source j. Throws IndexOutOfBoundException when the database has
-  /// fewer than numFreq bins or no positions. Needs a database.
+  /// fewer than numFreq bins or no positions (an empty request needs neither),
+  /// InvalidStateException when there is no database.
   void getTransformFunctions(const std::vector<SourceLocation>& requested,
                              std::vector<Matrix>& out) const;
 
   /// For every source of a new list the index of the first source in force with the same id, or -1.
   std::vector<int> previousIndices(const std::vector<SourceLocation>& newSources) const;
+
+  /// Throws InvalidStateException unless there is a separation matrix for every bin.
+  void requireSeparationMatrices() const;
 
   int numFreq;
   int samplingRate;

@@ -91,11 +91,12 @@ CML::Bin CML::computed(int k, const Matrix& A, const Matrix& R) const {
   if (R.getRowCount() != M || R.getColumnCount() != M) throw MatrixSizeMismatchException();
   const Bin* last = static_cast<std::size_t>(k) < known.size() ? &known[k] : nullptr;
   const bool sameA = last && sameBits(A, last->transferFunctions);
-  if (sameA && sameBits(R, last->noise)) return *last;
+  if (sameA && sameBits(R, last->noise) && regFactor == last->regFactor) return *last;
 
   Bin bin;
   bin.transferFunctions = A;
   bin.noise = R;
+  bin.regFactor = regFactor;
   bin.steering = sameA ? last->steering : normalisedColumns(A);
   bin.separation = filters(regularisedInverse(R, regFactor), bin.steering, k);
   return bin;

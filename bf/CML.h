@@ -36,7 +36,8 @@ class CML : public BF {
     Matrix transferFunctions;  // M × N
     Matrix steering;           // M × N, the same at unit norm
     Matrix noise;              // M × M
-    Matrix separation;         // N × M
+    double regFactor = 0.0;
+    Matrix separation;  // N × M
   };
   Bin computed(int k, const Matrix& A, const Matrix& R) const;
   std::vector<Bin> known;

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <complex>
+#include <cstddef>
 #include <utility>
 
 namespace BF {
@@ -49,7 +50,7 @@ void CMSNR::updateSources(const std::vector<SourceLocation>& newSources) {
       } else {
         newSignal.push_back(signalCorrelations[k * oldN + j]);
         newNoise.push_back(noiseCorrelations[k * oldN + j]);
-        newFactors.push_back(factors[k * oldN + j]);
+        newFactors.push_back(factors.at(k * oldN + j));
         copyRow(separationMatrices[k], j, W, i);
       }
     }
@@ -82,7 +83,8 @@ void CMSNR::adaptSeparationMatrices() {
       const bool isTarget = sources[s].flag;
       Matrix A = isTarget ? averaged(P, signalCorrelations[i]) : signalCorrelations[i];
       Matrix B = isTarget ? noiseCorrelations[i] : averaged(P, noiseCorrelations[i]);
-      Factor factor = factors[i];
+      Factor factor;
+      if (static_cast<std::size_t>(i) < factors.size()) factor = factors[i];
       copyRow(filter(A, B, factor), 0, W, s);
       newFactors.push_back(std::move(factor));
       newSignal.push_back(std::move(A));
@@ -98,12 +100,14 @@ void CMSNR::adaptSeparationMatrices() {
 
 // (1 − α) · P + α · old
 Matrix CMSNR::averaged(const Matrix& P, const Matrix& old) const {
+  // A sum of different shapes would be fatal, and numMic comes from outside.
+  if (P.getRowCount() != old.getRowCount()) throw MatrixSizeMismatchException();
   return std::complex<double>(1.0 - alpha, 0.0) * P + std::complex<double>(alpha, 0.0) * old;
 }
 
-// vᴴ (1 × M) for the vector v of the largest generalised value, the one that maximises
-// vᴴ · A · v / vᴴ · B · v, divided by its squared norm. factor serves "GEVD" when it is of the
-// same B to the bit; else it becomes B's.
+// vᴴ (1 × M) for the vector v of the largest generalised value, divided by its squared norm. For
+// "GEVD" it is the one that maximises vᴴ · A · v / vᴴ · B · v. factor serves "GEVD" when it is of
+// the same B to the bit; else it becomes B's.
 Matrix CMSNR::filter(const Matrix& A, const Matrix& B, Factor& factor) const {
   Matrix V;  // the vectors
   Matrix D;  // the values

@@ -1,5 +1,6 @@
 #include "bf/Fixed.h"
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <cstddef>
@@ -47,7 +48,8 @@ Matrix nullSpace(const Matrix& aT) {
   Matrix S;
   Matrix V(M, M);
   aT.singularValueDecomposition(U, S, V);
-  return V.getSubmatrix(0, 1, M, M - 1);
+  const int first = std::min(1, M);
+  return V.getSubmatrix(0, first, M, M - first);
 }
 
 /// ILSE. Among all w with aᵀ · w = 1 the one whose responses Bᵀ · w to the other sources are the

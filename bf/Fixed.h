@@ -7,7 +7,8 @@
 namespace BF {
 
 /// Beamformers whose separation matrices follow in closed form from the transfer functions and
-/// never adapt. For every source n with transfer function a_n ≠ 0: row n of W · a_n = 1.
+/// never adapt. For every source n with transfer function a_n ≠ 0: row n of W · a_n = 1 (for Null,
+/// when the sources' transfer functions are linearly independent).
 class Fixed : public BF {
  public:
   using BF::BF;

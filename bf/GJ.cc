@@ -17,7 +17,8 @@ Matrix blockingMatrix(const Matrix& a) {
   Matrix S;
   Matrix V;
   a.singularValueDecomposition(U, S, V);
-  return U.getSubmatrix(0, 1, M, M - 1).transposed(true);
+  const int first = std::min(1, M);
+  return U.getSubmatrix(0, first, M, M - first).transposed(true);
 }
 
 }  // namespace
@@ -59,7 +60,7 @@ void GJ::updateSources(const std::vector<SourceLocation>& newSources) {
       newBlocking.push_back(known ? blockingMatrices[k * oldN + p] : blockingMatrix(a));
     }
     newQuiescent.push_back(std::move(Q));
-    newAdaptive.push_back(Matrix(N, M - 1));
+    newAdaptive.push_back(Matrix(N, std::max(M - 1, 0)));
     newMatrices.push_back(std::move(W));
   }
 
@@ -76,6 +77,7 @@ void GJ::updateSources(const std::vector<SourceLocation>& newSources) {
 void GJ::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
   const int M = inputSpectrum.getRowCount();
+  if (numFreq > 0) requireSeparationMatrices();
   Matrix x(M, 1);
   const int blocked = std::max(M - 1, 0);
   Matrix z(blocked, 1);

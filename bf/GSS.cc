@@ -35,21 +35,20 @@ double realInnerProduct(const Matrix& P, const Matrix& Q) {
 
 /// The matrices of one bin's step, allocated once for all bins.
 struct GSS::Work {
-  Work(int N, int M)
+  Work(int N, int M, int outputs)
       : x(M, 1),
-        y(N, 1),
+        y(outputs, 1),
         f(N, 1),
         WA(N, N),
         E_lc(N, N),
         J_lc(N, M),
-        P(N, N),
         E_ss(N, N),
         J_ss(N, M),
         doubleE_ss(N, N),
         doubleE_ssF(N, 1),
         Q(N, M) {}
 
-  Matrix x, y, f, WA, E_lc, J_lc, P, E_ss, J_ss, doubleE_ss, doubleE_ssF, Q;
+  Matrix x, y, f, WA, E_lc, J_lc, E_ss, J_ss, doubleE_ss, doubleE_ssF, Q;
 };
 
 GSS::GSS(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool lcAdaptiveValue,
@@ -102,7 +101,8 @@ void GSS::updateSources(const std::vector<SourceLocation>& newSources) {
 void GSS::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
   const int M = inputSpectrum.getRowCount();
-  Work work(N, M);
+  if (numFreq > 0) requireSeparationMatrices();
+  Work work(N, M, outputSpectrum.getRowCount());
   std::vector<Matrix> newMatrices;
   newMatrices.reserve(std::max(numFreq, 0));
   for (int k = 0; k < numFreq; ++k) {
@@ -120,7 +120,6 @@ void GSS::adaptBin(int k, Work& work, Matrix& newW) const {
   const Matrix& A = transferFunctions[k];
   const int N = static_cast<int>(sources.size());
   copyColumn(inputSpectrum, k, work.x);
-  copyColumn(outputSpectrum, k, work.y);
 
   multiplyInto(W, A, work.WA);
   for (int n = 0; n < N; ++n) work.E_lc.setElementAt(n, n, work.WA.getElementAt(n, n) - 1.0);
@@ -128,14 +127,14 @@ void GSS::adaptBin(int k, Work& work, Matrix& newW) const {
   const double mu_lc = lcAdaptive ? constraintStep(work) : mu;
 
   requireUpdateRule();
+  copyColumn(outputSpectrum, k, work.y);
   for (int i = 0; i < N; ++i) {
     work.f.setElementAt(i, 0, nonLinear(work.y.getElementAt(i, 0)));
   }
 
-  multiplyAdjointInto(work.f, work.y, work.P);
-  work.E_ss = work.P;
+  multiplyAdjointInto(work.f, work.y, work.E_ss);
   for (int n = 0; n < N; ++n) {
-    const std::complex<double> p = work.P.getElementAt(n, n);
+    const std::complex<double> p = work.E_ss.getElementAt(n, n);
     work.E_ss.setElementAt(n, n, p - p);
   }
   multiplyInto(work.E_ss, W, work.J_ss);

@@ -68,6 +68,7 @@ void LCMV::updateSources(const std::vector<SourceLocation>& newSources) {
 void LCMV::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
   const int M = inputSpectrum.getRowCount();
+  if (numFreq > 0) requireSeparationMatrices();
   Matrix x(M, 1);
   Matrix stepped(1, M);
   Matrix projected(1, M);

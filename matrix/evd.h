@@ -10,8 +10,8 @@ namespace BF {
 /// A (n × n) is overwritten; only its upper triangle is read. d becomes the n eigenvalues, V (n ×
 /// n) the matching eigenvectors as columns. A decomposition that converges leaves the eigenvalues
 /// in the order of the sweeps, unsorted; one that has not converged after 50 sweeps is sorted in
-/// increasing order. Elements that are not finite give results that are not finite, after at most
-/// 50 sweeps. Keeps static work storage: not to be called on two threads at once.
+/// increasing order. Elements that are not finite end after at most 50 sweeps, with results that
+/// mean nothing. Keeps static work storage: not to be called on two threads at once.
 template <typename T>
 void evd(KernelMatrix<T>& A, KernelVector<T>& d, KernelMatrix<T>& V);
 

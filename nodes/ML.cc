@@ -90,12 +90,13 @@ void ML::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   const FD::ObjectRef framesRef = getInput(inputFramesID, count);
   const auto& frames = FD::object_cast<SpectrumMatrix>(framesRef);
   const FD::ObjectRef sourcesRef = getInput(inputSourcesID, count);
-  std::vector<BF::SourceLocation> locations;
-  appendLocations(FD::object_cast<FD::Vector<FD::ObjectRef>>(sourcesRef), true, locations);
+  const auto& sourceList = FD::object_cast<FD::Vector<FD::ObjectRef>>(sourcesRef);
   updateNoise(static_cast<int>(frames.nrows()), static_cast<int>(frames.ncols()), count);
 
   auto* spectra = new SpectrumMap;
   out[count] = FD::ObjectRef(spectra);
+  std::vector<BF::SourceLocation> locations;
+  appendLocations(sourceList, true, locations);
   if (locations.empty()) return;
 
   BF::Matrix Y;
@@ -107,8 +108,9 @@ void ML::calculate(int /*output_id*/, int count, FD::Buffer& out) {
 
 // Refreshes the engine's M × M noise correlation matrices of K bins for this frame.
 void ML::updateNoise(int M, int K, int count) {
-  const FD::NodeInput& input = inputs[inputNoiseCMID];
-  if (inputNoiseCMID < 0 || !input.node || input.outputID < 0) {
+  const bool connected =
+      inputNoiseCMID >= 0 && inputs[inputNoiseCMID].node && inputs[inputNoiseCMID].outputID >= 0;
+  if (!connected) {
     if (bfMethod == BF::BF_ALGORITHM_CML) {
       std::cout << "When you use ML, you must input noise correlation matrix to INPUT_NOISE_CM."
                 << std::endl;

@@ -66,16 +66,18 @@ void MSNR::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   const auto& frames = FD::object_cast<SpectrumMatrix>(framesRef);
   engine->numMic = static_cast<int>(frames.nrows());
 
-  std::vector<BF::SourceLocation> locations;
   const FD::ObjectRef targetsRef = getInput(inputSourcesID, count);
-  appendLocations(FD::object_cast<FD::Vector<FD::ObjectRef>>(targetsRef), true, locations);
-  if (inputNoiseSourcesID >= 0) {
-    const FD::ObjectRef noiseRef = getInput(inputNoiseSourcesID, count);
-    appendLocations(FD::object_cast<FD::Vector<FD::ObjectRef>>(noiseRef), false, locations);
-  }
+  const auto& targets = FD::object_cast<FD::Vector<FD::ObjectRef>>(targetsRef);
+  FD::ObjectRef noiseRef;
+  if (inputNoiseSourcesID >= 0) noiseRef = getInput(inputNoiseSourcesID, count);
 
   auto* spectra = new SpectrumMap;
   out[count] = FD::ObjectRef(spectra);
+  std::vector<BF::SourceLocation> locations;
+  appendLocations(targets, true, locations);
+  if (inputNoiseSourcesID >= 0) {
+    appendLocations(FD::object_cast<FD::Vector<FD::ObjectRef>>(noiseRef), false, locations);
+  }
   if (locations.empty()) return;
 
   BF::Matrix Y;

@@ -188,15 +188,16 @@ void BeamForming::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   const auto& frames = FD::object_cast<SpectrumMatrix>(framesRef);
   const FD::ObjectRef targetsRef = getInput(inputSourcesID, count);
   const auto& targets = FD::object_cast<FD::Vector<FD::ObjectRef>>(targetsRef);
-  std::vector<BF::SourceLocation> locations;
-  appendLocations(targets, true, locations);
-  if (inputNoiseSourcesID != -1) {
-    const FD::ObjectRef noiseRef = getInput(inputNoiseSourcesID, count);
-    appendLocations(FD::object_cast<FD::Vector<FD::ObjectRef>>(noiseRef), false, locations);
-  }
+  FD::ObjectRef noiseRef;
+  if (inputNoiseSourcesID != -1) noiseRef = getInput(inputNoiseSourcesID, count);
 
   auto* spectra = new SpectrumMap;
   out[count] = FD::ObjectRef(spectra);
+  std::vector<BF::SourceLocation> locations;
+  appendLocations(targets, true, locations);
+  if (inputNoiseSourcesID != -1) {
+    appendLocations(FD::object_cast<FD::Vector<FD::ObjectRef>>(noiseRef), false, locations);
+  }
   if (locations.empty()) return;
 
   BF::Matrix Y;
