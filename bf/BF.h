@@ -78,9 +78,9 @@ class BF {
   int samplingRate;
   double soundSpeed;
   std::unique_ptr<TransformFunctionDatabase> tfDatabase;
-  int numMic = 0;                         ///< set by drivers of algorithms that need no database
-  std::vector<SourceLocation> sources;    ///< the list in force
-  std::vector<Matrix> transferFunctions;  ///< entry k: M × N
+  int numMic = 0;  ///< the database's; drivers of algorithms that need none set it
+  std::vector<SourceLocation> sources;           ///< the list in force
+  std::vector<Matrix> transferFunctions;         ///< entry k: M × N
   std::vector<Matrix> noiseCorrelationMatrices;  ///< entry k: M × M, for CML, set from outside
   std::vector<Matrix> separationMatrices;        ///< entry k: W(k), N × M
   Matrix inputSpectrum;                          ///< the last frame, M × K
