@@ -54,7 +54,7 @@ class BlockTransform {
 std::vector<double> crossCorrelation(const std::vector<double>& x, const std::vector<double>& y,
                                      int maxLag) {
   // Exact for equal signals, where rounding in a transform would show.
-  const std::size_t common = std::min(x.size(), y.size());
+  const auto common = static_cast<std::ptrdiff_t>(std::min(x.size(), y.size()));
   if (maxLag == 0) return {std::inner_product(x.begin(), x.begin() + common, y.begin(), 0.0)};
 
   // Block by block X*(k) · Y(k), where the block of y reaches maxLag beyond that of x on both

@@ -40,7 +40,8 @@ ReferenceSpan::Signal ReferenceSpan::project(const Signal& signal) const {
   for (const Signal* reference : references) {
     const std::vector<double> r = crossCorrelation(*reference, signal, maxLag);
     for (std::size_t a = 0; a < taps; ++a) {
-      b.push_back(r[static_cast<std::size_t>(delay(a) + maxLag)]);
+      const int index = delay(a) + maxLag;
+      b.push_back(r[static_cast<std::size_t>(index)]);
     }
   }
   const std::vector<double> c = gram.solve(std::move(b));
@@ -49,7 +50,8 @@ ReferenceSpan::Signal ReferenceSpan::project(const Signal& signal) const {
   for (std::size_t i = 0; i < references.size(); ++i) {
     std::vector<double> h(taps);
     for (std::size_t a = 0; a < taps; ++a) {
-      h[static_cast<std::size_t>(delay(a) + leadIn())] = c[i * taps + a];
+      const int index = delay(a) + leadIn();
+      h[static_cast<std::size_t>(index)] = c[i * taps + a];
     }
     const Signal part = convolution(*references[i], h);
     for (std::size_t n = 0; n < projection.size(); ++n) projection[n] += part[n];

@@ -45,7 +45,8 @@ int run(CLI::App& app, int argc, char** argv) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+// What run() does not catch are faults in the options' declarations themselves.
+int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   // A file at the size limit is to fail like one on a full disk, with a message.
   std::signal(SIGXFSZ, SIG_IGN);
   CLI::App app("Sound source separation for microphone arrays", "zelk-sss");
