@@ -278,6 +278,23 @@ TEST(Adaptive, AFailureInTheLastBinLeavesEveryListAsItWas) {
   }
 }
 
+TEST(Adaptive, RefusesAFrameOfAnotherArray) {
+  Generator random(9);
+  const auto four = randomDatabase(random, 4, 5, BINS);
+  const auto five = randomDatabase(random, 5, 5, BINS);
+  for (const auto& engine : {steered<BF::LCMV>(true, 0.5), steered<BF::GJ>(true, 0.5)}) {
+    engine->setTransformFunctionDatabase(four);
+    engine->updateSources(locationsOf({{1, 0}}, four));
+    Matrix output;
+    engine->executeBeamForming(random.gaussian(4, BINS), output);
+    engine->setTransformFunctionDatabase(five);
+    EXPECT_THROW(engine->updateSources(locationsOf({{1, 0}}, five)),
+                 BF::MatrixSizeMismatchException);  // its rows have four elements
+    engine->updateSources(locationsOf({{2, 0}}, five));
+    EXPECT_THROW(engine->adaptSeparationMatrices(), BF::MatrixSizeMismatchException);
+  }
+}
+
 TEST(Adaptive, CarriesOverWhatAnIdOwns) {
   Generator random(6);
   const auto database = randomDatabase(random, 4, 9, BINS);

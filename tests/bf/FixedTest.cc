@@ -214,6 +214,9 @@ TEST(Fixed, AFailureLeavesThePreviousStateInForce) {
     EXPECT_THROW(engine->executeBeamForming(random.gaussian(3, 3), untouched),
                  BF::MatrixSizeMismatchException);
 
+    EXPECT_THROW(engine->executeBeamForming(random.gaussian(4, 2), untouched),
+                 BF::IndexOutOfBoundException);
+
     for (int i = 0; i < 3; ++i) engine->adaptSeparationMatrices();
     ASSERT_EQ(engine->sources.size(), 2u);
     EXPECT_EQ(engine->sources[1].id, 2);

@@ -279,6 +279,11 @@ TEST(Cmsnr, RefusesWhatItCannotUseAndKeepsItsState) {
   EXPECT_THAT(engine.signalCorrelations, MatricesEq(signal));
   EXPECT_THAT(engine.noiseCorrelations, MatricesEq(noise));
   EXPECT_THAT(engine.separationMatrices, MatricesEq(W));
+
+  // More microphones than the frame still stored.
+  engine.numMic = 5;
+  engine.updateSources(locationsOf({{8, 0}, {9, 4, false}}, database));
+  EXPECT_THROW(engine.adaptSeparationMatrices(), BF::MatrixSizeMismatchException);
 }
 
 }  // namespace
