@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -13,6 +14,7 @@
 #include "cli/ScoreMetrics.h"
 #include "cli/ScoreReport.h"
 #include "cli/SignalFile.h"
+#include "toolbox/core/Channels.h"
 
 namespace {
 
@@ -28,6 +30,7 @@ struct ScoreOptions {
   std::string mixture;
   int channel = 1;
   int filterTaps = 1;
+  std::string range;  ///< "BEGIN:END" in seconds; empty: all
   bool json = false;
   std::string output;
   bool force = false;
@@ -54,6 +57,12 @@ struct LoadedSignals {
   std::vector<NamedSignal> mixture;  // one, or none
 };
 
+/// The range of a text "BEGIN:END".
+Audio::TimeRange timeRange(std::string text) {
+  std::replace(text.begin(), text.end(), ':', '-');
+  return Audio::parseTimeRanges(text).front();
+}
+
 /// Reads the files into signals of one length and notes in the report what that left out.
 class Loader {
  public:
@@ -67,6 +76,7 @@ class Loader {
     for (auto* group : {&signals.references, &signals.estimates, &signals.mixture}) {
       for (NamedSignal& signal : *group) shorten(signal);
     }
+    if (!options.range.empty()) cut(signals);
     return signals;
   }
 
@@ -92,6 +102,26 @@ class Loader {
                     "shortest file",
                     signal.name, signal.samples.size(), report.samples));
     signal.samples.resize(report.samples);
+  }
+
+  // Keeps the range alone, which must lie in the signals.
+  void cut(LoadedSignals& signals) {
+    const Audio::TimeRange range = timeRange(options.range);
+    const auto begin = static_cast<std::size_t>(std::lround(range.begin * report.samplingRate));
+    const auto end = static_cast<std::size_t>(std::lround(range.end * report.samplingRate));
+    if (begin >= end || end > report.samples) {
+      throw SignalError(fmt::format("--range is {}, expected a part of the signals' {} s",
+                                    options.range,
+                                    static_cast<double>(report.samples) / report.samplingRate));
+    }
+    for (auto* group : {&signals.references, &signals.estimates, &signals.mixture}) {
+      for (NamedSignal& signal : *group) {
+        signal.samples.resize(end);
+        signal.samples.erase(signal.samples.begin(),
+                             signal.samples.begin() + static_cast<std::ptrdiff_t>(begin));
+      }
+    }
+    report.samples = end - begin;
   }
 
   const ScoreOptions& options;
@@ -149,6 +179,8 @@ void addScoreCommand(CLI::App& app) {
                    "Length of a filter that an estimate may have been through without loss")
       ->check(CLI::Range(1, LARGEST_TAPS))
       ->capture_default_str();
+  command->add_option("--range", options->range,
+                      "Score this part alone, BEGIN:END in seconds; default: all");
   command->add_flag("--json", options->json, "Write JSON instead of a table");
   command->add_option("-o,--output", options->output,
                       "File for the result instead of standard output");
