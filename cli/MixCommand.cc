@@ -45,6 +45,8 @@ struct MixOptions {
   bool resample = false;
   std::vector<double> gains;  // dB; empty: 0 for all
   std::optional<double> noiseLevel;
+  std::optional<double> diffuseLevel;
+  Reverberation reverberation;
   unsigned seed = 1;
   bool force = false;
 };
@@ -124,6 +126,39 @@ std::vector<float> microphoneNoise(std::size_t values, double level, unsigned se
 
 void note(const std::string& text) { std::cerr << "zelk-sss: " << text << std::endl; }
 
+/// Noise with a spectrum that falls towards high frequencies like speech's, from up to 48 positions
+/// of the set at once, independent between them: length samples of every microphone, microphones in
+/// turn, of the level asked for on average.
+std::vector<float> diffuseNoise(const ResponseSet& responses, const MixRenderer& renderer,
+                                std::size_t length, const MixOptions& options) {
+  constexpr std::size_t DIRECTIONS = 48;
+  constexpr double SMOOTHING = 0.9;
+  const std::size_t count = std::min(DIRECTIONS, responses.measurements());
+  std::mt19937 generator(options.seed + 1);
+  std::normal_distribution<double> gaussian;
+  std::vector<double> sum(length * responses.microphones());
+  for (std::size_t i = 0; i < count; ++i) {
+    std::vector<float> dry(length);
+    double smooth = 0.0;
+    for (float& sample : dry) {
+      smooth = SMOOTHING * smooth + gaussian(generator);
+      sample = static_cast<float>(smooth);
+    }
+    Audio::SceneSource source;
+    source.track.emplace_back();
+    source.track.front().position = responses.position(i * responses.measurements() / count);
+    const std::vector<float> image = renderer.render(source, dry).samples;
+    for (std::size_t n = 0; n < std::min(sum.size(), image.size()); ++n) sum[n] += image[n];
+  }
+  double power = 0.0;
+  for (const double sample : sum) power += sample * sample;
+  const double scale =
+      factor(*options.diffuseLevel) / std::sqrt(power / static_cast<double>(sum.size()));
+  std::vector<float> noise(sum.size());
+  for (std::size_t n = 0; n < sum.size(); ++n) noise[n] = static_cast<float>(scale * sum[n]);
+  return noise;
+}
+
 void mix(const MixOptions& options) {
   if (std::filesystem::path(options.output).extension() != ".wav") {
     throw CLI::ValidationError(
@@ -139,8 +174,12 @@ void mix(const MixOptions& options) {
   checkOutput(options.output, options.force);
   for (const MixSource& source : sources) checkOutput(source.imagePath, options.force);
   if (options.noiseLevel) checkOutput(noisePath, options.force);
+  const std::string diffusePath = besideOutput(options.output, "diffuse-noise");
+  if (options.diffuseLevel) checkOutput(diffusePath, options.force);
 
-  const ResponseSet responses(options.responses);
+  Reverberation reverberation = options.reverberation;
+  reverberation.seed = options.seed;
+  const ResponseSet responses(options.responses, reverberation);
   const MixRenderer renderer(responses);
   MixFiles files(responses.microphones(), responses.samplingRate(), options.force);
   if (responses.leadIn() > 0) {
@@ -155,6 +194,9 @@ void mix(const MixOptions& options) {
                        options.scene, source.place.id, deviation, options.responses));
     }
     files.add(source.imagePath, renderer.render(source.place, dry).samples);
+  }
+  if (options.diffuseLevel) {
+    files.add(diffusePath, diffuseNoise(responses, renderer, files.length(), options));
   }
   if (options.noiseLevel) {
     const std::size_t values = files.length() * responses.microphones();
@@ -200,6 +242,20 @@ void addMixCommand(CLI::App& app) {
           "Add independent white noise of this level at each microphone, in dB relative to "
           "full scale (RMS 1)")
       ->check(CLI::Range(-200.0, 0.0));
+  command
+      ->add_option("--diffuse-level", options->diffuseLevel,
+                   "Add speech-shaped noise from all around of this level, in dB relative to full "
+                   "scale (RMS 1)")
+      ->check(CLI::Range(-200.0, 0.0));
+  command
+      ->add_option("--reverb", options->reverberation.t60,
+                   "Add a late reverberation that falls by 60 dB in this time, in seconds")
+      ->check(CLI::Range(0.0, 5.0));
+  command
+      ->add_option("--direct-to-reverberant", options->reverberation.directToReverberant,
+                   "Energy of a response over that of its reverberation, in dB")
+      ->check(CLI::Range(-40.0, 60.0))
+      ->capture_default_str();
   command->add_option("--seed", options->seed, "Start of the noise's random numbers")
       ->capture_default_str();
   command->add_flag("--force", options->force, "Replace existing output files");

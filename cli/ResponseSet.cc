@@ -39,7 +39,8 @@ std::vector<double> delayed(const float* h, std::size_t length, double delay) {
 
 }  // namespace
 
-ResponseSet::ResponseSet(const std::string& path) : file(path) {
+ResponseSet::ResponseSet(const std::string& path, const Reverberation& roomTail)
+    : file(path), tail(roomTail) {
   rate = static_cast<int>(std::lround(file.samplingRate()));
   if (rate < 1 || std::abs(file.samplingRate() - rate) > 1e-3) {
     throw SofaError(fmt::format("{}: the sampling rate is {} Hz, expected a whole number", path,
@@ -112,5 +113,5 @@ Audio::Position ResponseSet::position(std::size_t measurement) const {
 
 std::vector<double> ResponseSet::response(std::size_t measurement, std::size_t r) const {
   const std::size_t i = measurement * file.receivers() + r;
-  return delayed(impulseResponses.data() + i * samples, samples, delays[i]);
+  return tail.added(delayed(impulseResponses.data() + i * samples, samples, delays[i]), rate, i);
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/Reverberation.h"
 #include "fileio/SofaFile.h"
 #include "toolbox/core/Scene.h"
 
@@ -12,12 +13,13 @@
 /// microphones.
 class ResponseSet {
  public:
-  /// Reads the file. Throws SofaError.
-  explicit ResponseSet(const std::string& path);
+  /// Reads the file; every response gets the reverberation's tail. Throws SofaError.
+  explicit ResponseSet(const std::string& path, const Reverberation& roomTail = {});
 
   const std::string& path() const { return file.path(); }
   int samplingRate() const { return rate; }
   std::size_t microphones() const { return file.receivers(); }
+  std::size_t measurements() const { return file.measurements(); }
 
   /// The measured position with the least distance to a point, as its number from 0.
   std::size_t nearest(const Audio::Position& point) const;
@@ -38,6 +40,7 @@ class ResponseSet {
   void readImpulseResponses();
 
   SofaFile file;
+  Reverberation tail;
   int rate = 0;
   std::size_t samples = 0;  // of an impulse response without delay
   std::vector<float> impulseResponses;
