@@ -118,7 +118,7 @@ void compareWithDatabase(const SeparationSettings& s, const SofaFile& database,
       const Point& found = nearest(database.sourcePositions(), wanted);
       const double angle = angleBetween(wanted, found);
       if (source.track.size() == 1) {
-        inputs.notes.push_back(fmt::format("source {} at {}: response measured at {}", source.id,
+        inputs.notes.push_back(fmt::format("source {} at {}: nearest response at {}", source.id,
                                            directionOf(wanted), directionOf(found)));
       }
       if (angle <= WIDE_ANGLE) continue;

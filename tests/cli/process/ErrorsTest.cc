@@ -180,8 +180,8 @@ TEST_F(Errors, SourcesFarFromEveryResponseAndTooManyOfThemDrawWarnings) {
       AllOf(HasSubstr(crowd + ": source 0 at azimuth 20.0"),
             HasSubstr("20 degrees away, at azimuth 0.0"), testing::Not(HasSubstr("source 1 at")),
             HasSubstr("4 sources are active at 0.50 s"), HasSubstr("3 microphones")));
-  EXPECT_THAT(result.output, HasSubstr("source 1 at azimuth 90.0, elevation 0.0, 1.00 m: response "
-                                       "measured at azimuth 90.0, elevation 0.0, 1.00 m"));
+  EXPECT_THAT(result.output, HasSubstr("source 1 at azimuth 90.0, elevation 0.0, 1.00 m: nearest "
+                                       "response at azimuth 90.0, elevation 0.0, 1.00 m"));
 }
 
 TEST_F(Errors, AFileThatCannotGrowFailsWithoutLeavingItsHalf) {
