@@ -7,6 +7,7 @@
 #include <complex>
 #include <cstdio>
 #include <functional>
+#include <limits>
 #include <new>
 
 #include "fileio/SofaFile.h"
@@ -14,6 +15,14 @@
 namespace {
 
 int nonNegative(int count) { return std::max(count, 0); }
+
+/// a · b · c, each 0 or more, if that many complex values have a size at all.
+std::size_t product(int a, int b, int c) {
+  constexpr std::size_t MOST = std::numeric_limits<std::ptrdiff_t>::max() / (2 * sizeof(float));
+  const std::size_t ab = static_cast<std::size_t>(a) * static_cast<std::size_t>(b);
+  if (ab != 0 && static_cast<std::size_t>(c) > MOST / ab) throw std::bad_alloc();
+  return ab * static_cast<std::size_t>(c);
+}
 
 /// Runs a reader's body; what it throws becomes one line on standard error and false.
 bool reportingErrors(const std::function<void()>& body) {
@@ -69,14 +78,13 @@ void LocationArrayFree(PARNIX_LocationArray* array) {
 
 void TFDatabaseAlloc(PARNIX_TFDatabase* database, int sources, int microphones, int bins) {
   *database = {};
+  const std::size_t count =
+      product(nonNegative(sources), nonNegative(microphones), nonNegative(bins));
   try {
     LocationArrayAlloc(&database->sources, sources);
     LocationArrayAlloc(&database->microphones, microphones);
     database->bins.capacity = database->bins.count = nonNegative(bins);
     database->bins.values = new std::int32_t[static_cast<std::size_t>(database->bins.count)]();
-    const std::size_t count = static_cast<std::size_t>(nonNegative(sources)) *
-                              static_cast<std::size_t>(nonNegative(microphones)) *
-                              static_cast<std::size_t>(nonNegative(bins));
     database->transferFunctions.values = new float[2 * count]();
     database->transferFunctions.count = count;
   } catch (...) {

@@ -58,7 +58,8 @@ static_assert(sizeof(PARNIX_Position) == 72 && offsetof(PARNIX_Position, x) == 0
 static_assert(offsetof(PARNIX_IntArray, count) == 4);
 
 /// Allocates the arrays of a database of the given counts, zero-filled; the caller hands them to
-/// ReadInfo and ReadData and ends with TFDatabaseFree. Counts below zero count as zero.
+/// ReadInfo and ReadData and ends with TFDatabaseFree. Counts below zero count as zero. Throws
+/// std::bad_alloc, leaving an empty database, when there is not that much memory.
 void TFDatabaseAlloc(PARNIX_TFDatabase* database, int sources, int microphones, int bins);
 
 /// Releases what TFDatabaseAlloc allocated and leaves an empty database.
@@ -73,7 +74,7 @@ void LocationArrayFree(PARNIX_LocationArray* array);
 ///
 /// Every reader returns false on failure and writes the reason as one line on standard error. Files
 /// are untrusted: counts are checked against the file and against the arrays given before anything
-/// is read.
+/// is read, and a database has at most 2^28 values (2 GiB) however small its file is.
 class CZelkFileIO {
  public:
   /// Checks the file's structure and fills the header.

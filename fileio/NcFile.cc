@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <netcdf.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <utility>
@@ -15,7 +16,11 @@ constexpr std::size_t MAX_COMPRESSION = 1032;
 /// More values than this are not read from one variable (1 GiB of single precision).
 constexpr std::size_t MAX_VALUES = std::size_t{1} << 28;
 
+/// Pieces (chunks) up to this size may be larger than the variable they store.
+constexpr std::size_t SMALL_PIECE = std::size_t{1} << 24;  // bytes
+
 constexpr std::size_t MAX_ATTRIBUTE = std::size_t{1} << 16;
+constexpr std::size_t LONGEST_QUOTE = 80;
 
 bool isNumeric(nc_type type) { return type >= NC_BYTE && type <= NC_UINT64 && type != NC_CHAR; }
 
@@ -36,23 +41,36 @@ std::size_t bytesOf(nc_type type) {
   }
 }
 
+/// Where a file was never written (an interrupted measurement, say) netCDF reads its fill value.
 template <typename T>
-void requireFinite(const NcFile& file, const std::string& variable, const std::vector<T>& values) {
+void requireNumbers(const NcFile& file, const std::string& variable, const std::vector<T>& values) {
+  constexpr auto UNWRITTEN = static_cast<T>(NC_FILL_DOUBLE);
   for (std::size_t i = 0; i < values.size(); ++i) {
-    if (!std::isfinite(values[i])) {
-      file.fail(
-          fmt::format("{}: value {} is {}, expected a finite number", variable, i, values[i]));
-    }
+    if (std::isfinite(values[i]) && values[i] != UNWRITTEN) continue;
+    file.fail(fmt::format(
+        "{}: value {} {}, expected a finite number", variable, i,
+        values[i] == UNWRITTEN ? "was never written" : fmt::format("is {}", values[i])));
   }
 }
 
+bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
+
 }  // namespace
 
+std::string printable(const std::string& text) {
+  std::string result = text.substr(0, LONGEST_QUOTE);
+  for (char& c : result) {
+    if (isControl(c) || static_cast<unsigned char>(c) > 0x7F) c = '?';
+  }
+  return text.size() > LONGEST_QUOTE ? result + "..." : result;
+}
+
 NcFile::NcFile(std::string path) : name(std::move(path)) {
+  if (name.empty()) throw SofaError("the name of the transfer-function file is empty");
   std::error_code error;
   const std::filesystem::file_status status = std::filesystem::status(name, error);
-  if (name.empty()) throw SofaError("the name of the transfer-function file is empty");
-  if (!std::filesystem::exists(status)) fail("there is no such file");
+  if (status.type() == std::filesystem::file_type::not_found) fail("there is no such file");
+  if (!std::filesystem::status_known(status)) fail(error.message());
   if (!std::filesystem::is_regular_file(status)) fail("is not a regular file");
   fileSize = std::filesystem::file_size(name, error);
   if (error) fail(error.message());
@@ -84,17 +102,17 @@ std::vector<std::size_t> NcFile::shape(const std::string& variable) const {
 }
 
 std::vector<double> NcFile::readDoubles(const std::string& variable) const {
-  std::vector<double> values(checkedSize(variable));
+  std::vector<double> values(valueCount(variable));
   check(nc_get_var_double(id, variableId(variable), values.data()), variable);
-  requireFinite(*this, variable, values);
+  requireNumbers(*this, variable, values);
   return values;
 }
 
 std::vector<float> NcFile::readFloats(const std::string& variable) const {
-  std::vector<float> values(checkedSize(variable));
+  std::vector<float> values(valueCount(variable));
   const int status = nc_get_var_float(id, variableId(variable), values.data());
   if (status != NC_ERANGE) check(status, variable);  // out of range: infinite, refused below
-  requireFinite(*this, variable, values);
+  requireNumbers(*this, variable, values);
   return values;
 }
 
@@ -124,7 +142,9 @@ std::string NcFile::attribute(const std::string& variable, const std::string& at
 }
 
 void NcFile::fail(const std::string& text) const {
-  throw SofaError(fmt::format("{}: {}", name, text));
+  std::string shown = name;
+  std::replace_if(shown.begin(), shown.end(), isControl, '?');
+  throw SofaError(fmt::format("{}: {}", shown, text));
 }
 
 int NcFile::variableId(const std::string& variable) const {
@@ -135,10 +155,10 @@ int NcFile::variableId(const std::string& variable) const {
   return number;
 }
 
-// The number of values to read, once type and counts are known to be sound.
-std::size_t NcFile::checkedSize(const std::string& variable) const {
+std::size_t NcFile::valueCount(const std::string& variable) const {
+  const int number = variableId(variable);
   nc_type type = NC_NAT;
-  check(nc_inq_vartype(id, variableId(variable), &type), variable);
+  check(nc_inq_vartype(id, number, &type), variable);
   if (!isNumeric(type)) fail(fmt::format("variable {} does not hold numbers", variable));
 
   std::size_t size = 1;
@@ -153,7 +173,26 @@ std::size_t NcFile::checkedSize(const std::string& variable) const {
     fail(fmt::format("variable {} claims {} bytes, more than a file of {} bytes can hold", variable,
                      bytes, fileSize));
   }
+  checkPieces(number, variable, std::max(bytes, SMALL_PIECE));
   return size;
+}
+
+// The library below holds a whole piece in memory even if a single value of it is read.
+void NcFile::checkPieces(int variableNumber, const std::string& variable, std::size_t bytes) const {
+  nc_type type = NC_NAT;
+  int rank = 0;
+  check(nc_inq_vartype(id, variableNumber, &type), variable);
+  check(nc_inq_varndims(id, variableNumber, &rank), variable);
+  std::vector<std::size_t> lengths(std::max<std::size_t>(1, static_cast<std::size_t>(rank)), 1);
+  int storage = NC_CONTIGUOUS;
+  check(nc_inq_var_chunking(id, variableNumber, &storage, lengths.data()), variable);
+  if (storage != NC_CHUNKED) return;
+  std::size_t left = bytes / bytesOf(type);
+  for (const std::size_t length : lengths) left /= std::max<std::size_t>(1, length);
+  if (left == 0) {
+    fail(fmt::format("variable {} is stored in pieces (chunks) of {} values, expected at most {}",
+                     variable, fmt::join(lengths, " x "), bytes / bytesOf(type)));
+  }
 }
 
 void NcFile::check(int status, const std::string& what) const {

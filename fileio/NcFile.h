@@ -11,6 +11,10 @@ class SofaError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// A text from a file, fit to be shown on one line: what is not printable ASCII becomes '?', and
+/// only the first 80 characters are kept.
+std::string printable(const std::string& text);
+
 /// A netCDF file open for reading, every access checked. Throws SofaError.
 class NcFile {
  public:
@@ -27,20 +31,27 @@ class NcFile {
   /// The lengths of a variable's dimensions. Throws when there is no such variable.
   std::vector<std::size_t> shape(const std::string& variable) const;
 
-  /// All values of a numeric variable, row-major, in double or single precision. Throws unless
-  /// every value is finite and the file is large enough to hold them.
+  /// How many numbers a variable holds: at most 2^28, and no more than a file of this size can hold
+  /// compressed. Throws when it holds no numbers, more, or stores them in pieces larger than
+  /// itself.
+  std::size_t valueCount(const std::string& variable) const;
+
+  /// All values of a numeric variable, row-major, in double or single precision. Throws as
+  /// valueCount does, and unless every value is finite and was written (is not netCDF's fill
+  /// value).
   std::vector<double> readDoubles(const std::string& variable) const;
   std::vector<float> readFloats(const std::string& variable) const;
 
-  /// Text of a global attribute (variable empty) or of a variable's. Empty where there is none.
+  /// Text of a global attribute (variable empty) or of a variable's, as it stands in the file: pass
+  /// it through printable() before showing it. Empty where there is none.
   std::string attribute(const std::string& variable, const std::string& attribute) const;
 
-  /// Throws SofaError "<file>: <text>".
+  /// Throws SofaError "<file>: <text>", in which control characters of the name are replaced.
   [[noreturn]] void fail(const std::string& text) const;
 
  private:
   int variableId(const std::string& variable) const;
-  std::size_t checkedSize(const std::string& variable) const;
+  void checkPieces(int variableNumber, const std::string& variable, std::size_t bytes) const;
   void check(int status, const std::string& what) const;
 
   std::string name;

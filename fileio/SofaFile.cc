@@ -17,6 +17,11 @@ constexpr double PI = 3.141592653589793;
 /// Largest relative deviation of a frequency from an even spacing, for values in single precision.
 constexpr double SPACING_TOLERANCE = 1e-4;
 
+/// More positions than this are no measurement; one position in the file may stand for all.
+constexpr std::size_t MAX_MEASUREMENTS = std::size_t{1} << 20;
+
+constexpr double MAX_RATE = 1e7;  // Hz
+
 /// Azimuth and elevation in degrees, distance in metres.
 Position fromSpherical(const Position& p) {
   const double azimuth = p[0] * PI / 180.0;
@@ -46,11 +51,13 @@ const Position& rowOf(const std::vector<Position>& rows, std::size_t m) {
 SofaFile::SofaFile(const std::string& path) : file(path) {
   const std::string conventions = file.attribute("", "Conventions");
   if (conventions != "SOFA") {
-    file.fail(fmt::format("attribute Conventions is \"{}\", expected \"SOFA\"", conventions));
+    file.fail(
+        fmt::format("attribute Conventions is \"{}\", expected \"SOFA\"", printable(conventions)));
   }
   dataType = file.attribute("", "DataType");
   if (dataType != "TF" && dataType != "FIR") {
-    file.fail(fmt::format("attribute DataType is \"{}\", expected \"TF\" or \"FIR\"", dataType));
+    file.fail(fmt::format("attribute DataType is \"{}\", expected \"TF\" or \"FIR\"",
+                          printable(dataType)));
   }
   readDataShape();
   if (isTransferFunctions()) {
@@ -78,6 +85,12 @@ void SofaFile::readDataShape() {
   M = shape[0];
   R = shape[1];
   N = shape[2];
+  if (M > MAX_MEASUREMENTS) {
+    file.fail(
+        fmt::format("{} has {} measurements, expected at most {}", variable, M, MAX_MEASUREMENTS));
+  }
+  // Whoever reads the responses allocates by these counts: they must be what the file can hold.
+  file.valueCount(variable);
   if (isTransferFunctions() && file.shape("Data.Imag") != shape) {
     file.fail(fmt::format("Data.Imag has the shape {}, expected that of Data.Real, {}",
                           file.shape("Data.Imag"), shape));
@@ -104,69 +117,75 @@ void SofaFile::readFrequencies() {
     }
   }
   rate = 2.0 * last;
+  if (rate > MAX_RATE) {
+    file.fail(fmt::format("N ends at {} Hz, expected at most {} Hz", last, 0.5 * MAX_RATE));
+  }
 }
 
 void SofaFile::readSamplingRate() {
   const std::vector<double> rates = file.readDoubles("Data.SamplingRate");
-  if (rates.empty() || rates[0] <= 0.0) file.fail("Data.SamplingRate is not above 0");
+  if (rates.empty()) file.fail("Data.SamplingRate has no value, expected one");
+  if (rates[0] < 1.0 || rates[0] > MAX_RATE) {
+    file.fail(fmt::format("Data.SamplingRate is {} Hz, expected 1 to {} Hz", rates[0], MAX_RATE));
+  }
   if (std::any_of(rates.begin(), rates.end(), [&](double r) { return r != rates[0]; })) {
     file.fail("Data.SamplingRate differs between measurements, expected one rate");
   }
   rate = rates[0];
 }
 
-// A variable of one or M rows of three coordinates (a third dimension of length 1 is allowed), as
-// cartesian metres.
-std::vector<Position> SofaFile::readPositions(const std::string& variable) const {
+// A variable of rows of three coordinates, as cartesian metres. Of a third dimension (emitters or
+// measurements) the first counts.
+std::vector<Position> SofaFile::readPositions(const std::string& variable,
+                                              const std::string& type) {
   const std::vector<std::size_t> shape = file.shape(variable);
   const bool sound = (shape.size() == 2 || shape.size() == 3) && shape[0] > 0 && shape[1] == 3 &&
                      (shape.size() == 2 || shape[2] > 0);
   if (!sound) {
     file.fail(fmt::format("{} has the shape {}, expected rows of 3 coordinates", variable, shape));
   }
-  const std::string type = file.attribute(variable, "Type");
   if (type != "spherical" && type != "cartesian") {
     file.fail(fmt::format("{} has the Type \"{}\", expected \"spherical\" or \"cartesian\"",
-                          variable, type));
+                          variable, printable(type)));
   }
   const std::vector<double> values = file.readDoubles(variable);
   const std::size_t depth = shape.size() == 3 ? shape[2] : 1;
   std::vector<Position> rows;
+  bool moves = false;
   for (std::size_t i = 0; i < shape[0]; ++i) {
     Position p;
-    for (std::size_t c = 0; c < 3; ++c) p[c] = values[(i * 3 + c) * depth];
+    for (std::size_t c = 0; c < 3; ++c) {
+      const double* along = values.data() + (i * 3 + c) * depth;
+      p[c] = *along;
+      moves = moves || std::any_of(along, along + depth, [&](double x) { return x != *along; });
+    }
     rows.push_back(type == "spherical" ? fromSpherical(p) : p);
+  }
+  if (moves) {
+    remarks.push_back(
+        fmt::format("{} has {} different places for each row: the first is used", variable, depth));
   }
   return rows;
 }
 
-std::vector<Position> SofaFile::readVectors(const std::string& variable,
-                                            const Position& absent) const {
-  if (!file.hasVariable(variable)) return {absent};
-  // ListenerUp and SourceUp carry no Type of their own: they share their View's.
-  const std::vector<std::size_t> shape = file.shape(variable);
-  if (file.attribute(variable, "Type").empty()) {
-    if (shape.size() != 2 || shape[1] != 3 || shape[0] == 0) {
-      file.fail(
-          fmt::format("{} has the shape {}, expected rows of 3 coordinates", variable, shape));
-    }
-    const std::vector<double> values = file.readDoubles(variable);
-    std::vector<Position> rows;
-    for (std::size_t i = 0; i < shape[0]; ++i) {
-      rows.push_back({values[3 * i], values[3 * i + 1], values[3 * i + 2]});
-    }
-    return rows;
-  }
-  return readPositions(variable);
+// typeOf: the variable whose Type says what the coordinates mean, cartesian where it has none.
+std::vector<Position> SofaFile::readListener(const std::string& variable, const std::string& typeOf,
+                                             const Position& absent) {
+  if (!file.hasVariable(variable) || !file.hasVariable(typeOf)) return {absent};
+  std::string type = file.attribute(variable, "Type");
+  if (type.empty()) type = file.attribute(typeOf, "Type");
+  return readPositions(variable, type.empty() ? "cartesian" : type);
 }
 
 // Positions in the room become positions seen from the listener: relative to where the listener is,
 // along the axes of its view (x) and up (z) directions.
 void SofaFile::readSources() {
-  const std::vector<Position> positions = readPositions("SourcePosition");
-  const std::vector<Position> origins = readVectors("ListenerPosition", {0.0, 0.0, 0.0});
-  const std::vector<Position> views = readVectors("ListenerView", {1.0, 0.0, 0.0});
-  const std::vector<Position> ups = readVectors("ListenerUp", {0.0, 0.0, 1.0});
+  const std::vector<Position> positions =
+      readPositions("SourcePosition", file.attribute("SourcePosition", "Type"));
+  const std::vector<Position> origins =
+      readListener("ListenerPosition", "ListenerPosition", {0.0, 0.0, 0.0});
+  const std::vector<Position> views = readListener("ListenerView", "ListenerView", {1.0, 0.0, 0.0});
+  const std::vector<Position> ups = readListener("ListenerUp", "ListenerView", {0.0, 0.0, 1.0});
   const auto requireRows = [this](const char* variable, const std::vector<Position>& rows) {
     if (rows.size() == 1 || rows.size() == M) return;
     file.fail(fmt::format("{} has {} rows, expected 1 or {}, the measurements", variable,
@@ -221,11 +240,11 @@ void SofaFile::noteUnits(const std::string& variable) {
   if (known) return;
   remarks.push_back(fmt::format(
       "{} has the Units \"{}\", expected metres (and degrees): its values are taken as such",
-      variable, units));
+      variable, printable(units)));
 }
 
 void SofaFile::readReceivers() {
-  microphones = readPositions("ReceiverPosition");
+  microphones = readPositions("ReceiverPosition", file.attribute("ReceiverPosition", "Type"));
   if (microphones.size() != R) {
     file.fail(fmt::format("ReceiverPosition has {} rows, expected {}, the receivers of the data",
                           microphones.size(), R));
@@ -234,10 +253,13 @@ void SofaFile::readReceivers() {
 }
 
 std::vector<std::complex<float>> SofaFile::readTransferFunctions() const {
-  const std::vector<float> re = file.readFloats("Data.Real");
-  const std::vector<float> im = file.readFloats("Data.Imag");
-  std::vector<std::complex<float>> H(re.size());
-  for (std::size_t i = 0; i < re.size(); ++i) H[i] = {re[i], im[i]};
+  std::vector<std::complex<float>> H(M * R * N);
+  std::vector<float> part = file.readFloats("Data.Real");
+  for (std::size_t i = 0; i < H.size(); ++i) H[i].real(part[i]);
+  part.clear();
+  part.shrink_to_fit();  // before the other part is read: a database may be large
+  part = file.readFloats("Data.Imag");
+  for (std::size_t i = 0; i < H.size(); ++i) H[i].imag(part[i]);
   return H;
 }
 

@@ -11,7 +11,9 @@
 /// Measured or computed responses in a SOFA file (AES69): M source positions (measurements), R
 /// receivers (microphones), N frequencies (DataType "TF") or samples (DataType "FIR").
 ///
-/// The constructor reads and checks everything but the responses. Throws SofaError.
+/// The constructor reads and checks everything but the responses, and refuses counts of responses
+/// that the file cannot hold (NcFile::valueCount), more than 2^20 measurements, and sampling rates
+/// above 10 MHz. Throws SofaError.
 class SofaFile {
  public:
   using Position = std::array<double, 3>;  ///< metres: x forward, y left, z up
@@ -44,8 +46,9 @@ class SofaFile {
   void readDataShape();
   void readFrequencies();
   void readSamplingRate();
-  std::vector<Position> readPositions(const std::string& variable) const;
-  std::vector<Position> readVectors(const std::string& variable, const Position& absent) const;
+  std::vector<Position> readPositions(const std::string& variable, const std::string& type);
+  std::vector<Position> readListener(const std::string& variable, const std::string& typeOf,
+                                     const Position& absent);
   void readSources();
   void readReceivers();
   void noteUnits(const std::string& variable);
