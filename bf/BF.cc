@@ -13,7 +13,8 @@ void gatherColumn(const Matrix& measured, int from, Matrix& H, int to) {
   if (from >= measured.getColumnCount()) throw IndexOutOfBoundException();
   if (measured.getRowCount() != H.getRowCount()) throw MatrixSizeMismatchException();
   for (int i = 0; i < H.getRowCount(); ++i) {
-    H.data()[i * H.getColumnCount() + to] = measured.data()[i * measured.getColumnCount() + from];
+    H.data()[std::ptrdiff_t{i} * H.getColumnCount() + to] =
+        measured.data()[std::ptrdiff_t{i} * measured.getColumnCount() + from];
   }
 }
 
@@ -25,8 +26,8 @@ void multiplyColumn(const Matrix& W, const Matrix& X, int k, Matrix& Y) {
     throw MatrixSizeMismatchException();
   }
   for (int i = 0; i < W.getRowCount(); ++i) {
-    Y.data()[i * Y.getColumnCount() + k] =
-        dotProduct(W.data() + i * M, 1, X.data() + k, X.getColumnCount(), M);
+    Y.data()[std::ptrdiff_t{i} * Y.getColumnCount() + k] =
+        dotProduct(W.data() + std::ptrdiff_t{i} * M, 1, X.data() + k, X.getColumnCount(), M);
   }
 }
 
@@ -49,6 +50,7 @@ void BF::getTransformFunctions(const std::vector<SourceLocation>& requested,
   const int nMic = static_cast<int>(tfDatabase->micLocations.size());
 
   std::vector<int> nearest;
+  nearest.reserve(requested.size());
   for (const SourceLocation& source : requested) {
     nearest.push_back(tfDatabase->findNearestSourceIndex(source));
   }
