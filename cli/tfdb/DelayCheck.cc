@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <complex>
 #include <numbers>
@@ -33,7 +34,7 @@ class DelayFinder {
  public:
   explicit DelayFinder(const SofaTransferFunctions& transferFunctions)
       : data(transferFunctions),
-        length(OVERSAMPLING * std::max<std::size_t>(2, 2 * (data.frequencies - 1))),
+        length(std::bit_ceil(OVERSAMPLING * std::max<std::size_t>(2, 2 * (data.frequencies - 1)))),
         fft(static_cast<int>(length)),
         cross(length / 2 + 1),
         correlation(length) {}
@@ -45,17 +46,21 @@ class DelayFinder {
     // The maximum of Σ H_b(k) conj(H_a(k)) e^(j2πkτ/L) over τ.
     for (std::size_t k = 0; k < data.frequencies; ++k) cross[k] = Hb[k] * std::conj(Ha[k]);
     fft.inverse(cross.data(), correlation.data());
-    const double rate = data.samplingRate * OVERSAMPLING;
     const auto half = static_cast<long>(length / 2);
-    const long reach = std::min(half - 1, static_cast<long>(std::ceil(longest * rate)));
+    const long reach = std::min(half - 1, static_cast<long>(std::ceil(longest * rate())));
     long best = 0;
     for (long lag = -reach; lag <= reach; ++lag) {
       if (at(lag) > at(best)) best = lag;
     }
-    return static_cast<double>(best) / rate;
+    return static_cast<double>(best) / rate();
   }
 
  private:
+  // Lags per second: the bins' distance times the length, whichever length that is.
+  double rate() const {
+    return 0.5 * data.samplingRate / static_cast<double>(data.frequencies - 1) *
+           static_cast<double>(length);
+  }
   const std::complex<float>* row(std::size_t m, std::size_t r) const {
     return data.values.data() + (m * data.receiverPositions.size() + r) * data.frequencies;
   }

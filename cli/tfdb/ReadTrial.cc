@@ -12,6 +12,7 @@
 #include <cstring>
 #include <exception>
 #include <new>
+#include <string_view>
 
 #include "fileio/SofaFile.h"
 
@@ -20,9 +21,26 @@ namespace {
 constexpr rlim_t SECONDS = 30;  // of processor time
 constexpr rlim_t GIBIBYTES = 6;
 constexpr int OUT_OF_MEMORY = 3;
+constexpr int FAILED = 4;
+constexpr std::size_t LONGEST_REASON = 4096;  // a pipe takes so much without anyone reading it
+
+/// The two ends of a pipe, closed at the end of the scope.
+struct Pipe {
+  Pipe() = default;
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+  ~Pipe() {
+    for (int& end : ends) close(end);
+  }
+  void close(int& end) {
+    if (end >= 0) ::close(end);
+    end = -1;
+  }
+  int ends[2] = {-1, -1};  // to read from, to write to
+};
 
 void limitResources() {
-  const rlimit time = {SECONDS, SECONDS};
+  const rlimit time = {SECONDS, SECONDS + 2};  // SIGXCPU first, which says why
   setrlimit(RLIMIT_CPU, &time);
   const rlimit noCore = {0, 0};
   setrlimit(RLIMIT_CORE, &noCore);
@@ -32,31 +50,42 @@ void limitResources() {
 #endif
 }
 
-[[noreturn]] void runChild(const std::function<void()>& work) {
+[[noreturn]] void runChild(const std::function<void()>& work, int reasonPipe) {
   limitResources();
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // an interrupted command leaves no reader behind
-  // The parent will say what is wrong; here are only second copies of it.
+  // The parent says what is wrong, not the libraries below.
   const int null = open("/dev/null", O_WRONLY);
   if (null >= 0) dup2(null, STDERR_FILENO);
   try {
     work();
   } catch (const std::bad_alloc&) {
     _exit(OUT_OF_MEMORY);
-  } catch (const std::exception&) {
-    _exit(0);
+  } catch (const std::exception& error) {
+    const std::string_view reason = std::string_view(error.what()).substr(0, LONGEST_REASON);
+    [[maybe_unused]] const ssize_t written = write(reasonPipe, reason.data(), reason.size());
+    _exit(FAILED);  // without a reason, if writing failed
   }
   _exit(0);
+}
+
+std::string readReason(int reasonPipe) {
+  std::string reason(LONGEST_REASON, '\0');
+  const ssize_t count = read(reasonPipe, reason.data(), reason.size());
+  reason.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+  return reason;
 }
 
 }  // namespace
 
 void tryInChild(const std::string& path, const std::function<void()>& work) {
-  const pid_t child = fork();
+  Pipe reasons;
+  const pid_t child = pipe2(reasons.ends, O_CLOEXEC) == 0 ? fork() : -1;
   if (child < 0) {
     throw SofaError(
         fmt::format("{}: no process could be made to read it: {}", path, std::strerror(errno)));
   }
-  if (child == 0) runChild(work);
+  if (child == 0) runChild(work, reasons.ends[1]);
+  reasons.close(reasons.ends[1]);
   int status = 0;
   while (waitpid(child, &status, 0) < 0) {
     if (errno != EINTR) {
@@ -66,15 +95,19 @@ void tryInChild(const std::string& path, const std::function<void()>& work) {
   const std::string expected = "expected a sound netCDF-4 file";
   if (WIFSIGNALED(status)) {
     const int signal = WTERMSIG(status);
-    const bool slow = signal == SIGXCPU || signal == SIGKILL;
     throw SofaError(
-        slow ? fmt::format("{}: reading it takes more than {} s, {}", path, SECONDS, expected)
-             : fmt::format("{}: reading it crashes ({}), {}", path, strsignal(signal), expected));
+        signal == SIGXCPU
+            ? fmt::format("{}: reading it takes more than {} s, {}", path, SECONDS, expected)
+            : fmt::format("{}: reading it crashes ({}), {}", path, strsignal(signal), expected));
   }
   if (WEXITSTATUS(status) == OUT_OF_MEMORY) {
     throw SofaError(fmt::format("{}: reading it takes more than {} GiB of memory, {}", path,
                                 GIBIBYTES, expected));
   }
+  if (WEXITSTATUS(status) == 0) return;
+  const std::string reason = readReason(reasons.ends[0]);
+  throw SofaError(reason.empty() ? fmt::format("{}: reading it fails, {}", path, expected)
+                                 : reason);
 }
 
 void tryReading(const std::string& path, bool withResponses) {

@@ -7,6 +7,7 @@
 #include <complex>
 #include <limits>
 #include <numbers>
+#include <optional>
 
 #include "toolbox/core/RealFft.h"
 
@@ -40,28 +41,36 @@ struct Grid {
   int step = 1;
 };
 
-// length · rateRatio · step must be whole, for the smallest step.
-Grid gridFor(const FrameShape& frame, double fileRate, const std::string& path) {
-  constexpr double MAX_GRID = 1 << 24;
-  const double samples = frame.length * fileRate / frame.rate;
-  for (int step = 1; samples * step <= MAX_GRID; ++step) {
-    const double exact = samples * step;
-    const double whole = std::round(exact);
-    if (whole >= 1.0 && std::abs(exact - whole) <= FREQUENCY_TOLERANCE * exact) {
-      return {static_cast<int>(whole), step};
-    }
+int largestPrimeFactor(int n) {
+  int largest = 1;
+  for (int p = 2; p * p <= n; ++p) {
+    for (; n % p == 0; n /= p) largest = p;
   }
-  throw SofaError(fmt::format(
-      "{}: the sampling rate is {} Hz, expected one that can be brought to {} Hz at a length of {} "
-      "samples",
-      path, fileRate, frame.rate, frame.length));
+  return std::max(largest, n);
+}
+
+// samplesPerFrame · step must be whole, for the smallest step. Nothing where the fast transform of
+// that length takes longer (it does n · p steps for a prime factor p) than summing every bin.
+std::optional<Grid> gridFor(double samplesPerFrame, std::size_t bins) {
+  const double sums = samplesPerFrame * static_cast<double>(bins);
+  const double longest = std::min(sums, static_cast<double>(1 << 24));
+  for (int step = 1; samplesPerFrame * step <= longest; ++step) {
+    const double exact = samplesPerFrame * step;
+    const double whole = std::round(exact);
+    if (whole < 1.0 || std::abs(exact - whole) > FREQUENCY_TOLERANCE * exact) continue;
+    const int length = static_cast<int>(whole);
+    if (whole * largestPrimeFactor(length) > sums) return std::nullopt;
+    return Grid{length, step};
+  }
+  return std::nullopt;
 }
 
 /// What the frame's window does to a response.
 struct Windowed {
-  double energy = 0.0;   ///< of the response
-  double lost = 0.0;     ///< of this, what lies outside the frame or in its fades
-  std::size_t peak = 0;  ///< the sample of largest size in the frame
+  double energy = 0.0;    ///< of the response
+  double lost = 0.0;      ///< of this, what lies outside the frame or in its fades
+  std::size_t first = 0;  ///< the first sample in the frame
+  std::size_t peak = 0;   ///< the sample of largest size in the frame
 };
 
 /// The earliest time, in samples of the file, at which a response begins; NaN when all are silent.
@@ -96,10 +105,15 @@ class Importer {
         frame(wantedFrame),
         report(importReport),
         samplesPerFrame(frame.length * responses.rate / frame.rate),
-        grid(gridFor(frame, responses.rate, path)),
-        fft(grid.length),
-        buffer(static_cast<std::size_t>(grid.length)),
-        spectrum(static_cast<std::size_t>(grid.length) / 2 + 1) {}
+        grid(gridFor(samplesPerFrame, binsOf(frame))),
+        buffer(grid ? static_cast<std::size_t>(grid->length)
+                    : static_cast<std::size_t>(std::ceil(samplesPerFrame))) {
+    if (!grid) return;
+    // Whole where the grid is: so no more samples lie in the frame than in the grid.
+    samplesPerFrame = static_cast<double>(grid->length) / grid->step;
+    fft.emplace(grid->length);
+    spectrum.resize(buffer.size() / 2 + 1);
+  }
 
   std::vector<std::complex<float>> run();
 
@@ -107,20 +121,22 @@ class Importer {
   void findStart();
   Windowed transform(std::size_t m, std::size_t r, std::complex<float>* H);
   Windowed window(const float* h, double offset);
+  Complex binOf(std::size_t k) const;
   double weight(double time, bool cutBefore, bool cutAfter) const;
   void reportLosses(double all, double lost);
   void warnOfMissingBand();
+  void requireFinite(const std::vector<std::complex<float>>& H) const;
 
   const std::string& path;
   const MeasuredResponses& responses;
   FrameShape frame;
   ImportReport& report;
   double samplesPerFrame;  // of the file
-  Grid grid;
-  Audio::RealFft fft;
-  std::vector<float> buffer;
-  std::vector<std::complex<float>> spectrum;
-  double start = 0.0;  // in samples of the file
+  std::optional<Grid> grid;
+  std::optional<Audio::RealFft> fft;
+  std::vector<float> buffer;                  // the response's samples in the frame, then zeros
+  std::vector<std::complex<float>> spectrum;  // of the buffer, where there is a grid
+  double start = 0.0;                         // in samples of the file
   double lead = 0.0;
 };
 
@@ -144,8 +160,8 @@ double Importer::weight(double time, bool cutBefore, bool cutAfter) const {
   return 0.5 - 0.5 * std::cos(pi * x);
 }
 
-// Puts the part of a response that lies in the frame into the buffer, its sample n at n modulo the
-// grid, where it has the same phases. offset: the time of sample 0 from the start of the frame.
+// Puts the part of a response that lies in the frame at the start of the buffer. offset: the time
+// of sample 0 from the start of the frame.
 Windowed Importer::window(const float* h, double offset) {
   const auto N = static_cast<double>(responses.length);
   const auto energyOf = [](const float* from, const float* to) {
@@ -162,15 +178,14 @@ Windowed Importer::window(const float* h, double offset) {
   double inside = 0.0;
   double kept = 0.0;
   Windowed result;
-  std::size_t place = first % buffer.size();
+  result.first = result.peak = first;
   for (std::size_t n = first; n < last; ++n) {
     const double w = weight(static_cast<double>(n) + offset, before > 0.0, after > 0.0);
     const auto value = static_cast<float>(w * h[n]);
-    buffer[place] += value;
+    buffer[n - first] = value;
     inside += static_cast<double>(h[n]) * h[n];
     kept += static_cast<double>(value) * value;
-    if (n == first || std::abs(h[n]) > std::abs(h[result.peak])) result.peak = n;
-    if (++place == buffer.size()) place = 0;
+    if (std::abs(h[n]) > std::abs(h[result.peak])) result.peak = n;
   }
   result.energy = before + inside + after;
   // Without a cut nothing is lost: the weights are 1, and rounding is no loss.
@@ -178,19 +193,32 @@ Windowed Importer::window(const float* h, double offset) {
   return result;
 }
 
+// X(k) = Σ x(n) e^(−j2πkn / samplesPerFrame) over the buffer.
+Complex Importer::binOf(std::size_t k) const {
+  if (grid) return Complex(spectrum[k * static_cast<std::size_t>(grid->step)]);
+  const Complex turn = std::polar(1.0, -2.0 * pi * static_cast<double>(k) / samplesPerFrame);
+  Complex phase = 1.0;
+  Complex sum = 0.0;
+  for (const float x : buffer) {
+    sum += static_cast<double>(x) * phase;
+    phase *= turn;
+  }
+  return sum;
+}
+
 Windowed Importer::transform(std::size_t m, std::size_t r, std::complex<float>* H) {
   const double offset = responses.delay(m, r) - start;
   const Windowed result = window(responses.at(m, r), offset);
-  fft.forward(buffer.data(), spectrum.data());
-  const auto step = static_cast<std::size_t>(grid.step);
-  const std::size_t lastKnown = (spectrum.size() - 1) / step;
+  if (fft) fft->forward(buffer.data(), spectrum.data());
+  const double toFirst = offset + static_cast<double>(result.first);
+  const auto fromFirst = static_cast<double>(result.peak - result.first);
+  const auto lastKnown = static_cast<std::size_t>(0.5 * samplesPerFrame);
   for (std::size_t k = 0; k < binsOf(frame); ++k) {
     const std::size_t known = std::min(k, lastKnown);
     // Above half the file's rate, the last bin is continued by the delay of the response's peak.
-    const double delay = static_cast<double>(k) * offset +
-                         static_cast<double>(k - known) * static_cast<double>(result.peak);
-    H[k] = std::complex<float>(Complex(spectrum[known * step]) *
-                               std::polar(1.0, -2.0 * pi * delay / samplesPerFrame));
+    const double delay =
+        static_cast<double>(k) * toFirst + static_cast<double>(k - known) * fromFirst;
+    H[k] = std::complex<float>(binOf(known) * std::polar(1.0, -2.0 * pi * delay / samplesPerFrame));
   }
   return result;
 }
@@ -224,6 +252,20 @@ void Importer::reportLosses(double all, double lost) {
   }
 }
 
+// Sums of samples near the largest number there is can be larger still.
+void Importer::requireFinite(const std::vector<std::complex<float>>& H) const {
+  const auto bad = std::find_if_not(H.begin(), H.end(), [](const std::complex<float>& h) {
+    return std::isfinite(h.real()) && std::isfinite(h.imag());
+  });
+  if (bad == H.end()) return;
+  const std::size_t row = static_cast<std::size_t>(bad - H.begin()) / binsOf(frame);
+  throw SofaError(fmt::format(
+      "{}: the transfer function of position {}, microphone {} is {} somewhere, expected responses "
+      "of less than {:.2g}",
+      path, row / responses.receivers, row % responses.receivers, std::abs(*bad),
+      std::numeric_limits<float>::max()));
+}
+
 std::vector<std::complex<float>> Importer::run() {
   findStart();
   warnOfMissingBand();
@@ -246,6 +288,7 @@ std::vector<std::complex<float>> Importer::run() {
     }
   }
   reportLosses(all, lost);
+  requireFinite(H);
   if (silent > 0) {
     report.warnings.push_back(fmt::format("{}: {} of {} responses are all 0", path, silent,
                                           responses.measurements * responses.receivers));
@@ -275,6 +318,7 @@ void checkFrame(const std::string& what, const FrameShape& frame, std::size_t re
 
 SofaTransferFunctions importResponses(const SofaFile& file, const FrameShape& frame,
                                       ImportReport& report) {
+  report = {};
   checkFrame(file.path(), frame, file.measurements() * file.receivers());
   for (const std::string& warning : file.warnings()) {
     report.warnings.push_back(fmt::format("{}: {}", file.path(), warning));

@@ -43,7 +43,7 @@ struct ImportReport {
 /// of the sampling rate; bins above half the file's rate continue the last known one as a pure
 /// delay, with a warning. A file of transfer functions that fits already is copied.
 ///
-/// Throws SofaError naming the file.
+/// The report is replaced. Throws SofaError naming the file.
 SofaTransferFunctions importResponses(const SofaFile& file, const FrameShape& frame,
                                       ImportReport& report);
 

@@ -88,7 +88,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 // A short pulse of a Gaussian shape is the same function of time at any rate.
 TEST(ResponseImport, KeepsDelaysAndLevelsWhenTheRateChanges) {
-  for (const double rate : {44100.0, 48000.0, 97656.25, 16000.0}) {
+  // At 48000.5 and 44111 Hz no fast transform meets the frame's frequencies.
+  for (const double rate : {44100.0, 48000.0, 97656.25, 16000.0, 48000.5, 44111.0}) {
     const std::vector<double> seconds = {2.0e-3, 2.31e-3, 3.0e-3, 2.5e-3};
     constexpr double WIDTH = 1.2e-4;
     FirFile fir = impulses({0, 0, 0, 0}, static_cast<std::size_t>(rate * 6e-3));
@@ -147,7 +148,7 @@ TEST(ResponseImport, SaysHowMuchEnergyTruncationLoses) {
   EXPECT_THAT(report.warnings[0], HasSubstr("(position 0, microphone 0)"));
 }
 
-TEST(ResponseImport, RefusesResponsesOutsideOneFrameAndSilence) {
+TEST(ResponseImport, RefusesResponsesOutsideOneFrameTooLargeOnesAndSilence) {
   FirFile fir = impulses({40, 45, 52, 41}, 80);
   fir.delays = {0.0, 5000.0};
   ImportReport report;
@@ -157,6 +158,15 @@ TEST(ResponseImport, RefusesResponsesOutsideOneFrameAndSilence) {
   } catch (const SofaError& error) {
     EXPECT_THAT(error.what(), HasSubstr("the response of position 0, microphone 1 lies outside a "
                                         "frame of 512 samples (32.0 ms)"));
+  }
+  fir = impulses({40, 45, 52, 41}, 80);
+  fir.responses[3 * fir.length + 41] = fir.responses[3 * fir.length + 42] = 3e38;
+  try {
+    imported(fir, {16000, 512}, report);
+    ADD_FAILURE() << "no error";
+  } catch (const SofaError& error) {
+    EXPECT_THAT(error.what(), HasSubstr("the transfer function of position 1, microphone 1 is inf "
+                                        "somewhere, expected responses of less than 3.4e+38"));
   }
   fir.responses.assign(fir.responses.size(), 0.0);
   try {

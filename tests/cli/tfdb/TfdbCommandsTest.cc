@@ -133,7 +133,8 @@ TEST(TfdbCommands, RefuseArgumentsThatDoNotFitTogether) {
 TEST(ReadTrial, ReportsACrashARunawayAndTooMuchMemory) {
   const std::pair<std::function<void()>, const char*> cases[] = {
       {[] {}, ""},
-      {[] { throw SofaError("left to the reading proper"); }, ""},
+      {[] { throw SofaError("file: its own words"); }, "file: its own words"},
+      {[] { _exit(1); }, "file: reading it fails, expected a sound netCDF-4 file"},
       {[] { std::abort(); }, "file: reading it crashes (Aborted), expected a sound netCDF-4 file"},
       {[] { throw std::bad_alloc(); }, "file: reading it takes more than 6 GiB of memory"},
       {[] {
