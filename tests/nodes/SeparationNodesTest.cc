@@ -340,6 +340,41 @@ TEST_F(SeparationNodes, MlPassesALoneSourceAtUnitNormGain) {
   EXPECT_LT(relativeError(spectrumOf(bench.output(1), 5), expected, true), 1e-5F);
 }
 
+TEST_F(SeparationNodes, MlReportsFaultsOfItsOutputWithDebug) {
+  const std::vector<Parameter> settings = {number("LENGTH", LENGTH), number("SAMPLING_RATE", 16000),
+                                           text("TF_CONJ_FILENAME", path),
+                                           real("REG_FACTOR", 0.01F), truth("ENABLE_DEBUG", true)};
+  const auto reported = [&](int bin, bool imaginary, float fault) {
+    Bench bench("ML", settings);
+    bench
+        .feed("INPUT_FRAMES",
+              [&](int) {
+                auto* frames = new Spectra(MICS, BINS);
+                for (int m = 0; m < MICS; ++m) {
+                  // In phase with the source, so that the finite values add up beyond the largest.
+                  const Complex h = data.values[m * BINS + bin];
+                  const Complex turn = imaginary ? Complex(0, 1) : Complex(1, 0);
+                  (*frames)(m, bin) =
+                      std::isnan(fault) ? turn * fault : turn * h / std::abs(h) * fault;
+                }
+                return FD::ObjectRef(frames);
+              })
+        .feed("INPUT_SOURCES", [&](int) { return sourceList({at(0, 0)}); })
+        .feed("INPUT_NOISE_CM", [](int) { return identityNoise(BINS, MICS * MICS); });
+    testing::internal::CaptureStdout();
+    bench.output(1);
+    return testing::internal::GetCapturedStdout();
+  };
+  const float LARGE = std::numeric_limits<float>::max();
+  for (const bool imaginary : {false, true}) {
+    EXPECT_THAT(reported(3, imaginary, std::numeric_limits<float>::quiet_NaN()),
+                testing::EndsWith("ML: Output Spectrum data [0 , 3] is NAN. "
+                                  "Please check the parameters.\n"));
+    EXPECT_EQ(reported(4, imaginary, LARGE),
+              "ML: Output Spectrum data [0 , 4] is INF. Please check the parameters.\n");
+  }
+}
+
 TEST_F(SeparationNodes, MlNamesWhatIsWrong) {
   const std::vector<Parameter> sound = {number("LENGTH", LENGTH), number("SAMPLING_RATE", 16000),
                                         text("TF_CONJ_FILENAME", path), real("REG_FACTOR", 0.0F)};
