@@ -11,9 +11,14 @@ void frame(benchmark::State& state, int algorithm) {
   const std::unique_ptr<BF::BF> engine = bench::makeEngine(algorithm, M);
   const std::vector<BF::SourceLocation> sources = bench::sourceList(N);
   const BF::Matrix inputs[] = {bench::randomFrame(M, 1), bench::randomFrame(M, 2)};
+  // Noise statistics that are new in every frame, as a running estimate gives them.
+  std::vector<BF::Matrix> noise[2] = {engine->noiseCorrelationMatrices,
+                                      engine->noiseCorrelationMatrices};
+  for (BF::Matrix& R : noise[1]) R = R + BF::Matrix::I(M);
   BF::Matrix output;
   int count = 0;
   for (auto _ : state) {
+    engine->noiseCorrelationMatrices = noise[count % 2];
     engine->updateSources(sources);
     engine->executeBeamForming(inputs[count++ % 2], output);
     engine->adaptSeparationMatrices();
