@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
+// NOLINTBEGIN(readability-identifier-naming): the names are those of the product family's library.
+
 /// What a transfer-function database file holds, in counts.
 struct PARNIX_TFDBFileHeader {
   std::int32_t version;
@@ -49,6 +51,8 @@ struct PARNIX_TFDatabase {
   PARNIX_IntArray bins;
   PARNIX_ComplexArray transferFunctions;
 };
+
+// NOLINTEND(readability-identifier-naming)
 
 static_assert(offsetof(PARNIX_TFDBFileHeader, bins) == 8);
 static_assert(offsetof(PARNIX_TFDBFileHeader, microphones) == 12);

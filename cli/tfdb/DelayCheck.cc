@@ -109,6 +109,7 @@ std::optional<DelayAgreement> comparePair(const SofaTransferFunctions& data, Del
 
   const double longest = DETOUR * distance(pa, pb) / SPEED_OF_SOUND + CHANNEL_DELAY;
   std::vector<double> found;
+  found.reserve(directions.size());
   for (const std::size_t m : directions) found.push_back(finder.find(m, a, b, longest));
 
   DelayAgreement result;
