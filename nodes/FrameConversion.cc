@@ -6,6 +6,9 @@
 
 #include "Source.h"
 
+namespace {
+
+/// The frame in double precision, same shape: a row per microphone, a column per bin.
 BF::Matrix widened(const SpectrumMatrix& frame) {
   const int rows = static_cast<int>(frame.nrows());
   const int columns = static_cast<int>(frame.ncols());
@@ -16,14 +19,7 @@ BF::Matrix widened(const SpectrumMatrix& frame) {
   return X;
 }
 
-void appendLocations(const FD::Vector<FD::ObjectRef>& sourceList, bool flag,
-                     std::vector<BF::SourceLocation>& locations) {
-  for (const FD::ObjectRef& element : sourceList) {
-    const auto& source = FD::object_cast<FD::Source>(element);
-    locations.emplace_back(source.x, source.y, source.z, source.id, flag);
-  }
-}
-
+/// Row i of Y, narrowed, goes under the id of location i.
 void insertSpectra(const BF::Matrix& Y, const std::vector<BF::SourceLocation>& locations,
                    OutputCheck check, SpectrumMap& map) {
   for (int i = 0; i < Y.getRowCount(); ++i) {
@@ -36,6 +32,26 @@ void insertSpectra(const BF::Matrix& Y, const std::vector<BF::SourceLocation>& l
     }
     map.insert({locations.at(i).id, owner});
   }
+}
+
+}  // namespace
+
+void appendLocations(const FD::Vector<FD::ObjectRef>& sourceList, bool flag,
+                     std::vector<BF::SourceLocation>& locations) {
+  for (const FD::ObjectRef& element : sourceList) {
+    const auto& source = FD::object_cast<FD::Source>(element);
+    locations.emplace_back(source.x, source.y, source.z, source.id, flag);
+  }
+}
+
+void separateFrame(BF::BF& engine, const SpectrumMatrix& frame,
+                   const std::vector<BF::SourceLocation>& locations, OutputCheck check,
+                   SpectrumMap& map) {
+  BF::Matrix Y;
+  engine.updateSources(locations);
+  engine.executeBeamForming(widened(frame), Y);
+  engine.adaptSeparationMatrices();
+  insertSpectra(Y, locations, check, map);
 }
 
 bool hasNan(const std::complex<float>& value) {

@@ -7,8 +7,8 @@
 #include "Matrix.h"
 #include "ObjectRef.h"
 #include "Vector.h"
+#include "bf/BF.h"
 #include "geometry/Location.h"
-#include "matrix/Matrix.h"
 
 /// The way of a frame between the dataflow host's single-precision containers and the engine's
 /// double-precision matrices, which all separation nodes share.
@@ -20,9 +20,6 @@ using SpectrumMap = FD::Map<int, FD::ObjectRef>;
 /// Speed of sound handed to the engines, in metres per second.
 constexpr float SPEED_OF_SOUND = 343.0F;
 
-/// The frame in double precision, same shape: a row per microphone, a column per bin.
-BF::Matrix widened(const SpectrumMatrix& frame);
-
 /// Appends one location per source of the list (a Vector of FD::Source references), with the flag.
 /// Throws the host's cast exception when an element is no source.
 void appendLocations(const FD::Vector<FD::ObjectRef>& sourceList, bool flag,
@@ -31,11 +28,13 @@ void appendLocations(const FD::Vector<FD::ObjectRef>& sourceList, bool flag,
 /// Called for every output value, after narrowing: source index, bin, value.
 using OutputCheck = void (*)(int source, int bin, const std::complex<float>& value);
 
-/// Puts row i of Y, narrowed to single precision, into the map under the id of location i. An id
-/// that is there already keeps its first entry. check (null: none) sees every value and only
-/// reports.
-void insertSpectra(const BF::Matrix& Y, const std::vector<BF::SourceLocation>& locations,
-                   OutputCheck check, SpectrumMap& map);
+/// Separates one frame: the engine's updateSources, executeBeamForming and adaptSeparationMatrices
+/// on the frame in double precision, then each output row, narrowed to single precision, into the
+/// map under the id of its location. An id that is there already keeps its first entry. check
+/// (null: none) sees every value and only reports. Passes on what the engine throws.
+void separateFrame(BF::BF& engine, const SpectrumMatrix& frame,
+                   const std::vector<BF::SourceLocation>& locations, OutputCheck check,
+                   SpectrumMap& map);
 
 /// Whether a part of the value is NaN, and whether a part is infinite.
 bool hasNan(const std::complex<float>& value);

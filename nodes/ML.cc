@@ -99,11 +99,7 @@ void ML::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   appendLocations(sourceList, true, locations);
   if (locations.empty()) return;
 
-  BF::Matrix Y;
-  engine->updateSources(locations);
-  engine->executeBeamForming(widened(frames), Y);
-  engine->adaptSeparationMatrices();
-  insertSpectra(Y, locations, enableDebug ? checkOutput : nullptr, *spectra);
+  separateFrame(*engine, frames, locations, enableDebug ? checkOutput : nullptr, *spectra);
 }
 
 // Refreshes the engine's M × M noise correlation matrices of K bins for this frame.

@@ -80,9 +80,5 @@ void MSNR::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   }
   if (locations.empty()) return;
 
-  BF::Matrix Y;
-  engine->updateSources(locations);
-  engine->executeBeamForming(widened(frames), Y);
-  engine->adaptSeparationMatrices();
-  insertSpectra(Y, locations, enableDebug ? checkOutput : nullptr, *spectra);
+  separateFrame(*engine, frames, locations, enableDebug ? checkOutput : nullptr, *spectra);
 }
