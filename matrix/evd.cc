@@ -24,9 +24,9 @@ struct Rotation {
 /// a = A(p, q) with modulus |a|, h = d(q) − d(p). The rotation's parameter is
 ///   t = ā / h                         when |a| is negligible next to h,
 ///   t = (√(h² + 4·|a|²) − h) / (2·a)  otherwise.
-/// With r = √(h² + 4·|a|²) and u = r + |h| the second is |t| = x / y, where (x, y) is (2·|a|, u) for
-/// a positive h and (u, 2·|a|) for another: no difference that loses the digits of a small |a|. As
-/// x² + y² = 2·r·u, |s| = x / √(2·r·u) and |τ| = x / (√(2·r·u) + y).
+/// With r = √(h² + 4·|a|²) and u = r + |h| the second is |t| = x / y, where (x, y) is (2·|a|, u)
+/// for a positive h and (u, 2·|a|) for another: no difference that loses the digits of a small |a|.
+/// As x² + y² = 2·r·u, |s| = x / √(2·r·u) and |τ| = x / (√(2·r·u) + y).
 ZELK_INLINE Rotation rotationFor(double ar, double ai, double absA, double h) {
   double absT;  // with the sign of h in the first case, like |s| and |τ|
   double absS;
