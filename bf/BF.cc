@@ -97,19 +97,23 @@ std::vector<int> BF::previousIndices(const std::vector<SourceLocation>& newSourc
   return result;
 }
 
+bool BF::keepsOrder(const std::vector<int>& previous) const {
+  if (previous.size() != sources.size()) return false;
+  for (std::size_t j = 0; j < previous.size(); ++j) {
+    if (previous[j] != static_cast<int>(j)) return false;
+  }
+  return true;
+}
+
 bool BF::nothingChanges(const std::vector<SourceLocation>& newSources,
                         const std::vector<int>& previous) const {
-  const int N = static_cast<int>(newSources.size());
-  if (newSources.size() != sources.size()) return false;
-  for (int j = 0; j < N; ++j) {
-    if (previous[j] != j) return false;
-  }
+  if (!keepsOrder(previous)) return false;
   const auto bins = static_cast<std::size_t>(std::max(numFreq, 0));
   if (!tfDatabase || tfDatabase->transferFunctions.size() < bins ||
       transferFunctions.size() != bins || separationMatrices.size() != bins) {
     return false;
   }
-  for (int j = 0; j < N; ++j) {
+  for (int j = 0; j < static_cast<int>(newSources.size()); ++j) {
     const int nearest = tfDatabase->findNearestSourceIndex(newSources[j]);
     for (std::size_t k = 0; k < bins; ++k) {
       if (!sameColumn(tfDatabase->transferFunctions[k], nearest, transferFunctions[k], j)) {

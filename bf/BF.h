@@ -71,9 +71,12 @@ class BF {
   /// For every source of a new list the index of the first source in force with the same id, or -1.
   std::vector<int> previousIndices(const std::vector<SourceLocation>& newSources) const;
 
-  /// Whether the new list, with its previousIndices, names the sources in force in their order,
-  /// each id once, and transferFunctions hold to the bit what getTransformFunctions would give for
-  /// it: then what an algorithm carries over by id, or derives from the transfer functions, stays.
+  /// Whether a new list, given its previousIndices, has the ids of the sources in force in the same
+  /// order, each once: then what an algorithm carries over by id stays where it is.
+  bool keepsOrder(const std::vector<int>& previous) const;
+
+  /// keepsOrder, and transferFunctions hold to the bit what getTransformFunctions would give for
+  /// the new list: then what an algorithm derives from the transfer functions stays as well.
   bool nothingChanges(const std::vector<SourceLocation>& newSources,
                       const std::vector<int>& previous) const;
 

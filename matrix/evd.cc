@@ -142,16 +142,20 @@ void sortIncreasing(KernelVector<double>& d, SplitMatrix& Vt) {
 
 template <>
 void evd<double>(KernelMatrix<double>& A, KernelVector<double>& d, KernelMatrix<double>& V) {
-  // b: the diagonal at the start of a sweep; z: what the sweep has added to it.
+  // b: the diagonal at the start of a sweep; z: what the sweep has added to it. Kept between calls,
+  // like the work matrices: Hermitian with both triangles and a diagonal of zeros, and V
+  // transposed.
   static KernelVector<double> b;
   static KernelVector<double> z;
+  static SplitMatrix work;
+  static SplitMatrix Vt;
 
   const std::size_t n = A.size1();
   d.resize(n, false);
   b.resize(n, false);
   z.resize(n, false);
-  SplitMatrix work(n, n);  // Hermitian, both triangles, diagonal left at zero
-  SplitMatrix Vt(n, n);
+  work.setToZeros(n, n);
+  Vt.setToZeros(n, n);
   for (std::size_t i = 0; i < n; ++i) {
     d(i) = b(i) = A(i, i).real();
     z(i) = 0.0;
