@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that libzelk-sss needs. This is the one list.
 #   scripts/deps.sh          what building, testing and the demonstration need
+#   scripts/deps.sh --bench  also what the benchmarks compare with
 #   scripts/deps.sh --all    also what benchmarks, fuzzing, linting and the API reference need
 # Quick when everything is there. Uses sudo when not root. Without apt it prints the list and goes on.
 set -euo pipefail
@@ -16,9 +17,13 @@ packages=(
   # measured responses and real speech for the demonstration
   libmysofa1 pocketsphinx-testdata
 )
-extra=(clang-14 clang-tidy-14 libclang-rt-14-dev libopenblas-dev liblapacke-dev doxygen valgrind)
+yardsticks=(libopenblas-dev liblapacke-dev)
+extra=(clang-14 clang-tidy-14 libclang-rt-14-dev doxygen valgrind)
 
-[ "${1:-}" = --all ] && packages+=("${extra[@]}")
+case "${1:-}" in
+  --bench) packages+=("${yardsticks[@]}") ;;
+  --all) packages+=("${yardsticks[@]}" "${extra[@]}") ;;
+esac
 
 if ! command -v apt-get >/dev/null 2>&1; then
   echo "deps.sh: no apt-get here; please provide what these Debian packages provide:" >&2
