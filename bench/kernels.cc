@@ -2,6 +2,7 @@
 #include <benchmark/benchmark.h>
 
 #include "bench/Scenes.h"
+#include "matrix/EigenBatch.h"
 
 namespace {
 
@@ -52,6 +53,18 @@ void pseudoInverse(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(A.pseudoInverse());
 }
 
+/// Eight decompositions at once.
+void evdBatch(benchmark::State& state) {
+  std::vector<Matrix> matrices;
+  for (int i = 0; i < 8; ++i) {
+    matrices.push_back(bench::randomCorrelation(static_cast<int>(state.range(0)), 1 + i));
+  }
+  std::vector<Matrix> values;
+  std::vector<Matrix> vectors;
+  for (auto _ : state) BF::eigenValuesOfEach(matrices, values, vectors);
+}
+
+BENCHMARK(evdBatch)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
 BENCHMARK(svd)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
 BENCHMARK(evd)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
 BENCHMARK(gevd)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);

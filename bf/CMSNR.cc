@@ -6,9 +6,14 @@
 #include <cstddef>
 #include <utility>
 
+#include "matrix/EigenBatch.h"
+
 namespace BF {
 
 namespace {
+
+/// Pairs whose eigenproblems are solved together: enough to fill the lanes of any processor.
+constexpr int PAIRS_AT_ONCE = 8;
 
 /// Row `row` of W := the uniform filter 1/√M.
 void setUniform(Matrix& W, int row) {
@@ -81,26 +86,33 @@ bool CMSNR::holdsMatricesFor(int M) const {
 // B).
 void CMSNR::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
-  spareCorrelations.resize(static_cast<std::size_t>(N) * std::max(numFreq, 0));
+  moveCorrelations();
   prepare(spareMatrices, N, numMic);
+  const int count = N * std::max(numFreq, 0);
+  for (int first = 0; first < count; first += PAIRS_AT_ONCE) {
+    computeFilters(first, std::min(first + PAIRS_AT_ONCE, count));
+  }
+
+  for (int i = 0; i < count; ++i) {
+    Matrix& old = sources[i % N].flag ? signalCorrelations[i] : noiseCorrelations[i];
+    old.swap(movedCorrelations[i]);
+  }
+  separationMatrices.swap(spareMatrices);
+}
+
+// movedCorrelations: entry k · N + s is what source s's signal or noise correlation becomes.
+void CMSNR::moveCorrelations() {
+  const int N = static_cast<int>(sources.size());
+  movedCorrelations.resize(static_cast<std::size_t>(N) * std::max(numFreq, 0));
   for (int k = 0; k < numFreq; ++k) {
     const Matrix x = inputSpectrum.getColumn(k);
     const Matrix P = x * x.transposed(true);
     for (int s = 0; s < N; ++s) {
       const int i = k * N + s;
-      Matrix& moved = spareCorrelations[i];
-      const bool isTarget = sources[s].flag;
-      average(P, isTarget ? signalCorrelations[i] : noiseCorrelations[i], moved);
-      const Matrix& A = isTarget ? moved : signalCorrelations[i];
-      const Matrix& B = isTarget ? noiseCorrelations[i] : moved;
-      copyRow(filter(A, B, factors[i]), 0, spareMatrices[k], s);
+      const Matrix& old = sources[s].flag ? signalCorrelations[i] : noiseCorrelations[i];
+      average(P, old, movedCorrelations[i]);
     }
   }
-  for (int i = 0; i < N * numFreq; ++i) {
-    Matrix& old = sources[i % N].flag ? signalCorrelations[i] : noiseCorrelations[i];
-    old.swap(spareCorrelations[i]);
-  }
-  separationMatrices.swap(spareMatrices);
 }
 
 // result := (1 − α) · P + α · old, both factors as complex numbers without imaginary part.
@@ -116,25 +128,58 @@ void CMSNR::average(const Matrix& P, const Matrix& old, Matrix& result) const {
   }
 }
 
-// vᴴ (1 × M) for the vector v of the largest generalised value, divided by its squared norm. For
-// "GEVD" it is the one that maximises vᴴ · A · v / vᴴ · B · v. factor serves "GEVD" when it is of
-// the same B to the bit; else it becomes B's.
-Matrix CMSNR::filter(const Matrix& A, const Matrix& B, Factor& factor) const {
-  Matrix V;  // the vectors
-  Matrix D;  // the values
+// The filters of pairs first … end − 1 into their rows of spareMatrices. For "GEVD" a filter's
+// vector v is the one that maximises vᴴ · A · v / vᴴ · B · v: D = R⁻ᴴ · A · R⁻¹ with B = Rᴴ · R has
+// the pair's eigenvalues, and v = R⁻¹ · y for D's eigenvector y.
+void CMSNR::computeFilters(int first, int end) {
   if (decompositionAlgorithm == "GEVD") {
-    if (factor.B.getRowCount() == 0 || !sameBits(B, factor.B)) {
-      factor = {B, B.inverseCholeskyFactor()};
+    std::vector<Matrix> D;
+    for (int i = first; i < end; ++i) {
+      const Matrix& inverseR = inverseFactor(i);
+      D.push_back(inverseR.transposed(true) * signalOf(i) * inverseR);
     }
-    A.eigenValuesByFactor(factor.inverseR, D, V);
+    std::vector<Matrix> values;
+    std::vector<Matrix> Y;
+    eigenValuesOfEach(D, values, Y);
+    for (int i = first; i < end; ++i) {
+      const int p = values[i - first].getMaximumValueIndexInColumn(0);
+      setFilter(i, factors[i].inverseR * Y[i - first].getColumn(p));
+    }
   } else {
+    Matrix V;
+    Matrix D;
     Matrix unused;
-    A.generalizedSingularValues(B, V, D, unused);
+    for (int i = first; i < end; ++i) {
+      signalOf(i).generalizedSingularValues(noiseOf(i), V, D, unused);
+      setFilter(i, V.getColumn(D.getMaximumValueIndexInColumn(0)));
+    }
   }
-  const int p = D.getMaximumValueIndexInColumn(0);
-  const Matrix v = V.getColumn(p);
+}
+
+// The two matrices of pair i after this step.
+const Matrix& CMSNR::signalOf(int i) const {
+  return sources[i % sources.size()].flag ? movedCorrelations[i] : signalCorrelations[i];
+}
+const Matrix& CMSNR::noiseOf(int i) const {
+  return sources[i % sources.size()].flag ? noiseCorrelations[i] : movedCorrelations[i];
+}
+
+// R⁻¹ of pair i, computed only when B is another, to the bit, than the one it was computed of.
+const Matrix& CMSNR::inverseFactor(int i) {
+  Factor& factor = factors[i];
+  const Matrix& B = noiseOf(i);
+  if (factor.B.getRowCount() == 0 || !sameBits(B, factor.B)) {
+    factor = {B, B.inverseCholeskyFactor()};
+  }
+  return factor.inverseR;
+}
+
+// The row of pair i := vᴴ, v divided by its squared norm.
+void CMSNR::setFilter(int i, const Matrix& v) {
+  const int N = static_cast<int>(sources.size());
   const double n = v.norm().real();
-  return (v * std::complex<double>(1.0 / n, 0.0)).transposed(true);
+  const Matrix row = (v * std::complex<double>(1.0 / n, 0.0)).transposed(true);
+  copyRow(row, 0, spareMatrices[i / N], i % N);
 }
 
 }  // namespace BF

@@ -36,17 +36,23 @@ class CMSNR : public BF {
   double alpha;
 
  private:
-  bool holdsMatricesFor(int M) const;
-  void average(const Matrix& P, const Matrix& old, Matrix& result) const;
   /// The inverse triangular factor of a noise correlation matrix, beside the matrix it is of.
   struct Factor {
     Matrix B;
     Matrix inverseR;
   };
-  Matrix filter(const Matrix& A, const Matrix& B, Factor& factor) const;
+
+  bool holdsMatricesFor(int M) const;
+  void moveCorrelations();
+  void average(const Matrix& P, const Matrix& old, Matrix& result) const;
+  void computeFilters(int first, int end);
+  const Matrix& signalOf(int i) const;
+  const Matrix& noiseOf(int i) const;
+  const Matrix& inverseFactor(int i);
+  void setFilter(int i, const Matrix& v);
 
   std::vector<Factor> factors;  // entry k · N + s, of the last decomposition; new sources: empty
-  std::vector<Matrix> spareCorrelations;  // entry k · N + s, storage of what was replaced last
+  std::vector<Matrix> movedCorrelations;  // entry k · N + s: of this step, then what it replaced
 };
 
 }  // namespace BF

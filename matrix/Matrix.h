@@ -156,10 +156,9 @@ class Matrix {
   /// once.
   void generalizedEigenValues(const Matrix& B, Matrix& values, Matrix& vectors) const;
 
-  /// Its two steps, for callers that solve for several A with the same B: the inverse of the
-  /// triangular factor R of this matrix (B = Rᴴ · R), and the solution for this A by that inverse.
+  /// R⁻¹ for the upper triangular R with Rᴴ · R = this matrix: what generalizedEigenValues takes of
+  /// its B. Throws NotSquareMatrixException.
   Matrix inverseCholeskyFactor() const;
-  void eigenValuesByFactor(const Matrix& inverseR, Matrix& values, Matrix& vectors) const;
 
   // ---- text
 

@@ -158,21 +158,18 @@ void Matrix::eigenValues(Matrix& values, Matrix& vectors) const {
 }
 
 void Matrix::generalizedEigenValues(const Matrix& B, Matrix& values, Matrix& vectors) const {
-  eigenValuesByFactor(B.inverseCholeskyFactor(), values, vectors);
+  // D = R⁻ᴴ · A · R⁻¹ has the pair's eigenvalues, and R⁻¹ turns its eigenvectors into those of the
+  // pair.
+  const Matrix inverseR = B.inverseCholeskyFactor();
+  const Matrix D = inverseR.transposed(true) * *this * inverseR;
+  Matrix Y;
+  D.eigenValues(values, Y);
+  replace(vectors, inverseR * Y);
 }
 
 Matrix Matrix::inverseCholeskyFactor() const {
   if (rows != columns) throw NotSquareMatrixException();
   return choleskyFactor(*this).pseudoInverse();
-}
-
-// D = R⁻ᴴ · A · R⁻¹ has the same eigenvalues, and R⁻¹ turns its eigenvectors into those of the
-// pair.
-void Matrix::eigenValuesByFactor(const Matrix& inverseR, Matrix& values, Matrix& vectors) const {
-  const Matrix D = inverseR.transposed(true) * *this * inverseR;
-  Matrix Y;
-  D.eigenValues(values, Y);
-  replace(vectors, inverseR * Y);
 }
 
 }  // namespace BF

@@ -108,7 +108,8 @@ ZELK_PROCESSOR_CLONES void sweepOnce(int sweep, double threshold, SplitMatrix& A
       const double absA = modulus(ar, ai);
       const double g = 100.0 * absA;
       if (sweep >= 5 && negligible(g, d(p)) && negligible(g, d(q))) {
-        A.re(p)[q] = A.im(p)[q] = A.re(q)[p] = A.im(q)[p] = 0.0;
+        A.re(p)[q] = A.im(p)[q] = A.re(q)[p] = 0.0;
+        A.im(q)[p] = -0.0;
       } else if (absA > threshold) {
         const Rotation rotation = rotationFor(ar, ai, absA, d(q) - d(p));
         d(p) -= rotation.shift;

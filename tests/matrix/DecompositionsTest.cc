@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
+#include "matrix/EigenBatch.h"
 #include "matrix/Matrix.h"
 #include "tests/support/ComplexMatrixMatchers.h"
 #include "tests/support/MatrixGenerators.h"
@@ -390,6 +393,61 @@ TEST(Decompositions, EndInFiniteTimeWhateverTheInput) {
     Matrix::I(m).generalizedEigenValues(Matrix(m, m), X, Y);
   }
   testing::internal::GetCapturedStdout();
+}
+
+/// The same bits, except that one NaN is as good as another.
+bool sameNumbers(const Matrix& a, const Matrix& b) {
+  if (a.getRowCount() != b.getRowCount() || a.getColumnCount() != b.getColumnCount()) return false;
+  const auto* x = reinterpret_cast<const double*>(a.data());
+  const auto* y = reinterpret_cast<const double*>(b.data());
+  return std::equal(x, x + 2 * a.getRowCount() * a.getColumnCount(), y,
+                    [](const double& u, const double& v) {
+                      return std::memcmp(&u, &v, sizeof u) == 0 || (u != u && v != v);
+                    });
+}
+
+TEST(EigenValuesOfEach, GivesToTheBitWhatEachGivesAlone) {
+  const double poison[] = {0.0,
+                           -0.0,
+                           1e-160,
+                           1e170,
+                           1e-300,
+                           1e300,
+                           std::numeric_limits<double>::infinity(),
+                           std::numeric_limits<double>::quiet_NaN()};
+  for (int seed = 0; seed < 300; ++seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    Generator random(seed);
+    const int n = random.integer(0, 12);
+    std::vector<Matrix> matrices(random.integer(0, 19));
+    for (Matrix& A : matrices) {
+      A = random.hermitian(spectrumOf(ALL_SPECTRA[random.integer(0, 6)], n)) *
+          std::pow(10.0, random.uniform(-160.0, 150.0) * random.integer(0, 1));
+      if (n == 0 || random.integer(0, 3) != 0) continue;
+      for (int i = random.integer(1, 2 * n); i > 0; --i) {
+        A.setElementAt(random.integer(0, n - 1), random.integer(0, n - 1),
+                       poison[random.integer(0, 7)], poison[random.integer(0, 7)]);
+      }
+    }
+    std::vector<Matrix> values;
+    std::vector<Matrix> vectors(2, Matrix(3, 1));
+    BF::eigenValuesOfEach(matrices, values, vectors);
+    ASSERT_EQ(values.size(), matrices.size());
+    ASSERT_EQ(vectors.size(), matrices.size());
+    for (std::size_t i = 0; i < matrices.size(); ++i) {
+      Matrix d;
+      Matrix V;
+      matrices[i].eigenValues(d, V);
+      ASSERT_TRUE(sameNumbers(values[i], d)) << i;
+      ASSERT_TRUE(sameNumbers(vectors[i], V)) << i;
+    }
+  }
+  std::vector<Matrix> values;
+  std::vector<Matrix> vectors;
+  EXPECT_THROW(BF::eigenValuesOfEach({Matrix(2, 3)}, values, vectors),
+               BF::NotSquareMatrixException);
+  EXPECT_THROW(BF::eigenValuesOfEach({Matrix(2, 2), Matrix(3, 3)}, values, vectors),
+               BF::MatrixSizeMismatchException);
 }
 
 }  // namespace

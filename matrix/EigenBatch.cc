@@ -1,0 +1,64 @@
+#include "matrix/EigenBatch.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+#include "matrix/ProcessorClones.h"
+
+namespace BF {
+
+namespace {
+
+constexpr int MAX_SWEEPS = 50;
+
+void becomeShape(Matrix& matrix, int rows, int columns) {
+  if (matrix.getRowCount() == rows && matrix.getColumnCount() == columns) return;
+  matrix = Matrix(rows, columns);
+}
+
+#ifdef ZELK_HAS_VECTOR_TARGETS
+#pragma GCC push_options
+#pragma GCC target("avx512f")
+namespace avx512 {
+constexpr int LANES = 8;
+#include "matrix/EigenLanes.inc"
+}  // namespace avx512
+#pragma GCC pop_options
+
+#pragma GCC push_options
+#pragma GCC target("avx2")
+namespace avx2 {
+constexpr int LANES = 4;
+#include "matrix/EigenLanes.inc"
+}  // namespace avx2
+#pragma GCC pop_options
+#endif
+
+}  // namespace
+
+void eigenValuesOfEach(const std::vector<Matrix>& matrices, std::vector<Matrix>& values,
+                       std::vector<Matrix>& vectors) {
+  const int count = static_cast<int>(matrices.size());
+  for (const Matrix& matrix : matrices) {
+    if (matrix.getRowCount() != matrix.getColumnCount()) throw NotSquareMatrixException();
+    if (matrix.getRowCount() != matrices[0].getRowCount()) throw MatrixSizeMismatchException();
+  }
+  values.resize(count);
+  vectors.resize(count);
+  int done = 0;
+#ifdef ZELK_HAS_VECTOR_TARGETS
+  if (__builtin_cpu_supports("avx512f")) {
+    for (; done < count; done += avx512::LANES) {
+      avx512::eigenValuesFrom(done, matrices, values, vectors);
+    }
+  } else if (__builtin_cpu_supports("avx2")) {
+    for (; done < count; done += avx2::LANES) {
+      avx2::eigenValuesFrom(done, matrices, values, vectors);
+    }
+  }
+#endif
+  for (; done < count; ++done) matrices[done].eigenValues(values[done], vectors[done]);
+}
+
+}  // namespace BF
