@@ -59,6 +59,12 @@ ZELK_PROCESSOR_CLONES void descend(const Matrix& W, double mu_ss, const Matrix& 
                       (c[i].real() * 0.0 + c[i].imag() * mu_lc);
     to[i] = {re, im};
   }
+  // Where the plain formula gives NaN, complex multiplication can give something else.
+  for (std::ptrdiff_t i = 0; i < count; ++i) {
+    if (to[i].real() == to[i].real() && to[i].imag() == to[i].imag()) continue;
+    to[i] =
+        (w[i] - s[i] * std::complex<double>(mu_ss, 0.0)) - c[i] * std::complex<double>(mu_lc, 0.0);
+  }
 }
 
 }  // namespace
@@ -176,11 +182,11 @@ void GSS::constraintGradient(const Matrix& W, const Matrix& A, Work& work) {
     multiplyAdjointInto(work.E_lc, A, work.J_lc);
     return;
   }
+  std::complex<double>* J = work.J_lc.data();
   for (int n = 0; n < N; ++n) {
-    const std::complex<double>& e = work.E_lc.getElementAt(n, n);
-    for (int m = 0; m < M; ++m) {
-      work.J_lc.setElementAt(n, m, dotProductWithConjugate(&e, A.data() + m * N + n, 1));
-    }
+    const std::complex<double> e = work.E_lc.getElementAt(n, n);
+    const std::complex<double>* a = A.data() + n;
+    for (int m = 0; m < M; ++m, a += N) *J++ = dotProductWithConjugate(&e, a, 1);
   }
 }
 
@@ -233,12 +239,11 @@ double GSS::separationStep(Work& work) const {
   for (std::ptrdiff_t i = 0; i < elementCount(work.E_ss); ++i) {
     work.doubleE_ss.data()[i] = work.E_ss.data()[i] * std::complex<double>(2.0, 0.0);
   }
+  std::complex<double>* Q = work.Q.data();
   for (int i = 0; i < N; ++i) {
     const std::complex<double> q =
         dotProduct(work.doubleE_ss.data() + i * N, 1, work.f.data(), 1, N);
-    for (int m = 0; m < M; ++m) {
-      work.Q.setElementAt(i, m, dotProductWithConjugate(&q, work.x.data() + m, 1));
-    }
+    for (int m = 0; m < M; ++m) *Q++ = dotProductWithConjugate(&q, work.x.data() + m, 1);
   }
   const double s = realInnerProduct(work.J_ss, work.Q);
   const double e = squaredNorm(work.E_ss);
