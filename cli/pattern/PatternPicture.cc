@@ -57,7 +57,9 @@ class Diagram {
 
   /// Levels of the rings along a spoke, each on a patch of white.
   void drawLevels(double azimuth) const {
+    const bool isTight = radius(FLOOR + RING_STEP) < 30.0;
     for (double level = FLOOR + RING_STEP; level <= top; level += RING_STEP) {
+      if (isTight && std::remainder(level, 2.0 * RING_STEP) != 0.0) continue;
       const Point p = at(azimuth, radius(level));
       const std::string text = fmt::format("{:.0f} dB", level);
       const double half = 3.2 * static_cast<double>(text.size());
