@@ -21,7 +21,7 @@ constexpr double PANEL_TITLE = 26.0;
 constexpr double LEGEND_LINE = 24.0;
 const Colour RINGS = PALE;
 
-constexpr double LEGEND_WIDTH = 122.0;
+constexpr double LEGEND_WIDTH = 125.0;
 
 Stroke curveStroke(std::size_t curve, std::size_t curves) {
   if (curve + 1 == curves) return {BLACK, 2.4};
