@@ -67,6 +67,10 @@ void checkMethod(const std::string& name) {
 
 void checkUsage(const Options& options) {
   checkMethod(options.method);
+  if (std::isnan(options.elevation) || std::isnan(options.time.value_or(0.0))) {
+    throw CLI::ValidationError(std::isnan(options.elevation) ? "--elevation" : "--time",
+                               "nan, expected a number");
+  }
   if (options.frequencies.size() > MOST_FREQUENCIES) {
     throw CLI::ValidationError(
         "--frequency",
@@ -115,6 +119,7 @@ std::vector<std::size_t> binsOf(const Options& options, const Setup& setup) {
     }
   }
   std::vector<std::size_t> bins;
+  bins.reserve(frequencies.size());
   for (const double frequency : frequencies) {
     bins.push_back(
         static_cast<std::size_t>(std::lround(frequency / highest * static_cast<double>(last))));

@@ -10,9 +10,9 @@
 
 namespace {
 
-constexpr double FLOOR = -40.0;         // dB, in the centre
-constexpr double HIGHEST_TOP = 20.0;    // dB
-constexpr double RING_STEP = 10.0;      // dB
+constexpr int FLOOR = -40;              // dB, in the centre
+constexpr int HIGHEST_TOP = 20;         // dB
+constexpr int RING_STEP = 10;           // dB
 constexpr double SIDE = 46.0;           // pixels around a diagram, for the labels of the angles
 constexpr double SMALLEST_RADIUS = 90;  // pixels
 constexpr double LARGEST_RADIUS = 230;
@@ -41,12 +41,12 @@ std::string degreesText(double value) { return fmt::format("{:.4g}°", value + 0
 /// One polar diagram.
 class Diagram {
  public:
-  Diagram(Drawing& target, Point middle, double outerRadius, double topDecibels)
+  Diagram(Drawing& target, Point middle, double outerRadius, int topDecibels)
       : drawing(target), centre(middle), R(outerRadius), top(topDecibels) {}
 
   void drawGrid() const {
-    for (double level = FLOOR + RING_STEP; level <= top; level += RING_STEP) {
-      const bool isUnity = level == 0.0;
+    for (int level = FLOOR + RING_STEP; level <= top; level += RING_STEP) {
+      const bool isUnity = level == 0;
       drawing.circle(centre, radius(level), {isUnity ? GREY : RINGS, isUnity ? 1.2 : 0.8});
     }
     for (int azimuth = -150; azimuth <= 180; azimuth += 30) {
@@ -58,10 +58,10 @@ class Diagram {
   /// Levels of the rings along a spoke, each on a patch of white.
   void drawLevels(double azimuth) const {
     const bool isTight = radius(FLOOR + RING_STEP) < 30.0;
-    for (double level = FLOOR + RING_STEP; level <= top; level += RING_STEP) {
-      if (isTight && std::remainder(level, 2.0 * RING_STEP) != 0.0) continue;
+    for (int level = FLOOR + RING_STEP; level <= top; level += RING_STEP) {
+      if (isTight && level % (2 * RING_STEP) != 0) continue;
       const Point p = at(azimuth, radius(level));
-      const std::string text = fmt::format("{:.0f} dB", level);
+      const std::string text = fmt::format("{} dB", level);
       const double half = 3.2 * static_cast<double>(text.size());
       drawing.patch({p.x - half, p.y - 6.0}, {p.x + half, p.y + 6.0}, 3.0, WHITE, {WHITE, 0.0});
       drawing.text(p, text, {10.0, Anchor::Middle, GREY});
@@ -122,7 +122,7 @@ class Diagram {
   Drawing& drawing;
   Point centre;
   double R;
-  double top;
+  int top;
 };
 
 /// A source's id on a patch: black for the target, white for others.
@@ -141,7 +141,7 @@ void Diagram::drawMark(int id, double azimuth, bool isTarget) const {
 double freeAzimuth(const std::vector<PatternPicture::Source>& sources) {
   double best = 0.0;
   double widest = -1.0;
-  for (double azimuth = -165.0; azimuth < 180.0; azimuth += 30.0) {
+  for (int azimuth = -165; azimuth < 180; azimuth += 30) {
     double nearest = 360.0;
     for (const auto& source : sources) {
       nearest =
@@ -154,7 +154,7 @@ double freeAzimuth(const std::vector<PatternPicture::Source>& sources) {
   return best;
 }
 
-double topLevel(const std::vector<PatternPicture::Panel>& panels) {
+int topLevel(const std::vector<PatternPicture::Panel>& panels) {
   double highest = 0.0;
   for (const auto& panel : panels) {
     for (const auto& curve : panel.curves) {
@@ -162,7 +162,8 @@ double topLevel(const std::vector<PatternPicture::Panel>& panels) {
     }
   }
   // Half a decibel above a ring is no reason for the next one.
-  return std::min(HIGHEST_TOP, RING_STEP * std::ceil((highest - 0.5) / RING_STEP));
+  return RING_STEP *
+         static_cast<int>(std::ceil((std::min<double>(HIGHEST_TOP, highest) - 0.5) / RING_STEP));
 }
 
 /// Where the parts of the picture lie, in pixels.
@@ -182,7 +183,7 @@ struct Layout {
         side(1.0 * width / inRow),
         radius(std::min(side / 2.0 - SIDE, LARGEST_RADIUS)),
         panelHeight(PANEL_TITLE + 2.0 * (radius + SIDE)),
-        legendTop(HEADING + (panels + inRow - 1) / inRow * panelHeight),
+        legendTop(HEADING + panelHeight * std::ceil(1.0 * panels / inRow)),
         legendColumns(std::max(1, static_cast<int>((width - 20.0) / LEGEND_WIDTH))),
         height(static_cast<int>(
             legendTop + LEGEND_LINE * std::ceil(1.0 * legendEntries / legendColumns) + 10.0)) {
@@ -194,13 +195,15 @@ struct Layout {
 
   /// The upper end of a panel's middle line.
   Point panel(std::size_t p) const {
-    const int i = static_cast<int>(p);
-    return {side * (i % inRow + 0.5), HEADING + panelHeight * (i / inRow)};
+    const int row = static_cast<int>(p) / inRow;
+    const int column = static_cast<int>(p) % inRow;
+    return {side * (column + 0.5), HEADING + panelHeight * row};
   }
 
   Point legendEntry(int i) const {
-    return {20.0 + LEGEND_WIDTH * (i % legendColumns),
-            legendTop + LEGEND_LINE * (i / legendColumns + 0.5)};
+    const int line = i / legendColumns;
+    const int column = i % legendColumns;
+    return {20.0 + LEGEND_WIDTH * column, legendTop + LEGEND_LINE * (line + 0.5)};
   }
 };
 

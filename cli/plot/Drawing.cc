@@ -131,7 +131,7 @@ std::string Drawing::svg() const {
 }
 
 std::string shortened(const std::string& text, double width, double size) {
-  const std::string valid = clean(text);
+  std::string valid = clean(text);
   const auto letters = g_utf8_strlen(valid.c_str(), -1);
   const auto most = static_cast<glong>(std::max(2.0, width / (LETTER_WIDTH * size)));
   if (letters <= most) return valid;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "cli/plot/PlotError.h"
 #include "cli/plot/Ticks.h"
@@ -28,7 +29,7 @@ struct Axes {
   double bottom = 0.0;  // dB
 
   Axes(const std::vector<Spectrogram>& spectrograms, double range) {
-    double loudest = -INFINITY;
+    double loudest = -std::numeric_limits<double>::infinity();
     for (const Spectrogram& s : spectrograms) {
       seconds = std::max(seconds, s.duration);
       hertz = std::max(hertz, s.samplingRate / 2.0);
