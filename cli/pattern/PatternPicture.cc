@@ -10,18 +10,19 @@
 
 namespace {
 
-constexpr int FLOOR = -40;              // dB, in the centre
-constexpr int HIGHEST_TOP = 20;         // dB
-constexpr int RING_STEP = 10;           // dB
-constexpr double SIDE = 46.0;           // pixels around a diagram, for the labels of the angles
-constexpr double SMALLEST_RADIUS = 90;  // pixels
-constexpr double LARGEST_RADIUS = 230;
-constexpr double HEADING = 56.0;  // height of the title and the subtitle
-constexpr double PANEL_TITLE = 26.0;
-constexpr double LEGEND_LINE = 24.0;
+constexpr int FLOOR = -40;       // dB, in the centre
+constexpr int HIGHEST_TOP = 20;  // dB
+constexpr int RING_STEP = 10;    // dB
 const Colour RINGS = PALE;
 
-constexpr double LEGEND_WIDTH = 125.0;
+// Sizes in pixels.
+constexpr double SIDE = 46.0;  // around a diagram, for the labels of the angles
+constexpr double SMALLEST_RADIUS = 90.0;
+constexpr double LARGEST_RADIUS = 230.0;
+constexpr double HEADING = 56.0;  // height of the title and the subtitle
+constexpr double PANEL_TITLE = 26.0;
+constexpr double LEGEND_WIDTH = 125.0;  // of an entry
+constexpr double LEGEND_LINE = 24.0;
 
 Stroke curveStroke(std::size_t curve, std::size_t curves) {
   if (curve + 1 == curves) return {BLACK, 2.4};

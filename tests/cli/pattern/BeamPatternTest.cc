@@ -19,7 +19,7 @@ using testing::Lt;
 
 class MethodGains : public testing::TestWithParam<const char*> {};
 
-// Every method but DS and ML passes its own source unchanged whatever the transfer functions; those
+// Every method but ML passes its own source unchanged whatever the transfer functions; those
 // that know the other sources' positions null them. With N < M sources W · A = I is exact up to the
 // decompositions' 1.5e-7, times the condition number.
 TEST_P(MethodGains, AreOneTowardsTheSourceAndNoneTowardsTheOthers) {
@@ -49,7 +49,7 @@ TEST_P(MethodGains, AreOneTowardsTheSourceAndNoneTowardsTheOthers) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, MethodGains,
-                         testing::Values("WDS", "NULL", "ILSE", "LCMV", "GJ", "GICA"));
+                         testing::Values("DS", "WDS", "NULL", "ILSE", "LCMV", "GJ", "GICA"));
 
 // ML passes what unit-norm transfer functions of its source bring.
 TEST(Engines, OfMlAreTheNormOfTheTransferFunction) {
