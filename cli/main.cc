@@ -9,6 +9,8 @@
 #include "cli/RunCommand.h"
 #include "cli/ScoreCommand.h"
 #include "cli/SeparateCommand.h"
+#include "cli/pattern/PatternCommand.h"
+#include "cli/spectrogram/SpectrogramCommand.h"
 #include "cli/tfdb/TfdbCommands.h"
 
 namespace {
@@ -58,5 +60,7 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   addRunCommand(app);
   addMethodsCommand(app);
   addTfdbCommands(app);
+  addPatternCommand(app);
+  addSpectrogramCommand(app);
   return run(app, argc, argv);
 }

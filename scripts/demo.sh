@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Two people talk at once before an artificial head with a microphone in each ear, and before a ring
-# of eight microphones; each method separates them. Prints one table of how well, and where to listen.
+# of eight microphones; each method separates them. Prints one table of how well, and where to listen
+# and look.
 #   scripts/demo.sh [FOLDER]    results go to FOLDER, by default out/demo; an earlier run is replaced
 # Installs and builds what is missing. Measured responses and speech come from Debian packages.
 set -euo pipefail
@@ -62,7 +63,17 @@ table_of() {
   done
 }
 
-mkdir -p "$out/head" "$out/ring"
+# pictures_of ARRAY: where NULL listens; and the mixture, one talker separated from it, and that one
+# alone, the microphones' sound being the first's.
+pictures_of() {
+  (cd "$out/$1" &&
+    "$ZELK_SSS" pattern --tf array.sofa --sources scene.json --method NULL \
+      -o "$out/pictures/pattern-$1.svg" --force >>log.txt &&
+    "$ZELK_SSS" spectrogram mix.wav NULL/source_0.wav mix-source0.wav --channel 1 --range 55 \
+      -o "$out/pictures/spectrogram-$1.png" --width 800 --force)
+}
+
+mkdir -p "$out/head" "$out/ring" "$out/pictures"
 build
 for array in head ring; do
   cp "$repository/examples/two-talkers.json" "$out/$array/scene.json"
@@ -89,11 +100,16 @@ done
   echo "the first microphone, with a filter of 512 taps allowed (zelk-sss score --filter-taps 512)."
 } | tee "$out/table.txt"
 
+pictures_of head
+pictures_of ring
+
 cat <<LISTEN
 
 Listen to, in $out:
   head/mix.wav                                both talkers at once, as the two ears hear them
   head/NULL/source_0.wav and source_1.wav     the two talkers, separated
   head/mix-source0.wav and mix-source1.wav    for comparison: each talker alone at the ears
-and the same in ring/. The table is in table.txt.
+and the same in ring/. The table is in table.txt. Look at, in pictures/:
+  pattern-head.svg and pattern-ring.svg            how loud NULL lets each direction through
+  spectrogram-head.png and spectrogram-ring.png    mixture, a talker separated, the same one alone
 LISTEN

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "geometry/TransformFunctionDatabase.h"
+
+/// A direction seen from the origin, in degrees: azimuth −180 … 180, counter-clockwise from the
+/// front; and the distance in metres.
+struct Bearing {
+  double azimuth = 0.0;
+  double elevation = 0.0;
+  double distance = 0.0;
+};
+
+Bearing bearingOf(const BF::Location& place);
+
+/// A database has no ring of directions; what() says at which elevation, what was found and what
+/// was expected.
+class RingError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// The positions of a database that stand around the array at one elevation, by azimuth, one for
+/// each azimuth.
+struct DirectionRing {
+  std::vector<int> positions;     ///< their numbers in the database
+  std::vector<Bearing> bearings;  ///< theirs
+
+  /// The ring nearest to an elevation (degrees), of the distances nearest to the one given
+  /// (metres). Directions count to it that differ by half a degree in elevation; with fewer than
+  /// 12 of them, as in databases of scattered directions, those that differ by up to 2.5 or 5.
+  /// Throws RingError when even then they are fewer than 3.
+  static DirectionRing of(const BF::TransformFunctionDatabase& database, double elevation,
+                          double distance);
+
+  /// "72 directions at elevation 0°, 1.4 m", with ranges where they differ.
+  std::string text() const;
+};

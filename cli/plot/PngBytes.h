@@ -1,0 +1,8 @@
+#pragma once
+
+#include <cairo.h>
+
+#include <string>
+
+/// The bytes of a PNG file of an image surface. Throws PlotError.
+std::string pngBytes(cairo_surface_t* surface);

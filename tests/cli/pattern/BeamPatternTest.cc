@@ -1,0 +1,128 @@
+#include "cli/pattern/BeamPattern.h"
+
+#include <cmath>
+#include <numbers>
+
+#include "cli/pattern/SceneMoment.h"
+#include "cli/pattern/SeparationEngine.h"
+#include "cli/tfdb/ArrayGeometry.h"
+#include "fileio/SofaWriter.h"
+#include "gmock/gmock.h"
+#include "tests/support/Databases.h"
+#include "tests/toolbox/AudioTesting.h"
+
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::Lt;
+
+class MethodGains : public testing::TestWithParam<const char*> {};
+
+// Every method but ML passes its own source unchanged whatever the transfer functions; those
+// that know the other sources' positions null them. With N < M sources W · A = I is exact up to the
+// decompositions' 1.5e-7, times the condition number.
+TEST_P(MethodGains, AreOneTowardsTheSourceAndNoneTowardsTheOthers) {
+  const std::string method = GetParam();
+  support::Generator random(5);
+  for (int round = 0; round < 20; ++round) {
+    const int M = random.integer(3, 6);
+    const int N = random.integer(2, M - 1);
+    const auto database = support::randomDatabase(random, M, 9, 4);
+    const auto scene = support::distinctSources(random, N, 9);
+    const auto engine = engineOf(method, database, 16000);
+    engine->updateSources(support::locationsOf(scene, database));
+    for (int row = 0; row < N; ++row) {
+      for (int other = 0; other < N; ++other) {
+        const std::vector<double> gains = powerGains(*engine, row, scene[other].position);
+        ASSERT_EQ(gains.size(), 4U);
+        if (row == other) {
+          EXPECT_NEAR(broadbandGain(gains), 0.0, 1e-4);
+        } else if (method == "NULL" || method == "ILSE") {
+          EXPECT_THAT(gains, Each(Lt(1e-9)));
+        } else {
+          EXPECT_GT(broadbandGain(gains), -60.0);
+        }
+      }
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(, MethodGains,
+                         testing::Values("DS", "WDS", "NULL", "ILSE", "LCMV", "GJ", "GICA"));
+
+// ML passes what unit-norm transfer functions of its source bring.
+TEST(Engines, OfMlAreTheNormOfTheTransferFunction) {
+  support::Generator random(6);
+  const auto database = support::randomDatabase(random, 4, 5, 3);
+  const auto engine = engineOf("ML", database, 16000);
+  engine->updateSources(support::locationsOf({{0, 2}, {1, 4}}, database));
+  const std::vector<double> gains = powerGains(*engine, 1, 4);
+  for (std::size_t k = 0; k < 3; ++k) {
+    const double norm = database.transferFunctions[k].getColumn(4).norm().real();
+    EXPECT_NEAR(gains[k], norm, 1e-6 * norm);
+  }
+}
+
+TEST(Engines, RefuseWhatIsNoMethodOfPositions) {
+  EXPECT_THROW(engineOf("MSNR", {}, 16000), std::invalid_argument);
+}
+
+// Delay-and-sum of M microphones with spacing s, steered to the front, answers a far source at
+// azimuth φ with |sin(Mψ/2) / (M sin(ψ/2))|, ψ = 2πf s sin φ / c.
+TEST(BeamPattern, OfDelayAndSumIsTheArrayFactor) {
+  constexpr int M = 5;
+  constexpr double SPACING = 0.04;
+  constexpr int RATE = 16000;
+  constexpr int LENGTH = 64;
+  constexpr double FAR = 500.0;  // metres: amplitudes and angles differ by 1e-4 over the array
+  const TestFolder folder;
+  const std::string path = folder / "line.sofa";
+  DirectionGrid grid;
+  grid.azimuthStep = 10.0;
+  grid.distances = {FAR};
+  writeSofa(path, freeFieldResponses(linearArray(M, SPACING), gridPositions(grid), {RATE, LENGTH}));
+
+  const BF::TransformFunctionDatabase database = databaseOf(SofaFile(path));
+  const auto engine = engineOf("DS", database, RATE);
+  engine->updateSources({{FAR, 0.0, 0.0, 0, true}});
+  for (int position = 0; position < 36; ++position) {
+    const std::vector<double> gains = powerGains(*engine, 0, position);
+    const double azimuth = position * std::numbers::pi / 18.0;
+    for (int k = 1; k < LENGTH / 2; ++k) {
+      const double psi =
+          2.0 * std::numbers::pi * k * RATE / LENGTH * SPACING * std::sin(azimuth) / 343.0;
+      const double factor = std::abs(std::sin(psi / 2.0)) < 1e-9
+                                ? 1.0
+                                : std::sin(M * psi / 2.0) / (M * std::sin(psi / 2.0));
+      EXPECT_NEAR(std::sqrt(gains[static_cast<std::size_t>(k)]), std::abs(factor), 2e-3)
+          << "position " << position << ", bin " << k;
+    }
+  }
+}
+
+TEST(BeamPattern, MeanIsOfPowers) {
+  EXPECT_NEAR(broadbandGain({1.0, 3.0}), 10.0 * std::log10(2.0), 1e-12);
+  EXPECT_EQ(broadbandGain({0.0}), -INFINITY);
+  EXPECT_EQ(broadbandGain({}), -INFINITY);
+}
+
+TEST(SceneMoment, IsTheFirstWithTheMostSources) {
+  const auto scene = Audio::Scene::parse(
+      R"({"sources": [{"id": 4, "azimuth": 0, "active": [[0, 3], [5, 6]]},
+                      {"id": 2, "track": [{"t": 0, "azimuth": 0}, {"t": 4, "azimuth": 180}],
+                       "active": [[2, 9]]}],
+          "noise": [{"id": 1, "azimuth": 90, "active": [[2.5, 7]]}]})",
+      "scene");
+  EXPECT_EQ(fullestTime(scene), 2.5);
+  const auto sources = sourcesAt(scene, 2.5);
+  std::vector<int> ids;
+  for (const auto& source : sources) ids.push_back(source.id);
+  EXPECT_THAT(ids, ElementsAre(4, 2, 1));
+  EXPECT_TRUE(sources[1].flag);
+  EXPECT_FALSE(sources[2].flag);
+  const double azimuth = 2.5 / 4.0 * std::numbers::pi;
+  EXPECT_NEAR(sources[1].x, std::cos(azimuth), 1e-6);
+}
+
+}  // namespace
