@@ -37,8 +37,16 @@ constexpr int LANES = 4;
 
 }  // namespace
 
+int eigenLanes() {
+#ifdef ZELK_HAS_VECTOR_TARGETS
+  if (__builtin_cpu_supports("avx512f")) return avx512::LANES;
+  if (__builtin_cpu_supports("avx2")) return avx2::LANES;
+#endif
+  return 1;
+}
+
 void eigenValuesOfEach(const std::vector<Matrix>& matrices, std::vector<Matrix>& values,
-                       std::vector<Matrix>& vectors) {
+                       std::vector<Matrix>& vectors, [[maybe_unused]] int lanes) {
   const int count = static_cast<int>(matrices.size());
   for (const Matrix& matrix : matrices) {
     if (matrix.getRowCount() != matrix.getColumnCount()) throw NotSquareMatrixException();
@@ -48,14 +56,11 @@ void eigenValuesOfEach(const std::vector<Matrix>& matrices, std::vector<Matrix>&
   vectors.resize(count);
   int done = 0;
 #ifdef ZELK_HAS_VECTOR_TARGETS
-  if (__builtin_cpu_supports("avx512f")) {
-    for (; done < count; done += avx512::LANES) {
-      avx512::eigenValuesFrom(done, matrices, values, vectors);
-    }
-  } else if (__builtin_cpu_supports("avx2")) {
-    for (; done < count; done += avx2::LANES) {
-      avx2::eigenValuesFrom(done, matrices, values, vectors);
-    }
+  for (; lanes == avx512::LANES && done < count; done += lanes) {
+    avx512::eigenValuesFrom(done, matrices, values, vectors);
+  }
+  for (; lanes == avx2::LANES && done < count; done += lanes) {
+    avx2::eigenValuesFrom(done, matrices, values, vectors);
   }
 #endif
   for (; done < count; ++done) matrices[done].eigenValues(values[done], vectors[done]);

@@ -431,7 +431,9 @@ TEST(EigenValuesOfEach, GivesToTheBitWhatEachGivesAlone) {
     }
     std::vector<Matrix> values;
     std::vector<Matrix> vectors(2, Matrix(3, 1));
-    BF::eigenValuesOfEach(matrices, values, vectors);
+    const int lanes[] = {1, 4, 8};
+    BF::eigenValuesOfEach(matrices, values, vectors,
+                          std::min(lanes[random.integer(0, 2)], BF::eigenLanes()));
     ASSERT_EQ(values.size(), matrices.size());
     ASSERT_EQ(vectors.size(), matrices.size());
     for (std::size_t i = 0; i < matrices.size(); ++i) {
