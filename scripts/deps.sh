@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that libzelk-sss needs. This is the one list.
-#   scripts/deps.sh          what building, testing and the demonstration need
-#   scripts/deps.sh --all    also what benchmarks, fuzzing, linting and the API reference need
+#   scripts/deps.sh              what building, testing and the demonstration need
+#   scripts/deps.sh --package    also what the Debian packages and their check need
+#   scripts/deps.sh --docs       also what the API reference needs
+#   scripts/deps.sh --all        all that, and what benchmarks, fuzzing and linting need
 # Quick when everything is there. Uses sudo when not root. Without apt it prints the list and goes on.
 set -euo pipefail
 
@@ -16,9 +18,15 @@ packages=(
   # measured responses and real speech for the demonstration
   libmysofa1 pocketsphinx-testdata
 )
-extra=(clang-14 clang-tidy-14 libclang-rt-14-dev libopenblas-dev liblapacke-dev doxygen valgrind)
+package=(dpkg-dev file lintian debootstrap)
+docs=(doxygen)
+extra=(clang-14 clang-tidy-14 libclang-rt-14-dev libopenblas-dev liblapacke-dev valgrind)
 
-[ "${1:-}" = --all ] && packages+=("${extra[@]}")
+case "${1:-}" in
+  --package) packages+=("${package[@]}") ;;
+  --docs) packages+=("${docs[@]}") ;;
+  --all) packages+=("${package[@]}" "${docs[@]}" "${extra[@]}") ;;
+esac
 
 if ! command -v apt-get >/dev/null 2>&1; then
   echo "deps.sh: no apt-get here; please provide what these Debian packages provide:" >&2
