@@ -29,7 +29,6 @@ fi
 rm -rf "$root"/etc/apt/sources.list*
 cp -r /etc/apt/sources.list.d "$root/etc/apt/"
 if [ -e /etc/apt/sources.list ]; then cp /etc/apt/sources.list "$root/etc/apt/"; fi
-# minbase images drop documents when this is there; the packages are to be seen whole.
 mount -t proc proc "$root/proc"
 mount --bind /dev "$root/dev"
 
@@ -38,7 +37,7 @@ rm -rf "$root/tmp/zelk" && mkdir "$root/tmp/zelk"
 cp "$packages"/*.deb "$root/tmp/zelk"
 cp tests/install/{use-command,completion}.sh "$root/tmp/zelk"
 inside apt-get update -qq
-inside sh -c 'apt-get install -y -qq --no-install-recommends /tmp/zelk/zelk-sss_*.deb' >"$packages/apt.log" 2>&1 ||
+inside sh -c 'apt-get install -y -qq --reinstall --no-install-recommends /tmp/zelk/zelk-sss_*.deb' >"$packages/apt.log" 2>&1 ||
   { tail "$packages/apt.log"; exit 1; }
 inside zelk-sss --version
 inside sh -c 'ls /usr/share/man/man1/zelk-sss*.1.gz /usr/share/bash-completion/completions/zelk-sss \
@@ -51,7 +50,7 @@ cp -r tests/install/consumer tests/install/consumer.sh "$root/tmp/zelk"
 inside sh -c 'apt-get install -y -qq --no-install-recommends /tmp/zelk/libzelk-sss-dev_*.deb g++ cmake make pkg-config' \
   >>"$packages/apt.log" 2>&1 || { tail "$packages/apt.log"; exit 1; }
 version=$(inside dpkg-query -W -f '${Version}' zelk-sss)
-inside bash /tmp/zelk/consumer.sh cmake /usr "lib/$(inside dpkg-architecture -qDEB_HOST_MULTIARCH)" "$version"
+inside bash /tmp/zelk/consumer.sh cmake /usr "lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)" "$version"
 
 say "removing them"
 inside apt-get purge -y -qq zelk-sss >>"$packages/apt.log" 2>&1

@@ -78,7 +78,7 @@ _zelk_sss_argument() {
 }
 
 _zelk_sss() {
-  local command=${1/#\~/$HOME} cur path="" arguments=0 option="" help takes i
+  local command=${1/#\~/${HOME-}} cur path="" arguments=0 option="" help takes i
   local -a words=()
   COMPREPLY=()
 

@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
 # Builds and installs for an installed FlowDesigner. The bundled host stands in for it, under a prefix
-# of its own and without the two headers that FlowDesigner lacks.
-#   flowdesigner.sh CMAKE SOURCE LIBFLOW VERSION
+# of its own and without the two headers that FlowDesigner lacks. FOLDER is kept, for the next build is
+# quicker then.
+#   flowdesigner.sh CMAKE SOURCE LIBFLOW VERSION FOLDER
 set -euo pipefail
-cmake=$1 source=$2 libflow=$3 version=$4
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
+cmake=$1 source=$2 libflow=$3 version=$4 folder=$5
+mkdir -p "$folder/fd/include/flowdesigner" "$folder/fd/lib"
 cd "$folder"
-mkdir -p fd/include/flowdesigner fd/lib
-cp "$source"/host/*.h fd/include/flowdesigner
-cp "$libflow" fd/lib
+rm -rf prefix
+cp -pu "$source"/host/*.h fd/include/flowdesigner
+cp -pu "$libflow" fd/lib
 
 "$cmake" -S "$source" -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DZELK_BUILD_TESTS=OFF \
   -DZELK_FLOWDESIGNER_ROOT="$folder/fd" -DCMAKE_INSTALL_PREFIX=/usr >log 2>&1 || { cat log; exit 1; }
