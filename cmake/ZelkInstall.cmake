@@ -16,7 +16,7 @@ set(ZELK_RELEASE_DATE ${CMAKE_MATCH_0})
 
 # ---- find_package(ZelkSSS)
 set(ZELK_PACKAGE_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ZelkSSS)
-set(ZELK_GENERATED ${CMAKE_BINARY_DIR}/generated)
+set(ZELK_GENERATED ${PROJECT_BINARY_DIR}/generated)
 install(TARGETS zelk-sss-engine EXPORT ZelkSSSTargets
         ARCHIVE COMPONENT development
         FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zelk-sss COMPONENT development)

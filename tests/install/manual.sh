@@ -54,7 +54,7 @@ page=$(plain "$folder/zelk-sss.1")
 for name in $("$command" methods | grep -oE '^( *)[A-Z_]+'); do
   grep -qw "$name" <<<"$page" || complain "zelk-sss: $name is missing"
 done
-while read -r name equals value rest; do
+while read -r name _ value _; do
   # The default follows the name in its sentence.
   tr '\n' ' ' <<<"$page" | grep -qE "$name \([^)]*default ${value%:}\)" ||
     complain "zelk-sss: $name does not tell of its default ${value%:}"
