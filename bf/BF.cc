@@ -1,7 +1,9 @@
 #include "bf/BF.h"
 
 #include <algorithm>
+#include <complex>
 #include <cstddef>
+#include <cstring>
 #include <utility>
 
 namespace BF {
@@ -16,6 +18,21 @@ void gatherColumn(const Matrix& measured, int from, Matrix& H, int to) {
     H.data()[std::ptrdiff_t{i} * H.getColumnCount() + to] =
         measured.data()[std::ptrdiff_t{i} * measured.getColumnCount() + from];
   }
+}
+
+/// Whether column i of a and column j of b have the same bytes.
+bool sameColumn(const Matrix& a, int i, const Matrix& b, int j) {
+  if (i >= a.getColumnCount() || j >= b.getColumnCount() || a.getRowCount() != b.getRowCount()) {
+    return false;
+  }
+  const std::complex<double>* x = a.data() + i;
+  const std::complex<double>* y = b.data() + j;
+  for (int m = 0; m < a.getRowCount(); ++m) {
+    if (std::memcmp(x, y, sizeof *x) != 0) return false;
+    x += a.getColumnCount();
+    y += b.getColumnCount();
+  }
+  return true;
 }
 
 /// Column k of Y := W · column k of X, without a temporary.
@@ -78,6 +95,42 @@ std::vector<int> BF::previousIndices(const std::vector<SourceLocation>& newSourc
     result.push_back(same == sources.end() ? -1 : static_cast<int>(same - sources.begin()));
   }
   return result;
+}
+
+bool BF::keepsOrder(const std::vector<int>& previous) const {
+  if (previous.size() != sources.size()) return false;
+  for (std::size_t j = 0; j < previous.size(); ++j) {
+    if (previous[j] != static_cast<int>(j)) return false;
+  }
+  return true;
+}
+
+bool BF::nothingChanges(const std::vector<SourceLocation>& newSources,
+                        const std::vector<int>& previous) const {
+  if (!keepsOrder(previous)) return false;
+  const auto bins = static_cast<std::size_t>(std::max(numFreq, 0));
+  if (!tfDatabase || tfDatabase->transferFunctions.size() < bins ||
+      transferFunctions.size() != bins || separationMatrices.size() != bins) {
+    return false;
+  }
+  for (int j = 0; j < static_cast<int>(newSources.size()); ++j) {
+    const int nearest = tfDatabase->findNearestSourceIndex(newSources[j]);
+    for (std::size_t k = 0; k < bins; ++k) {
+      if (!sameColumn(tfDatabase->transferFunctions[k], nearest, transferFunctions[k], j)) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+void BF::prepare(std::vector<Matrix>& list, int rows, int columns) const {
+  list.resize(static_cast<std::size_t>(std::max(numFreq, 0)));
+  for (Matrix& matrix : list) {
+    if (matrix.getRowCount() != rows || matrix.getColumnCount() != columns) {
+      matrix = Matrix(rows, columns);
+    }
+  }
 }
 
 void BF::requireSeparationMatrices() const {

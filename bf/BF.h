@@ -72,6 +72,15 @@ class BF {
   /// For every source of a new list the index of the first source in force with the same id, or -1.
   std::vector<int> previousIndices(const std::vector<SourceLocation>& newSources) const;
 
+  /// Whether a new list, given its previousIndices, has the ids of the sources in force in the same
+  /// order, each once: then what an algorithm carries over by id stays where it is.
+  bool keepsOrder(const std::vector<int>& previous) const;
+
+  /// keepsOrder, and transferFunctions hold to the bit what getTransformFunctions would give for
+  /// the new list: then what an algorithm derives from the transfer functions stays as well.
+  bool nothingChanges(const std::vector<SourceLocation>& newSources,
+                      const std::vector<int>& previous) const;
+
   /// Throws InvalidStateException unless there is a separation matrix for every bin.
   void requireSeparationMatrices() const;
 
@@ -86,6 +95,14 @@ class BF {
   std::vector<Matrix> separationMatrices;        ///< entry k: W(k), N × M
   Matrix inputSpectrum;                          ///< the last frame, M × K
   Matrix outputSpectrum;                         ///< its result, N × K
+
+ protected:
+  /// Makes list numFreq matrices of rows × columns, to be filled whole and swapped with another
+  /// list. Matrices that have the shape already are kept with whatever they hold.
+  void prepare(std::vector<Matrix>& list, int rows, int columns) const;
+
+  std::vector<Matrix>
+      spareMatrices;  ///< storage of the separation matrices that were replaced last
 };
 
 }  // namespace BF

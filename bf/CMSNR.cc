@@ -1,5 +1,6 @@
 #include "bf/CMSNR.h"
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <cstddef>
@@ -33,6 +34,10 @@ void CMSNR::updateSources(const std::vector<SourceLocation>& newSources) {
   const int N = static_cast<int>(newSources.size());
   const int oldN = static_cast<int>(sources.size());
   const int M = numMic;
+  if (oldN > 0 && keepsOrder(previous) && holdsMatricesFor(M)) {
+    sources = newSources;
+    return;
+  }
 
   std::vector<Matrix> newSignal;
   std::vector<Matrix> newNoise;
@@ -65,44 +70,50 @@ void CMSNR::updateSources(const std::vector<SourceLocation>& newSources) {
   separationMatrices.swap(newMatrices);
 }
 
+bool CMSNR::holdsMatricesFor(int M) const {
+  return separationMatrices.size() == static_cast<std::size_t>(std::max(numFreq, 0)) &&
+         std::all_of(separationMatrices.begin(), separationMatrices.end(),
+                     [M](const Matrix& W) { return W.getColumnCount() == M; });
+}
+
 // Per bin with the observation x (M × 1) and P = x · xᴴ: a target's signal correlation A, or a
 // noise source's noise correlation B, moves towards P; the source's row of W is the filter of (A,
 // B).
 void CMSNR::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
-  std::vector<Matrix> newSignal;
-  std::vector<Matrix> newNoise;
-  std::vector<Factor> newFactors;
-  std::vector<Matrix> newMatrices;
+  spareCorrelations.resize(static_cast<std::size_t>(N) * std::max(numFreq, 0));
+  prepare(spareMatrices, N, numMic);
   for (int k = 0; k < numFreq; ++k) {
-    Matrix W(N, numMic);
     const Matrix x = inputSpectrum.getColumn(k);
     const Matrix P = x * x.transposed(true);
     for (int s = 0; s < N; ++s) {
       const int i = k * N + s;
+      Matrix& moved = spareCorrelations[i];
       const bool isTarget = sources[s].flag;
-      Matrix A = isTarget ? averaged(P, signalCorrelations[i]) : signalCorrelations[i];
-      Matrix B = isTarget ? noiseCorrelations[i] : averaged(P, noiseCorrelations[i]);
-      Factor factor;
-      if (static_cast<std::size_t>(i) < factors.size()) factor = factors[i];
-      copyRow(filter(A, B, factor), 0, W, s);
-      newFactors.push_back(std::move(factor));
-      newSignal.push_back(std::move(A));
-      newNoise.push_back(std::move(B));
+      average(P, isTarget ? signalCorrelations[i] : noiseCorrelations[i], moved);
+      const Matrix& A = isTarget ? moved : signalCorrelations[i];
+      const Matrix& B = isTarget ? noiseCorrelations[i] : moved;
+      copyRow(filter(A, B, factors[i]), 0, spareMatrices[k], s);
     }
-    newMatrices.push_back(std::move(W));
   }
-  signalCorrelations.swap(newSignal);
-  noiseCorrelations.swap(newNoise);
-  factors.swap(newFactors);
-  separationMatrices.swap(newMatrices);
+  for (int i = 0; i < N * numFreq; ++i) {
+    Matrix& old = sources[i % N].flag ? signalCorrelations[i] : noiseCorrelations[i];
+    old.swap(spareCorrelations[i]);
+  }
+  separationMatrices.swap(spareMatrices);
 }
 
-// (1 − α) · P + α · old
-Matrix CMSNR::averaged(const Matrix& P, const Matrix& old) const {
+// result := (1 − α) · P + α · old, both factors as complex numbers without imaginary part.
+void CMSNR::average(const Matrix& P, const Matrix& old, Matrix& result) const {
   // A sum of different shapes would be fatal, and numMic comes from outside.
-  if (P.getRowCount() != old.getRowCount()) throw MatrixSizeMismatchException();
-  return std::complex<double>(1.0 - alpha, 0.0) * P + std::complex<double>(alpha, 0.0) * old;
+  const int M = P.getRowCount();
+  if (M != old.getRowCount() || M != old.getColumnCount()) throw MatrixSizeMismatchException();
+  if (result.getRowCount() != M || result.getColumnCount() != M) result = Matrix(M, M);
+  const std::complex<double> fresh(1.0 - alpha, 0.0);
+  const std::complex<double> kept(alpha, 0.0);
+  for (std::ptrdiff_t i = 0; i < std::ptrdiff_t{M} * M; ++i) {
+    result.data()[i] = P.data()[i] * fresh + old.data()[i] * kept;
+  }
 }
 
 // vᴴ (1 × M) for the vector v of the largest generalised value, divided by its squared norm. For

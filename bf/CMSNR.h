@@ -36,7 +36,8 @@ class CMSNR : public BF {
   double alpha;                            ///< forgetting factor of the averages
 
  private:
-  Matrix averaged(const Matrix& P, const Matrix& old) const;
+  bool holdsMatricesFor(int M) const;
+  void average(const Matrix& P, const Matrix& old, Matrix& result) const;
   /// The inverse triangular factor of a noise correlation matrix, beside the matrix it is of.
   struct Factor {
     Matrix B;
@@ -45,6 +46,7 @@ class CMSNR : public BF {
   Matrix filter(const Matrix& A, const Matrix& B, Factor& factor) const;
 
   std::vector<Factor> factors;  // entry k · N + s, of the last decomposition; new sources: empty
+  std::vector<Matrix> spareCorrelations;  // entry k · N + s, storage of what was replaced last
 };
 
 }  // namespace BF

@@ -31,6 +31,12 @@ GJ::GJ(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool lcA
 
 void GJ::updateSources(const std::vector<SourceLocation>& newSources) {
   const std::vector<int> previous = previousIndices(newSources);
+  if (nothingChanges(newSources, previous)) {
+    sources = newSources;
+    for (Matrix& wa : adaptiveWeights)
+      std::fill_n(wa.data(), wa.getRowCount() * wa.getColumnCount(), 0.0);
+    return;
+  }
   std::vector<Matrix> tf;
   getTransformFunctions(newSources, tf);
 
@@ -83,13 +89,11 @@ void GJ::adaptSeparationMatrices() {
   Matrix z(blocked, 1);
   Matrix wa(1, blocked);
   Matrix waB(1, M);
-  std::vector<Matrix> newAdaptive;
-  std::vector<Matrix> newMatrices;
-  newAdaptive.reserve(std::max(numFreq, 0));
-  newMatrices.reserve(std::max(numFreq, 0));
+  prepare(spareAdaptive, N, blocked);
+  prepare(spareMatrices, N, M);
   for (int k = 0; k < numFreq; ++k) {
-    Matrix W(N, M);
-    Matrix Wa(N, blocked);
+    Matrix& W = spareMatrices[k];
+    Matrix& Wa = spareAdaptive[k];
     copyColumn(inputSpectrum, k, x);
     for (int n = 0; n < N; ++n) {
       const Matrix& B = blockingMatrices[k * N + n];
@@ -105,11 +109,9 @@ void GJ::adaptSeparationMatrices() {
       for (int m = 0; m < M; ++m) w[m] = q[m] - waB.data()[m];
       copyRow(wa, 0, Wa, n);
     }
-    newAdaptive.push_back(std::move(Wa));
-    newMatrices.push_back(std::move(W));
   }
-  adaptiveWeights.swap(newAdaptive);
-  separationMatrices.swap(newMatrices);
+  adaptiveWeights.swap(spareAdaptive);
+  separationMatrices.swap(spareMatrices);
 }
 
 // mu over twice the blocked signals' power p = ‖z‖². The guard looks at p truncated to an integer,

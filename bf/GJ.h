@@ -32,6 +32,8 @@ class GJ : public BF {
 
  private:
   double normalisedStep(const Matrix& z) const;
+
+  std::vector<Matrix> spareAdaptive;  // storage of the adaptive weights that were replaced last
 };
 
 }  // namespace BF

@@ -7,17 +7,22 @@
 #include <cstdio>
 #include <utility>
 
+#include "matrix/ProcessorClones.h"
+
 namespace BF {
 
 namespace {
 
+std::ptrdiff_t elementCount(const Matrix& P) {
+  return std::ptrdiff_t{P.getRowCount()} * P.getColumnCount();
+}
+
 /// ‖P‖², the sum of the squared moduli of all elements. It is summed as a complex number whose
 /// imaginary part is zero, so its modulus is the sum itself.
 double squaredNorm(const Matrix& P) {
-  const std::ptrdiff_t count = std::ptrdiff_t{P.getRowCount()} * P.getColumnCount();
   double sum = 0.0;
-  for (std::ptrdiff_t i = 0; i < count; ++i) {
-    const double modulus = std::abs(P.data()[i]);
+  for (std::ptrdiff_t i = 0; i < elementCount(P); ++i) {
+    const double modulus = std::hypot(P.data()[i].real(), P.data()[i].imag());
     sum += modulus * modulus;
   }
   return sum;
@@ -25,10 +30,35 @@ double squaredNorm(const Matrix& P) {
 
 /// Re⟨P, Q⟩, the real part of Σ conj(P_ij) · Q_ij.
 double realInnerProduct(const Matrix& P, const Matrix& Q) {
-  const std::ptrdiff_t count = std::ptrdiff_t{P.getRowCount()} * P.getColumnCount();
+  // The plain formula; where complex multiplication gives something else, this gives NaN.
   double sum = 0.0;
-  for (std::ptrdiff_t i = 0; i < count; ++i) sum += (std::conj(P.data()[i]) * Q.data()[i]).real();
+  for (std::ptrdiff_t i = 0; i < elementCount(P); ++i) {
+    sum += P.data()[i].real() * Q.data()[i].real() + P.data()[i].imag() * Q.data()[i].imag();
+  }
+  if (sum == sum) return sum;
+  sum = 0.0;
+  for (std::ptrdiff_t i = 0; i < elementCount(P); ++i) {
+    sum += (std::conj(P.data()[i]) * Q.data()[i]).real();
+  }
   return sum;
+}
+
+/// newW := (W − μ_ss · J_ss) − μ_lc · J_lc, the steps multiplied as complex numbers without
+/// imaginary part.
+ZELK_PROCESSOR_CLONES void descend(const Matrix& W, double mu_ss, const Matrix& J_ss, double mu_lc,
+                                   const Matrix& J_lc, Matrix& newW) {
+  const std::ptrdiff_t count = elementCount(W);
+  const std::complex<double>* w = W.data();
+  const std::complex<double>* s = J_ss.data();
+  const std::complex<double>* c = J_lc.data();
+  std::complex<double>* __restrict to = newW.data();
+  for (std::ptrdiff_t i = 0; i < count; ++i) {
+    const double re = (w[i].real() - (s[i].real() * mu_ss - s[i].imag() * 0.0)) -
+                      (c[i].real() * mu_lc - c[i].imag() * 0.0);
+    const double im = (w[i].imag() - (s[i].real() * 0.0 + s[i].imag() * mu_ss)) -
+                      (c[i].real() * 0.0 + c[i].imag() * mu_lc);
+    to[i] = {re, im};
+  }
 }
 
 }  // namespace
@@ -39,16 +69,14 @@ struct GSS::Work {
       : x(M, 1),
         y(outputs, 1),
         f(N, 1),
-        WA(N, N),
         E_lc(N, N),
         J_lc(N, M),
         E_ss(N, N),
         J_ss(N, M),
         doubleE_ss(N, N),
-        doubleE_ssF(N, 1),
         Q(N, M) {}
 
-  Matrix x, y, f, WA, E_lc, J_lc, E_ss, J_ss, doubleE_ss, doubleE_ssF, Q;
+  Matrix x, y, f, E_lc, J_lc, E_ss, J_ss, doubleE_ss, Q;
 };
 
 GSS::GSS(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool lcAdaptiveValue,
@@ -75,6 +103,10 @@ GHDSS::GHDSS(int numFreqValue, int samplingRateValue, double soundSpeedValue, bo
 
 void GSS::updateSources(const std::vector<SourceLocation>& newSources) {
   const std::vector<int> previous = previousIndices(newSources);
+  if (nothingChanges(newSources, previous)) {
+    sources = newSources;
+    return;
+  }
   std::vector<Matrix> tf;
   getTransformFunctions(newSources, tf);
 
@@ -103,48 +135,70 @@ void GSS::adaptSeparationMatrices() {
   const int M = inputSpectrum.getRowCount();
   if (numFreq > 0) requireSeparationMatrices();
   Work work(N, M, outputSpectrum.getRowCount());
-  std::vector<Matrix> newMatrices;
-  newMatrices.reserve(std::max(numFreq, 0));
-  for (int k = 0; k < numFreq; ++k) {
-    newMatrices.emplace_back(N, M);
-    adaptBin(k, work, newMatrices.back());
-  }
-  separationMatrices.swap(newMatrices);
+  prepare(spareMatrices, N, M);
+  for (int k = 0; k < numFreq; ++k) adaptBin(k, work, spareMatrices[k]);
+  separationMatrices.swap(spareMatrices);
 }
 
-// One bin's step, W − μ_ss · J_ss − μ_lc · J_lc:
-//   E_lc  N × N  diagonal part of W · A − I       J_lc  N × M  E_lc · Aᴴ
-//   E_ss  N × N  off-diagonal part of f · yᴴ      J_ss  N × M  E_ss · W        f  N × 1  φ(y)
+// One bin's step, W − μ_ss · J_ss − μ_lc · J_lc.
 void GSS::adaptBin(int k, Work& work, Matrix& newW) const {
   const Matrix& W = separationMatrices[k];
   const Matrix& A = transferFunctions[k];
-  const int N = static_cast<int>(sources.size());
+  if (A.getRowCount() != W.getColumnCount() || A.getColumnCount() != W.getRowCount() ||
+      newW.getRowCount() != W.getRowCount() || newW.getColumnCount() != W.getColumnCount()) {
+    throw MatrixSizeMismatchException();
+  }
   copyColumn(inputSpectrum, k, work.x);
-
-  multiplyInto(W, A, work.WA);
-  for (int n = 0; n < N; ++n) work.E_lc.setElementAt(n, n, work.WA.getElementAt(n, n) - 1.0);
-  multiplyAdjointInto(work.E_lc, A, work.J_lc);
+  constraintGradient(W, A, work);
   const double mu_lc = lcAdaptive ? constraintStep(work) : mu;
 
   requireUpdateRule();
   copyColumn(outputSpectrum, k, work.y);
+  separationGradient(W, work);
+  const double step_ss = ssAdaptive ? separationStep(work) : mu_ss;
+
+  descend(W, step_ss, work.J_ss, mu_lc, work.J_lc, newW);
+}
+
+// E_lc (N × N) is the diagonal part of W · A − I, J_lc (N × M) = E_lc · Aᴴ.
+void GSS::constraintGradient(const Matrix& W, const Matrix& A, Work& work) {
+  const int N = W.getRowCount();
+  const int M = W.getColumnCount();
+  bool finite = true;
+  for (int n = 0; n < N; ++n) {
+    const std::complex<double> e =
+        dotProduct(W.data() + std::ptrdiff_t{n} * M, 1, A.data() + n, N, M) - 1.0;
+    work.E_lc.setElementAt(n, n, e);
+    finite = finite && std::isfinite(e.real()) && std::isfinite(e.imag());
+  }
+  // Only where A has an element that is not finite do the zeros of E_lc add something to the sums.
+  if (!finite) {
+    multiplyAdjointInto(work.E_lc, A, work.J_lc);
+    return;
+  }
+  for (int n = 0; n < N; ++n) {
+    const std::complex<double>& e = work.E_lc.getElementAt(n, n);
+    for (int m = 0; m < M; ++m) {
+      work.J_lc.setElementAt(n, m, dotProductWithConjugate(&e, A.data() + m * N + n, 1));
+    }
+  }
+}
+
+// E_ss (N × N) is the off-diagonal part of f · yᴴ with f (N × 1) = φ(y), J_ss (N × M) = E_ss · W.
+void GSS::separationGradient(const Matrix& W, Work& work) const {
+  const int N = W.getRowCount();
   for (int i = 0; i < N; ++i) {
     work.f.setElementAt(i, 0, nonLinear(work.y.getElementAt(i, 0)));
   }
-
-  multiplyAdjointInto(work.f, work.y, work.E_ss);
-  for (int n = 0; n < N; ++n) {
-    const std::complex<double> p = work.E_ss.getElementAt(n, n);
-    work.E_ss.setElementAt(n, n, p - p);
+  if (work.y.getRowCount() != N) throw MatrixSizeMismatchException();
+  for (int i = 0; i < N; ++i) {
+    for (int j = 0; j < N; ++j) {
+      const std::complex<double> p =
+          dotProductWithConjugate(work.f.data() + i, work.y.data() + j, 1);
+      work.E_ss.setElementAt(i, j, i == j ? p - p : p);
+    }
   }
   multiplyInto(work.E_ss, W, work.J_ss);
-  const double step_ss = ssAdaptive ? separationStep(work) : mu_ss;
-
-  const std::ptrdiff_t count = std::ptrdiff_t{N} * W.getColumnCount();
-  for (std::ptrdiff_t i = 0; i < count; ++i) {
-    newW.data()[i] = (W.data()[i] - work.J_ss.data()[i] * std::complex<double>(step_ss, 0.0)) -
-                     work.J_lc.data()[i] * std::complex<double>(mu_lc, 0.0);
-  }
 }
 
 void GSS::requireUpdateRule() const {
@@ -174,12 +228,18 @@ double GSS::constraintStep(const Work& work) const {
 // mu_ss · (e / 2) / s with e = ‖E_ss‖² and s = Re⟨J_ss, Q⟩, Q = 2 · E_ss · f · xᴴ (N × M). s keeps
 // its sign: a negative one takes the guarded branch.
 double GSS::separationStep(Work& work) const {
-  const std::ptrdiff_t count = std::ptrdiff_t{work.E_ss.getRowCount()} * work.E_ss.getRowCount();
-  for (std::ptrdiff_t i = 0; i < count; ++i) {
+  const int N = work.Q.getRowCount();
+  const int M = work.Q.getColumnCount();
+  for (std::ptrdiff_t i = 0; i < elementCount(work.E_ss); ++i) {
     work.doubleE_ss.data()[i] = work.E_ss.data()[i] * std::complex<double>(2.0, 0.0);
   }
-  multiplyInto(work.doubleE_ss, work.f, work.doubleE_ssF);
-  multiplyAdjointInto(work.doubleE_ssF, work.x, work.Q);
+  for (int i = 0; i < N; ++i) {
+    const std::complex<double> q =
+        dotProduct(work.doubleE_ss.data() + i * N, 1, work.f.data(), 1, N);
+    for (int m = 0; m < M; ++m) {
+      work.Q.setElementAt(i, m, dotProductWithConjugate(&q, work.x.data() + m, 1));
+    }
+  }
   const double s = realInnerProduct(work.J_ss, work.Q);
   const double e = squaredNorm(work.E_ss);
   if (BF_EPS > s) return mu_ss * (0.5 * e) / (BF_EPS + s);

@@ -43,6 +43,8 @@ class GSS : public BF {
  private:
   struct Work;
   void adaptBin(int k, Work& work, Matrix& newW) const;
+  static void constraintGradient(const Matrix& W, const Matrix& A, Work& work);
+  void separationGradient(const Matrix& W, Work& work) const;
   void requireUpdateRule() const;
   std::complex<double> nonLinear(const std::complex<double>& y) const;
   double constraintStep(const Work& work) const;

@@ -22,6 +22,10 @@ LCMV::LCMV(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool
 
 void LCMV::updateSources(const std::vector<SourceLocation>& newSources) {
   const std::vector<int> previous = previousIndices(newSources);
+  if (nothingChanges(newSources, previous)) {
+    sources = newSources;
+    return;
+  }
   std::vector<Matrix> tf;
   getTransformFunctions(newSources, tf);
 
@@ -72,14 +76,13 @@ void LCMV::adaptSeparationMatrices() {
   Matrix x(M, 1);
   Matrix stepped(1, M);
   Matrix projected(1, M);
-  std::vector<Matrix> newMatrices;
-  newMatrices.reserve(std::max(numFreq, 0));
+  prepare(spareMatrices, N, M);
   for (int k = 0; k < numFreq; ++k) {
-    Matrix W = separationMatrices[k];
+    Matrix& W = spareMatrices[k];
     copyColumn(inputSpectrum, k, x);
     const double step = lcAdaptive ? normalisedStep(x) : mu;
     for (int n = 0; n < N; ++n) {
-      copyRow(W, n, stepped, 0);
+      copyRow(separationMatrices[k], n, stepped, 0);
       const std::complex<double>& y = outputSpectrum.getElementAt(n, k);
       const std::complex<double> stepY(step * y.real(), step * y.imag());
       for (int m = 0; m < M; ++m) stepped.data()[m] -= std::conj(x.data()[m]) * stepY;
@@ -88,9 +91,8 @@ void LCMV::adaptSeparationMatrices() {
       std::complex<double>* w = W.data() + std::ptrdiff_t{n} * M;
       for (int m = 0; m < M; ++m) w[m] = projected.data()[m] + f[m];
     }
-    newMatrices.push_back(std::move(W));
   }
-  separationMatrices.swap(newMatrices);
+  separationMatrices.swap(spareMatrices);
 }
 
 // mu over twice the input power p = ‖x‖².

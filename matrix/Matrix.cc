@@ -5,6 +5,8 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "matrix/ProcessorClones.h"
+
 namespace BF {
 
 namespace {
@@ -36,20 +38,47 @@ Matrix combined(const Matrix& a, const Matrix& b, Function f) {
   return result;
 }
 
-/// Σ a[i] · conj(b[i]), like dotProduct.
-std::complex<double> dotProductWithConjugate(const std::complex<double>* a,
-                                             const std::complex<double>* b, int count) {
-  double re = 0.0;
-  double im = 0.0;
-  for (int i = 0; i < count; ++i) {
-    const double yIm = -b[i].imag();
-    re += a[i].real() * b[i].real() - a[i].imag() * yIm;
-    im += a[i].real() * yIm + a[i].imag() * b[i].real();
+/// Four complex numbers, real and imaginary parts in turn.
+using Four = double __attribute__((vector_size(64)));
+
+/// Σ_k a(k) · b(k, j) for four neighbouring columns j at once, each summed like dotProduct.
+ZELK_INLINE void fourColumns(const std::complex<double>* a, int count,
+                             const std::complex<double>* b, int columns,
+                             std::complex<double>* result) {
+  Four sum = {};
+  for (int k = 0; k < count; ++k) {
+    Four y;
+    std::memcpy(&y, b, sizeof y);
+    const double re = a[k].real();
+    const double im = a[k].imag();
+    const Four ims = {-im, im, -im, im, -im, im, -im, im};
+    sum += re * y + ims * __builtin_shufflevector(y, y, 1, 0, 3, 2, 5, 4, 7, 6);
+    b += columns;
   }
-  if (re == re && im == im) return {re, im};
-  std::complex<double> sum = 0.0;
-  for (int i = 0; i < count; ++i) sum += a[i] * std::conj(b[i]);
-  return sum;
+  std::memcpy(static_cast<void*>(result), &sum, sizeof sum);
+}
+
+/// A row (1 × count) times b (count × columns, a multiple of four of them).
+ZELK_PROCESSOR_CLONES void rowTimesMatrix(const std::complex<double>* a, int count,
+                                          const std::complex<double>* b, int columns, int stride,
+                                          std::complex<double>* result) {
+  for (int j = 0; j < columns; j += 4) fourColumns(a, count, b + j, stride, result + j);
+}
+
+/// result := a · b, m × count times count × columns.
+void product(const std::complex<double>* a, int m, int count, const std::complex<double>* b,
+             int columns, std::complex<double>* result) {
+  const int inFours = columns - columns % 4;
+  for (int i = 0; i < m; ++i) {
+    if (inFours > 0) rowTimesMatrix(a, count, b, inFours, columns, result);
+    for (int j = 0; j < columns; ++j) {
+      const bool known = j < inFours && result[j].real() == result[j].real() &&
+                         result[j].imag() == result[j].imag();
+      if (!known) result[j] = dotProduct(a, 1, b + j, columns, count);
+    }
+    a += count;
+    result += columns;
+  }
 }
 
 /// Ends the process when the shapes differ, unless an exception is being handled.
@@ -187,12 +216,7 @@ Matrix& Matrix::conjugate() { return *this = conjugated(); }
 Matrix Matrix::multiplied(const Matrix& b) const {
   if (columns != b.rows) throw MatrixSizeMismatchException();
   Matrix result(rows, b.columns);
-  for (int i = 0; i < rows; ++i) {
-    for (int j = 0; j < b.columns; ++j) {
-      result.elements[result.offset(i, j)] =
-          dotProduct(elements.get() + offset(i, 0), 1, b.elements.get() + j, b.columns, columns);
-    }
-  }
+  product(elements.get(), rows, columns, b.elements.get(), b.columns, result.elements.get());
   return result;
 }
 
@@ -332,13 +356,7 @@ void multiplyInto(const Matrix& a, const Matrix& b, Matrix& result) {
       result.getColumnCount() != columns) {
     throw MatrixSizeMismatchException();
   }
-  std::complex<double>* element = result.data();
-  for (int i = 0; i < a.getRowCount(); ++i) {
-    for (int j = 0; j < columns; ++j) {
-      *element++ = dotProduct(a.data() + static_cast<std::ptrdiff_t>(i) * count, 1, b.data() + j,
-                              columns, count);
-    }
-  }
+  product(a.data(), a.getRowCount(), count, b.data(), columns, result.data());
 }
 
 void multiplyAdjointInto(const Matrix& a, const Matrix& b, Matrix& result) {

@@ -220,6 +220,10 @@ class Matrix {
 std::complex<double> dotProduct(const std::complex<double>* a, std::ptrdiff_t aStride,
                                 const std::complex<double>* b, std::ptrdiff_t bStride, int count);
 
+/// Σ a[i] · conj(b[i]) over i = 0 … count − 1, likewise: an element of a · bᴴ.
+std::complex<double> dotProductWithConjugate(const std::complex<double>* a,
+                                             const std::complex<double>* b, int count);
+
 /// result := a · b, bit for bit what the product of Matrix gives, into a matrix that has the
 /// product's shape already. For loops over the bins, which need no new storage each time. Throws
 /// MatrixSizeMismatchException unless all shapes fit; result is neither a nor b.
@@ -286,6 +290,21 @@ inline std::complex<double> dotProduct(const std::complex<double>* a, std::ptrdi
   if (re == re && im == im) return {re, im};
   std::complex<double> sum = 0.0;
   for (int i = 0; i < count; ++i) sum += a[i * aStride] * b[i * bStride];
+  return sum;
+}
+
+inline std::complex<double> dotProductWithConjugate(const std::complex<double>* a,
+                                                    const std::complex<double>* b, int count) {
+  double re = 0.0;
+  double im = 0.0;
+  for (int i = 0; i < count; ++i) {
+    const double yIm = -b[i].imag();
+    re += a[i].real() * b[i].real() - a[i].imag() * yIm;
+    im += a[i].real() * yIm + a[i].imag() * b[i].real();
+  }
+  if (re == re && im == im) return {re, im};
+  std::complex<double> sum = 0.0;
+  for (int i = 0; i < count; ++i) sum += a[i] * std::conj(b[i]);
   return sum;
 }
 

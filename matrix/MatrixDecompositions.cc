@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <cstdio>
@@ -12,17 +13,13 @@ namespace {
 
 KernelMatrix<double> toKernel(const Matrix& a) {
   KernelMatrix<double> result(a.getRowCount(), a.getColumnCount());
-  for (int i = 0; i < a.getRowCount(); ++i) {
-    for (int j = 0; j < a.getColumnCount(); ++j) result(i, j) = a.getElementAt(i, j);
-  }
+  std::copy_n(a.data(), result.data().size(), result.data().begin());
   return result;
 }
 
 Matrix fromKernel(const KernelMatrix<double>& a) {
   Matrix result(static_cast<int>(a.size1()), static_cast<int>(a.size2()));
-  for (int i = 0; i < result.getRowCount(); ++i) {
-    for (int j = 0; j < result.getColumnCount(); ++j) result.setElementAt(i, j, a(i, j));
-  }
+  std::copy_n(a.data().begin(), a.data().size(), result.data());
   return result;
 }
 

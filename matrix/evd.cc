@@ -24,19 +24,28 @@ struct Rotation {
 /// a = A(p, q) with modulus |a|, h = d(q) − d(p). The rotation's parameter is
 ///   t = ā / h                         when |a| is negligible next to h,
 ///   t = (√(h² + 4·|a|²) − h) / (2·a)  otherwise.
+/// With r = √(h² + 4·|a|²) and u = r + |h| the second is |t| = x / y, where (x, y) is (2·|a|, u)
+/// for a positive h and (u, 2·|a|) for another: no difference that loses the digits of a small |a|.
+/// As x² + y² = 2·r·u, |s| = x / √(2·r·u) and |τ| = x / (√(2·r·u) + y).
 ZELK_INLINE Rotation rotationFor(double ar, double ai, double absA, double h) {
-  double absT;  // |t|, with the sign of h in the first case
+  double absT;  // with the sign of h in the first case, like |s| and |τ|
+  double absS;
+  double absTau;
   if (std::abs(h) + 100.0 * absA == std::abs(h)) {
     absT = absA / h;
+    const double root = std::sqrt(absT * absT + 1.0);
+    absS = absT / root;
+    absTau = absT / (root + 1.0);
   } else {
-    const double root = modulus(h, 2.0 * absA);
-    // For positive h the difference √(h² + 4·|a|²) − h would lose every digit of a small |a|;
-    // divided by 2·|a| it is the same as 2·|a| / (√(h² + 4·|a|²) + h).
-    absT = h > 0.0 ? 2.0 * absA / (root + h) : (root - h) / (2.0 * absA);
+    const double r = modulus(h, 2.0 * ar, 2.0 * ai);
+    const double u = r + std::abs(h);
+    const double root = std::sqrt(2.0 * r) * std::sqrt(u);
+    const double x = h > 0.0 ? 2.0 * absA : u;
+    const double y = h > 0.0 ? u : 2.0 * absA;
+    absT = x / y;
+    absS = x / root;
+    absTau = x / (root + y);
   }
-  const double c = 1.0 / std::sqrt(absT * absT + 1.0);
-  const double absS = absT * c;
-  const double absTau = absS / (1.0 + c);
   const double phaseRe = ar / absA;
   const double phaseIm = -ai / absA;
   return {absS * phaseRe, absS * phaseIm, absTau * phaseRe, absTau * phaseIm, absT * absA};
@@ -133,16 +142,20 @@ void sortIncreasing(KernelVector<double>& d, SplitMatrix& Vt) {
 
 template <>
 void evd<double>(KernelMatrix<double>& A, KernelVector<double>& d, KernelMatrix<double>& V) {
-  // b: the diagonal at the start of a sweep; z: what the sweep has added to it.
+  // b: the diagonal at the start of a sweep; z: what the sweep has added to it. Kept between calls,
+  // like the work matrices: Hermitian with both triangles and a diagonal of zeros, and V
+  // transposed.
   static KernelVector<double> b;
   static KernelVector<double> z;
+  static SplitMatrix work;
+  static SplitMatrix Vt;
 
   const std::size_t n = A.size1();
   d.resize(n, false);
   b.resize(n, false);
   z.resize(n, false);
-  SplitMatrix work(n, n);  // Hermitian, both triangles, diagonal left at zero
-  SplitMatrix Vt(n, n);
+  work.setToZeros(n, n);
+  Vt.setToZeros(n, n);
   for (std::size_t i = 0; i < n; ++i) {
     d(i) = b(i) = A(i, i).real();
     z(i) = 0.0;

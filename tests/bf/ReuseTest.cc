@@ -1,0 +1,208 @@
+// What an engine keeps from frame to frame must be, to the bit, what computing it anew would give.
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "bf/CML.h"
+#include "bf/CMSNR.h"
+#include "bf/Fixed.h"
+#include "bf/GJ.h"
+#include "bf/GSS.h"
+#include "bf/LCMV.h"
+#include "tests/support/Databases.h"
+
+namespace {
+
+using BF::Matrix;
+using support::Generator;
+using support::SceneSource;
+
+constexpr int BINS = 3;
+constexpr int RATE = 16000;
+constexpr double SPEED = 343.0;
+
+testing::AssertionResult sameLists(const std::vector<Matrix>& a, const std::vector<Matrix>& b) {
+  if (a.size() != b.size()) return testing::AssertionFailure() << a.size() << " and " << b.size();
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (!BF::sameBits(a[i], b[i])) return testing::AssertionFailure() << "entry " << i;
+  }
+  return testing::AssertionSuccess();
+}
+
+/// A scene that mostly stays, and sometimes reorders, moves, grows, shrinks or repeats an id.
+std::vector<SceneSource> nextScene(Generator& random, std::vector<SceneSource> scene) {
+  switch (random.integer(0, 11)) {
+    case 0:
+      if (scene.size() > 1) std::swap(scene.front(), scene.back());
+      break;
+    case 1:
+      if (!scene.empty()) scene.front().position = random.integer(0, 8);
+      break;
+    case 2:
+      if (scene.size() < 4) scene.push_back({random.integer(0, 5), random.integer(0, 8)});
+      break;
+    case 3:
+      if (!scene.empty()) scene.pop_back();
+      break;
+    case 4:
+      if (!scene.empty()) scene.front().target = !scene.front().target;
+      break;
+    default:
+      break;
+  }
+  return scene;
+}
+
+/// Every public list of an adaptive engine.
+std::vector<const std::vector<Matrix>*> listsOf(const BF::BF& engine) {
+  std::vector<const std::vector<Matrix>*> lists{&engine.transferFunctions,
+                                                &engine.separationMatrices};
+  if (const auto* lcmv = dynamic_cast<const BF::LCMV*>(&engine)) {
+    lists.insert(lists.end(), {&lcmv->quiescentWeights, &lcmv->projectionMatrices});
+  }
+  if (const auto* gj = dynamic_cast<const BF::GJ*>(&engine)) {
+    lists.insert(lists.end(), {&gj->quiescentWeights, &gj->blockingMatrices, &gj->adaptiveWeights});
+  }
+  return lists;
+}
+
+/// Makes the engine compute everything anew in its next updateSources.
+void spoilTransferFunctions(BF::BF& engine) {
+  for (Matrix& A : engine.transferFunctions) {
+    for (int i = 0; i < A.getRowCount() * A.getColumnCount(); ++i) {
+      A.data()[i] = std::numeric_limits<double>::quiet_NaN();
+    }
+  }
+}
+
+using Maker = std::function<std::unique_ptr<BF::BF>()>;
+
+template <typename Engine, typename... Settings>
+Maker making(Settings... settings) {
+  return [=] { return std::make_unique<Engine>(BINS, RATE, SPEED, settings...); };
+}
+
+TEST(Reuse, AdaptiveEnginesKeepWhatRecomputationGives) {
+  const Maker makers[] = {making<BF::LCMV>(true, 0.5), making<BF::GJ>(true, 0.5),
+                          making<BF::GJ>(false, 0.01),
+                          making<BF::GICA>(true, 0.5, true, 0.1, 0.1, BF::NL_FUNC_TANH)};
+  for (const Maker& make : makers) {
+    for (int seed = 0; seed < 20; ++seed) {
+      Generator random(seed);
+      const int M = random.integer(1, 5);
+      auto database = support::randomDatabase(random, M, 9, BINS);
+      const auto quick = make();
+      const auto anew = make();
+      std::vector<SceneSource> scene{{1, 2}, {2, 5}};
+      for (int frame = 0; frame < 40; ++frame) {
+        SCOPED_TRACE(testing::Message() << "algorithm " << quick->getBfAlgorithmType() << ", seed "
+                                        << seed << ", frame " << frame);
+        if (frame % 15 == 0) {  // the same positions, one bin changed
+          database.transferFunctions[frame / 15] = random.gaussian(M, 9);
+          quick->setTransformFunctionDatabase(database);
+          anew->setTransformFunctionDatabase(database);
+        }
+        scene = nextScene(random, scene);
+        const auto sources = support::locationsOf(scene, database);
+        spoilTransferFunctions(*anew);
+        const Matrix input = random.gaussian(M, BINS);
+        Matrix outputs[2];
+        int which = 0;
+        for (BF::BF* engine : {quick.get(), anew.get()}) {
+          engine->updateSources(sources);
+          engine->executeBeamForming(input, outputs[which++]);
+          if (frame % 5 != 4) engine->adaptSeparationMatrices();
+        }
+        ASSERT_TRUE(BF::sameBits(outputs[0], outputs[1]));
+        const auto kept = listsOf(*quick);
+        const auto expected = listsOf(*anew);
+        for (std::size_t i = 0; i < kept.size(); ++i) {
+          ASSERT_TRUE(sameLists(*kept[i], *expected[i])) << "list " << i;
+        }
+      }
+    }
+  }
+}
+
+TEST(Reuse, StatelessEnginesKeepWhatAFreshOneGives) {
+  const Maker makers[] = {making<BF::DS>(), making<BF::WDS>(), making<BF::Null>(),
+                          making<BF::ILSE>(), making<BF::CML>(0.01)};
+  for (const Maker& make : makers) {
+    Generator random(3);
+    const auto database = support::randomDatabase(random, 4, 9, BINS);
+    const auto quick = make();
+    quick->setTransformFunctionDatabase(database);
+    std::vector<Matrix> noise;
+    for (int k = 0; k < BINS; ++k) noise.push_back(random.gaussian(4, 4));
+    std::vector<SceneSource> scene{{1, 2}, {2, 5}};
+    for (int frame = 0; frame < 60; ++frame) {
+      SCOPED_TRACE(testing::Message()
+                   << "algorithm " << quick->getBfAlgorithmType() << ", frame " << frame);
+      scene = nextScene(random, scene);
+      if (frame % 7 == 0) noise[frame % BINS] = random.gaussian(4, 4);
+      if (frame % 11 == 0 && frame > 0) {  // whatever somebody else wrote there
+        quick->separationMatrices.assign(BINS, Matrix(1, 4));
+      }
+      const auto fresh = make();
+      fresh->setTransformFunctionDatabase(database);
+      for (BF::BF* engine : {quick.get(), fresh.get()}) {
+        engine->noiseCorrelationMatrices = noise;
+        engine->updateSources(support::locationsOf(scene, database));
+      }
+      ASSERT_TRUE(sameLists(quick->transferFunctions, fresh->transferFunctions));
+      ASSERT_TRUE(sameLists(quick->separationMatrices, fresh->separationMatrices));
+    }
+  }
+}
+
+/// vᴴ / ‖v‖² for the generalised eigenvector v of the largest eigenvalue.
+Matrix filterOf(const Matrix& A, const Matrix& B) {
+  Matrix values;
+  Matrix vectors;
+  A.generalizedEigenValues(B, values, vectors);
+  const Matrix v = vectors.getColumn(values.getMaximumValueIndexInColumn(0));
+  return (v * std::complex<double>(1.0 / v.norm().real(), 0.0)).transposed(true);
+}
+
+TEST(Reuse, CmsnrMatchesItsDefinitionWhateverItKeeps) {
+  constexpr int M = 3;
+  constexpr double ALPHA = 0.8;
+  Generator random(5);
+  const auto database = support::randomDatabase(random, M, 9, BINS);
+  BF::CMSNR engine(BINS, RATE, SPEED, "GEVD", ALPHA);
+  engine.numMic = M;
+  std::vector<SceneSource> scene{{1, 2}, {2, 5}};
+  for (int frame = 0; frame < 60; ++frame) {
+    SCOPED_TRACE(testing::Message() << "frame " << frame);
+    scene = nextScene(random, scene);
+    const auto sources = support::locationsOf(scene, database);
+    engine.updateSources(sources);
+    if (frame % 13 == 12) {  // what is kept belongs to other matrices now
+      for (Matrix& B : engine.noiseCorrelations) B = B * std::complex<double>(2.0, 0.0);
+    }
+    const std::vector<Matrix> oldA = engine.signalCorrelations;
+    const std::vector<Matrix> oldB = engine.noiseCorrelations;
+    const Matrix input = random.gaussian(M, BINS);
+    Matrix output;
+    engine.executeBeamForming(input, output);
+    engine.adaptSeparationMatrices();
+    const int N = static_cast<int>(sources.size());
+    for (int i = 0; i < BINS * N; ++i) {
+      const Matrix x = input.getColumn(i / N);
+      const Matrix P = x * x.transposed(true) * std::complex<double>(1.0 - ALPHA, 0.0);
+      const std::complex<double> kept(ALPHA, 0.0);
+      const bool target = sources[i % N].flag;
+      const Matrix A = target ? P + kept * oldA[i] : oldA[i];
+      const Matrix B = target ? oldB[i] : P + kept * oldB[i];
+      ASSERT_TRUE(BF::sameBits(engine.signalCorrelations[i], A)) << i;
+      ASSERT_TRUE(BF::sameBits(engine.noiseCorrelations[i], B)) << i;
+      ASSERT_TRUE(BF::sameBits(engine.separationMatrices[i / N].getRow(i % N), filterOf(A, B)))
+          << i;
+    }
+  }
+}
+
+}  // namespace
