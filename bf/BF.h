@@ -8,6 +8,7 @@
 #include "matrix/Exceptions.h"
 #include "matrix/Matrix.h"
 
+/// Beamforming: matrices, geometry and the separation algorithms.
 namespace BF {
 
 /// The algorithms and the numbers that getBfAlgorithmType returns for them.
@@ -83,10 +84,10 @@ class BF {
   /// Throws InvalidStateException unless there is a separation matrix for every bin.
   void requireSeparationMatrices() const;
 
-  int numFreq;
-  int samplingRate;
-  double soundSpeed;
-  std::unique_ptr<TransformFunctionDatabase> tfDatabase;
+  int numFreq;                                            ///< bins of a frame, K
+  int samplingRate;                                       ///< Hz
+  double soundSpeed;                                      ///< m/s
+  std::unique_ptr<TransformFunctionDatabase> tfDatabase;  ///< the engine's copy; null: none yet
   int numMic = 0;  ///< the database's; drivers of algorithms that need none set it
   std::vector<SourceLocation> sources;           ///< the list in force
   std::vector<Matrix> transferFunctions;         ///< entry k: M × N

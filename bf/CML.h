@@ -27,7 +27,7 @@ class CML : public BF {
   /// Does nothing.
   void adaptSeparationMatrices() override;
 
-  double regFactor;
+  double regFactor;  ///< as in the constructor; read by updateSources
 
  private:
   // What the last update computed for each bin, and from what; a bin whose inputs are the same to

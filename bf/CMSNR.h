@@ -32,8 +32,8 @@ class CMSNR : public BF {
 
   std::vector<Matrix> signalCorrelations;  ///< entry k · N + s: M × M
   std::vector<Matrix> noiseCorrelations;   ///< entry k · N + s: M × M
-  std::string decompositionAlgorithm;
-  double alpha;
+  std::string decompositionAlgorithm;      ///< "GEVD" or "GSVD"
+  double alpha;                            ///< forgetting factor of the averages
 
  private:
   /// The inverse triangular factor of a noise correlation matrix, beside the matrix it is of.

@@ -27,8 +27,8 @@ class GJ : public BF {
   std::vector<Matrix> quiescentWeights;  ///< entry k: N × M, row j is pinv(a_j)
   std::vector<Matrix> blockingMatrices;  ///< entry k · N + j: (M − 1) × M
   std::vector<Matrix> adaptiveWeights;   ///< entry k: N × (M − 1)
-  double mu;
-  bool lcAdaptive;
+  double mu;                             ///< step size, or its multiplier when adaptive
+  bool lcAdaptive;                       ///< whether the step follows the signal's power
 
  private:
   double normalisedStep(const Matrix& z) const;

@@ -33,12 +33,12 @@ class GSS : public BF {
   void updateSources(const std::vector<SourceLocation>& newSources) override;
   void adaptSeparationMatrices() override;
 
-  NlFuncType nlFuncType;
-  double mu;
-  double mu_ss;
-  double scale;
-  bool lcAdaptive;
-  bool ssAdaptive;
+  NlFuncType nlFuncType;  ///< φ of the separation term
+  double mu;              ///< step of the constraint term, or its multiplier
+  double mu_ss;           ///< step of the separation term, or its multiplier
+  double scale;           ///< of the outputs inside the tanh
+  bool lcAdaptive;        ///< whether the constraint term's step is computed
+  bool ssAdaptive;        ///< whether the separation term's step is computed
 
  private:
   struct Work;
@@ -62,6 +62,7 @@ class GICA : public GSS {
 /// is built.
 class GHDSS : public GSS {
  public:
+  /// As in GSS.
   GHDSS(int numFreq, int samplingRate, double soundSpeed, bool lcAdaptive, double mu,
         bool ssAdaptive, double mu_ss, double scale, NlFuncType nlFuncType);
   int getBfAlgorithmType() const override { return BF_ALGORITHM_GHDSS; }

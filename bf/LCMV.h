@@ -23,8 +23,8 @@ class LCMV : public BF {
   std::vector<Matrix> quiescentWeights;  ///< entry k: N × M, row j is f_j = a_jᴴ / (a_jᴴ · a_j)
   std::vector<Matrix>
       projectionMatrices;  ///< entry k · N + j: M × M, I − a_j · a_jᴴ / (a_jᴴ · a_j)
-  double mu;
-  bool lcAdaptive;
+  double mu;               ///< step size, or its multiplier when adaptive
+  bool lcAdaptive;         ///< whether the step follows the signal's power
 
  private:
   double normalisedStep(const Matrix& x) const;

@@ -11,6 +11,22 @@ set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 # Plug-ins (*.tlb) and their descriptions (*.def) stand here, as a host would find them.
 set(ZELK_TOOLBOX_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/toolbox)
 
+# Libraries are found relative to each other, so that the installed tree can be moved.
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  message(FATAL_ERROR
+          "CMAKE_INSTALL_LIBDIR is ${CMAKE_INSTALL_LIBDIR}, expected a folder relative to the prefix")
+endif()
+
+# Where plug-ins are installed, and the libraries that serve nothing else.
+if(ZELK_FLOWDESIGNER_ROOT)
+  # In one folder where that host looks, whatever the distribution calls its library folder.
+  set(ZELK_TOOLBOX_DESTINATION lib/flowdesigner/toolbox/zelk-sss)
+  set(ZELK_LIBRARY_DESTINATION ${ZELK_TOOLBOX_DESTINATION})
+else()
+  set(ZELK_LIBRARY_DESTINATION ${CMAKE_INSTALL_LIBDIR}/zelk-sss)
+  set(ZELK_TOOLBOX_DESTINATION ${ZELK_LIBRARY_DESTINATION}/toolbox)
+endif()
+
 # Contraction to fused multiply-adds would make results depend on the processor.
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
                     -ffp-contract=off)

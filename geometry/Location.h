@@ -7,23 +7,25 @@ namespace BF {
 /// converted.
 class Location {
  public:
+  /// The point with these coordinates.
   Location(double xCoordinate, double yCoordinate, double zCoordinate)
       : x(xCoordinate), y(yCoordinate), z(zCoordinate) {}
 
-  double x;
-  double y;
-  double z;
+  double x;  ///< metres to the front
+  double y;  ///< metres to the left
+  double z;  ///< metres up
 };
 
 /// Where a microphone stands.
 class MicLocation : public Location {
  public:
-  using Location::Location;
+  using Location::Location;  ///< from x, y and z
 };
 
 /// Where a sound source stands, and which one it is.
 class SourceLocation : public Location {
  public:
+  /// A source at these coordinates; identifier and isTarget become id and flag.
   SourceLocation(double xCoordinate, double yCoordinate, double zCoordinate, int identifier,
                  bool isTarget)
       : Location(xCoordinate, yCoordinate, zCoordinate), id(identifier), flag(isTarget) {}

@@ -28,41 +28,61 @@ class Matrix {
   /// rowCount × columnCount zeros.
   Matrix(int rowCount, int columnCount);
 
+  /// A copy with elements of its own.
   Matrix(const Matrix& other);
+
+  /// Takes the elements; other is empty afterwards.
   Matrix(Matrix&& other) noexcept { swap(other); }
+
+  /// Becomes a copy with elements of its own.
   Matrix& operator=(const Matrix& other);
+
+  /// Exchanges the elements with other's.
   Matrix& operator=(Matrix&& other) noexcept;
   ~Matrix() = default;
 
+  /// Exchanges shape and elements.
   void swap(Matrix& other) noexcept;
 
-  int getRowCount() const { return rows; }
-  int getColumnCount() const { return columns; }
+  int getRowCount() const { return rows; }        ///< How many rows.
+  int getColumnCount() const { return columns; }  ///< How many columns.
 
-  /// Throws IndexOutOfBoundException when row ≥ rows or column ≥ columns.
+  /// An element. Throws IndexOutOfBoundException when row ≥ rows or column ≥ columns.
   const std::complex<double>& getElementAt(int row, int column) const;
+
+  /// Sets an element. Throws as getElementAt does.
   void setElementAt(int row, int column, const std::complex<double>& value);
+
+  /// The same from real and imaginary part.
   void setElementAt(int row, int column, double real, double imaginary);
 
   /// The elements, row by row; null when there are none. For loops over many elements.
   const std::complex<double>* data() const { return elements.get(); }
+
+  /// The same, to be written.
   std::complex<double>* data() { return elements.get(); }
 
   // ---- rows, columns, blocks and diagonals
 
-  /// Copy of one column (rows × 1) or one row (1 × columns). Throws IndexOutOfBoundException.
+  /// Copy of one column (rows × 1). Throws IndexOutOfBoundException.
   Matrix getColumn(int column) const;
+
+  /// Copy of one row (1 × columns). Throws IndexOutOfBoundException.
   Matrix getRow(int row) const;
 
-  /// Replaces one column by a rows × 1 matrix, or one row by a 1 × columns matrix. Throws, in this
-  /// order: IndexOutOfBoundException; MatrixSizeMismatchException when the vector's length differs;
-  /// NotVectorException when it has more than one column (row).
+  /// Replaces one column by a rows × 1 matrix. Throws, in this order: IndexOutOfBoundException;
+  /// MatrixSizeMismatchException when the vector's length differs; NotVectorException when it has
+  /// more than one column.
   void setColumn(int column, const Matrix& vector);
+
+  /// The same for a row, by a 1 × columns matrix.
   void setRow(int row, const Matrix& vector);
 
-  /// Copy of the rowCount × columnCount block whose first element is (firstRow, firstColumn), or
-  /// replacement of such a block. Throws IndexOutOfBoundException unless the block lies inside.
+  /// Copy of the rowCount × columnCount block whose first element is (firstRow, firstColumn).
+  /// Throws IndexOutOfBoundException unless the block lies inside.
   Matrix getSubmatrix(int firstRow, int firstColumn, int rowCount, int columnCount) const;
+
+  /// Replaces the block whose first element is (firstRow, firstColumn). Throws as getSubmatrix.
   void setSubmatrix(int firstRow, int firstColumn, const Matrix& block);
 
   /// The diagonal as a min(rows, columns) × 1 column.
@@ -82,8 +102,14 @@ class Matrix {
 
   /// columns × rows; conj = true gives the conjugate transpose, false the plain one.
   Matrix transposed(bool conj) const;
+
+  /// The same in place; returns this matrix.
   Matrix& transpose(bool conj);
+
+  /// Every element conjugated.
   Matrix conjugated() const;
+
+  /// The same in place; returns this matrix.
   Matrix& conjugate();
 
   // ---- arithmetic
@@ -91,18 +117,22 @@ class Matrix {
   /// Matrix product this · b, rows × b.columns, each element summed from 0 in index order.
   /// Throws MatrixSizeMismatchException unless columns = b.rows.
   Matrix multiplied(const Matrix& b) const;
+
+  /// This matrix becomes this · b; returns it. Throws as multiplied does.
   Matrix& multiply(const Matrix& b);
 
-  /// Element by element: principal square root, modulus (both names), squared modulus.
-  Matrix elementwiseSqrt() const;
-  Matrix elementwiseAbs() const;
-  Matrix absoluteValues() const;
-  Matrix elementwiseNorm() const;
+  Matrix elementwiseSqrt() const;  ///< Every element's principal square root.
+  Matrix elementwiseAbs() const;   ///< Every element's modulus.
+  Matrix absoluteValues() const;   ///< The same as elementwiseAbs.
+  Matrix elementwiseNorm() const;  ///< Every element's squared modulus.
 
-  /// Element by element: this / b, this · b and conj(this) · b.
-  /// Throw MatrixSizeMismatchException unless the shapes are equal.
+  /// this / b, element by element. Throws MatrixSizeMismatchException unless the shapes are equal.
   Matrix elementwiseDivided(const Matrix& b) const;
+
+  /// this · b, element by element. Throws as elementwiseDivided does.
   Matrix elementwiseMultiplied(const Matrix& b) const;
+
+  /// conj(this) · b, element by element. Throws as elementwiseDivided does.
   Matrix elementwiseFMultiplied(const Matrix& b) const;
 
   // ---- reductions
@@ -123,9 +153,12 @@ class Matrix {
   /// The element of largest modulus, the first of equals; 0 for a matrix that is zero or empty.
   std::complex<double> getMaximumValue() const;
 
-  /// Where the element of largest modulus stands in a row (its column index) or in a column (its
-  /// row index), the first of equals; 0 when there are no elements.
+  /// Column index of the element of largest modulus in a row, the first of equals; 0 when there are
+  /// no elements.
   int getMaximumValueIndexInRow(int row) const;
+
+  /// Row index of the element of largest modulus in a column, the first of equals; 0 when there are
+  /// no elements.
   int getMaximumValueIndexInColumn(int column) const;
 
   // ---- decompositions; every output argument is replaced whole
@@ -188,10 +221,12 @@ std::complex<double> dotProduct(const std::complex<double>* a, std::ptrdiff_t aS
 std::complex<double> dotProductWithConjugate(const std::complex<double>* a,
                                              const std::complex<double>* b, int count);
 
-/// result := a · b and result := a · bᴴ, bit for bit what the products of Matrix give, into a
-/// matrix that has the product's shape already. For loops over the bins, which need no new storage
-/// each time. Throw MatrixSizeMismatchException unless all shapes fit; result is neither a nor b.
+/// result := a · b, bit for bit what the product of Matrix gives, into a matrix that has the
+/// product's shape already. For loops over the bins, which need no new storage each time. Throws
+/// MatrixSizeMismatchException unless all shapes fit; result is neither a nor b.
 void multiplyInto(const Matrix& a, const Matrix& b, Matrix& result);
+
+/// result := a · bᴴ, in the same way.
 void multiplyAdjointInto(const Matrix& a, const Matrix& b, Matrix& result);
 
 /// Whether two matrices have the same shape and the same bytes, so that what follows from one
@@ -212,11 +247,15 @@ Matrix operator*(const Matrix& a, const Matrix& b);
 
 /// Every element times s.
 Matrix operator*(const Matrix& a, const std::complex<double>& s);
+
+/// Every element times s.
 Matrix operator*(const std::complex<double>& s, const Matrix& a);
 
-/// Element-wise sum and difference. Shapes that differ are fatal: the process ends
-/// (std::terminate), unless an exception is being handled, which is then thrown again.
+/// Element-wise sum. Shapes that differ are fatal: the process ends (std::terminate), unless an
+/// exception is being handled, which is then thrown again.
 Matrix operator+(const Matrix& a, const Matrix& b);
+
+/// Element-wise difference, with shapes as in the sum.
 Matrix operator-(const Matrix& a, const Matrix& b);
 
 inline const std::complex<double>& Matrix::getElementAt(int row, int column) const {

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that libzelk-sss needs. This is the one list.
-#   scripts/deps.sh          what building, testing and the demonstration need
-#   scripts/deps.sh --bench  also what the benchmarks compare with
-#   scripts/deps.sh --all    also what benchmarks, fuzzing, linting and the API reference need
+#   scripts/deps.sh              what building, testing and the demonstration need
+#   scripts/deps.sh --bench      also what the benchmarks compare with
+#   scripts/deps.sh --package    also what the Debian packages and their check need
+#   scripts/deps.sh --docs       also what the API reference needs
+#   scripts/deps.sh --all        all that, and what fuzzing and linting need
 # Quick when everything is there. Uses sudo when not root. Without apt it prints the list and goes on.
 set -euo pipefail
 
@@ -18,11 +20,15 @@ packages=(
   libmysofa1 pocketsphinx-testdata
 )
 yardsticks=(libopenblas-dev liblapacke-dev)
-extra=(clang-14 clang-tidy-14 libclang-rt-14-dev doxygen valgrind)
+packaging=(dpkg-dev file lintian debootstrap)
+docs=(doxygen)
+extra=(clang-14 clang-tidy-14 libclang-rt-14-dev valgrind)
 
 case "${1:-}" in
   --bench) packages+=("${yardsticks[@]}") ;;
-  --all) packages+=("${yardsticks[@]}" "${extra[@]}") ;;
+  --package) packages+=("${packaging[@]}") ;;
+  --docs) packages+=("${docs[@]}") ;;
+  --all) packages+=("${yardsticks[@]}" "${packaging[@]}" "${docs[@]}" "${extra[@]}") ;;
 esac
 
 if ! command -v apt-get >/dev/null 2>&1; then

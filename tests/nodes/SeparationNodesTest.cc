@@ -32,7 +32,7 @@ class PlugIn : public testing::Environment {
     }
     const auto& modules = FD::Object::getModuleVersions();
     EXPECT_TRUE(std::any_of(modules.begin(), modules.end(), [](const auto& module) {
-      return module.name == "ZELKSSS" && module.extra.empty() && module.version == "2.1.0";
+      return module.name == "ZELKSSS" && module.extra.empty() && module.version == ZELK_VERSION;
     }));
   }
 };

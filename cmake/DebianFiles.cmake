@@ -1,0 +1,27 @@
+# Run by cpack on the staged files of the Debian packages: compresses manual pages, and gives each
+# package the copyright file and the change log in Debian's form that the distribution asks for.
+function(run)
+  execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+execute_process(COMMAND date --utc --rfc-email --date=${CPACK_ZELK_RELEASE_DATE}
+                OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+set(changelog "${CPACK_PACKAGE_NAME} (${CPACK_PACKAGE_VERSION}) stable; urgency=medium
+
+  * See /usr/share/doc/${CPACK_PACKAGE_NAME}/CHANGELOG.md.
+
+ -- ${CPACK_PACKAGE_CONTACT}  ${date}
+")
+
+set(runtime ${CPACK_TEMPORARY_DIRECTORY}/runtime/usr/share)
+set(development ${CPACK_TEMPORARY_DIRECTORY}/development/usr/share)
+set(runtimeDoc ${runtime}/doc/${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME})
+set(developmentDoc ${development}/doc/${CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME})
+
+file(GLOB pages ${runtime}/man/man1/*.1)
+run(gzip -9n ${pages})
+file(COPY ${runtimeDoc}/copyright DESTINATION ${developmentDoc})
+foreach(doc IN ITEMS ${runtimeDoc} ${developmentDoc})
+  file(WRITE ${doc}/changelog "${changelog}")
+  run(gzip -9n ${doc}/changelog)
+endforeach()

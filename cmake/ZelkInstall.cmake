@@ -1,0 +1,58 @@
+# What is installed beside the libraries and the command: what other builds find the engine by,
+# manuals, completion, documents. A build for an installed FlowDesigner installs its plug-ins alone.
+install(FILES LICENSE TYPE DOC RENAME copyright)
+if(ZELK_FLOWDESIGNER_ROOT)
+  return()
+endif()
+include(CMakePackageConfigHelpers)
+
+# The version's date stands in the change log, in a heading such as "## 2.1.0 – 2026-11-24".
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS CHANGELOG.md)
+file(STRINGS CHANGELOG.md ZELK_RELEASE_DATE ENCODING UTF-8 REGEX "^## ${PROJECT_VERSION} ")
+if(NOT ZELK_RELEASE_DATE MATCHES "[0-9]+-[0-9]+-[0-9]+$")
+  message(FATAL_ERROR "CHANGELOG.md: no heading \"## ${PROJECT_VERSION} – YYYY-MM-DD\"")
+endif()
+set(ZELK_RELEASE_DATE ${CMAKE_MATCH_0})
+
+# ---- find_package(ZelkSSS)
+set(ZELK_PACKAGE_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ZelkSSS)
+set(ZELK_GENERATED ${PROJECT_BINARY_DIR}/generated)
+install(TARGETS zelk-sss-engine EXPORT ZelkSSSTargets
+        ARCHIVE COMPONENT development
+        FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zelk-sss COMPONENT development)
+install(EXPORT ZelkSSSTargets NAMESPACE ZelkSSS:: DESTINATION ${ZELK_PACKAGE_DESTINATION}
+        COMPONENT development)
+configure_package_config_file(cmake/ZelkSSSConfig.cmake.in ${ZELK_GENERATED}/ZelkSSSConfig.cmake
+                              INSTALL_DESTINATION ${ZELK_PACKAGE_DESTINATION}
+                              NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${ZELK_GENERATED}/ZelkSSSConfigVersion.cmake
+                                 COMPATIBILITY SameMajorVersion)
+install(FILES ${ZELK_GENERATED}/ZelkSSSConfig.cmake ${ZELK_GENERATED}/ZelkSSSConfigVersion.cmake
+        DESTINATION ${ZELK_PACKAGE_DESTINATION} COMPONENT development)
+
+# ---- pkg-config: the prefix follows from where the file stands
+set(ZELK_PC_DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH ZELK_PREFIX_FROM_PC /${ZELK_PC_DESTINATION} /)
+string(REGEX REPLACE "/$" "" ZELK_PREFIX_FROM_PC "${ZELK_PREFIX_FROM_PC}")
+configure_file(cmake/zelk-sss.pc.in ${ZELK_GENERATED}/zelk-sss.pc @ONLY)
+install(FILES ${ZELK_GENERATED}/zelk-sss.pc DESTINATION ${ZELK_PC_DESTINATION}
+        COMPONENT development)
+
+# ---- manual pages, completion, documents
+if(TARGET zelk-sss-cli)
+  foreach(page IN ITEMS zelk-sss zelk-sss-separate zelk-sss-tfdb zelk-sss-run zelk-sss-mix zelk-sss-score)
+    configure_file(docs/man/${page}.1.in ${ZELK_GENERATED}/man/${page}.1 @ONLY)
+    install(FILES ${ZELK_GENERATED}/man/${page}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  endforeach()
+  install(FILES cli/completion/zelk-sss.bash RENAME zelk-sss
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+endif()
+install(FILES README.md CHANGELOG.md TYPE DOC)
+install(FILES docs/architecture.md docs/embedding.md docs/methods.md docs/scores.md
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+install(FILES examples/engine.cc examples/separate.n examples/two-talkers.json
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
+if(PROJECT_IS_TOP_LEVEL)
+  include(ZelkPackages)
+endif()

@@ -1,0 +1,37 @@
+# Debian packages by `cpack -G DEB`: zelk-sss for users, libzelk-sss-dev for developers.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME zelk-sss)
+set(CPACK_PACKAGE_CONTACT "the zelk-sss authors <maintainers@users.noreply.zelk-sss.example>")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The private libraries depend on each other; they are all in one package.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY} ${CMAKE_BINARY_DIR})
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME zelk-sss)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION sound)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
+"Takes a recording made by several microphones and writes one file per sound
+source, with fixed and adaptive beamformers built from a database of transfer
+functions (SOFA), or from the sources' activity alone.
+
+This package holds the command zelk-sss, its dataflow nodes and their host,
+manual pages and documents.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libzelk-sss-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+"The separation engine of zelk-sss for C++20 programs: headers, a static library
+that needs no dataflow host, and the files by which CMake (package ZelkSSS) and
+pkg-config find them.")
+
+# Debian wants some files compressed and a change log of its own.
+set(CPACK_ZELK_RELEASE_DATE ${ZELK_RELEASE_DATE})
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/DebianFiles.cmake)
+include(CPack)

@@ -1,0 +1,66 @@
+#!/usr/bin/env bash
+# Completion in bash: what is offered at the end of a command line.
+#   completion.sh COMPLETION COMMAND
+set -euo pipefail
+completion=$1 command=$2
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+cd "$folder"
+mkdir sub
+touch array.sofa scene.json mix.wav net.n notes.txt
+# shellcheck source=/dev/null
+source "$completion"
+
+# offered WORD…: prints what completes the last word, sorted, on one line.
+offered() {
+  COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
+  "$(complete -p zelk-sss | sed -E 's/.*-F ([^ ]+).*/\1/')" "$command" "${COMP_WORDS[COMP_CWORD]}" ""
+  printf '%s\n' ${COMPREPLY[@]+"${COMPREPLY[@]}"} | LC_ALL=C sort | paste -sd' '
+}
+
+failures=0
+# expect OFFERED WORD…
+expect() {
+  local expected=$1 found
+  shift
+  found=$(offered "$@")
+  [ "$found" = "$expected" ] && return
+  echo "$*<TAB>: found \"$found\", expected \"$expected\""
+  failures=$((failures + 1))
+}
+
+expect "methods mix run score separate tfdb" zelk-sss ""
+expect "score separate" zelk-sss s
+expect "--help --version" zelk-sss -
+expect "check geometry import info" zelk-sss tfdb ""
+expect "--noise-channels --noise-forgetting --noise-from --noise-loading --noise-normalize --noise-recording" \
+  zelk-sss separate mix.wav --noi
+expect "--azimuth-step --circular --distances --elevations --force --help --length --linear --microphones --rate" \
+  zelk-sss tfdb geometry out.sofa --
+
+# values of options
+expect "DS GICA GJ ILSE LCMV ML MSNR NULL WDS" zelk-sss separate --method ""
+expect "MSNR" zelk-sss separate --method = MS
+expect "DS GICA GJ ILSE LCMV ML MSNR NULL WDS" zelk-sss separate --method =
+expect "GJ_LC_METHOD= GJ_LC_MYU=" zelk-sss separate mix.wav --method GJ --param ""
+expect "REG_FACTOR=" zelk-sss separate mix.wav --method = ML --param R
+expect "" zelk-sss separate mix.wav --param ""
+expect "auto off on" zelk-sss separate mix.wav --project ""
+expect "HAMMING HANN" zelk-sss separate mix.wav --window H
+expect "false true" zelk-sss separate --noise-normalize ""
+expect "" zelk-sss separate --length ""
+
+# files
+expect "array.sofa sub" zelk-sss separate mix.wav --tf ""
+expect "scene.json sub" zelk-sss separate mix.wav --quiet --sources ""
+expect "sub" zelk-sss separate -o ""
+expect "mix.wav sub" zelk-sss mix -o ""
+expect "scene.json sub" zelk-sss mix ""
+expect "array.sofa sub" zelk-sss tfdb check ""
+expect "array.sofa sub" zelk-sss tfdb import --force ""
+expect "net.n sub" zelk-sss run ""
+expect "" zelk-sss run net.n --
+expect "" zelk-sss mix scene.json --dry mix.wav "" # the shell's own file names
+expect "--raw-rate --resample --reverb" zelk-sss mix scene.json --dry mix.wav --r
+
+[ "$failures" -eq 0 ]

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Builds a project of its own against the installed package, by CMake and by pkg-config.
+#   consumer.sh CMAKE PREFIX LIBDIR VERSION
+set -euo pipefail
+cmake=$1 prefix=$2 libdir=$3 version=$4
+project=$(cd "$(dirname "$0")/consumer" && pwd)
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+cd "$folder"
+
+configure() { "$cmake" -S "$project" -B "$1" -DCMAKE_PREFIX_PATH="$prefix" -DWANTED_VERSION="$2" >log 2>&1; }
+
+configure cmake 2.1 || { cat log; exit 1; }
+"$cmake" --build cmake >log 2>&1 || { cat log; exit 1; }
+cmake/with-engine
+cmake/with-plugin
+readelf -d cmake/with-engine | grep -q zelk-sss && { echo "with-engine needs a shared library"; exit 1; }
+readelf -d cmake/with-plugin | grep -q 'NEEDED.*libzelk-sss' || { echo "with-plugin has its own engine"; exit 1; }
+
+# Later versions of the same major number are asked for in vain, as are other major numbers.
+major=${version%%.*}
+for wanted in "$major.999" "$((major + 1)).0" "$((major - 1)).0"; do
+  configure refused "$wanted" && { echo "version $version is taken for $wanted"; exit 1; }
+  grep -q "compatible" log || { cat log; exit 1; }
+done
+
+if command -v pkg-config >/dev/null; then
+  export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
+  [ "$(pkg-config --modversion zelk-sss)" = "$version" ]
+  # shellcheck disable=SC2046  # flags are words
+  "${CXX:-c++}" -std=c++20 "$project/main.cc" $(pkg-config --cflags --libs zelk-sss) -o by-pkg-config
+  ./by-pkg-config
+fi
