@@ -54,13 +54,13 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   CLI::App app("Sound source separation for microphone arrays", "zelk-sss");
   app.set_version_flag("--version", "zelk-sss " ZELK_VERSION);
   app.require_subcommand(0, 1);  // with 1, a misspelt command would not be named in the message
-  addScoreCommand(app);
-  addMixCommand(app);
   addSeparateCommand(app);
-  addRunCommand(app);
   addMethodsCommand(app);
   addTfdbCommands(app);
+  addMixCommand(app);
+  addScoreCommand(app);
   addPatternCommand(app);
   addSpectrogramCommand(app);
+  addRunCommand(app);
   return run(app, argc, argv);
 }

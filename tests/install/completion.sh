@@ -29,8 +29,8 @@ expect() {
   failures=$((failures + 1))
 }
 
-expect "methods mix run score separate tfdb" zelk-sss ""
-expect "score separate" zelk-sss s
+expect "methods mix pattern run score separate spectrogram tfdb" zelk-sss ""
+expect "score separate spectrogram" zelk-sss s
 expect "--help --version" zelk-sss -
 expect "check geometry import info" zelk-sss tfdb ""
 expect "--noise-channels --noise-forgetting --noise-from --noise-loading --noise-normalize --noise-recording" \

@@ -44,11 +44,14 @@ check() {
 }
 
 check zelk-sss "" methods
-check zelk-sss-separate separate
-check zelk-sss-mix mix
-check zelk-sss-score score
-check zelk-sss-run run
-check zelk-sss-tfdb tfdb "tfdb import" "tfdb geometry" "tfdb info" "tfdb check"
+# Every command of the program has a page of its own, but the list of the methods.
+for name in $("$command" --help | sed -n '/^Subcommands:/,$p' | awk 'NF > 1 && /^  [a-z]/ {print $1}'); do
+  case $name in
+    methods) ;;
+    tfdb) check zelk-sss-tfdb tfdb "tfdb import" "tfdb geometry" "tfdb info" "tfdb check" ;;
+    *) check "zelk-sss-$name" "$name" ;;
+  esac
+done
 
 page=$(plain "$folder/zelk-sss.1")
 for name in $("$command" methods | grep -oE '^( *)[A-Z_]+'); do
