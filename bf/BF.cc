@@ -28,7 +28,8 @@ bool sameColumn(const Matrix& a, int i, const Matrix& b, int j) {
   const std::complex<double>* x = a.data() + i;
   const std::complex<double>* y = b.data() + j;
   for (int m = 0; m < a.getRowCount(); ++m) {
-    if (std::memcmp(x, y, sizeof *x) != 0) return false;
+    if (std::memcmp(static_cast<const void*>(x), static_cast<const void*>(y), sizeof *x) != 0)
+      return false;
     x += a.getColumnCount();
     y += b.getColumnCount();
   }

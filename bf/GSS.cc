@@ -242,7 +242,7 @@ double GSS::separationStep(Work& work) const {
   std::complex<double>* Q = work.Q.data();
   for (int i = 0; i < N; ++i) {
     const std::complex<double> q =
-        dotProduct(work.doubleE_ss.data() + i * N, 1, work.f.data(), 1, N);
+        dotProduct(work.doubleE_ss.data() + std::ptrdiff_t{i} * N, 1, work.f.data(), 1, N);
     for (int m = 0; m < M; ++m) *Q++ = dotProductWithConjugate(&q, work.x.data() + m, 1);
   }
   const double s = realInnerProduct(work.J_ss, work.Q);
