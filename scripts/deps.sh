@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that libzelk-sss needs. This is the one list.
 #   scripts/deps.sh          what building, testing and the demonstration need
-#   scripts/deps.sh --all    also what benchmarks, fuzzing, linting and the API reference need
+#   scripts/deps.sh --fuzz   also what fuzzing needs
+#   scripts/deps.sh --all    also what benchmarks, linting and the API reference need
 # Quick when everything is there. Uses sudo when not root. Without apt it prints the list and goes on.
 set -euo pipefail
 
@@ -16,8 +17,10 @@ packages=(
   # measured responses and real speech for the demonstration
   libmysofa1 pocketsphinx-testdata
 )
-extra=(clang-14 clang-tidy-14 libclang-rt-14-dev libopenblas-dev liblapacke-dev doxygen valgrind)
+fuzz=(clang-14 libclang-rt-14-dev)
+extra=("${fuzz[@]}" clang-tidy-14 libopenblas-dev liblapacke-dev doxygen valgrind)
 
+[ "${1:-}" = --fuzz ] && packages+=("${fuzz[@]}")
 [ "${1:-}" = --all ] && packages+=("${extra[@]}")
 
 if ! command -v apt-get >/dev/null 2>&1; then
