@@ -4,13 +4,14 @@
 // the library break one of its laws.
 
 #include <fuzzer/FuzzedDataProvider.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 /// Each target defines this; it returns 0.
@@ -34,22 +35,24 @@ inline bool isShowable(const std::string& message) {
   return true;
 }
 
-/// A file that is in memory alone and has a path; it is gone with the process.
-class MemoryFile {
+/// A file of this process in the folder for temporary files ($TMPDIR), to be filled anew for each
+/// input.
+class ScratchFile {
  public:
-  MemoryFile() : descriptor(memfd_create("fuzz", 0)) { require(descriptor >= 0, "memfd_create"); }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-  ~MemoryFile() { close(descriptor); }
+  ScratchFile()
+      : name(std::filesystem::temp_directory_path() / ("fuzz-" + std::to_string(getpid()))) {}
+  ScratchFile(const ScratchFile&) = delete;
+  ScratchFile& operator=(const ScratchFile&) = delete;
+  ~ScratchFile() { std::remove(name.c_str()); }
 
-  std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor); }
+  const std::string& path() const { return name; }
 
   void fill(const void* data, std::size_t size) const {
-    require(ftruncate(descriptor, 0) == 0, "ftruncate");
-    const ssize_t written = pwrite(descriptor, data, size, 0);
-    require(written == static_cast<ssize_t>(size), "pwrite");
+    std::ofstream file(name, std::ios::binary | std::ios::trunc);
+    file.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
+    require(file.flush().good(), "the scratch file can be written");
   }
 
  private:
-  int descriptor;
+  std::string name;
 };

@@ -17,7 +17,7 @@
 class SofaComposer {
  public:
   SofaComposer(FuzzedDataProvider& input, const std::string& path) : choices(input) {
-    if (nc_create(path.c_str(), NC_NETCDF4 | NC_CLOBBER, &id) != NC_NOERR) std::abort();
+    require(nc_create(path.c_str(), NC_NETCDF4 | NC_CLOBBER, &id) == NC_NOERR, "nc_create");
     const bool impulses = choices.ConsumeBool();
     const std::size_t M = 1 + choices.ConsumeIntegralInRange<std::size_t>(0, 5);
     const std::size_t R = 1 + choices.ConsumeIntegralInRange<std::size_t>(0, 2);
@@ -97,8 +97,8 @@ class SofaComposer {
   }
 
   Shape anyShape() {
-    constexpr std::size_t LENGTHS[] = {1,    2,         3,          NC_UNLIMITED, 1000, 70000,
-                                       1 << 20, 1 << 21, 2147483647, 4294967295};
+    constexpr std::size_t LENGTHS[] = {1,     2,       3,       NC_UNLIMITED, 1000,
+                                       70000, 1 << 20, 1 << 21, 2147483647,   4294967295};
     Shape shape(choices.ConsumeIntegralInRange<std::size_t>(0, 5));
     for (std::size_t& length : shape) length = choices.PickValueInArray(LENGTHS);
     return shape;

@@ -42,7 +42,7 @@ void readAll(Audio::AudioReader& reader, bool finite) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const MemoryFile file;
+  static const ScratchFile file;
   FuzzedDataProvider choices(data, size);
   const Audio::AudioReaderOptions options = chosen(choices);
   file.fill(data, choices.remaining_bytes());

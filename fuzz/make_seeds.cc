@@ -24,7 +24,8 @@ void write(const fs::path& path, const std::string& text) {
 
 std::vector<float> sound(int channels) {
   std::vector<float> samples;
-  for (int n = 0; n < 200 * channels; ++n) samples.push_back(std::sin(0.1F * static_cast<float>(n)));
+  for (int n = 0; n < 200 * channels; ++n)
+    samples.push_back(std::sin(0.1F * static_cast<float>(n)));
   return samples;
 }
 
@@ -57,7 +58,8 @@ void makeScenes(const fs::path& folder) {
   write(folder / "moving", R"({"sources": [{"id": 7, "track": [{"t": 0, "azimuth": 170},
       {"t": 2, "azimuth": -150, "distance": 3}, {"t": 2.5, "position": [0, 1, 0]}]}],
       "noise": [{"id": 2, "azimuth": 1e2}]})");
-  write(folder / "deep", R"({"sources": )" + std::string(DEPTH, '[') + std::string(DEPTH, ']') + "}");
+  write(folder / "deep",
+        R"({"sources": )" + std::string(DEPTH, '[') + std::string(DEPTH, ']') + "}");
 }
 
 void makeMicrophones(const fs::path& folder) {
@@ -78,13 +80,13 @@ void makeNetworks(const fs::path& folder) {
       {{"IN", "pass", "INPUT"}},
       {{"OUT", "count", "OUTPUT"}},
       {{"CONDITION", "less", "OUTPUT"}}};
-  const FD::NetworkDescription outer = {"MAIN",
-                                        "subnet",
-                                        {{"text", "Constant", {{"VALUE", "subnet_param", "ARG1"}}},
-                                         {"loop", "A"}},
-                                        {{"text", "VALUE", "loop", "IN"}},
-                                        {},
-                                        {{"OUT", "loop", "OUT"}}};
+  const FD::NetworkDescription outer = {
+      "MAIN",
+      "subnet",
+      {{"text", "Constant", {{"VALUE", "subnet_param", "ARG1"}}}, {"loop", "A"}},
+      {{"text", "VALUE", "loop", "IN"}},
+      {},
+      {{"OUT", "loop", "OUT"}}};
   write(folder / "loop", FD::NetworkDocument{"seed", {outer, loop}}.toXml());
   std::string deep;
   for (int i = 0; i < DEPTH / 2; ++i) deep += "<Network>";
@@ -92,8 +94,9 @@ void makeNetworks(const fs::path& folder) {
 }
 
 void makeArguments(const fs::path& folder) {
-  const char* const texts[] = {"1-4,7", "0-1.5,4-5.25", "3", "-2.5e-3", "true",
-                               "<Vector<float> 1 2 3>", "<String a b>", "<Double 1e300>"};
+  const char* const texts[] = {"1-4,7",        "0-1.5,4-5.25",  "3",
+                               "-2.5e-3",      "true",          "<Vector<float> 1 2 3>",
+                               "<String a b>", "<Double 1e300>"};
   for (const char* text : texts) write(folder / std::to_string(*text + text[1]), text);
 }
 

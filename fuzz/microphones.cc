@@ -5,7 +5,7 @@
 #include "fuzz/Fuzzing.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const MemoryFile file;
+  static const ScratchFile file;
   file.fill(data, size);
   try {
     const Positions microphones = readMicrophones(file.path());

@@ -50,14 +50,16 @@ void readResponses(const SofaFile& file) {
   }
 }
 
-void examine(const std::string& path) {
-  const SofaFile file(path);
+void read(const SofaFile& file) {
   require(file.sourcePositions().size() == file.measurements(), "a position per measurement");
   require(file.receiverPositions().size() == file.receivers(), "a position per receiver");
   for (const auto& p : file.sourcePositions()) requireFinite(p, "source positions are finite");
   for (const auto& p : file.receiverPositions()) requireFinite(p, "receiver positions are finite");
   for (const std::string& warning : file.warnings()) require(isShowable(warning), "warnings");
   readResponses(file);
+}
+
+void examine(const SofaFile& file) {
   require(!checkText(file).empty(), "there is a report");
   ImportReport report;
   const SofaTransferFunctions data = importResponses(file, {16000, 32}, report);
@@ -67,15 +69,20 @@ void examine(const std::string& path) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const MemoryFile file;
+  static const ScratchFile file;
   FuzzedDataProvider choices(data, size);
   const bool sound = SofaComposer(choices, file.path()).isSound();
-  load(file.path());
+  bool isRead = false;
+  const bool isDatabase = load(file.path());
   try {
-    examine(file.path());
+    const SofaFile sofa(file.path());
+    read(sofa);
+    isRead = true;
+    require(isDatabase == sofa.isTransferFunctions(), "a node reads what the command reads");
+    examine(sofa);
   } catch (const SofaError& error) {
     require(isShowable(error.what()), "messages are showable");
-    require(!sound, "a sound file is accepted");
   }
+  require(isRead || !sound, "a sound file is read");
   return 0;
 }

@@ -42,6 +42,11 @@ row() { # TARGET: its line of the table
     "$(stat average_exec_per_sec)" "$(last cov)" "$(last ft)" "${found:-see $log}"
 }
 
+# Files that targets write are in memory.
+TMPDIR=$(mktemp -d -p /dev/shm zelk-fuzz-XXXXXX)
+export TMPDIR
+trap 'rm -rf "$TMPDIR"' EXIT
+
 rm -f $out/logs/*
 for target in "${targets[@]}"; do
   while [ "$(jobs -rp | wc -l)" -ge 2 ]; do wait -n || true; done
