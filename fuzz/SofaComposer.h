@@ -5,6 +5,7 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -83,10 +84,11 @@ class SofaComposer {
     if (odd()) type = choices.ConsumeIntegralInRange<nc_type>(NC_BYTE, NC_STRING);
     if (odd()) shape = anyShape();
     std::vector<int> dimensions;
-    for (std::size_t i = 0; i < shape.size(); ++i) {
-      int dimension = 0;
-      nc_def_dim(id, (std::string(name) + std::to_string(i)).c_str(), shape[i], &dimension);
-      dimensions.push_back(dimension);
+    for (const std::size_t length : shape) {
+      // One dimension for each length: they cost most of the time.
+      const auto [known, isNew] = dimensionOf.emplace(length, 0);
+      if (isNew) nc_def_dim(id, ("d" + std::to_string(length)).c_str(), length, &known->second);
+      dimensions.push_back(known->second);
     }
     int number = -1;
     nc_def_var(id, name, type, static_cast<int>(shape.size()), dimensions.data(), &number);
@@ -137,5 +139,6 @@ class SofaComposer {
 
   FuzzedDataProvider& choices;
   int id = -1;
+  std::map<std::size_t, int> dimensionOf;
   bool sound = true;
 };

@@ -73,12 +73,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   FuzzedDataProvider choices(data, size);
   const bool sound = SofaComposer(choices, file.path()).isSound();
   bool isRead = false;
-  const bool isDatabase = load(file.path());
   try {
     const SofaFile sofa(file.path());
     read(sofa);
     isRead = true;
-    require(isDatabase == sofa.isTransferFunctions(), "a node reads what the command reads");
+    require(load(file.path()) == sofa.isTransferFunctions(), "a node reads what the command reads");
     examine(sofa);
   } catch (const SofaError& error) {
     require(isShowable(error.what()), "messages are showable");
