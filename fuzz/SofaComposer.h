@@ -93,8 +93,9 @@ class SofaComposer {
     int number = -1;
     nc_def_var(id, name, type, static_cast<int>(shape.size()), dimensions.data(), &number);
     if (number < 0) return number;
-    if (odd()) cut(number, shape.size());
-    if (!odd()) write(number, shape, first, step);
+    const bool inPieces = odd();
+    if (inPieces) cut(number, shape.size());
+    if (!odd()) write(number, shape, inPieces, first, step);
     return number;
   }
 
@@ -109,17 +110,20 @@ class SofaComposer {
   /// Stores the variable in pieces, compressed or not.
   void cut(int number, std::size_t rank) {
     Shape pieces(rank);
-    for (std::size_t& length : pieces) length = choices.PickValueInArray({1, 2, 3, 1000, 1 << 22});
+    for (std::size_t& length : pieces) length = choices.PickValueInArray({1, 2, 3, 1000, 1 << 20});
     nc_def_var_chunking(id, number, NC_CHUNKED, pieces.data());
     if (choices.ConsumeBool()) nc_def_var_deflate(id, number, 1, 1, 1);
   }
 
-  void write(int number, Shape shape, double first, double step) {
+  void write(int number, Shape shape, bool inPieces, double first, double step) {
     constexpr std::size_t MOST = 4096;
     std::size_t count = 1;
     for (std::size_t& length : shape) {
       if (length == NC_UNLIMITED) length = 2;
-      if (length > MOST / count) length = 1;
+      if (length > MOST / count) {
+        if (!inPieces) return;  // a whole variable of this size would be written
+        length = 1;
+      }
       count *= length;
     }
     std::vector<double> values(count);

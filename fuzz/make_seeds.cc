@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -100,6 +101,18 @@ void makeArguments(const fs::path& folder) {
   for (const char* text : texts) write(folder / std::to_string(*text + text[1]), text);
 }
 
+/// For targets that read choices from the bytes. With `odd` of 256 bytes random and the others 0.
+void makeChoices(const fs::path& folder, std::size_t size, unsigned odd) {
+  std::mt19937 random(1);
+  for (int i = 0; i < 100; ++i) {
+    std::string bytes(size, '\0');
+    for (char& byte : bytes) {
+      if (random() % 256 < odd) byte = static_cast<char>(random());
+    }
+    write(folder / ("choices" + std::to_string(i)), bytes);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -113,4 +126,7 @@ int main(int argc, char** argv) {
   makeMicrophones(folder / "microphones");
   makeNetworks(folder / "network");
   makeArguments(folder / "arguments");
+  makeChoices(folder / "network", 100, 256);
+  makeChoices(folder / "decompositions", 800, 256);
+  makeChoices(folder / "sofa", 400, 16);
 }
