@@ -2,6 +2,7 @@
 
 #include <netcdf.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
@@ -11,14 +12,17 @@
 
 #include "fuzz/Fuzzing.h"
 
-/// Writes a netCDF file that looks like a SOFA file, with what the input chooses to be wrong about
-/// it: types, shapes, values, attributes, missing and unwritten variables, pieces. netCDF itself
-/// writes it, so that it is the reader which is tested and not the library below. An input of zeros
-/// makes a sound file.
+/// Writes a netCDF file, of the classic format (quicker) or netCDF-4, that looks like a SOFA file,
+/// with what the input chooses to be wrong about it: types, shapes, values, attributes, missing and
+/// unwritten variables, pieces. netCDF itself writes it, so that it is the reader which is tested
+/// and not the library below. An input of zeros makes a sound file.
 class SofaComposer {
  public:
-  SofaComposer(FuzzedDataProvider& input, const std::string& path) : choices(input) {
-    require(nc_create(path.c_str(), NC_NETCDF4 | NC_CLOBBER, &id) == NC_NOERR, "nc_create");
+  SofaComposer(FuzzedDataProvider& input, const std::string& path)
+      : choices(input), isClassic(!choices.ConsumeBool()) {
+    std::remove(path.c_str());  // what netCDF could not close is another file now
+    const int format = isClassic ? NC_64BIT_DATA : NC_NETCDF4;
+    require(nc_create(path.c_str(), format | NC_CLOBBER, &id) == NC_NOERR, "nc_create");
     const bool impulses = choices.ConsumeBool();
     const std::size_t M = 1 + choices.ConsumeIntegralInRange<std::size_t>(0, 5);
     const std::size_t R = 1 + choices.ConsumeIntegralInRange<std::size_t>(0, 2);
@@ -39,7 +43,13 @@ class SofaComposer {
     position("ListenerPosition", 1, 0.0);
     if (choices.ConsumeBool()) position("ListenerView", M, -1.0);
     if (choices.ConsumeBool()) position("ListenerUp", M, 0.5);
-    nc_close(id);
+    nc_enddef(id);
+    for (const Values& values : contents) {
+      const Shape start(values.counts.size(), 0);
+      nc_put_vara_double(id, values.variable, start.data(), values.counts.data(),
+                         values.values.data());
+    }
+    if (nc_close(id) != NC_NOERR) nc_abort(id);
   }
 
   /// Whether nothing was made wrong on purpose.
@@ -47,6 +57,13 @@ class SofaComposer {
 
  private:
   using Shape = std::vector<std::size_t>;
+
+  /// What is written when all variables are defined.
+  struct Values {
+    int variable;
+    Shape counts;
+    std::vector<double> values;
+  };
 
   bool odd() {
     const bool result = choices.ConsumeIntegral<std::uint8_t>() > 240;
@@ -93,9 +110,8 @@ class SofaComposer {
     int number = -1;
     nc_def_var(id, name, type, static_cast<int>(shape.size()), dimensions.data(), &number);
     if (number < 0) return number;
-    const bool inPieces = odd();
-    if (inPieces) cut(number, shape.size());
-    if (!odd()) write(number, shape, inPieces, first, step);
+    const bool inPieces = odd() && cut(number, shape.size());
+    if (!odd()) fill(number, shape, inPieces, first, step);
     return number;
   }
 
@@ -103,19 +119,30 @@ class SofaComposer {
     constexpr std::size_t LENGTHS[] = {1,     2,       3,       NC_UNLIMITED, 1000,
                                        70000, 1 << 20, 1 << 21, 2147483647,   4294967295};
     Shape shape(choices.ConsumeIntegralInRange<std::size_t>(0, 5));
-    for (std::size_t& length : shape) length = choices.PickValueInArray(LENGTHS);
+    std::size_t count = 1;
+    for (std::size_t& length : shape) {
+      length = choices.PickValueInArray(LENGTHS);
+      // A file of the classic format is as large as its variables.
+      if (isClassic && length > 1000000 / count) length = 1;
+      count *= std::max<std::size_t>(1, length);
+    }
     return shape;
   }
 
-  /// Stores the variable in pieces, compressed or not.
-  void cut(int number, std::size_t rank) {
+  /// Stores the variable in pieces, compressed or not, if netCDF takes them.
+  bool cut(int number, std::size_t rank) {
     Shape pieces(rank);
-    for (std::size_t& length : pieces) length = choices.PickValueInArray({1, 2, 3, 1000, 1 << 20});
-    nc_def_var_chunking(id, number, NC_CHUNKED, pieces.data());
+    std::size_t count = 1;
+    for (std::size_t& length : pieces) {
+      length = choices.PickValueInArray({1, 2, 3, 1000, 1 << 22});
+      if (length > (std::size_t{1} << 22) / count) length = 1;  // 32 MB in all
+      count *= length;
+    }
     if (choices.ConsumeBool()) nc_def_var_deflate(id, number, 1, 1, 1);
+    return rank > 0 && nc_def_var_chunking(id, number, NC_CHUNKED, pieces.data()) == NC_NOERR;
   }
 
-  void write(int number, Shape shape, bool inPieces, double first, double step) {
+  void fill(int number, Shape shape, bool inPieces, double first, double step) {
     constexpr std::size_t MOST = 4096;
     std::size_t count = 1;
     for (std::size_t& length : shape) {
@@ -129,9 +156,7 @@ class SofaComposer {
     std::vector<double> values(count);
     for (std::size_t i = 0; i < count; ++i) values[i] = first + static_cast<double>(i) * step;
     while (odd()) values[choices.ConsumeIntegralInRange<std::size_t>(0, count - 1)] = anyValue();
-    const Shape start(shape.size() + 1, 0);
-    shape.push_back(0);
-    nc_put_vara_double(id, number, start.data(), shape.data(), values.data());
+    contents.push_back({number, shape, values});
   }
 
   double anyValue() {
@@ -142,7 +167,9 @@ class SofaComposer {
   }
 
   FuzzedDataProvider& choices;
+  bool isClassic;
   int id = -1;
   std::map<std::size_t, int> dimensionOf;
+  std::vector<Values> contents;
   bool sound = true;
 };
