@@ -4,6 +4,7 @@
 #include <cmath>
 #include <complex>
 
+#include "cli/ResponseSet.h"
 #include "cli/tfdb/ResponseImport.h"
 #include "cli/tfdb/TfdbReport.h"
 #include "fileio/CZelkFileIO.h"
@@ -35,6 +36,8 @@ bool load(const std::string& path) {
     const PARNIX_Position& p = database.sources.positions[i];
     requireFinite(std::array{p.x, p.y, p.z}, "a node's positions are finite");
   }
+  require(!good || reader.LoadPositionData(path.c_str(), &database.microphones),
+          "positions of microphones are read alone");
   TFDatabaseFree(&database);
   return good;
 }
@@ -64,6 +67,9 @@ void examine(const SofaFile& file) {
   ImportReport report;
   const SofaTransferFunctions data = importResponses(file, {16000, 32}, report);
   requireFinite(data.values, "imported responses are finite");
+  const ResponseSet responses(file.path());
+  if (responses.samplingRate() > 48000) return;  // a delay may be many samples
+  requireFinite(responses.response(0, 0), "responses to convolve with are finite");
 }
 
 }  // namespace
