@@ -38,11 +38,11 @@ class SofaComposer {
       variable("Data.Imag", NC_FLOAT, {M, R, N}, 0.0, 0.01);
       variable("N", NC_DOUBLE, {N}, 0.0, 8000.0 / static_cast<double>(N));
     }
-    position("SourcePosition", M, 1.0);
-    position("ReceiverPosition", R, 0.05);
-    position("ListenerPosition", 1, 0.0);
-    if (choices.ConsumeBool()) position("ListenerView", M, -1.0);
-    if (choices.ConsumeBool()) position("ListenerUp", M, 0.5);
+    position("SourcePosition", M, 1.0, 0.37);
+    position("ReceiverPosition", R, 0.05, 0.02);
+    position("ListenerPosition", 1, 0.0, 0.0);
+    if (choices.ConsumeBool()) position("ListenerView", M, -1.0, -0.37);
+    if (choices.ConsumeBool()) position("ListenerUp", M, 0.5, -0.07);
     nc_enddef(id);
     for (const Values& values : contents) {
       const Shape start(values.counts.size(), 0);
@@ -86,11 +86,10 @@ class SofaComposer {
     }
   }
 
-  void position(const char* name, std::size_t rows, double scale) {
+  void position(const char* name, std::size_t rows, double first, double step) {
     Shape shape = {rows, 3};
     if (choices.ConsumeBool()) shape.push_back(1 + choices.ConsumeIntegralInRange(0, 2));
-    // A spiral: no two rows alike, none parallel to an axis.
-    const int number = variable(name, NC_DOUBLE, shape, scale, 0.37 * scale);
+    const int number = variable(name, NC_DOUBLE, shape, first, step);
     text(number, "Type", choices.ConsumeBool() ? "spherical" : "cartesian");
     text(number, "Units", "metre");
   }

@@ -86,6 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(load(file.path()) == sofa.isTransferFunctions(), "a node reads what the command reads");
     examine(sofa);
   } catch (const SofaError& error) {
+    std::fprintf(stderr, "refused: %s\n", error.what());
     require(isShowable(error.what()), "messages are showable");
   }
   require(isRead || !sound, "a sound file is read");
