@@ -11,6 +11,7 @@
 #include <iterator>
 
 #include "toolbox/core/AudioReader.h"
+#include "toolbox/core/SamplingRates.h"
 
 namespace {
 
@@ -88,6 +89,7 @@ Signal readRawSignal(const std::string& path, int samplingRate) {
 }
 
 Signal resampled(const Signal& signal, int samplingRate, const std::string& path) {
+  Audio::checkConversion(path, signal.samplingRate, samplingRate);
   const double ratio = static_cast<double>(samplingRate) / signal.samplingRate;
   Signal result;
   result.samplingRate = samplingRate;

@@ -25,5 +25,6 @@ Signal readSignal(const std::string& path, int channel);
 /// it cannot be read, is empty, ends within a sample or begins as a WAV file does.
 Signal readRawSignal(const std::string& path, int samplingRate);
 
-/// The signal at another rate. Throws SignalError naming `path`.
+/// The signal at another rate. Throws SignalError naming `path`, or AudioError for a ratio of the
+/// rates that no sound needs (checkConversion).
 Signal resampled(const Signal& signal, int samplingRate, const std::string& path);

@@ -22,6 +22,9 @@ constexpr std::size_t MAX_MEASUREMENTS = std::size_t{1} << 20;
 
 constexpr double MAX_RATE = 1e7;  // Hz
 
+/// Metres or degrees. What is computed from larger numbers may overflow.
+constexpr double MAX_COORDINATE = 1e9;
+
 /// Azimuth and elevation in degrees, distance in metres.
 Position fromSpherical(const Position& p) {
   const double azimuth = p[0] * PI / 180.0;
@@ -36,8 +39,10 @@ Position cross(const Position& a, const Position& b) {
   return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
 }
 
+double lengthOf(const Position& a) { return std::hypot(a[0], a[1], a[2]); }
+
 Position normalised(const Position& a) {
-  const double length = std::sqrt(dot(a, a));
+  const double length = lengthOf(a);
   return {a[0] / length, a[1] / length, a[2] / length};
 }
 
@@ -149,6 +154,12 @@ std::vector<Position> SofaFile::readPositions(const std::string& variable,
                           variable, printable(type)));
   }
   const std::vector<double> values = file.readDoubles(variable);
+  const auto beyond = std::find_if(values.begin(), values.end(),
+                                   [](double x) { return std::abs(x) > MAX_COORDINATE; });
+  if (beyond != values.end()) {
+    file.fail(fmt::format("{}: value {} is {}, expected coordinates within ±{} (metres, degrees)",
+                          variable, beyond - values.begin(), *beyond, MAX_COORDINATE));
+  }
   const std::size_t depth = shape.size() == 3 ? shape[2] : 1;
   std::vector<Position> rows;
   bool moves = false;
@@ -200,7 +211,7 @@ void SofaFile::readSources() {
     const Position& origin = rowOf(origins, m);
     const Position x = rowOf(views, m);
     const Position y = cross(rowOf(ups, m), x);
-    if (dot(y, y) == 0.0) {
+    if (lengthOf(y) == 0.0) {
       file.fail(
           fmt::format("ListenerView and ListenerUp of measurement {} are parallel or zero", m));
     }

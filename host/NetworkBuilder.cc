@@ -19,7 +19,7 @@ namespace {
 
 // Documents are untrusted: networks that include each other several times over grow exponentially,
 // and deep inclusion uses the stack. Both limits are far beyond any network that is meant to run.
-constexpr std::size_t MAX_NODES = 100000;
+constexpr std::size_t MAX_PARTS = 100000;
 constexpr std::size_t MAX_INCLUSION_DEPTH = 64;
 
 using NameSet = std::set<std::string>;
@@ -90,6 +90,7 @@ class Builder {
     check(loop || !description.condition, where,
           "has a condition (NetCondition), but is not of type iterator");
 
+    countParts(where, description);
     inclusion.push_back(description.name);
     const RCPtr<Network> network = reporting(where, [&] {
       return RCPtr<Network>(loop ? new Iterator(nodeName, params) : new Network(nodeName, params));
@@ -109,13 +110,19 @@ class Builder {
     return network;
   }
 
+  void countParts(const std::string& where, const NetworkDescription& description) {
+    partCount += description.nodes.size() + description.links.size() + description.inputs.size() +
+                 description.outputs.size();
+    check(partCount <= MAX_PARTS, where,
+          fmt::format("the networks include more than {} nodes, links and terminals in all",
+                      MAX_PARTS));
+  }
+
   // ---- nodes
 
   void addNode(Network& network, const NetworkDescription& description, const NodeDescription& node,
                const ParameterSet& scope, const NameSet& linked, bool insideLoop) {
     const std::string where = fmt::format("{}: node '{}'", place(description), node.name);
-    check(++nodeCount <= MAX_NODES, where,
-          fmt::format("the networks include more than {} nodes in all", MAX_NODES));
     const ParameterSet params = parameters(where, node, scope);
     RCPtr<Node> built;
     if (_NodeFactory* const factory = Node::getFactoryNamed(node.type)) {
@@ -236,7 +243,7 @@ class Builder {
   const NetworkDocument& document;
   const Iterator::FrameHook& onFrame;
   std::vector<std::string> inclusion;  // the networks being built, outermost first
-  std::size_t nodeCount = 0;
+  std::size_t partCount = 0;
 };
 
 }  // namespace

@@ -4,7 +4,8 @@
 #   scripts/deps.sh --bench      also what the benchmarks compare with
 #   scripts/deps.sh --package    also what the Debian packages and their check need
 #   scripts/deps.sh --docs       also what the API reference needs
-#   scripts/deps.sh --all        all that, and what fuzzing and linting need
+#   scripts/deps.sh --fuzz       also what fuzzing needs
+#   scripts/deps.sh --all        all that, and what linting needs
 # Quick when everything is there. Uses sudo when not root. Without apt it prints the list and goes on.
 set -euo pipefail
 
@@ -22,13 +23,15 @@ packages=(
 yardsticks=(libopenblas-dev liblapacke-dev)
 packaging=(dpkg-dev file lintian debootstrap)
 docs=(doxygen)
-extra=(clang-14 clang-tidy-14 libclang-rt-14-dev valgrind)
+fuzzing=(clang-14 libclang-rt-14-dev)
+extra=(clang-tidy-14 valgrind)
 
 case "${1:-}" in
   --bench) packages+=("${yardsticks[@]}") ;;
   --package) packages+=("${packaging[@]}") ;;
   --docs) packages+=("${docs[@]}") ;;
-  --all) packages+=("${yardsticks[@]}" "${packaging[@]}" "${docs[@]}" "${extra[@]}") ;;
+  --fuzz) packages+=("${fuzzing[@]}") ;;
+  --all) packages+=("${yardsticks[@]}" "${packaging[@]}" "${docs[@]}" "${fuzzing[@]}" "${extra[@]}") ;;
 esac
 
 if ! command -v apt-get >/dev/null 2>&1; then

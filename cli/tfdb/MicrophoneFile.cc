@@ -10,22 +10,16 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/tfdb/ArrayGeometry.h"
+#include "toolbox/core/Json.h"
 
 namespace {
 
+using Audio::quotedJson;
 using nlohmann::json;
 
 constexpr std::uintmax_t MAX_FILE = 1 << 20;  // bytes
 constexpr std::size_t MAX_MICROPHONES = 1024;
-constexpr int MAX_DEPTH = 8;
 constexpr double MAX_COORDINATE = 100.0;  // metres
-constexpr std::size_t LONGEST_QUOTE = 60;
-
-std::string quoted(const json& value) {
-  std::string text = value.dump(-1, ' ', true, json::error_handler_t::replace);
-  if (text.size() > LONGEST_QUOTE) text = text.substr(0, LONGEST_QUOTE) + "…";
-  return text;
-}
 
 std::string readText(const std::string& path) {
   std::error_code error;
@@ -43,20 +37,11 @@ std::string readText(const std::string& path) {
 }
 
 json parse(const std::string& path) {
-  // Deeper documents are wrong, and might be deep enough to exhaust the stack.
-  const auto limitDepth = [&path](int depth, json::parse_event_t, json&) {
-    if (depth <= MAX_DEPTH) return true;
-    throw GeometryError(fmt::format("{}: is nested deeper than {} levels, expected {}", path,
-                                    MAX_DEPTH, "{\"microphones\": [[x, y, z], …]}"));
-  };
   try {
-    return json::parse(readText(path), limitDepth);
-  } catch (const json::exception& error) {
-    const std::string reason = error.what();  // "[json.exception.…] the reason"
-    const std::size_t bracket = reason.find("] ");
-    throw GeometryError(
-        fmt::format("{}: is no valid JSON: {}", path,
-                    bracket == std::string::npos ? reason : reason.substr(bracket + 2)));
+    return Audio::parseJson(readText(path));
+  } catch (const Audio::JsonError& error) {
+    throw GeometryError(fmt::format("{}: {}, expected {}", path, error.what(),
+                                    "{\"microphones\": [[x, y, z], …]}"));
   }
 }
 
@@ -68,7 +53,7 @@ std::array<double, 3> readPosition(const std::string& path, std::size_t index, c
   if (!sound) {
     throw GeometryError(
         fmt::format("{}: /microphones/{}: found {}, expected [x, y, z] in metres, each within ±{}",
-                    path, index, quoted(row), MAX_COORDINATE));
+                    path, index, quotedJson(row), MAX_COORDINATE));
   }
   return row.get<std::array<double, 3>>();
 }
@@ -80,13 +65,14 @@ Positions readMicrophones(const std::string& path) {
   if (!document.is_object() || document.size() != 1 || !document.contains("microphones")) {
     throw GeometryError(
         fmt::format("{}: found {}, expected an object with the key \"microphones\" and no other",
-                    path, quoted(document)));
+                    path, quotedJson(document)));
   }
   const json& rows = document.at("microphones");
   if (!rows.is_array() || rows.empty() || rows.size() > MAX_MICROPHONES) {
-    throw GeometryError(fmt::format(
-        "{}: /microphones: found {}, expected a list of 1 to {} positions", path,
-        rows.is_array() ? fmt::format("{} elements", rows.size()) : quoted(rows), MAX_MICROPHONES));
+    throw GeometryError(
+        fmt::format("{}: /microphones: found {}, expected a list of 1 to {} positions", path,
+                    rows.is_array() ? fmt::format("{} elements", rows.size()) : quotedJson(rows),
+                    MAX_MICROPHONES));
   }
   Positions microphones;
   for (std::size_t i = 0; i < rows.size(); ++i) {
@@ -95,7 +81,7 @@ Positions readMicrophones(const std::string& path) {
     if (same != microphones.end()) {
       throw GeometryError(fmt::format(
           "{}: /microphones/{}: found {}, the place of /microphones/{}, expected different places",
-          path, i, quoted(rows[i]), same - microphones.begin()));
+          path, i, quotedJson(rows[i]), same - microphones.begin()));
     }
     microphones.push_back(position);
   }

@@ -16,6 +16,7 @@
 
 #include "CZelkFileIO.h"
 #include "fileio/NcFile.h"
+#include "fileio/SofaFile.h"
 #include "tests/fileio/NetcdfEdits.h"
 #include "tests/fileio/SofaFiles.h"
 
@@ -155,6 +156,8 @@ const BrokenFile BROKEN[] = {
     {"infinite position",
      editing(setting("SourcePosition", {1, 2}, std::numeric_limits<double>::infinity())),
      "SourcePosition: value 5 is inf, expected a finite number"},
+    {"position beyond reach", editing(setting("SourcePosition", {1, 2}, -1e10)),
+     "SourcePosition: value 5 is -10000000000, expected coordinates within ±1000000000"},
     {"no positions", editing(renamed("SourcePosition")), "variable SourcePosition is missing"},
     {"no receivers", editing(renamed("ReceiverPosition")), "variable ReceiverPosition is missing"},
     {"listener turned to nowhere", editing(setting("ListenerView", {0, 0}, 0.0)),
@@ -202,6 +205,20 @@ TEST(HostileFiles, DataThatAreNoNumbersAreRefused) {
   EXPECT_FALSE(CZelkFileIO().ReadHeader("", &header));
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "the name of the transfer-function file is empty\n");
+}
+
+TEST(HostileFiles, TinyListenerVectorsAreDirections) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "db.sofa";
+  const SofaTransferFunctions data = randomTransferFunctions(M, R, N);
+  writeSofa(path, data);
+  editing(setting("ListenerView", {0, 0}, 1e-170))(path);
+  const SofaFile file(path);
+  for (std::size_t m = 0; m < M; ++m) {
+    for (std::size_t c = 0; c < 3; ++c) {
+      EXPECT_NEAR(file.sourcePositions()[m][c], data.sourcePositions[m][c], 1e-12);
+    }
+  }
 }
 
 TEST(HostileFiles, NamesOfFilesStayOnOneLine) {

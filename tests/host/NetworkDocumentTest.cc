@@ -289,7 +289,17 @@ TEST(NetworkDocument, inclusionThatGrowsWithoutBoundsIsRefused) {
     if (i < 30) wide += network(name, node("n", next) + node("m", next) + OUT);
   }
   wide += network("W30", COUNT + OUT);
-  EXPECT_THAT(run(document(wide)), HasSubstr("the networks include more than 100000 nodes in all"));
+  std::string outputs;
+  for (int i = 0; i < 1000; ++i)
+    outputs += bound("NetOutput", "c", "OUTPUT", fmt::format("O{}", i));
+  std::string terminals = network("W", node("c", "IterCount") + outputs);
+  std::string many;
+  for (int i = 0; i < 1000; ++i) many += node(fmt::format("n{}", i), "W");
+  terminals += network("MAIN", many + OUT);
+  const auto tooMany =
+      HasSubstr("the networks include more than 100000 nodes, links and terminals in all");
+  EXPECT_THAT(run(document(wide)), tooMany);
+  EXPECT_THAT(run(document(terminals)), tooMany);
   EXPECT_THAT(run(document(deep)), HasSubstr("networks are included more than 64 levels deep"));
 }
 

@@ -107,6 +107,23 @@ TEST(AudioReaderTest, ReadsFormatsAndSelectedChannels) {
   }
 }
 
+TEST(AudioReaderTest, RefusesConversionsThatNoSoundNeeds) {
+  const TestFolder folder;
+  Audio::AudioReaderOptions options;
+  options.samplingRate = 16000;
+  options.resample = true;
+  for (const int rate : {1, 15, 2000000000}) {
+    const std::string path = folder / std::to_string(rate);
+    writeSound(path, rate, 1, noise(100, 6));
+    EXPECT_EQ(refusal(path, options), path + ": the sampling rate is " + std::to_string(rate) +
+                                          " Hz, expected 16 to 16000000 Hz for a conversion to "
+                                          "16000 Hz");
+  }
+  writeSound(folder / "slow", 16, 1, noise(100, 6));
+  Audio::AudioReader reader(folder / "slow", options);
+  EXPECT_EQ(readAll(reader).size(), 100 * 1000U);
+}
+
 TEST(AudioReaderTest, RefusesAnotherSamplingRateUnlessAsked) {
   const TestFolder folder;
   const std::string path = folder / "in.wav";

@@ -15,6 +15,7 @@
 
 #include "toolbox/core/AudioError.h"
 #include "toolbox/core/Channels.h"
+#include "toolbox/core/SamplingRates.h"
 
 namespace Audio {
 
@@ -112,6 +113,7 @@ AudioReader::Impl::Impl(std::string name, const AudioReaderOptions& given)
                       "convert it)",
                       path, info.samplerate, outputRate));
     }
+    checkConversion(path, info.samplerate, outputRate);
     resampler = makeResampler(info.samplerate, outputRate, static_cast<int>(channels.size()));
     pending.resize(BLOCK * channels.size());
   }

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "toolbox/core/AudioError.h"
+#include "toolbox/core/Json.h"
 #include "toolbox/core/Scene.h"
 
 namespace Audio {
@@ -22,8 +23,6 @@ namespace Audio {
 namespace {
 
 using nlohmann::json;
-
-constexpr std::size_t LONGEST_QUOTE = 60;
 
 /// A value of the document and where it stands, for messages.
 class Place {
@@ -42,7 +41,9 @@ class Place {
     throw AudioError(fmt::format("{}: {}: found {}, expected {}", *file, path.empty() ? "/" : path,
                                  found, expected));
   }
-  [[noreturn]] void refuse(const std::string& expected) const { refuse(quoted(), expected); }
+  [[noreturn]] void refuse(const std::string& expected) const {
+    refuse(quotedJson(*value), expected);
+  }
 
   /// Refuses an object that lacks one of the required keys or has one that is in neither list.
   void checkKeys(std::initializer_list<const char*> required,
@@ -52,7 +53,7 @@ class Place {
     if (!value->is_object()) refuse(fmt::format("an object with the keys {}", joined(known)));
     for (const auto& [key, unused] : value->items()) {
       if (std::find(known.begin(), known.end(), key) == known.end()) {
-        refuse(fmt::format("the unknown key \"{}\"", key), "only " + joined(known));
+        refuse("the unknown key " + quotedJson(key), "only " + joined(known));
       }
     }
     for (const char* key : required) {
@@ -66,11 +67,6 @@ class Place {
   }
 
  private:
-  std::string quoted() const {
-    std::string text = value->dump(-1, ' ', false, json::error_handler_t::replace);
-    if (text.size() > LONGEST_QUOTE) text = text.substr(0, LONGEST_QUOTE) + "…";
-    return text;
-  }
   static std::string joined(const std::vector<std::string>& keys) {
     return fmt::format("{}", fmt::join(keys, ", "));
   }
@@ -200,14 +196,9 @@ std::vector<SceneSource> parseSources(const Place& place, std::map<int, std::str
 
 json parseDocument(const std::string& text, const std::string& name) {
   try {
-    return json::parse(text);
-  } catch (const json::exception& error) {
-    // The library's text begins with its own name and number in brackets.
-    const std::string reason = error.what();
-    const auto bracket = reason.find("] ");
-    throw AudioError(
-        fmt::format("{}: is no valid JSON: {}", name,
-                    bracket == std::string::npos ? reason : reason.substr(bracket + 2)));
+    return parseJson(text);
+  } catch (const JsonError& error) {
+    throw AudioError(fmt::format("{}: {}", name, error.what()));
   }
 }
 
