@@ -50,7 +50,10 @@ if(TARGET zelk-sss-cli)
 endif()
 install(FILES README.md CHANGELOG.md TYPE DOC)
 install(FILES docs/architecture.md docs/embedding.md docs/methods.md docs/scores.md
+              docs/speed.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+install(FILES docs/pictures/pattern.svg docs/pictures/spectrogram.png
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs/pictures)
 install(FILES examples/engine.cc examples/separate.n examples/two-talkers.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
