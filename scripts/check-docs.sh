@@ -65,6 +65,7 @@ blocks_of() {
 
 # run_block DOCUMENT SCRIPT
 run_block() {
+  # shellcheck disable=SC2016  # the block's shell expands this
   local shell='trap "echo \"$1:\$LINENO: failed: \$BASH_COMMAND\" >&2" ERR; source "$2"'
   bash -Eeuo pipefail -c "$shell" - "$1" "$2" >"$work/log" 2>&1 && return
   cat "$work/log" >&2

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 #include <regex>
 #include <string>
 #include <vector>
@@ -123,16 +124,20 @@ struct Snippet {
   Strings told;
 };
 
+std::ostream& operator<<(std::ostream& out, const Snippet& snippet) { return out << snippet.name; }
+
 class SourceTexts : public testing::TestWithParam<Snippet> {};
 
 TEST_P(SourceTexts, FindsWhatAPersonIsTold) {
-  const fs::path file = fs::path(testing::TempDir()) / "snippet.cc";
+  const fs::path file =
+      fs::path(testing::TempDir()) / (std::string("snippet-") + GetParam().name + ".cc");
   std::ofstream(file) << GetParam().source;
   Strings told;
   for (const SourceStatement& statement : readStatements(file)) {
     told.insert(told.end(), statement.told.begin(), statement.told.end());
   }
   EXPECT_EQ(told, GetParam().told);
+  fs::remove(file);
 }
 
 INSTANTIATE_TEST_SUITE_P(
