@@ -16,6 +16,7 @@
 
 #include "cli/MixFiles.h"
 #include "cli/MixRenderer.h"
+#include "cli/OptionChecks.h"
 #include "cli/OutputFile.h"
 #include "cli/ResponseSet.h"
 #include "cli/SignalFile.h"
@@ -226,35 +227,35 @@ void addMixCommand(CLI::App& app) {
   command
       ->add_option("--channel", options->channel,
                    "Channel to take from dry files of several channels, from 1")
-      ->check(CLI::Range(1, LARGEST_CHANNEL))
+      ->check(isBetween(1, LARGEST_CHANNEL))
       ->capture_default_str();
   command
       ->add_option("--raw-rate", options->rawRate,
                    "The dry files are headerless 16-bit little-endian mono, of this rate in Hz")
-      ->check(CLI::Range(1, LARGEST_RATE));
+      ->check(isBetween(1, LARGEST_RATE));
   command->add_flag("--resample", options->resample,
                     "Convert dry files of another sampling rate than the responses'");
   command->add_option("--gain", options->gains, "Gain of each dry file in dB")
-      ->check(CLI::Range(-200.0, 200.0));
+      ->check(isBetween(-200.0, 200.0));
   command
       ->add_option(
           "--noise-level", options->noiseLevel,
           "Add independent white noise of this level at each microphone, in dB relative to "
           "full scale (RMS 1)")
-      ->check(CLI::Range(-200.0, 0.0));
+      ->check(isBetween(-200.0, 0.0));
   command
       ->add_option("--diffuse-level", options->diffuseLevel,
                    "Add speech-shaped noise from all around of this level, in dB relative to full "
                    "scale (RMS 1)")
-      ->check(CLI::Range(-200.0, 0.0));
+      ->check(isBetween(-200.0, 0.0));
   command
       ->add_option("--reverb", options->reverberation.t60,
                    "Add a late reverberation that falls by 60 dB in this time, in seconds")
-      ->check(CLI::Range(0.0, 5.0));
+      ->check(isBetween(0.0, 5.0));
   command
       ->add_option("--direct-to-reverberant", options->reverberation.directToReverberant,
                    "Energy of a response over that of its reverberation, in dB")
-      ->check(CLI::Range(-40.0, 60.0))
+      ->check(isBetween(-40.0, 60.0))
       ->capture_default_str();
   command->add_option("--seed", options->seed, "Start of the noise's random numbers")
       ->capture_default_str();

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <iostream>
 #include <sstream>
 
 #include "Runner.h"
@@ -80,7 +81,8 @@ class ProgressBar {
 void loadPlugIns() {
   static const FD::ToolboxReport REPORT = FD::loadToolboxes(plugInFolders());
   for (const auto& [path, reason] : REPORT.failed) {
-    fmt::print(stderr, "zelk-sss: {}: cannot be loaded: {}\n", path.string(), reason);
+    std::cerr << "zelk-sss: " << fmt::format("{}: cannot be loaded: {}", path.string(), reason)
+              << std::endl;
   }
   if (!REPORT.loaded.empty()) return;
   std::string folders;

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -43,7 +45,9 @@ void OutputFile::write(std::string_view text) {
   std::ofstream file(partPath, std::ios::binary | std::ios::trunc);
   file.write(text.data(), static_cast<std::streamsize>(text.size()));
   file.close();
-  if (!file) throw OutputError(fmt::format("{}: cannot be written", partPath));
+  if (!file) {
+    throw OutputError(fmt::format("{}: cannot be written: {}", partPath, std::strerror(errno)));
+  }
 }
 
 void OutputFile::finish() {

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/OptionChecks.h"
 #include "cli/OutputFile.h"
 #include "cli/ScoreMetrics.h"
 #include "cli/ScoreReport.h"
@@ -172,12 +173,12 @@ void addScoreCommand(CLI::App& app) {
   command
       ->add_option("--channel", options->channel,
                    "Channel to take from files of several channels, from 1")
-      ->check(CLI::Range(1, LARGEST_CHANNEL))
+      ->check(isBetween(1, LARGEST_CHANNEL))
       ->capture_default_str();
   command
       ->add_option("--filter-taps", options->filterTaps,
                    "Length of a filter that an estimate may have been through without loss")
-      ->check(CLI::Range(1, LARGEST_TAPS))
+      ->check(isBetween(1, LARGEST_TAPS))
       ->capture_default_str();
   command->add_option("--range", options->range,
                       "Score this part alone, BEGIN:END in seconds; default: all");

@@ -14,6 +14,7 @@
 
 #include "ParameterValue.h"
 #include "cli/NetworkRun.h"
+#include "cli/OptionChecks.h"
 #include "cli/OutputFile.h"
 #include "cli/SeparationInputs.h"
 #include "cli/SeparationNetwork.h"
@@ -175,13 +176,13 @@ void separate(Options options) {
 
 void addSoundOptions(CLI::App& command, SeparationSettings& s) {
   command.add_option("--length", s.length, "Samples per frame; default: the database's, or 512")
-      ->check(CLI::PositiveNumber);
+      ->check(isPositive());
   command
       .add_option("--advance", s.advance,
                   "Samples from frame to frame; default: a quarter of the frame")
-      ->check(CLI::PositiveNumber);
+      ->check(isPositive());
   command.add_option("--rate", s.samplingRate, "Sampling rate in Hz; default: the database's")
-      ->check(CLI::PositiveNumber);
+      ->check(isPositive());
   command.add_option("--window", s.window, "Shape of the frames")
       ->check(CLI::IsMember({"HANN", "HAMMING", "SINE", "RECTANGULAR"}))
       ->capture_default_str();
@@ -209,12 +210,12 @@ void addNoiseOptions(CLI::App& command, SeparationSettings& s) {
   command
       .add_option("--noise-loading", s.noiseLoading,
                   "ML: share of the mean added to each noise matrix's diagonal")
-      ->check(CLI::NonNegativeNumber)
+      ->check(isNonNegative())
       ->capture_default_str();
   command
       .add_option("--noise-forgetting", s.noiseForgetting,
                   "ML: how much of the running mean of the noise a new frame leaves")
-      ->check(CLI::Range(0.0, 1.0))
+      ->check(isBetween(0.0, 1.0))
       ->capture_default_str();
   command
       .add_option("--noise-normalize", s.noiseNormalize,
@@ -238,7 +239,7 @@ void addOutputOptions(CLI::App& command, Options& options) {
   command
       .add_option("--project-forgetting", s.projectionForgetting,
                   "How much of the scale's averages a new frame leaves")
-      ->check(CLI::Range(0.0, 1.0))
+      ->check(isBetween(0.0, 1.0))
       ->capture_default_str();
   addChoice(command, "--half-frame-shift", options.halfFrameShift,
             "Undo a shift by half a frame; auto: for ML that is not projected");

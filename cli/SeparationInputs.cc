@@ -55,12 +55,12 @@ void takeGeometry(SeparationSettings& s, const SofaFile& database) {
   const int length = 2 * (static_cast<int>(database.length()) - 1);
   const int rate = static_cast<int>(std::lround(database.samplingRate()));
   if (s.length != 0 && s.length != length) {
-    throw SofaError(fmt::format("--length is {}, but {} was made for frames of {} samples",
-                                s.length, s.database, length));
+    throw SofaError(fmt::format("--length is {}, expected {} samples, for which {} was made",
+                                s.length, length, s.database));
   }
   if (s.samplingRate != 0 && s.samplingRate != rate) {
-    throw SofaError(fmt::format("--rate is {} Hz, but {} was made for {} Hz", s.samplingRate,
-                                s.database, rate));
+    throw SofaError(fmt::format("--rate is {} Hz, expected {} Hz, for which {} was made",
+                                s.samplingRate, rate, s.database));
   }
   s.length = length;
   s.samplingRate = rate;
@@ -82,7 +82,8 @@ int examineRecording(SeparationSettings& s, SeparationInputs& inputs) {
   }
   if (s.reference < 1 || s.reference > reader.channelCount()) {
     throw Audio::AudioError(
-        fmt::format("--reference-mic is {}, expected 1 to {}", s.reference, reader.channelCount()));
+        fmt::format("--reference-mic is {}, expected 1 to {}, the channels in use of {}",
+                    s.reference, reader.channelCount(), s.recording));
   }
   if (const auto samples = reader.announcedSamples()) {
     inputs.samples = *samples * s.samplingRate / rate;

@@ -6,11 +6,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 
 #include "toolbox/core/AudioReader.h"
+#include "toolbox/core/FileText.h"
 #include "toolbox/core/SamplingRates.h"
 
 namespace {
@@ -62,11 +61,7 @@ Signal readSignal(const std::string& path, int channel) {
 }
 
 Signal readRawSignal(const std::string& path, int samplingRate) {
-  std::ifstream file(path, std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-  if (!file.is_open() || file.bad()) {
-    throw SignalError(fmt::format("{}: cannot be read, expected a file of samples", path));
-  }
+  const std::string bytes = Audio::fileText(path);
   if (bytes.starts_with("RIFF")) {
     throw SignalError(fmt::format(
         "{}: begins as a WAV file does (RIFF), expected headerless samples (--raw-rate is given)",

@@ -22,7 +22,8 @@ struct Signal {
 Signal readSignal(const std::string& path, int channel);
 
 /// Reads a headerless file of 16-bit samples, little-endian, one channel. Throws SignalError when
-/// it cannot be read, is empty, ends within a sample or begins as a WAV file does.
+/// it is empty, ends within a sample or begins as a WAV file does, AudioError when it cannot be
+/// read.
 Signal readRawSignal(const std::string& path, int samplingRate);
 
 /// The signal at another rate. Throws SignalError naming `path`, or AudioError for a ratio of the

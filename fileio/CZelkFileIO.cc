@@ -24,13 +24,13 @@ std::size_t product(int a, int b, int c) {
   return ab * static_cast<std::size_t>(c);
 }
 
-/// Runs a reader's body; what it throws becomes one line on standard error and false.
-bool reportingErrors(const std::function<void()>& body) {
+/// Runs a reader's body for a file; what it throws becomes one line on standard error and false.
+bool reportingErrors(const char* path, const std::function<void()>& body) {
   try {
     body();
     return true;
   } catch (const std::bad_alloc&) {
-    std::fputs("transfer-function file: not enough memory for its contents\n", stderr);
+    std::fprintf(stderr, "%s: there is not enough memory for its contents\n", path);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "%s\n", error.what());
   }
@@ -102,7 +102,7 @@ void TFDatabaseFree(PARNIX_TFDatabase* database) {
 }
 
 bool CZelkFileIO::ReadHeader(const char* path, PARNIX_TFDBFileHeader* header) {
-  return reportingErrors([&] {
+  return reportingErrors(path, [&] {
     const SofaFile file = openTransferFunctions(path);
     requireTransferFunctions(file);
     header->version = 1;
@@ -116,7 +116,7 @@ bool CZelkFileIO::ReadHeader(const char* path, PARNIX_TFDBFileHeader* header) {
 bool CZelkFileIO::ReadInfo(const char* path, const PARNIX_TFDBFileHeader* header,
                            PARNIX_LocationArray* sources, PARNIX_LocationArray* microphones,
                            PARNIX_IntArray* bins, bool checkHeader) {
-  return reportingErrors([&] {
+  return reportingErrors(path, [&] {
     const SofaFile file = openTransferFunctions(path);
     requireTransferFunctions(file);
     if (checkHeader) {
@@ -136,7 +136,7 @@ bool CZelkFileIO::ReadInfo(const char* path, const PARNIX_TFDBFileHeader* header
 }
 
 bool CZelkFileIO::ReadData(const char* path, PARNIX_ComplexArray* values) {
-  return reportingErrors([&] {
+  return reportingErrors(path, [&] {
     const SofaFile file = openTransferFunctions(path);
     requireTransferFunctions(file);
     const std::size_t M = file.measurements();
@@ -158,7 +158,7 @@ bool CZelkFileIO::ReadData(const char* path, PARNIX_ComplexArray* values) {
 }
 
 bool CZelkFileIO::LoadPositionData(const char* path, PARNIX_LocationArray* microphones) {
-  return reportingErrors([&] {
+  return reportingErrors(path, [&] {
     const SofaFile file = openTransferFunctions(path);
     requireCount(file, "microphones", file.receivers(),
                  static_cast<std::size_t>(microphones->count));

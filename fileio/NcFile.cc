@@ -138,7 +138,7 @@ std::string NcFile::attribute(const std::string& variable, const std::string& at
     nc_free_string(1, &text);
     return result;
   }
-  fail(fmt::format("attribute {} is not a text", attribute));
+  fail(fmt::format("attribute {} is not a text, expected one", attribute));
 }
 
 void NcFile::fail(const std::string& text) const {

@@ -213,7 +213,9 @@ void SofaFile::readSources() {
     const Position y = cross(rowOf(ups, m), x);
     if (lengthOf(y) == 0.0) {
       file.fail(
-          fmt::format("ListenerView and ListenerUp of measurement {} are parallel or zero", m));
+          fmt::format("ListenerView and ListenerUp of measurement {} are parallel or zero, "
+                      "expected two directions",
+                      m));
     }
     const Position front = normalised(x);
     const Position left = normalised(y);

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <pugixml.hpp>
 #include <sstream>
@@ -147,7 +149,9 @@ std::string readFile(const std::filesystem::path& path) {
   // A folder opens like a file and fails only when read.
   if (file && file.peek() != std::ifstream::traits_type::eof()) text << file.rdbuf();
   if (!file.is_open() || file.bad() || std::filesystem::is_directory(path)) {
-    throw DocumentError(path.string() + ": cannot be read");
+    const int reason = std::filesystem::is_directory(path) ? EISDIR : errno;
+    throw DocumentError(
+        fmt::format("{}: cannot be read: {}", path.string(), std::strerror(reason)));
   }
   return text.str();
 }

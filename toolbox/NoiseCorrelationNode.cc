@@ -63,7 +63,10 @@ Audio::NoiseCorrelation NoiseCorrelation::noiseOfFile() const {
     throw Audio::AudioError(fmt::format("MODE is \"{}\", expected RANGES, FILE or RUNNING", mode));
   }
   const std::string path = stringParameter("FILENAME");
-  if (path.empty()) throw Audio::AudioError(fmt::format("MODE {} needs a FILENAME", mode));
+  if (path.empty()) {
+    throw Audio::AudioError(
+        fmt::format("FILENAME is empty, expected a recording for MODE {}", mode));
+  }
   std::vector<Audio::TimeRange> ranges;
   if (mode == "RANGES") ranges = Audio::parseTimeRanges(stringParameter("RANGES"));
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "cli/Methods.h"
+#include "cli/OptionChecks.h"
 #include "cli/pattern/BeamPattern.h"
 #include "cli/pattern/DirectionRing.h"
 #include "cli/pattern/PatternPicture.h"
@@ -67,10 +68,6 @@ void checkMethod(const std::string& name) {
 
 void checkUsage(const Options& options) {
   checkMethod(options.method);
-  if (std::isnan(options.elevation) || std::isnan(options.time.value_or(0.0))) {
-    throw CLI::ValidationError(std::isnan(options.elevation) ? "--elevation" : "--time",
-                               "nan, expected a number");
-  }
   if (options.frequencies.size() > MOST_FREQUENCIES) {
     throw CLI::ValidationError(
         "--frequency",
@@ -185,10 +182,12 @@ void noteElevations(const Options& options, const Setup& setup, const DirectionR
   for (const BF::SourceLocation& source : setup.sources) {
     const double elevation = bearingOf(source).elevation;
     if (std::abs(elevation - shown) <= NOTED_ELEVATION) continue;
-    std::cerr << fmt::format(
-        "zelk-sss: {}: source {} is at elevation {:.1f} degrees, the picture shows {:.1f} "
-        "(--elevation)\n",
-        options.scene, source.id, elevation, shown + 0.0);
+    std::cerr << "zelk-sss: "
+              << fmt::format(
+                     "{}: source {} is at elevation {:.1f} degrees, the picture shows {:.1f} "
+                     "(--elevation)",
+                     options.scene, source.id, elevation, shown + 0.0)
+              << std::endl;
   }
 }
 
@@ -243,20 +242,20 @@ void addPatternCommand(CLI::App& app) {
       ->add_option(
           "--frequency", options->frequencies,
           "Frequencies to draw, in Hz, beside the mean of all; default: 500 1000 2000 4000")
-      ->check(CLI::NonNegativeNumber);
+      ->check(isNonNegative());
   command
       ->add_option("--time", options->time,
                    "When in the scene, in seconds; default: when the most sources are active")
-      ->check(CLI::NonNegativeNumber);
+      ->check(isNonNegative());
   command
       ->add_option("--elevation", options->elevation,
                    "Elevation to draw, in degrees: the nearest that the database has")
-      ->check(CLI::Range(-90.0, 90.0))
+      ->check(isBetween(-90.0, 90.0))
       ->capture_default_str();
   command->add_option("-o,--output", options->output, "The picture, NAME.svg or NAME.png")
       ->required();
   command->add_option("--width", options->width, "Width of the picture in pixels")
-      ->check(CLI::Range(200, 10000))
+      ->check(isBetween(200, 10000))
       ->capture_default_str();
   command->add_flag("--force", options->force, "Replace an existing picture");
   command->footer(

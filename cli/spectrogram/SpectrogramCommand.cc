@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/OptionChecks.h"
 #include "cli/plot/PictureFile.h"
 #include "cli/plot/PlotError.h"
 #include "cli/spectrogram/Spectrogram.h"
@@ -59,26 +60,26 @@ void addSpectrogramCommand(CLI::App& app) {
   command->add_option("--channel", options->channels,
                       "Channels of files that have several, as 1-4,7; default: all");
   command->add_option("--length", options->frames.length, "Samples per frame")
-      ->check(CLI::Range(2, 8192))
+      ->check(isBetween(2, 8192))
       ->capture_default_str();
   command
       ->add_option("--advance", options->frames.advance,
                    "Samples from frame to frame; default: a quarter of the frame")
-      ->check(CLI::PositiveNumber);
+      ->check(isPositive());
   command
       ->add_option("--range", options->style.range,
                    "dB from the loudest level of all files to the lightest colour")
-      ->check(CLI::Range(10.0, 200.0))
+      ->check(isBetween(10.0, 200.0))
       ->capture_default_str();
   command->add_option("-o,--output", options->output, "The picture, NAME.svg or NAME.png")
       ->required();
   command->add_option("--width", options->style.width, "Width of the picture in pixels")
-      ->check(CLI::Range(200, 10000))
+      ->check(isBetween(200, 10000))
       ->capture_default_str();
   command
       ->add_option("--height", options->style.height,
                    "Height of the picture in pixels; default: 168 for each panel and 46")
-      ->check(CLI::Range(80, 20000));
+      ->check(isBetween(80, 20000));
   command->add_flag("--force", options->force, "Replace an existing picture");
   command->footer(
       "Example:\n  zelk-sss spectrogram mix.wav separated/source_*.wav --channel 1 -o sound.png");

@@ -5,11 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "cli/tfdb/ArrayGeometry.h"
+#include "toolbox/core/FileText.h"
 #include "toolbox/core/Json.h"
 
 namespace {
@@ -30,10 +29,7 @@ std::string readText(const std::string& path) {
   if (error || size > MAX_FILE) {
     throw GeometryError(fmt::format("{}: has {} bytes, expected at most {}", path, size, MAX_FILE));
   }
-  std::ifstream in(path, std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  if (!in) throw GeometryError(fmt::format("{}: cannot be read", path));
-  return text;
+  return Audio::fileText(path);
 }
 
 json parse(const std::string& path) {

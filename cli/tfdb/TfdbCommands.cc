@@ -59,7 +59,7 @@ void addImport(CLI::App& tfdb) {
     for (const std::string& finding : findingsOf(data)) {
       report.warnings.push_back(fmt::format("{}: {}", input, finding));
     }
-    for (const std::string& text : report.warnings) std::cerr << "warning: " << text << "\n";
+    for (const std::string& text : report.warnings) std::cerr << "zelk-sss: " << text << "\n";
     options->target.write(data);
     std::cout << importText(options->target.output, data, report);
   });

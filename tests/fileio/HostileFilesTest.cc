@@ -161,7 +161,7 @@ const BrokenFile BROKEN[] = {
     {"no positions", editing(renamed("SourcePosition")), "variable SourcePosition is missing"},
     {"no receivers", editing(renamed("ReceiverPosition")), "variable ReceiverPosition is missing"},
     {"listener turned to nowhere", editing(setting("ListenerView", {0, 0}, 0.0)),
-     "ListenerView and ListenerUp of measurement 0 are parallel or zero"},
+     "ListenerView and ListenerUp of measurement 0 are parallel or zero, expected two directions"},
 };
 
 class BrokenFiles : public testing::TestWithParam<BrokenFile> {};

@@ -337,11 +337,13 @@ TEST(NetworkDocument, whatIsWrittenReadsBackAndRunsTheSame) {
 
 TEST(NetworkDocument, filesThatCannotBeReadAreErrors) {
   const auto folder = std::filesystem::temp_directory_path();
-  for (const auto& path : {folder / "no-such-document.n", folder}) {
+  for (const auto& [path, reason] :
+       {std::pair(folder / "no-such-document.n", "No such file or directory"),
+        std::pair(folder, "Is a directory")}) {
     std::ostringstream out;
     std::ostringstream err;
     EXPECT_EQ(runNetworkFile(path, {}, out, err), 1);
-    EXPECT_EQ(err.str(), path.string() + ": cannot be read\n");
+    EXPECT_EQ(err.str(), path.string() + ": cannot be read: " + reason + "\n");
   }
 }
 

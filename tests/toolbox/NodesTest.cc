@@ -200,7 +200,8 @@ TEST(NoiseCorrelationNodeTest, RefusesBadParametersAndMissingLinks) {
   };
   EXPECT_THAT(fault({{"MODE", text("MEDIAN")}}),
               HasSubstr("MODE is \"MEDIAN\", expected RANGES, FILE or RUNNING"));
-  EXPECT_THAT(fault({{"MODE", text("FILE")}}), HasSubstr("MODE FILE needs a FILENAME"));
+  EXPECT_THAT(fault({{"MODE", text("FILE")}}),
+              HasSubstr("FILENAME is empty, expected a recording for MODE FILE"));
   EXPECT_THAT(fault({{"FILENAME", text("x.wav")}}), HasSubstr("RANGES is \"\""));
   EXPECT_THAT(fault({{"LOADING", fraction(-1)}}), HasSubstr("LOADING is -1, expected 0 or more"));
   EXPECT_THAT(fault({{"MODE", text("RUNNING")}, {"FORGETTING", fraction(2)}}),

@@ -16,6 +16,8 @@ using testing::HasSubstr;
 
 namespace {
 
+constexpr double PI = 3.141592653589793;
+
 Audio::Scene sceneOf(const std::string& text) { return Audio::Scene::parse(text, "scene.json"); }
 
 std::vector<int> ids(const std::vector<Audio::PlacedSource>& sources) {
@@ -40,6 +42,20 @@ TEST(SceneTest, PlacesSourcesByDirectionOrPosition) {
   expectPosition(placed[0].position, 0, 2, 0);
   expectPosition(placed[1].position, -std::sqrt(0.75), 0, 0.5);
   expectPosition(placed[2].position, 1, -2, 0.5);
+}
+
+TEST(SceneTest, ReadsTheExampleOfEveryKey) {
+  const Audio::Scene scene = Audio::Scene::read(ZELK_EXAMPLES "/scene.json");
+  EXPECT_THAT(ids(scene.targetsAt(0)), ElementsAre(0, 2));
+  EXPECT_THAT(ids(scene.targetsAt(9)), ElementsAre(0, 1, 2));
+  EXPECT_THAT(ids(scene.noiseAt(0, false)), ElementsAre(9));
+  expectPosition(scene.targetsAt(9)[1].position, 1.2, -0.7, 0.1);
+  expectPosition(scene.noiseAt(0, false)[0].position, -3, 0, 0);
+  expectPosition(scene.targetsAt(1)[2].position, 1.5 * std::cos(40 * PI / 180),
+                 -1.5 * std::sin(40 * PI / 180), 0);  // halfway between the directions
+  expectPosition(scene.targetsAt(3.5)[2].position, std::cos(20 * PI / 180) + 0.5,
+                 -std::sin(20 * PI / 180), 0);  // halfway along the line to the last point
+  expectPosition(scene.targetsAt(20)[1].position, 1, 0, 0);
 }
 
 TEST(SceneTest, SourcesAppearAndVanish) {
@@ -174,9 +190,11 @@ INSTANTIATE_TEST_SUITE_P(
                  sourceWith("\"azimuth\": \"" + std::string(1000, 'x') + "\""),
                  {"xxx…, expected degrees"}}));
 
-TEST(SceneTest, NamesAFileThatCannotBeOpened) {
+TEST(SceneTest, NamesAFileThatCannotBeRead) {
   EXPECT_EQ(messageOf<Audio::AudioError>([] { Audio::Scene::read("/no/scene.json"); }),
-            "/no/scene.json: cannot be opened");
+            "/no/scene.json: cannot be read: No such file or directory");
+  EXPECT_EQ(messageOf<Audio::AudioError>([] { Audio::Scene::read("/usr"); }),
+            "/usr: cannot be read: Is a directory");
 }
 
 }  // namespace

@@ -31,13 +31,16 @@ struct ResamplerDeleter {
   void operator()(soxr* resampler) const { soxr_delete(resampler); }
 };
 
-std::unique_ptr<soxr, ResamplerDeleter> makeResampler(int fromRate, int toRate, int channels) {
+std::unique_ptr<soxr, ResamplerDeleter> makeResampler(const std::string& path, int fromRate,
+                                                      int toRate, int channels) {
   soxr_error_t error = nullptr;
   const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_VHQ, 0);
   std::unique_ptr<soxr, ResamplerDeleter> resampler(soxr_create(
       fromRate, toRate, static_cast<unsigned>(channels), &error, nullptr, &quality, nullptr));
-  if (error)
-    throw AudioError(fmt::format("resampling from {} to {} Hz: {}", fromRate, toRate, error));
+  if (error) {
+    throw AudioError(
+        fmt::format("{}: resampling from {} to {} Hz: {}", path, fromRate, toRate, error));
+  }
   return resampler;
 }
 
@@ -114,7 +117,7 @@ AudioReader::Impl::Impl(std::string name, const AudioReaderOptions& given)
                       path, info.samplerate, outputRate));
     }
     checkConversion(path, info.samplerate, outputRate);
-    resampler = makeResampler(info.samplerate, outputRate, static_cast<int>(channels.size()));
+    resampler = makeResampler(path, info.samplerate, outputRate, static_cast<int>(channels.size()));
     pending.resize(BLOCK * channels.size());
   }
   if (isCutOff(file.get())) {

@@ -6,15 +6,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <fstream>
 #include <initializer_list>
-#include <iterator>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "toolbox/core/AudioError.h"
+#include "toolbox/core/FileText.h"
 #include "toolbox/core/Json.h"
 #include "toolbox/core/Scene.h"
 
@@ -204,13 +203,7 @@ json parseDocument(const std::string& text, const std::string& name) {
 
 }  // namespace
 
-Scene Scene::read(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw AudioError(fmt::format("{}: cannot be opened", path));
-  const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  if (in.bad()) throw AudioError(fmt::format("{}: cannot be read", path));
-  return parse(text, path);
-}
+Scene Scene::read(const std::string& path) { return parse(fileText(path), path); }
 
 Scene Scene::parse(const std::string& text, const std::string& name) {
   const json document = parseDocument(text, name);

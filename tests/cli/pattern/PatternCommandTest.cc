@@ -124,7 +124,7 @@ TEST_F(PatternCommand, SaysWhatIsWrong) {
        "--frequency: 9 given, expected 8 at most (--help shows the usage)"},
       {{"-o", picture, "--time", "nan"},
        2,
-       "--time: nan, expected a number (--help shows the usage)"},
+       "--time: \"nan\", expected 0 or more (--help shows the usage)"},
       {{"-o", picture, "--frequency", "8001"},
        1,
        "--frequency is 8001 Hz, expected 0 to 8000 Hz, which " + database + " covers"},

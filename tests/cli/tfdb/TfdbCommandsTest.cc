@@ -94,7 +94,7 @@ TEST(TfdbCommands, WarnWhenTheFileContradictsItself) {
   EXPECT_THAT(run({"check", db}).out, HasSubstr("warning: " + warning));
   const Result result = run({"import", db, folder / "out.sofa"});
   EXPECT_EQ(result.error, "");
-  EXPECT_THAT(result.warnings, HasSubstr("warning: " + db + ": " + warning));
+  EXPECT_THAT(result.warnings, HasSubstr("zelk-sss: " + db + ": " + warning));
 }
 
 TEST(TfdbCommands, KeepWhatExistsUnlessForcedAndLeaveNothingHalfDone) {
