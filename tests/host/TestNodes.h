@@ -10,20 +10,9 @@
 
 #include "BufferedNode.h"
 #include "NetworkBuilder.h"
+#include "tests/support/ThrownText.h"
 
 // Node types for the tests. TestNodes.cc registers the ones that documents use.
-
-/// Runs action and gives the text of the framework exception it throws, or "" when it throws none.
-template <class Action>
-std::string thrownText(Action action) {
-  try {
-    action();
-  } catch (FD::BaseException* e) {
-    const std::unique_ptr<FD::BaseException> owner(e);
-    return FD::describe(*e);
-  }
-  return "";
-}
 
 /// An int that counts how many of its kind there are, and were at most.
 class Counted : public FD::Int {

@@ -15,6 +15,7 @@
 #include "Source.h"
 #include "Vector.h"
 #include "net_types.h"
+#include "tests/support/ThrownText.h"
 
 /// What the tests of the separation nodes share: parameters, frames, a node that feeds them.
 
@@ -59,18 +60,6 @@ inline NodePtr makeNode(const std::string& type, const std::vector<Parameter>& p
   FD::ParameterSet set;
   for (const Parameter& parameter : parameters) set.add(parameter.name, parameter.value);
   return NodePtr(FD::Node::getFactoryNamed(type)->Create("node", set));
-}
-
-/// Text of the framework exception that action throws; "" when it throws none.
-template <class Action>
-std::string thrownText(Action action) {
-  try {
-    action();
-  } catch (FD::BaseException* e) {
-    const std::unique_ptr<FD::BaseException> owner(e);
-    return FD::describe(*e);
-  }
-  return "";
 }
 
 inline FD::ObjectRef sourceList(const std::vector<FD::Source>& sources) {

@@ -10,6 +10,7 @@
 #include "NetworkBuilder.h"
 #include "ToolboxNode.h"
 #include "gtest/gtest.h"
+#include "tests/support/ThrownText.h"
 
 /// What the tests of the nodes share: one layout of frames, parameters, stand-ins for other nodes.
 
@@ -42,14 +43,9 @@ inline FD::ParameterSet withLayout(const Parameters& others) {
 /// The text of the framework exception that action throws.
 template <class Action>
 std::string faultOf(Action action) {
-  try {
-    action();
-  } catch (FD::BaseException* e) {
-    const std::unique_ptr<FD::BaseException> owner(e);
-    return FD::describe(*e);
-  }
-  ADD_FAILURE() << "nothing was thrown";
-  return "";
+  const std::string text = thrownText(action);
+  if (text.empty()) ADD_FAILURE() << "nothing was thrown";
+  return text;
 }
 
 /// A source node whose outputs are functions of the count.
