@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -12,12 +11,9 @@
 
 #include "Runner.h"
 #include "ToolboxLoader.h"
+#include "cli/StopSignals.h"
 
 namespace {
-
-volatile std::sig_atomic_t caughtSignal = 0;
-
-void noteSignal(int signal) { caughtSignal = signal; }
 
 /// The command's own plug-ins come first, installed or in the build tree, whatever host the
 /// environment names; then the folders that it adds.
@@ -30,25 +26,6 @@ std::vector<std::filesystem::path> plugInFolders() {
   folders.front() = fs::is_directory(installed, error) ? installed : prefix / "toolbox";
   return folders;
 }
-
-/// SIGINT and SIGTERM are noted instead of ending the process, for one scope.
-class NotedSignals {
- public:
-  NotedSignals()
-      : interrupt(std::signal(SIGINT, noteSignal)), end(std::signal(SIGTERM, noteSignal)) {
-    caughtSignal = 0;
-  }
-  NotedSignals(const NotedSignals&) = delete;
-  NotedSignals& operator=(const NotedSignals&) = delete;
-  ~NotedSignals() {
-    std::signal(SIGINT, interrupt);
-    std::signal(SIGTERM, end);
-  }
-
- private:
-  void (*interrupt)(int);
-  void (*end)(int);
-};
 
 /// One line on standard error that is drawn again at every hundredth of the work.
 class ProgressBar {
@@ -104,7 +81,7 @@ void runDocument(const FD::NetworkDocument& document, const std::vector<std::str
     status = FD::runNetwork(document, arguments, out, errors, [&](int frame) {
       lastFrame = frame;
       bar.show(frame);
-      return caughtSignal == 0;
+      return NotedSignals::caught() == 0;
     });
   }
   if (status != 0) {
@@ -112,9 +89,9 @@ void runDocument(const FD::NetworkDocument& document, const std::vector<std::str
     while (!text.empty() && text.back() == '\n') text.pop_back();
     throw RunError(text);
   }
-  if (caughtSignal != 0) {
+  if (NotedSignals::caught() != 0) {
     throw RunError(
         fmt::format("stopped by signal {} after frame {}; the files are complete up to it",
-                    static_cast<int>(caughtSignal), lastFrame));
+                    NotedSignals::caught(), lastFrame));
   }
 }

@@ -30,33 +30,25 @@ void checkOutput(const std::string& path, bool overwrite) {
 
 OutputFile::OutputFile(const std::string& path, bool overwrite)
     : finalPath(path),
-      partPath(fmt::format("{}.{}.part", path, getpid())),
+      part(fmt::format("{}.{}.part", path, getpid()), path),
       mayOverwrite(overwrite) {
   checkOutput(finalPath, mayOverwrite);
 }
 
-OutputFile::~OutputFile() {
-  if (finished) return;
-  std::error_code ignored;
-  std::filesystem::remove(partPath, ignored);
-}
-
 void OutputFile::write(std::string_view text) {
-  std::ofstream file(partPath, std::ios::binary | std::ios::trunc);
+  errno = 0;
+  std::ofstream file(part.path(), std::ios::binary | std::ios::trunc);
   file.write(text.data(), static_cast<std::streamsize>(text.size()));
   file.close();
   if (!file) {
-    throw OutputError(fmt::format("{}: cannot be written: {}", partPath, std::strerror(errno)));
+    throw OutputError(fmt::format("{}: cannot be written: {}", part.path(), std::strerror(errno)));
   }
 }
 
 void OutputFile::finish() {
   checkOutput(finalPath, mayOverwrite);
-  std::error_code error;
-  std::filesystem::rename(partPath, finalPath, error);
-  if (error) {
+  if (const std::error_code error = part.rename()) {
     throw OutputError(
-        fmt::format("{}: cannot be named {}: {}", partPath, finalPath, error.message()));
+        fmt::format("{}: cannot be named {}: {}", part.path(), finalPath, error.message()));
   }
-  finished = true;
 }

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "toolbox/core/TemporaryFile.h"
+
 /// An output cannot be made; what() names the file, what was found and what was expected.
 class OutputError : public std::runtime_error {
  public:
@@ -24,12 +26,12 @@ class OutputFile {
   OutputFile& operator=(const OutputFile&) = delete;
 
   /// Removes the temporary file unless finish() was called.
-  ~OutputFile();
+  ~OutputFile() = default;
 
   const std::string& path() const { return finalPath; }
 
   /// In the same folder as path(), and unlike that of any other process.
-  const std::string& temporaryPath() const { return partPath; }
+  const std::string& temporaryPath() const { return part.path(); }
 
   /// Makes the temporary file and writes the text as its whole content. Throws OutputError.
   void write(std::string_view text);
@@ -40,7 +42,6 @@ class OutputFile {
 
  private:
   std::string finalPath;
-  std::string partPath;
+  Audio::TemporaryFile part;
   bool mayOverwrite;
-  bool finished = false;
 };

@@ -9,6 +9,7 @@
 #include "cli/RunCommand.h"
 #include "cli/ScoreCommand.h"
 #include "cli/SeparateCommand.h"
+#include "cli/StopSignals.h"
 #include "cli/pattern/PatternCommand.h"
 #include "cli/spectrogram/SpectrogramCommand.h"
 #include "cli/tfdb/TfdbCommands.h"
@@ -51,6 +52,7 @@ int run(CLI::App& app, int argc, char** argv) {
 int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   // A file at the size limit is to fail like one on a full disk, with a message.
   std::signal(SIGXFSZ, SIG_IGN);
+  removeUnfinishedFilesOnSignals();
   CLI::App app("Sound source separation for microphone arrays", "zelk-sss");
   app.set_version_flag("--version", "zelk-sss " ZELK_VERSION);
   app.require_subcommand(0, 1);  // with 1, a misspelt command would not be named in the message

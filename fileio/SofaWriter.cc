@@ -22,9 +22,8 @@ class NcWriter {
   NcWriter(const NcWriter&) = delete;
   NcWriter& operator=(const NcWriter&) = delete;
   ~NcWriter() {
-    if (id < 0) return;
-    nc_abort(id);
-    std::remove(name.c_str());
+    // The library's own way to give a file up crashes after a failed write.
+    if (id >= 0) std::remove(name.c_str());
   }
 
   int dimension(const char* label, std::size_t length) {
@@ -71,7 +70,8 @@ class NcWriter {
  private:
   void check(int status) const {
     if (status == NC_NOERR) return;
-    throw SofaError(fmt::format("{}: cannot write: {}", name, nc_strerror(status)));
+    throw SofaError(fmt::format("{}: cannot write: {}{}", name, nc_strerror(status),
+                                status == NC_EHDFERR ? " (is there room on the disk?)" : ""));
   }
 
   std::string name;

@@ -50,8 +50,8 @@ void limitResources() {
 #endif
 }
 
-[[noreturn]] void runChild(const std::function<void()>& work, int reasonPipe) {
-  limitResources();
+[[noreturn]] void runChild(const std::function<void()>& work, bool limited, int reasonPipe) {
+  if (limited) limitResources();
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // an interrupted command leaves no reader behind
   // The parent says what is wrong, not the libraries below.
   const int null = open("/dev/null", O_WRONLY);
@@ -75,23 +75,36 @@ std::string readReason(int reasonPipe) {
   return reason;
 }
 
-}  // namespace
+/// How a child process ended, as waitpid says, and the text of the exception that ended it.
+struct ChildEnd {
+  int status = 0;
+  std::string reason;
+};
 
-void tryInChild(const std::string& path, const std::function<void()>& work) {
+ChildEnd runInChild(const std::string& path, const std::function<void()>& work, bool limited) {
   Pipe reasons;
   const pid_t child = pipe2(reasons.ends, O_CLOEXEC) == 0 ? fork() : -1;
   if (child < 0) {
     throw SofaError(
-        fmt::format("{}: no process could be made to read it: {}", path, std::strerror(errno)));
+        fmt::format("{}: no process could be made for it: {}", path, std::strerror(errno)));
   }
-  if (child == 0) runChild(work, reasons.ends[1]);
+  if (child == 0) runChild(work, limited, reasons.ends[1]);
   reasons.close(reasons.ends[1]);
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0) {
+  ChildEnd end;
+  while (waitpid(child, &end.status, 0) < 0) {
     if (errno != EINTR) {
-      throw SofaError(fmt::format("{}: reading it: {}", path, std::strerror(errno)));
+      throw SofaError(fmt::format("{}: waiting for it: {}", path, std::strerror(errno)));
     }
   }
+  const bool gaveReason = WIFEXITED(end.status) && WEXITSTATUS(end.status) == FAILED;
+  if (gaveReason) end.reason = readReason(reasons.ends[0]);
+  return end;
+}
+
+}  // namespace
+
+void tryInChild(const std::string& path, const std::function<void()>& work) {
+  const auto [status, reason] = runInChild(path, work, true);
   const std::string expected = "expected a sound netCDF-4 file";
   if (WIFSIGNALED(status)) {
     const int signal = WTERMSIG(status);
@@ -105,9 +118,19 @@ void tryInChild(const std::string& path, const std::function<void()>& work) {
                                 GIBIBYTES, expected));
   }
   if (WEXITSTATUS(status) == 0) return;
-  const std::string reason = readReason(reasons.ends[0]);
   throw SofaError(reason.empty() ? fmt::format("{}: reading it fails, {}", path, expected)
                                  : reason);
+}
+
+void writeInChild(const std::string& path, const std::function<void()>& work) {
+  const auto [status, reason] = runInChild(path, work, false);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return;
+  if (WIFEXITED(status) && WEXITSTATUS(status) == OUT_OF_MEMORY) throw std::bad_alloc();
+  throw SofaError(!reason.empty()
+                      ? reason
+                      : fmt::format("{}: cannot write: the library for it fails (is there room on "
+                                    "the disk?)",
+                                    path));
 }
 
 void tryReading(const std::string& path, bool withResponses) {

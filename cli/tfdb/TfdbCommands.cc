@@ -34,7 +34,7 @@ struct Target {
 
   void write(const SofaTransferFunctions& data) const {
     OutputFile file(output, force);
-    writeSofa(file.temporaryPath(), data);
+    writeInChild(file.temporaryPath(), [&] { writeSofa(file.temporaryPath(), data); });
     file.finish();
   }
 };

@@ -229,23 +229,29 @@ TEST(AudioReaderTest, ReplacesOrKeepsWhatIsNotFinite) {
   sound[2 * 100 + 1] = nan;
   sound[2 * 150] = infinity;    // less than 100 samples later: the same run
   sound[2 * 8000] = -infinity;  // a second run
+  sound[2 * 9000] = -1e16F;     // finite, and a third one
+  sound[2 * 9500] = 1e14F;      // still a number to work with
   writeSound(folder / "in.wav", 1000, 2, sound);
 
   Audio::AudioReaderOptions options;
   options.reportGap = 100;
   const Reading zeroed = readFile(folder / "in.wav", options);
   const std::string prefix = folder / "in.wav: samples that are not finite from ";
-  EXPECT_THAT(zeroed.warnings,
-              ElementsAre(prefix + "0.100000 s on (sample 100, channel 2); replaced by 0",
-                          prefix + "8.000000 s on (sample 8000, channel 1); replaced by 0"));
-  for (const std::size_t n : {2 * 100 + 1, 2 * 150, 2 * 8000}) sound[n] = 0;
+  EXPECT_THAT(
+      zeroed.warnings,
+      ElementsAre(prefix + "0.100000 s on (sample 100, channel 2); replaced by 0",
+                  prefix + "8.000000 s on (sample 8000, channel 1); replaced by 0",
+                  folder / "in.wav: samples that are no sound (beyond 1e15) from 9.000000 s "
+                           "on (sample 9000, channel 1); replaced by 0"));
+  for (const std::size_t n : {2 * 100 + 1, 2 * 150, 2 * 8000, 2 * 9000}) sound[n] = 0;
   EXPECT_EQ(zeroed.samples, sound);
 
   options.nonFinite = Audio::nonFiniteNamed("KEEP");
   const Reading kept = readFile(folder / "in.wav", options);
-  EXPECT_EQ(kept.warnings.size(), 2U);
+  EXPECT_EQ(kept.warnings.size(), 3U);
   EXPECT_TRUE(std::isnan(kept.samples[2 * 100 + 1]));
   EXPECT_EQ(kept.samples[2 * 150], infinity);
+  EXPECT_EQ(kept.samples[2 * 9000], -1e16F);
 }
 
 TEST(TimeRangesTest, ReadsRangesAndRefusesOthers) {

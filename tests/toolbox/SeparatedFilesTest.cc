@@ -4,9 +4,12 @@
 
 #include <sndfile.h>
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -229,6 +232,47 @@ TEST(SeparatedFilesTest, ASourceThatReturnsContinuesAfterSilence) {
   EXPECT_EQ(active, (std::vector<std::vector<double>>{{0.136, 0.456}, {0.936, 1.256}}));
   const std::vector<std::vector<double>> late = timeline["sources"][1]["active"];
   EXPECT_EQ(late, (std::vector<std::vector<double>>{{1.416, 1.6}}));
+}
+
+/// How many files this process has open.
+std::size_t openFiles() {
+  const std::filesystem::directory_iterator entries("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+TEST(SeparatedFilesTest, HasOpenFilesOnlyForSourcesThatSound) {
+  for (const auto format :
+       {Audio::SampleFormat::Pcm16, Audio::SampleFormat::Pcm24, Audio::SampleFormat::Float}) {
+    const TestFolder folder;
+    const std::vector<float> sound = noise(1600, 17);
+    writeSound(folder / "in.wav", RATE, 1, sound);
+    Audio::SeparatedFilesOptions options = floatFilesIn(folder);
+    options.format = format;
+    Audio::SeparatedFiles files(options, synthesizer());
+    std::size_t most = 0;
+    const std::size_t before = openFiles();
+    // Every third frame has an id of its own, which returns 51 frames later.
+    pass(folder / "in.wav", files, [&](std::int64_t frame) {
+      most = std::max(most, openFiles() - before);
+      return frame % 3 == 0 ? std::vector{static_cast<int>(frame % 51)} : std::vector<int>();
+    });
+    files.finish();
+    EXPECT_LE(most, 4U);  // the recording, and two sources at once, or what was just closed
+    ASSERT_EQ(files.report().size(), 17U);
+    // Frames do not meet within a file, so that all files' sum is the one that has every frame.
+    std::vector<float> sum(sound.size());
+    for (const Audio::SeparatedFile& file : files.report()) {
+      const std::vector<float> part = readSound(file.path).samples;
+      ASSERT_EQ(part.size(), sum.size());
+      for (std::size_t n = 0; n < sum.size(); ++n) sum[n] += part[n];
+    }
+    options.directory = folder / "together";
+    Audio::SeparatedFiles together(options, synthesizer());
+    pass(folder / "in.wav", together,
+         [](std::int64_t frame) { return frame % 3 == 0 ? std::vector{1} : std::vector<int>(); });
+    together.finish();
+    EXPECT_LT(differenceInDb(sum, readSound(folder / "together/source_1.wav").samples), -70);
+  }
 }
 
 TEST(SeparatedFilesTest, WithoutALengthNoSoundIsLost) {

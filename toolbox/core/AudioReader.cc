@@ -24,6 +24,10 @@ namespace {
 constexpr long long UNKNOWN_LENGTH = 0xFFFFF000;  // sizes from here on mean "not known"
 constexpr std::size_t BLOCK = 4096;               // samples per channel read from the file at once
 
+// Beyond any sound, and far from where powers of a spectrum leave the range of their numbers: what
+// has such samples is a damaged file.
+constexpr float LARGEST_SAMPLE = 1e15F;
+
 struct FileCloser {
   void operator()(SNDFILE* file) const { sf_close(file); }
 };
@@ -87,7 +91,7 @@ struct AudioReader::Impl {
   int outputRate = 0;
   std::vector<float> block;     // as the file has it: all channels
   std::int64_t position = 0;    // samples per channel read from the file
-  std::int64_t lastFault = -1;  // the last sample that was not finite
+  std::int64_t lastFault = -1;  // the last sample that was not usable
   bool fileEnded = false;
 
   std::unique_ptr<soxr, ResamplerDeleter> resampler;  // null: the rates agree
@@ -170,14 +174,13 @@ void AudioReader::Impl::checkFinite(float* samples, std::size_t count) {
   for (std::size_t n = 0; n < count; ++n) {
     for (std::size_t c = 0; c < channels.size(); ++c) {
       float& value = samples[n * channels.size() + c];
-      if (std::isfinite(value)) continue;
+      if (std::abs(value) <= LARGEST_SAMPLE) continue;
       const std::int64_t here = position + static_cast<std::int64_t>(n);
       if (lastFault < 0 || here - lastFault >= options.reportGap) {
-        warn(
-            fmt::format("{}: samples that are not finite from {:.6f} s on (sample {}, channel "
-                        "{}); {}",
-                        path, static_cast<double>(here) / info.samplerate, here, channels[c] + 1,
-                        options.nonFinite == NonFinite::Zero ? "replaced by 0" : "passed on"));
+        warn(fmt::format("{}: samples that are {} from {:.6f} s on (sample {}, channel {}); {}",
+                         path, std::isfinite(value) ? "no sound (beyond 1e15)" : "not finite",
+                         static_cast<double>(here) / info.samplerate, here, channels[c] + 1,
+                         options.nonFinite == NonFinite::Zero ? "replaced by 0" : "passed on"));
       }
       lastFault = here;
       if (options.nonFinite == NonFinite::Zero) value = 0;

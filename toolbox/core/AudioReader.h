@@ -9,8 +9,8 @@
 
 namespace Audio {
 
-/// What becomes of samples that are not finite (NaN or infinite), which only floating-point files
-/// can hold.
+/// What becomes of samples that are not finite (NaN or infinite), or so large (beyond 10¹⁵) that
+/// their spectra would not be. Only floating-point files can hold them.
 enum class NonFinite {
   Zero,  ///< replaced by 0
   Keep   ///< passed on as they are
@@ -24,7 +24,7 @@ struct AudioReaderOptions {
   int samplingRate = 0;   ///< wanted rate in Hz; 0: the file's own
   bool resample = false;  ///< convert a file of another rate; false: refuse it
   NonFinite nonFinite = NonFinite::Zero;
-  /// Samples that are not finite and stand less than this many samples apart are reported together.
+  /// Such samples that stand less than this many samples apart are reported together.
   std::int64_t reportGap = 16000;
   /// Receives each warning, one line without end of line; none: standard error.
   std::function<void(const std::string&)> warn;

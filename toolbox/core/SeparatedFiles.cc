@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "toolbox/core/AudioError.h"
+#include "toolbox/core/TemporaryFile.h"
 
 namespace Audio {
 
@@ -79,7 +79,6 @@ SeparatedFiles::Source& SeparatedFiles::sourceOf(int id) {
   const WavFormat format{options.samplingRate, 1, options.format};
   Source source{
       OverlapAdder(synthesizer.frames()), WavWriter(pathOf(id), format, options.overwrite), {}};
-  source.writer.writeSilence(position);
   return sources.emplace(id, std::move(source)).first->second;
 }
 
@@ -95,8 +94,14 @@ void SeparatedFiles::noteActive(Source& source) const {
 void SeparatedFiles::addFrame(const Spectra& spectra, std::optional<int> finishedSamples) {
   if (finished) throw AudioError("the files of the separated sources are finished already");
   ++frame;
-  for (const auto& [id, spectrum] : spectra) noteActive(sourceOf(id));
-  for (auto& [id, source] : sources) {
+  for (const auto& [id, spectrum] : spectra) {
+    Source& source = sourceOf(id);
+    noteActive(source);
+    source.writer.writeSilence(position - source.writer.samplesWritten());
+    sounding.insert(id);
+  }
+  for (const int id : sounding) {
+    Source& source = sources.at(id);
     const auto found = spectra.find(id);
     source.adder.add(found == spectra.end() ? nullptr
                                             : synthesizer.synthesize(found->second).data());
@@ -112,11 +117,27 @@ void SeparatedFiles::addFrame(const Spectra& spectra, std::optional<int> finishe
   }
   lengthIsKnown = finishedSamples.has_value();
   writeFinished(static_cast<std::size_t>(offset), static_cast<std::size_t>(count));
+  suspendSilent();
 }
 
 void SeparatedFiles::writeFinished(std::size_t offset, std::size_t count) {
-  for (auto& [id, source] : sources) source.writer.write(source.adder.sum().data() + offset, count);
+  for (const int id : sounding) {
+    Source& source = sources.at(id);
+    source.writer.write(source.adder.sum().data() + offset, count);
+  }
   position += static_cast<std::int64_t>(count);
+}
+
+// Once no sample of a source's last frame is left to write, its file waits, closed, for more.
+void SeparatedFiles::suspendSilent() {
+  const FrameLayout& layout = synthesizer.frames();
+  const std::int64_t reach = (layout.length() + layout.advance() - 1) / layout.advance();
+  std::erase_if(sounding, [&](int id) {
+    Source& source = sources.at(id);
+    const bool isSilent = frame - source.activeFrames.back().second >= reach;
+    if (isSilent) source.writer.suspend();
+    return isSilent;
+  });
 }
 
 void SeparatedFiles::finish() {
@@ -126,6 +147,10 @@ void SeparatedFiles::finish() {
     const std::int64_t end = layout.start(frame) + layout.length();
     writeFinished(static_cast<std::size_t>(position - layout.start(frame)),
                   static_cast<std::size_t>(end - position));
+  }
+  for (auto& [id, source] : sources) {
+    source.writer.writeSilence(position - source.writer.samplesWritten());
+    source.writer.suspend();
   }
   for (auto& [id, source] : sources) source.writer.finish();
   writeTimeline();
@@ -171,16 +196,14 @@ std::string SeparatedFiles::timeline() const {
 
 void SeparatedFiles::writeTimeline() const {
   const fs::path path = fs::path(options.directory) / TIMELINE;
-  const fs::path part = fmt::format("{}.part", path.string());
-  std::ofstream out(part, std::ios::binary);
+  TemporaryFile part(path.string() + ".part", path.string());
+  std::ofstream out(part.path(), std::ios::binary);
   out << timeline() << '\n';
   out.close();
-  std::error_code error;
-  if (out) fs::rename(part, path, error);
+  std::error_code error(out ? 0 : errno, std::generic_category());
+  if (!error) error = part.rename();
   if (!out || error) {
-    const std::string reason = error ? error.message() : std::strerror(errno);
-    fs::remove(part, error);
-    throw AudioError(fmt::format("{}: cannot be written: {}", path.string(), reason));
+    throw AudioError(fmt::format("{}: cannot be written: {}", path.string(), error.message()));
   }
 }
 

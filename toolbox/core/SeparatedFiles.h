@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,8 @@ struct SeparatedFile {
 ///
 /// All files begin at the recording's sample 0 and have the same length; a source is silent
 /// wherever it is not listed. Files carry a temporary name (".part") until finish(); without
-/// finish() they vanish, so that whatever has its final name is complete.
+/// finish() they vanish, so that whatever has its final name is complete. Only the files of sources
+/// that sound are open, so that there may be more sources, one after the other, than open files.
 ///
 /// timeline.json: {"sampling_rate": Hz, "samples": length of every file, "sources": [{"id", "file",
 /// "active": [[begin, end], …] in seconds, "clipped_samples", "non_finite_samples", "peak"}, …]}. A
@@ -78,12 +80,14 @@ class SeparatedFiles {
   Source& sourceOf(int id);
   void noteActive(Source& source) const;
   void writeFinished(std::size_t offset, std::size_t count);
+  void suspendSilent();
   std::string timeline() const;
   void writeTimeline() const;
 
   SeparatedFilesOptions options;
   FrameSynthesizer synthesizer;
   std::map<int, Source> sources;
+  std::set<int> sounding;     // whose last frame may have samples left
   std::int64_t frame = -1;    // the newest one
   std::int64_t position = 0;  // samples written to every file
   bool lengthIsKnown = false;

@@ -1,15 +1,20 @@
 #include "toolbox/core/WavWriter.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sndfile.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <utility>
 #include <vector>
 
 #include "toolbox/core/AudioError.h"
+#include "toolbox/core/TemporaryFile.h"
 
 namespace Audio {
 
@@ -61,6 +66,17 @@ double fullScale(SampleFormat format) {
   return 0.0;
 }
 
+/// Waits until a file's content is on the disk; only then may a full one show. Sets errno.
+bool isOnDisk(const std::string& path) {
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) return false;
+  const int status = fsync(descriptor);
+  const int reason = errno;
+  close(descriptor);
+  errno = reason;
+  return status == 0;
+}
+
 }  // namespace
 
 SampleFormat sampleFormatNamed(const std::string& name) {
@@ -72,18 +88,21 @@ SampleFormat sampleFormatNamed(const std::string& name) {
 
 struct WavWriter::Impl {
   Impl(std::string name, const WavFormat& wavFormat, bool overwrite);
-  ~Impl();
 
+  void open(int mode);
+  void reopen();
   void writeValues(const float* values, std::size_t count);
   float cleaned(float value);
   int quantized(float value);
   void close();
+  [[noreturn]] void fail(const std::string& reason) const;
 
   std::string path;
-  std::string partPath;
+  TemporaryFile part;
   WavFormat format;
   double scale;
-  std::unique_ptr<SNDFILE, FileCloser> file;  // null: finished
+  std::unique_ptr<SNDFILE, FileCloser> file;  // null: suspended or finished
+  bool finished = false;
   std::vector<int> wholeNumbers;
   std::vector<float> numbers;
   std::int64_t written = 0;
@@ -94,27 +113,35 @@ struct WavWriter::Impl {
 
 WavWriter::Impl::Impl(std::string name, const WavFormat& wavFormat, bool overwrite)
     : path(std::move(name)),
-      partPath(path + ".part"),
+      part(path + ".part", path),
       format(wavFormat),
       scale(fullScale(wavFormat.samples)) {
   if (!overwrite && std::filesystem::exists(path)) {
     throw AudioError(fmt::format("{}: exists already (set OVERWRITE to true to replace it)", path));
   }
+  open(SFM_WRITE);
+}
+
+void WavWriter::Impl::fail(const std::string& reason) const {
+  throw AudioError(fmt::format("{}: cannot be written: {}", part.path(), reason));
+}
+
+void WavWriter::Impl::open(int mode) {
   SF_INFO info{};
   info.samplerate = format.samplingRate;
   info.channels = format.channels;
   info.format = SF_FORMAT_WAV | libraryFormat(format.samples);
-  file.reset(sf_open(partPath.c_str(), SFM_WRITE, &info));
-  if (!file) {
-    throw AudioError(fmt::format("{}: cannot be written: {}", partPath, sf_strerror(nullptr)));
-  }
+  file.reset(sf_open(part.path().c_str(), mode, &info));
+  if (!file) fail(sf_strerror(nullptr));
 }
 
-WavWriter::Impl::~Impl() {
-  if (!file) return;
-  file.reset();
-  std::error_code ignored;
-  std::filesystem::remove(partPath, ignored);
+void WavWriter::Impl::reopen() {
+  // Opening to read and write makes a file that is not there.
+  if (!std::filesystem::exists(part.path())) fail("the file was removed");
+  open(SFM_RDWR);
+  if (sf_seek(file.get(), 0, SEEK_END | SFM_WRITE) != written) {
+    fail(fmt::format("the file was changed, expected {} samples in it", written));
+  }
 }
 
 float WavWriter::Impl::cleaned(float value) {
@@ -145,18 +172,13 @@ void WavWriter::Impl::writeValues(const float* values, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) wholeNumbers[i] = quantized(cleaned(values[i]));
     accepted = sf_write_int(file.get(), wholeNumbers.data(), static_cast<sf_count_t>(count));
   }
-  if (accepted != static_cast<sf_count_t>(count)) {
-    throw AudioError(fmt::format("{}: cannot be written: {}", partPath, sf_strerror(file.get())));
-  }
+  if (accepted != static_cast<sf_count_t>(count)) fail(sf_strerror(file.get()));
 }
 
 void WavWriter::Impl::close() {
-  sf_write_sync(file.get());
   const int error = sf_close(file.release());
   if (error != SF_ERR_NO_ERROR) {
-    std::error_code ignored;
-    std::filesystem::remove(partPath, ignored);
-    throw AudioError(fmt::format("{}: cannot be closed: {}", partPath, sf_error_number(error)));
+    throw AudioError(fmt::format("{}: cannot be closed: {}", part.path(), sf_error_number(error)));
   }
 }
 
@@ -167,13 +189,14 @@ WavWriter::WavWriter(WavWriter&&) noexcept = default;
 WavWriter& WavWriter::operator=(WavWriter&&) noexcept = default;
 
 void WavWriter::write(const float* samples, std::size_t count) {
-  if (!impl->file) throw AudioError(fmt::format("{}: is finished already", impl->path));
+  if (impl->finished) throw AudioError(fmt::format("{}: is finished already", impl->path));
   const std::int64_t size = (impl->written + static_cast<std::int64_t>(count)) *
                             impl->format.channels * bytesPerValue(impl->format.samples);
   if (size > LARGEST_FILE) {
     throw AudioError(
         fmt::format("{}: the recording is too long for a WAV file, which holds 4 GB", impl->path));
   }
+  if (!impl->file) impl->reopen();
   impl->writeValues(samples, count * static_cast<std::size_t>(impl->format.channels));
   impl->written += static_cast<std::int64_t>(count);
 }
@@ -187,14 +210,18 @@ void WavWriter::writeSilence(std::int64_t count) {
   }
 }
 
+void WavWriter::suspend() {
+  if (impl->file) impl->close();
+}
+
 void WavWriter::finish() {
-  if (!impl->file) return;
-  impl->close();
-  std::error_code error;
-  std::filesystem::rename(impl->partPath, impl->path, error);
-  if (error) {
+  if (impl->finished) return;
+  suspend();
+  impl->finished = true;
+  if (!isOnDisk(impl->part.path())) impl->fail(std::strerror(errno));
+  if (const std::error_code error = impl->part.rename()) {
     throw AudioError(
-        fmt::format("{}: cannot be named {}: {}", impl->partPath, impl->path, error.message()));
+        fmt::format("{}: cannot be named {}: {}", impl->part.path(), impl->path, error.message()));
   }
 }
 

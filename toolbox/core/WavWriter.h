@@ -39,6 +39,10 @@ class WavWriter {
   void write(const float* samples, std::size_t count);
   void writeSilence(std::int64_t count);
 
+  /// Closes the file until something is written again: it is none of the process's open files, of
+  /// which there may be about a thousand. Throws AudioError.
+  void suspend();
+
   /// Closes the file and gives it its name. Nothing can be written after it. Throws AudioError.
   void finish();
 

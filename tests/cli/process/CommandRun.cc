@@ -42,7 +42,16 @@ RunningCommand::RunningCommand(const std::vector<std::string>& arguments)
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, fileno(output->file), STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, fileno(errors->file), STDERR_FILENO);
-  const int failure = posix_spawn(&process, argv[0], &actions, nullptr, argv.data(), environ);
+  // A test that runs in the background may itself ignore SIGINT.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t interrupt;
+  sigemptyset(&interrupt);
+  sigaddset(&interrupt, SIGINT);
+  posix_spawnattr_setsigdefault(&attributes, &interrupt);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+  const int failure = posix_spawn(&process, argv[0], &actions, &attributes, argv.data(), environ);
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   if (failure != 0) throw std::runtime_error(words.front() + " cannot be started");
 }
@@ -59,7 +68,8 @@ CommandRun RunningCommand::wait() {
   int state = 0;
   waitpid(process, &state, 0);
   process = 0;
-  return {WIFEXITED(state) ? WEXITSTATUS(state) : -1, output->text(), errors->text()};
+  return {WIFEXITED(state) ? WEXITSTATUS(state) : -1, WIFSIGNALED(state) ? WTERMSIG(state) : 0,
+          output->text(), errors->text()};
 }
 
 CommandRun runCommand(const std::vector<std::string>& arguments) {

@@ -6,7 +6,8 @@
 
 /// What a run of the command `zelk-sss` as a process of its own left behind.
 struct CommandRun {
-  int status = -1;     ///< exit status; −1 when it was killed
+  int status = -1;     ///< exit status; −1 when a signal ended it
+  int signal = 0;      ///< which one did
   std::string output;  ///< of standard output
   std::string errors;  ///< of standard error
 };

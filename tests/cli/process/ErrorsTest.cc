@@ -237,6 +237,6 @@ TEST_P(Interrupted, ARunEndsAfterAFrameWithItsFilesComplete) {
   EXPECT_EQ(readSound(folder / "out/source_7.wav").samples.size(), samples);
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, Interrupted, testing::Values(SIGINT, SIGTERM));
+INSTANTIATE_TEST_SUITE_P(Signals, Interrupted, testing::Values(SIGINT, SIGTERM, SIGHUP));
 
 }  // namespace
