@@ -189,8 +189,9 @@ void addSoundOptions(CLI::App& command, SeparationSettings& s) {
   command.add_option("--channels", s.channels, "Channels to use, as 1-4,7; default: all");
   command.add_flag("--resample", s.resample, "Convert a recording of another sampling rate");
   command
-      .add_option("--non-finite", s.nonFinite,
-                  "ZERO replaces samples that are NaN or infinite, KEEP passes them on")
+      .add_option(
+          "--non-finite", s.nonFinite,
+          "ZERO replaces samples that are NaN, infinite or beyond 1e15, KEEP passes them on")
       ->check(CLI::IsMember({"ZERO", "KEEP"}))
       ->capture_default_str();
   command.add_option("--format", s.format, "Samples of the separated files")

@@ -49,7 +49,7 @@ if(TARGET zelk-sss-cli)
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 endif()
 install(FILES README.md CHANGELOG.md TYPE DOC)
-install(FILES docs/architecture.md docs/embedding.md docs/errors.md docs/formats.md docs/methods.md
+install(FILES docs/architecture.md docs/embedding.md docs/errors.md docs/formats.md docs/limits.md docs/methods.md
               docs/scores.md docs/speed.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(FILES docs/pictures/pattern.svg docs/pictures/spectrogram.png
