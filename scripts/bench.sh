@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Measures the engine and the nodes and prints the result as Markdown: times of one run (minimum of
 # the repetitions, processor time, one thread) and their ratios to LAPACK and to plain loops.
-#   scripts/bench.sh [REPETITIONS]      7 by default, about 6 minutes
+#   scripts/bench.sh [REPETITIONS]      7 by default, about 3 minutes
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
