@@ -28,8 +28,9 @@ bool sameColumn(const Matrix& a, int i, const Matrix& b, int j) {
   const std::complex<double>* x = a.data() + i;
   const std::complex<double>* y = b.data() + j;
   for (int m = 0; m < a.getRowCount(); ++m) {
-    if (std::memcmp(static_cast<const void*>(x), static_cast<const void*>(y), sizeof *x) != 0)
+    if (std::memcmp(static_cast<const void*>(x), static_cast<const void*>(y), sizeof *x) != 0) {
       return false;
+    }
     x += a.getColumnCount();
     y += b.getColumnCount();
   }
@@ -112,6 +113,11 @@ bool BF::nothingChanges(const std::vector<SourceLocation>& newSources,
   const auto bins = static_cast<std::size_t>(std::max(numFreq, 0));
   if (!tfDatabase || tfDatabase->transferFunctions.size() < bins ||
       transferFunctions.size() != bins || separationMatrices.size() != bins) {
+    return false;
+  }
+  const int nMic = static_cast<int>(tfDatabase->micLocations.size());
+  if (std::any_of(transferFunctions.begin(), transferFunctions.end(),
+                  [nMic](const Matrix& A) { return A.getRowCount() != nMic; })) {
     return false;
   }
   for (int j = 0; j < static_cast<int>(newSources.size()); ++j) {

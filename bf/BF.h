@@ -101,8 +101,8 @@ class BF {
   /// list. Matrices that have the shape already are kept with whatever they hold.
   void prepare(std::vector<Matrix>& list, int rows, int columns) const;
 
-  std::vector<Matrix>
-      spareMatrices;  ///< storage of the separation matrices that were replaced last
+  /// Storage of the separation matrices that were replaced last.
+  std::vector<Matrix> spareMatrices;
 };
 
 }  // namespace BF

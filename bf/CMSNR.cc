@@ -39,7 +39,7 @@ void CMSNR::updateSources(const std::vector<SourceLocation>& newSources) {
   const int N = static_cast<int>(newSources.size());
   const int oldN = static_cast<int>(sources.size());
   const int M = numMic;
-  if (oldN > 0 && keepsOrder(previous) && holdsMatricesFor(M)) {
+  if (keepsOrder(previous) && holdsMatricesFor(M)) {
     sources = newSources;
     return;
   }
@@ -100,10 +100,12 @@ void CMSNR::adaptSeparationMatrices() {
   separationMatrices.swap(spareMatrices);
 }
 
-// movedCorrelations: entry k · N + s is what source s's signal or noise correlation becomes.
+// Entry k · N + s of movedCorrelations is what source s's signal or noise correlation becomes.
 void CMSNR::moveCorrelations() {
   const int N = static_cast<int>(sources.size());
-  movedCorrelations.resize(static_cast<std::size_t>(N) * std::max(numFreq, 0));
+  const std::size_t count = static_cast<std::size_t>(N) * std::max(numFreq, 0);
+  movedCorrelations.resize(count);
+  factors.resize(count);
   for (int k = 0; k < numFreq; ++k) {
     const Matrix x = inputSpectrum.getColumn(k);
     const Matrix P = x * x.transposed(true);

@@ -33,8 +33,9 @@ void GJ::updateSources(const std::vector<SourceLocation>& newSources) {
   const std::vector<int> previous = previousIndices(newSources);
   if (nothingChanges(newSources, previous)) {
     sources = newSources;
-    for (Matrix& wa : adaptiveWeights)
-      std::fill_n(wa.data(), wa.getRowCount() * wa.getColumnCount(), 0.0);
+    for (Matrix& wa : adaptiveWeights) {
+      std::fill_n(wa.data(), std::ptrdiff_t{wa.getRowCount()} * wa.getColumnCount(), 0.0);
+    }
     return;
   }
   std::vector<Matrix> tf;
