@@ -295,51 +295,6 @@ TEST(Adaptive, RefusesAFrameOfAnotherArray) {
   }
 }
 
-TEST(Adaptive, CarriesOverWhatAnIdOwns) {
-  Generator random(6);
-  const auto database = randomDatabase(random, 4, 9, BINS);
-  const auto replacement = randomDatabase(random, 4, 9, BINS);
-  BF::LCMV lcmv(BINS, 16000, 343.0, true, 0.5);
-  BF::GJ gj(BINS, 16000, 343.0, true, 0.5);
-  for (BF::BF* engine : {static_cast<BF::BF*>(&lcmv), static_cast<BF::BF*>(&gj)}) {
-    engine->setTransformFunctionDatabase(database);
-    engine->updateSources(locationsOf({{1, 0}, {2, 4}, {2, 6}}, database));
-    Matrix output;
-    engine->executeBeamForming(random.gaussian(4, BINS), output);
-    engine->adaptSeparationMatrices();
-  }
-  const BF::LCMV& l = lcmv;
-  const BF::GJ& g = gj;
-  const auto lW = l.separationMatrices, lQ = l.quiescentWeights, lP = l.projectionMatrices;
-  const auto gW = g.separationMatrices, gQ = g.quiescentWeights;
-  for (const Matrix& wa : g.adaptiveWeights) EXPECT_GT(frobenius(wa), 0.0);
-
-  // From another database: id 2 (its first owner wins) moves to row 0, id 1 to row 2, 3 is new.
-  for (BF::BF* engine : {static_cast<BF::BF*>(&lcmv), static_cast<BF::BF*>(&gj)}) {
-    engine->setTransformFunctionDatabase(replacement);
-    engine->updateSources(locationsOf({{2, 8}, {3, 4}, {1, 0}}, replacement));
-  }
-  for (int k = 0; k < BINS; ++k) {
-    for (const auto& [now, old] : {std::pair{0, 1}, std::pair{2, 0}}) {
-      EXPECT_THAT(l.separationMatrices[k].getRow(now), MatrixEq(lW[k].getRow(old)));
-      EXPECT_THAT(l.quiescentWeights[k].getRow(now), MatrixEq(lQ[k].getRow(old)));
-      EXPECT_THAT(l.projectionMatrices[k * 3 + now], MatrixEq(lP[k * 3 + old]));
-      EXPECT_THAT(g.separationMatrices[k].getRow(now), MatrixEq(gW[k].getRow(old)));
-      EXPECT_THAT(g.quiescentWeights[k].getRow(now), MatrixEq(gQ[k].getRow(old)));
-    }
-    EXPECT_THAT(g.adaptiveWeights[k], MatrixEq(Matrix(3, 3)));
-    for (int n = 0; n < 3; ++n) {
-      // An orthonormal basis of what the current column does not reach.
-      const Dense B = fromMatrix(g.blockingMatrices[k * 3 + n]);
-      const Dense a = column(fromMatrix(g.transferFunctions[k]), n);
-      EXPECT_THAT(g.transferFunctions[k].getColumn(n),
-                  MatrixEq(replacement.transferFunctions[k].getColumn(std::array{8, 4, 0}[n])));
-      EXPECT_LE(frobenius(B * a), ROUNDING * frobenius(a));
-      EXPECT_LE(frobenius(B * adjoint(B) - reference::identity(3)), ROUNDING);
-    }
-  }
-}
-
 TEST(Lcmv, GivesWeakTransferFunctionsABoundedRow) {
   Generator random(8);
   auto database = randomDatabase(random, 2, 2, BINS);

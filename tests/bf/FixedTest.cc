@@ -156,34 +156,6 @@ TEST(Fixed, HandlesEqualColumnsAndNoSources) {
   }
 }
 
-TEST(Fixed, RecomputesEveryBinOnEveryUpdate) {
-  Generator random(1);
-  const auto database = randomDatabase(random, 4, 5, 3);
-  auto changed = database;
-  changed.transferFunctions[1] = random.gaussian(4, 5);
-  const std::vector<SceneSource> scene{{1, 3}, {2, 4}};
-  const auto sources = locationsOf(scene, database);
-  for (const auto& engine : everyMethod(3)) {
-    SCOPED_TRACE(testing::Message() << "method " << engine->getBfAlgorithmType());
-    engine->setTransformFunctionDatabase(database);
-    engine->updateSources(sources);
-    const std::vector<Matrix> W = engine->separationMatrices;
-    engine->separationMatrices[0] = Matrix(2, 4);
-    engine->updateSources({});
-    engine->updateSources(sources);
-    EXPECT_THAT(engine->separationMatrices, MatricesEq(W));
-    engine->setTransformFunctionDatabase(changed);  // the same list, one bin different
-    engine->updateSources(sources);
-    EXPECT_THAT(engine->separationMatrices[0], MatrixEq(W[0]));
-    const Dense A = steeringOf(scene, changed)[1];
-    const Dense expected = oracle(engine->getBfAlgorithmType(), A);
-    EXPECT_THAT(
-        engine->separationMatrices[1],
-        MatrixNear(toMatrix(expected), tolerance(engine->getBfAlgorithmType(), A, expected)));
-    EXPECT_THAT(engine->transferFunctions[1], MatrixEq(toMatrix(A)));
-  }
-}
-
 TEST(Fixed, AFailureLeavesThePreviousStateInForce) {
   Generator random(1);
   const auto good = randomDatabase(random, 4, 5, 3);

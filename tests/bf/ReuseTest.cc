@@ -143,7 +143,7 @@ TEST(Reuse, StatelessEnginesKeepWhatAFreshOneGives) {
                           making<BF::ILSE>(), making<BF::CML>(0.01)};
   for (const Maker& make : makers) {
     Generator random(3);
-    const auto database = support::randomDatabase(random, 4, 9, BINS);
+    auto database = support::randomDatabase(random, 4, 9, BINS);
     const auto quick = make();
     quick->setTransformFunctionDatabase(database);
     std::vector<Matrix> noise;
@@ -154,6 +154,10 @@ TEST(Reuse, StatelessEnginesKeepWhatAFreshOneGives) {
                    << "algorithm " << quick->getBfAlgorithmType() << ", frame " << frame);
       scene = nextScene(random, scene);
       if (frame % 7 == 0) noise[frame % BINS] = random.gaussian(4, 4);
+      if (frame % 13 == 12) {  // the same positions, one bin changed
+        database.transferFunctions[frame % BINS] = random.gaussian(4, 9);
+        quick->setTransformFunctionDatabase(database);
+      }
       if (frame % 11 == 0 && frame > 0) {  // whatever somebody else wrote there
         quick->separationMatrices.assign(BINS, Matrix(1, 4));
       }
