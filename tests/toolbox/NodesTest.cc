@@ -122,6 +122,7 @@ TEST(NoiseCorrelationNodeTest, LearnsInFramesWithoutTargets) {
   node.connectToNode("INPUT", &frames, "OUTPUT");
   node.connectToNode("SOURCES", &scene, "SOURCES");
   node.request(0, FD::ParameterSet());
+  frames.initialize();
   node.initialize();
   // ML asks from frame 1 on, when others have pulled frame 0 before.
   FD::ObjectRef result;
