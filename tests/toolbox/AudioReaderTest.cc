@@ -151,9 +151,9 @@ TEST(AudioReaderTest, RefusesWhatItCannotUse) {
     EXPECT_THAT(messageOf<Audio::AudioError>([&] { Audio::AudioReader(folder / file, options); }),
                 testing::StartsWith(folder / file + ": " + message));
   }
-  for (const char* file : {"16", "16000000"}) {
-    EXPECT_NO_THROW(Audio::AudioReader(folder / file, converting(true))) << file;
-  }
+  EXPECT_NO_THROW(Audio::AudioReader(folder / "16000000", converting(true)));
+  Audio::AudioReader slowest(folder / "16", converting(true));
+  EXPECT_EQ(readAll(slowest).size(), 100 * 1000U);
 }
 
 TEST(AudioReaderTest, ReplacesOrKeepsWhatIsNotFinite) {

@@ -112,8 +112,9 @@ TEST(NoiseCorrelationNodeTest, LearnsInFramesWithoutTargets) {
   const TestFolder folder;
   writeSound(folder / "in.wav", RATE, 2, noise(2 * 1000, 52));
   AudioFrames frames("frames", withLayout({{"FILENAME", text(folder / "in.wav")}}));
-  Stub scene("scene", {{"SOURCES", [](int frame) {
-                          return sourceList(frame >= 20 ? std::set<int>{1} : std::set<int>{});
+  int begin = 20;  // of the target
+  Stub scene("scene", {{"SOURCES", [&](int frame) {
+                          return sourceList(frame >= begin ? std::set<int>{1} : std::set<int>{});
                         }}});
   NoiseCorrelation node("noise", withLayout({{"MODE", text("RUNNING")},
                                              {"FORGETTING", fraction(1.0F)},
@@ -139,6 +140,12 @@ TEST(NoiseCorrelationNodeTest, LearnsInFramesWithoutTargets) {
   std::vector<std::complex<float>> matrices(4 * BINS);
   expected.write(0, false, matrices.data());
   for (std::size_t k = 0; k < BINS; ++k) EXPECT_EQ(R(k, 1), matrices[4 * k + 1]) << k;
+
+  begin = 0;  // in a second run, which remembers nothing of the first
+  frames.reset();
+  node.reset();
+  result = node.getOutput(0, 0);
+  EXPECT_EQ(FD::object_cast<SpectrumMatrix>(result)(1, 0), 0.0F);
 }
 
 TEST(NoiseCorrelationNodeTest, FilesGiveTheSameMatricesAtEveryFrame) {
@@ -211,9 +218,8 @@ class BackProjectionNodeTest : public testing::Test {
                          return mapOf({1, 2}, 2.0F, bins);
                        }},
                       {"FRAMES", [](int f) { return frameOf({100.0F, f == 0 ? 6.0F : 50.0F}); }},
-                      {"SOURCES", [](int f) {
-                         return sourceList(f == 0 ? std::set<int>{1, 2} : std::set<int>{2});
-                       }}});
+                      {"SOURCES",
+                       [this](int f) { return sourceList(f == 0 ? atFirst : std::set<int>{2}); }}});
     node = std::make_unique<BackProjection>("back", parameterSet({{"LENGTH", number(LENGTH)},
                                                                   {"REFERENCE", number(reference)},
                                                                   {"FORGETTING", fraction(0.0F)}}));
@@ -224,6 +230,7 @@ class BackProjectionNodeTest : public testing::Test {
     return *node;
   }
 
+  std::set<int> atFirst = {1, 2};
   std::unique_ptr<Stub> inputs;
   std::unique_ptr<BackProjection> node;
 };
@@ -238,6 +245,9 @@ TEST_F(BackProjectionNodeTest, ScalesToTheReferenceAndLearnsFromActiveFrames) {
   EXPECT_EQ(spectrum(2, 0), 6.0F);
   EXPECT_EQ(spectrum(1, 1), 6.0F);  // not active: as before
   EXPECT_EQ(spectrum(2, 1), 50.0F);
+  atFirst.clear();  // in a second run, which remembers nothing of the first
+  node->reset();
+  EXPECT_EQ(spectrum(1, 0), 0.0F);
 }
 
 TEST_F(BackProjectionNodeTest, RefusesShapesThatDoNotFit) {

@@ -95,6 +95,12 @@ TEST(WavWriterTest, ReplacesAFileOnlyWhenAskedAndOnlyWithAWholeOne) {
   Audio::WavWriter writer(path, {}, true);
   writer.finish();
   EXPECT_TRUE(readSound(path).samples.empty());
+
+  Audio::WavWriter removed(path, {}, true);
+  removed.suspend();
+  std::filesystem::remove(path + ".part");
+  EXPECT_EQ(messageOf<Audio::AudioError>([&] { removed.writeSilence(1); }),
+            path + ".part: cannot be written: the file was removed");
 }
 
 // ---- all files of a run
