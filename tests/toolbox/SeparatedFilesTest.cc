@@ -176,7 +176,9 @@ TEST_F(SeparatedFilesTest, ASourceThatReturnsContinuesAfterSilence) {
     sum[n] += out[n];
     // Frame f covers samples 16 f - 48 to 16 f + 15.
     const auto isIn = [n](std::size_t begin, std::size_t end) { return n >= begin && n < end; };
-    if (!isIn(16 * 10 - 48, 16 * 30) && !isIn(16 * 60 - 48, 16 * 80)) ASSERT_EQ(out[n], 0.0F) << n;
+    if (!isIn(16 * 10 - 48, 16 * 30) && !isIn(16 * 60 - 48, 16 * 80)) {
+      ASSERT_EQ(out[n], 0.0F) << n;
+    }
   }
   EXPECT_LT(differenceInDb(sum, sound), -100);
 
