@@ -1,6 +1,5 @@
 // Whole runs into SeparatedWriter: what is written, and what is left however a run ends.
 
-#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <set>

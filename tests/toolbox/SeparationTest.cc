@@ -1,6 +1,7 @@
 // From a recording to separated sound by the command: the methods that learn what the noise is must
 // take it out.
 
+#include <algorithm>
 #include <cmath>
 #include <numeric>
 #include <string>

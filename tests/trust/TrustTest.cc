@@ -1,5 +1,7 @@
 // Bad input harms the output while it lasts, and not for ever.
 
+#include <algorithm>
+#include <cmath>
 #include <fstream>
 #include <limits>
 #include <nlohmann/json.hpp>
