@@ -26,9 +26,9 @@ std::string TestFolder::write(const std::string& name, const std::string& conten
   return (path / name).string();
 }
 
-std::vector<std::string> TestFolder::names() const {
+std::vector<std::string> TestFolder::names(const std::string& below) const {
   std::vector<std::string> found;
-  for (const auto& entry : std::filesystem::directory_iterator(path)) {
+  for (const auto& entry : std::filesystem::directory_iterator(path / below)) {
     found.push_back(entry.path().filename().string());
   }
   std::sort(found.begin(), found.end());

@@ -20,8 +20,8 @@ class TestFolder {
   /// Writes a text or bytes, and returns the file's path.
   std::string write(const std::string& name, const std::string& content) const;
 
-  /// Names of all files in it, sorted.
-  std::vector<std::string> names() const;
+  /// Names of all files in it or in a folder below it, sorted.
+  std::vector<std::string> names(const std::string& below = "") const;
 
  private:
   std::filesystem::path path;

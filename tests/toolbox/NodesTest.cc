@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <complex>
+#include <memory>
 #include <set>
 #include <string>
 #include <utility>
@@ -10,7 +11,6 @@
 #include "AudioFrames.h"
 #include "AudioTesting.h"
 #include "BackProjectionNode.h"
-#include "Iterator.h"
 #include "NodeTesting.h"
 #include "NoiseCorrelationNode.h"
 #include "SceneSources.h"
@@ -25,51 +25,44 @@ namespace {
 
 TEST(AudioFramesTest, FramesEndWithTheRecording) {
   const TestFolder folder;
-  writeSound(folder / "in.wav", RATE, 1, noise(1000, 50));
-  AudioFrames frames("frames", withLayout({{"FILENAME", text(folder / "in.wav")}}));
-  frames.initialize();
-  int samples = 0;
-  const int last = 66 - 1;  // (1000 + 64 - 1) / 16 frames
-  for (int f = 0; f <= last + 3; ++f) {
-    const auto output = [&](const char* name) {
-      return frames.getOutput(frames.translateOutput(name), f);
-    };
-    const bool exists = FD::dereference_cast<bool>(output("NOT_EOF"));
-    EXPECT_EQ(exists, f <= last) << f;
-    EXPECT_EQ(FD::dereference_cast<bool>(output("LAST_FRAME")), f == last) << f;
-    samples += FD::dereference_cast<int>(output("SAMPLES"));
-    const auto& spectra = FD::object_cast<SpectrumMatrix>(output("OUTPUT"));
-    EXPECT_EQ(spectra.nrows(), 1U);
-    EXPECT_EQ(spectra.ncols(), static_cast<std::size_t>(BINS));
+  // (1000 + 64 - 1) / 16 frames
+  for (const auto& [samples, expected] : {std::pair{1000, 66}, std::pair{0, 0}}) {
+    writeSound(folder / "in.wav", RATE, 1, noise(static_cast<std::size_t>(samples), 50));
+    AudioFrames frames("frames", withLayout({{"FILENAME", text(folder / "in.wav")}}));
+    frames.initialize();
+    int sum = 0;
+    for (int f = 0; f < expected + 3; ++f) {
+      const auto output = [&](const char* name) {
+        return frames.getOutput(frames.translateOutput(name), f);
+      };
+      EXPECT_EQ(FD::dereference_cast<bool>(output("NOT_EOF")), f < expected) << f;
+      EXPECT_EQ(FD::dereference_cast<bool>(output("LAST_FRAME")), f == expected - 1) << f;
+      sum += FD::dereference_cast<int>(output("SAMPLES"));
+      const FD::ObjectRef spectra = output("OUTPUT");
+      EXPECT_EQ(FD::object_cast<SpectrumMatrix>(spectra).nrows(), 1U);
+      EXPECT_EQ(FD::object_cast<SpectrumMatrix>(spectra).ncols(), static_cast<std::size_t>(BINS));
+    }
+    EXPECT_EQ(sum, samples);
   }
-  EXPECT_EQ(samples, 1000);
-}
-
-TEST(AudioFramesTest, ARecordingWithoutSamplesHasNoFrames) {
-  const TestFolder folder;
-  writeSound(folder / "in.wav", RATE, 2, {});
-  AudioFrames frames("frames", withLayout({{"FILENAME", text(folder / "in.wav")}}));
-  frames.initialize();
-  EXPECT_FALSE(FD::dereference_cast<bool>(frames.getOutput(frames.translateOutput("NOT_EOF"), 0)));
 }
 
 TEST(AudioFramesTest, RefusesBadParametersAndFiles) {
   const TestFolder folder;
   writeSound(folder / "in.wav", RATE, 2, noise(200, 51));
-  const auto fault = [&](const Parameters& others) {
+  const std::pair<std::pair<const char*, FD::ObjectRef>, const char*> cases[] = {
+      {{"FILENAME", text("/no.wav")}, "/no.wav: cannot be read as an audio file: "},
+      {{"LENGTH", number(0)}, "LENGTH is 0, expected 1 to 16777216 samples"},
+      {{"ADVANCE", number(65)}, "ADVANCE is 65, expected 1 to LENGTH = 64 samples"},
+      {{"SAMPLING_RATE", number(0)}, "SAMPLING_RATE is 0, expected 1 to 10000000 Hz"},
+      {{"SAMPLING_RATE", number(8000)}, "the sampling rate is 1000 Hz, expected 8000 Hz"},
+      {{"WINDOW", text("KAISER")}, "WINDOW is \"KAISER\", expected HANN, HAMMING, SINE or "},
+      {{"CHANNELS", text("3")}, "\"3\" does not fit a file whose channels are 1 to 2"},
+      {{"NON_FINITE", text("DROP")}, "NON_FINITE is \"DROP\", expected ZERO or KEEP"}};
+  for (const auto& [parameter, message] : cases) {
     FD::ParameterSet set = withLayout({{"FILENAME", text(folder / "in.wav")}});
-    for (const auto& [name, value] : others) set.add(name, value);
-    return faultOf([&] { FD::RCPtr<AudioFrames> node(new AudioFrames("frames", set)); });
-  };
-  EXPECT_THAT(fault({{"FILENAME", text("/no.wav")}}), HasSubstr("/no.wav: cannot be read"));
-  EXPECT_THAT(fault({{"LENGTH", number(0)}}), HasSubstr("LENGTH is 0, expected 1 to"));
-  EXPECT_THAT(fault({{"ADVANCE", number(65)}}), HasSubstr("ADVANCE is 65"));
-  EXPECT_THAT(fault({{"SAMPLING_RATE", number(0)}}), HasSubstr("SAMPLING_RATE is 0, expected 1"));
-  EXPECT_THAT(fault({{"SAMPLING_RATE", number(8000)}}),
-              HasSubstr("the sampling rate is 1000 Hz, expected 8000 Hz (set RESAMPLE"));
-  EXPECT_THAT(fault({{"WINDOW", text("KAISER")}}), HasSubstr("WINDOW is \"KAISER\""));
-  EXPECT_THAT(fault({{"CHANNELS", text("3")}}), HasSubstr("\"3\" does not fit"));
-  EXPECT_THAT(fault({{"NON_FINITE", text("DROP")}}), HasSubstr("NON_FINITE is \"DROP\""));
+    set.add(parameter.first, parameter.second);
+    EXPECT_THAT(faultOf([&] { AudioFrames("frames", set); }), HasSubstr(message));
+  }
   EXPECT_THAT(faultOf([] { AudioFrames("frames", FD::ParameterSet()); }),
               HasSubstr("Missing parameter: "));
 }
@@ -103,74 +96,56 @@ TEST(SceneSourcesTest, ListsWhoIsActiveAtTheFramesCentre) {
   EXPECT_EQ(std::vector({source.x, source.y, source.z}), std::vector({1.0F, 2.0F, 3.0F}));
 }
 
-TEST(SceneSourcesTest, NamesWhatIsWrongWithTheFile) {
+TEST(SceneSourcesTest, RefusesBadScenesAndInputs) {
   const TestFolder folder;
   const std::string path = folder.write("scene.json", R"({"sources": [{"id": 0}]})");
-  EXPECT_THAT(faultOf([&] {
-                SceneSources("scene", withLayout({{"FILENAME", text(path)}}));
-              }),
+  const auto parameters = withLayout({{"FILENAME", text(path)}});
+  EXPECT_THAT(faultOf([&] { SceneSources("scene", parameters); }),
               HasSubstr(path + ": /sources/0: found no position"));
+  SceneSources node("scene", withLayout({{"FILENAME", text(ZELK_EXAMPLES "/scene.json")}}));
+  EXPECT_THAT(faultOf([&] { node.translateInput("NEVER"); }), HasSubstr("NEVER is not supported."));
 }
 
 // ---- NoiseCorrelation
 
-/// A node that pulls the noise from frame 1 on, as ML does.
-class LateReader : public FD::BufferedNode {
- public:
-  LateReader() : FD::BufferedNode("late", FD::ParameterSet()) {
-    addInput("FRAMES");
-    addInput("NOISE");
-    addOutput("OUTPUT");
-    inOrder = true;
-  }
-
- protected:
-  void calculate(int, int count, FD::Buffer& out) override {
-    getInput(0, count);
-    out[count] = count > 0 ? getInput(1, count) : FD::nilObject;
-  }
-};
-
 TEST(NoiseCorrelationNodeTest, LearnsInFramesWithoutTargets) {
   const TestFolder folder;
   writeSound(folder / "in.wav", RATE, 2, noise(2 * 1000, 52));
-  FD::RCPtr<FD::Iterator> loop(new FD::Iterator("loop", FD::ParameterSet()));
-  const auto add = [&](FD::Node* node) { loop->addNode(FD::RCPtr<FD::Node>(node)); };
-  add(new AudioFrames("frames", withLayout({{"FILENAME", text(folder / "in.wav")}})));
-  add(new Stub("scene", {{"SOURCES", [](int frame) {
-                            return sourceList(frame >= 20 ? std::set<int>{1} : std::set<int>{});
-                          }}}));
-  add(new NoiseCorrelation("noise", withLayout({{"MODE", text("RUNNING")},
-                                                {"FORGETTING", fraction(1.0F)},
-                                                {"LOADING", fraction(0.0F)},
-                                                {"NORMALIZE", truth(false)}})));
-  add(new LateReader);
-  loop->connect("noise", "INPUT", "frames", "OUTPUT");
-  loop->connect("noise", "SOURCES", "scene", "SOURCES");
-  loop->connect("late", "FRAMES", "frames", "OUTPUT");
-  loop->connect("late", "NOISE", "noise", "OUTPUT");
-  loop->bindOutput("OUTPUT", "late", "OUTPUT");
-  loop->bindCondition("frames", "NOT_EOF");
-  loop->request(0, FD::ParameterSet());
-  loop->initialize();
-  const FD::ObjectRef result = loop->getOutput(0, 0);
+  AudioFrames frames("frames", withLayout({{"FILENAME", text(folder / "in.wav")}}));
+  int begin = 20;  // of the target
+  Stub scene("scene", {{"SOURCES", [&](int frame) {
+                          return sourceList(frame >= begin ? std::set<int>{1} : std::set<int>{});
+                        }}});
+  NoiseCorrelation node("noise", withLayout({{"MODE", text("RUNNING")},
+                                             {"FORGETTING", fraction(1.0F)},
+                                             {"LOADING", fraction(0.0F)},
+                                             {"NORMALIZE", truth(false)}}));
+  node.connectToNode("INPUT", &frames, "OUTPUT");
+  node.connectToNode("SOURCES", &scene, "SOURCES");
+  node.request(0, FD::ParameterSet());
+  frames.initialize();
+  node.initialize();
+  // ML asks from frame 1 on, when others have pulled frame 0 before.
+  FD::ObjectRef result;
+  for (int f = 0; f < 40; ++f) {
+    frames.getOutput(0, f);
+    if (f > 0) result = node.getOutput(0, f);
+  }
   const auto& R = FD::object_cast<SpectrumMatrix>(result);
-  ASSERT_EQ(R.nrows(), static_cast<std::size_t>(BINS));
-  ASSERT_EQ(R.ncols(), 4U);
-
   // The mean of frames 0 to 19, the first of which ML did not ask for.
   Audio::FrameReader reader(Audio::AudioReader(folder / "in.wav"),
                             Audio::FrameLayout(LENGTH, ADVANCE), Audio::WindowType::Hann);
-  std::vector<std::complex<double>> sum(BINS);
-  while (reader.next() && reader.frame() < 20) {
-    for (std::size_t k = 0; k < BINS; ++k) {
-      sum[k] += std::complex<double>(reader.spectra()[k]) *
-                std::conj(std::complex<double>(reader.spectra()[BINS + k]));
-    }
-  }
-  for (std::size_t k = 0; k < BINS; ++k) {
-    EXPECT_NEAR(std::abs(std::complex<double>(R(k, 1)) - sum[k] / 20.0), 0, 1e-6) << k;
-  }
+  Audio::NoiseCorrelation expected(2, BINS, 1.0);
+  while (reader.next() && reader.frame() < 20) expected.add(reader.spectra().data());
+  std::vector<std::complex<float>> matrices(4 * BINS);
+  expected.write(0, false, matrices.data());
+  for (std::size_t k = 0; k < BINS; ++k) EXPECT_EQ(R(k, 1), matrices[4 * k + 1]) << k;
+
+  begin = 0;  // in a second run, which remembers nothing of the first
+  frames.reset();
+  node.reset();
+  result = node.getOutput(0, 0);
+  EXPECT_EQ(FD::object_cast<SpectrumMatrix>(result)(1, 0), 0.0F);
 }
 
 TEST(NoiseCorrelationNodeTest, FilesGiveTheSameMatricesAtEveryFrame) {
@@ -195,17 +170,17 @@ TEST(NoiseCorrelationNodeTest, FilesGiveTheSameMatricesAtEveryFrame) {
 }
 
 TEST(NoiseCorrelationNodeTest, RefusesBadParametersAndMissingLinks) {
-  const auto fault = [&](const Parameters& others) {
-    return faultOf([&] { NoiseCorrelation("noise", withLayout(others)); });
-  };
-  EXPECT_THAT(fault({{"MODE", text("MEDIAN")}}),
-              HasSubstr("MODE is \"MEDIAN\", expected RANGES, FILE or RUNNING"));
-  EXPECT_THAT(fault({{"MODE", text("FILE")}}),
-              HasSubstr("FILENAME is empty, expected a recording for MODE FILE"));
-  EXPECT_THAT(fault({{"FILENAME", text("x.wav")}}), HasSubstr("RANGES is \"\""));
-  EXPECT_THAT(fault({{"LOADING", fraction(-1)}}), HasSubstr("LOADING is -1, expected 0 or more"));
-  EXPECT_THAT(fault({{"MODE", text("RUNNING")}, {"FORGETTING", fraction(2)}}),
-              HasSubstr("FORGETTING is 2, expected 0 to 1"));
+  const std::pair<Parameters, const char*> cases[] = {
+      {{{"MODE", text("MEDIAN")}}, "MODE is \"MEDIAN\", expected RANGES, FILE or RUNNING"},
+      {{{"MODE", text("FILE")}}, "FILENAME is empty, expected a recording for MODE FILE"},
+      {{{"FILENAME", text("x.wav")}}, "RANGES is \"\": found \"\", expected seconds begin-end"},
+      {{{"LOADING", fraction(-1)}}, "LOADING is -1, expected 0 or more"},
+      {{{"MODE", text("RUNNING")}, {"FORGETTING", fraction(2)}},
+       "FORGETTING is 2, expected 0 to 1"}};
+  for (const auto& [parameters, message] : cases) {
+    EXPECT_THAT(faultOf([&] { NoiseCorrelation("noise", withLayout(parameters)); }),
+                HasSubstr(message));
+  }
   NoiseCorrelation unlinked("noise", withLayout({{"MODE", text("RUNNING")}}));
   unlinked.initialize();
   EXPECT_THAT(faultOf([&] { unlinked.getOutput(0, 0); }), HasSubstr("INPUT is not connected."));
@@ -232,53 +207,61 @@ FD::ObjectRef frameOf(const std::vector<std::complex<float>>& microphones) {
   return FD::ObjectRef(frame);
 }
 
-TEST(BackProjectionNodeTest, ScalesToTheReferenceAndLearnsFromActiveFrames) {
-  Stub inputs("inputs", {{"MAP",
-                          [](int) {
-                            return mapOf({1, 2}, 2.0F);
-                          }},
-                         {"FRAMES",
-                          [](int frame) {
-                            return frameOf({100.0F, frame == 0 ? 6.0F : 50.0F});
-                          }},
-                         {"SOURCES", [](int frame) {
-                            return sourceList(frame == 0 ? std::set<int>{1, 2} : std::set<int>{2});
-                          }}});
-  BackProjection node("back", parameterSet({{"LENGTH", number(LENGTH)},
-                                            {"REFERENCE", number(2)},
-                                            {"FORGETTING", fraction(0.0F)}}));
-  node.connectToNode("INPUT", &inputs, "MAP");
-  node.connectToNode("INPUT_FRAMES", &inputs, "FRAMES");
-  node.connectToNode("SOURCES", &inputs, "SOURCES");
-  node.initialize();
+/// A node with stand-ins for the separation, the frames and the scene.
+class BackProjectionNodeTest : public testing::Test {
+ protected:
+  BackProjection& start(int reference, int bins) {
+    inputs = std::make_unique<Stub>(
+        "inputs", std::vector<std::pair<std::string, Stub::Output>>{
+                      {"MAP",
+                       [bins](int) {
+                         return mapOf({1, 2}, 2.0F, bins);
+                       }},
+                      {"FRAMES", [](int f) { return frameOf({100.0F, f == 0 ? 6.0F : 50.0F}); }},
+                      {"SOURCES",
+                       [this](int f) { return sourceList(f == 0 ? atFirst : std::set<int>{2}); }}});
+    node = std::make_unique<BackProjection>("back", parameterSet({{"LENGTH", number(LENGTH)},
+                                                                  {"REFERENCE", number(reference)},
+                                                                  {"FORGETTING", fraction(0.0F)}}));
+    node->connectToNode("INPUT", inputs.get(), "MAP");
+    node->connectToNode("INPUT_FRAMES", inputs.get(), "FRAMES");
+    node->connectToNode("SOURCES", inputs.get(), "SOURCES");
+    node->initialize();
+    return *node;
+  }
+
+  std::set<int> atFirst = {1, 2};
+  std::unique_ptr<Stub> inputs;
+  std::unique_ptr<BackProjection> node;
+};
+
+TEST_F(BackProjectionNodeTest, ScalesToTheReferenceAndLearnsFromActiveFrames) {
+  start(2, BINS);
   const auto spectrum = [&](int id, int frame) {
-    const FD::ObjectRef map = node.getOutput(0, frame);
+    const FD::ObjectRef map = node->getOutput(0, frame);
     return FD::object_cast<SpectrumVector>(FD::object_cast<SpectrumMap>(map).at(id))[BINS - 1];
   };
   EXPECT_EQ(spectrum(1, 0), 6.0F);
   EXPECT_EQ(spectrum(2, 0), 6.0F);
   EXPECT_EQ(spectrum(1, 1), 6.0F);  // not active: as before
   EXPECT_EQ(spectrum(2, 1), 50.0F);
+  atFirst.clear();  // in a second run, which remembers nothing of the first
+  node->reset();
+  EXPECT_EQ(spectrum(1, 0), 0.0F);
 }
 
-TEST(BackProjectionNodeTest, RefusesShapesThatDoNotFit) {
-  const auto fault = [](int reference, int bins) {
-    Stub inputs("inputs", {{"MAP", [bins](int) { return mapOf({1}, 1.0F, bins); }},
-                           {"FRAMES", [](int) {
-                              return frameOf({1.0F, 2.0F});
-                            }}});
-    return faultOf([&] {
-      BackProjection node(
-          "back", parameterSet({{"LENGTH", number(LENGTH)}, {"REFERENCE", number(reference)}}));
-      node.connectToNode("INPUT", &inputs, "MAP");
-      node.connectToNode("INPUT_FRAMES", &inputs, "FRAMES");
-      node.initialize();
-      node.getOutput(0, 0);
-    });
-  };
-  EXPECT_THAT(fault(0, BINS), HasSubstr("REFERENCE is 0, expected a microphone's number from 1"));
-  EXPECT_THAT(fault(3, BINS), HasSubstr("INPUT_FRAMES has 2 microphones and 33 bins, expected"));
-  EXPECT_THAT(fault(1, 5), HasSubstr("The spectrum of source 1 has 5 bins, expected"));
+TEST_F(BackProjectionNodeTest, RefusesShapesThatDoNotFit) {
+  const struct {
+    int reference;
+    int bins;
+    const char* message;
+  } cases[] = {{0, BINS, "REFERENCE is 0, expected a microphone's number from 1"},
+               {3, BINS, "INPUT_FRAMES has 2 microphones and 33 bins, expected REFERENCE = 3 or "},
+               {1, 5, "The spectrum of source 1 has 5 bins, expected LENGTH/2+1 = 33."}};
+  for (const auto& [reference, bins, message] : cases) {
+    EXPECT_THAT(faultOf([&, r = reference, b = bins] { start(r, b).getOutput(0, 0); }),
+                HasSubstr(message));
+  }
 }
 
 }  // namespace

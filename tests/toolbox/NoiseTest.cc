@@ -88,41 +88,19 @@ TEST(NoiseCorrelationTest, ForgetsOldFrames) {
   }
 }
 
-TEST(NoiseCorrelationTest, StaysFiniteForPoorInput) {
-  Spectrum oneActive(M * K);
-  Spectrum duplicated(M * K);
-  for (int k = 0; k < K; ++k) {
-    oneActive[k] = {1, 2};
-    for (int m = 0; m < M; ++m) duplicated[m * K + k] = {3, -1};
-  }
-  Spectrum broken(M * K);
-  broken[1] = std::numeric_limits<float>::quiet_NaN();
-
-  for (const Spectrum& frame : {Spectrum(M * K), oneActive, duplicated}) {
-    Audio::NoiseCorrelation noise(M, K, 0.9);
-    for (int f = 0; f < 5; ++f) noise.add(frame.data());
-    noise.add(broken.data());  // left out
-    EXPECT_EQ(noise.frames(), 5);
-    for (const bool normalize : {false, true}) {
-      for (const auto& value : matricesOf(noise, 0.01, normalize)) {
-        ASSERT_TRUE(std::isfinite(value.real()) && std::isfinite(value.imag()));
-      }
-    }
-  }
-}
-
-TEST(NoiseCorrelationTest, SilenceIsZeroOrTheIdentity) {
-  const Audio::NoiseCorrelation noise(2, 1, 1.0);
+TEST(NoiseCorrelationTest, SilenceIsZeroOrTheIdentityAndBrokenFramesAreLeftOut) {
+  Audio::NoiseCorrelation noise(2, 1, 1.0);
+  noise.add(Spectrum(2).data());
+  noise.add(Spectrum{1.0F, std::numeric_limits<float>::quiet_NaN()}.data());
+  EXPECT_EQ(noise.frames(), 1);
   EXPECT_EQ(matricesOf(noise, 0.5, false), Spectrum(4));
   EXPECT_EQ(matricesOf(noise, 0.5, true), (Spectrum{1.5F, 0, 0, 1.5F}));
 }
 
 TEST(NoiseCorrelationTest, RefusesForgettingFactorsOutsideItsRange) {
   for (const double factor : {-0.1, 1.1, std::nan("")}) {
-    EXPECT_THAT(messageOf<Audio::AudioError>([&] { Audio::NoiseCorrelation(1, 1, factor); }),
-                testing::MatchesRegex("FORGETTING is .*, expected 0 to 1"));
-    EXPECT_THAT(messageOf<Audio::AudioError>([&] { Audio::BackProjection(1, factor); }),
-                testing::MatchesRegex("FORGETTING is .*, expected 0 to 1"));
+    EXPECT_THROW(Audio::NoiseCorrelation(1, 1, factor), Audio::AudioError);
+    EXPECT_THROW(Audio::BackProjection(1, factor), Audio::AudioError);
   }
 }
 
@@ -143,41 +121,25 @@ std::string loudMiddle(const TestFolder& folder) {
   return folder / "in.wav";
 }
 
-TEST(NoiseFileTest, UsesTheFramesInsideTheRangesAlone) {
+TEST(NoiseFileTest, UsesTheWholeFramesInsideTheRangesAlone) {
   const TestFolder folder;
   const std::string path = loudMiddle(folder);
-  const std::vector<Audio::TimeRange> ranges = Audio::parseTimeRanges("0-0.5,1-1.2");
-
-  Audio::FrameReader direct = readerOf(path);
-  std::vector<std::complex<double>> sums(33);
-  int frames = 0;
-  while (direct.next()) {
-    const std::int64_t begin = direct.start();
-    const std::int64_t end = begin + 64;
-    if (!((begin >= 0 && end <= 500) || (begin >= 1000 && end <= 1200))) continue;
-    ++frames;
-    for (std::size_t k = 0; k < 33; ++k) {
-      sums[k] += std::complex<double>(direct.spectra()[k]) *
-                 std::conj(std::complex<double>(direct.spectra()[33 + k]));
+  for (const char* ranges : {"0-0.5,1-1.2", ""}) {
+    Audio::FrameReader direct = readerOf(path);
+    Audio::NoiseCorrelation expected(2, LAYOUT.bins(), 1.0);
+    while (direct.next()) {
+      const std::int64_t begin = direct.start();
+      const std::int64_t end = begin + LAYOUT.length();
+      const bool isInside = (begin >= 0 && end <= 500) || (begin >= 1000 && end <= 1200);
+      const bool isWhole = begin >= 0 && end <= 2000;
+      if (*ranges ? isInside : isWhole) expected.add(direct.spectra().data());
     }
+    Audio::FrameReader reader = readerOf(path);
+    const Audio::NoiseCorrelation noise = Audio::noiseOfFile(
+        reader, *ranges ? Audio::parseTimeRanges(ranges) : std::vector<Audio::TimeRange>());
+    EXPECT_EQ(noise.frames(), expected.frames()) << ranges;
+    EXPECT_EQ(matricesOf(noise, 0, false), matricesOf(expected, 0, false)) << ranges;
   }
-
-  Audio::FrameReader reader = readerOf(path);
-  const Audio::NoiseCorrelation noise = Audio::noiseOfFile(reader, ranges);
-  EXPECT_EQ(noise.frames(), frames);
-  const Spectrum R = matricesOf(noise, 0, false);
-  for (std::size_t k = 0; k < 33; ++k) {
-    const std::complex<double> expected = sums[k] / static_cast<double>(frames);
-    EXPECT_NEAR(std::abs(std::complex<double>(R[4 * k + 1]) - expected), 0,
-                1e-5 * std::abs(expected));
-  }
-}
-
-TEST(NoiseFileTest, TakesTheWholeFileButNoPadding) {
-  const TestFolder folder;
-  const std::string path = loudMiddle(folder);
-  Audio::FrameReader reader = readerOf(path);
-  EXPECT_EQ(Audio::noiseOfFile(reader, {}).frames(), (2000 - 64) / 16 + 1);
 }
 
 TEST(NoiseFileTest, SaysWhenThereIsNoFrame) {
@@ -195,46 +157,21 @@ TEST(NoiseFileTest, SaysWhenThereIsNoFrame) {
 
 // ---- projection back
 
-TEST(BackProjectionTest, RecoversAKnownScalePerBin) {
-  const std::size_t bins = 20;
-  const Spectrum scale = spectrumOf(bins, 30);  // what the source's spectrum was divided by
-  Audio::BackProjection projection(bins, 0.99);
-  Spectrum projected(bins);
-  double error = 0;
-  double energy = 0;
-  for (unsigned f = 0; f < 1000; ++f) {
-    const Spectrum source = spectrumOf(bins, 1000 + f);
-    const Spectrum others = spectrumOf(bins, 5000 + f);
-    Spectrum reference(bins);
-    Spectrum separated(bins);
-    for (std::size_t k = 0; k < bins; ++k) {
-      reference[k] = source[k] + 0.3F * others[k];
-      separated[k] = source[k] / scale[k];
-    }
-    projection.project(4, reference.data(), separated.data(), true, projected.data());
-    for (std::size_t k = 0; f >= 500 && k < bins; ++k) {
-      error += std::norm(projected[k] - source[k]);
-      energy += std::norm(source[k]);
-    }
-  }
-  // 100 remembered frames leave an error of some 0.3² / 200 of the power.
-  EXPECT_LT(error / energy, 3e-3);
-}
-
 // The gain minimises the weighted squared error: no neighbour does better.
 TEST(BackProjectionTest, IsTheLeastSquaresGain) {
   const double alpha = 0.8;
-  Audio::BackProjection projection(1, alpha);
-  std::vector<std::complex<double>> X;
+  const int bins = 2;
+  Audio::BackProjection projection(bins, alpha);
+  std::vector<std::complex<double>> X;  // of the last bin
   std::vector<std::complex<double>> Y;
   std::complex<double> gain;
   for (unsigned f = 0; f < 12; ++f) {
-    const Spectrum values = spectrumOf(2, 40 + f);
-    Spectrum projected(1);
-    projection.project(0, values.data(), &values[1], true, projected.data());
-    X.emplace_back(values[0]);
-    Y.emplace_back(values[1]);
-    gain = std::complex<double>(projected[0]) / Y.back();
+    const Spectrum values = spectrumOf(2 * bins, 40 + f);
+    Spectrum projected(bins);
+    projection.project(0, values.data(), &values[bins], true, projected.data());
+    X.emplace_back(values[bins - 1]);
+    Y.emplace_back(values[2 * bins - 1]);
+    gain = std::complex<double>(projected[bins - 1]) / Y.back();
   }
   const auto cost = [&](std::complex<double> g) {
     double sum = 0;

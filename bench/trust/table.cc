@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "tests/trust/Trial.h"
+#include "bench/trust/Trial.h"
 
 namespace {
 

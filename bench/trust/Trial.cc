@@ -1,4 +1,4 @@
-#include "tests/trust/Trial.h"
+#include "bench/trust/Trial.h"
 
 #include <algorithm>
 #include <cmath>
