@@ -8,17 +8,15 @@
 
 namespace {
 
-using testing::Each;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class DirectionRings : public testing::Test {
  protected:
   void add(double azimuth, double elevation, double distance) {
     const double a = azimuth * std::numbers::pi / 180.0;
     const double e = elevation * std::numbers::pi / 180.0;
-    database.sourceLocations.emplace_back(distance * std::cos(e) * std::cos(a),
-                                          distance * std::cos(e) * std::sin(a),
+    const double flat = distance * std::cos(e);
+    database.sourceLocations.emplace_back(flat * std::cos(a), flat * std::sin(a),
                                           distance * std::sin(e), 0, true);
   }
 
@@ -52,11 +50,8 @@ TEST_F(DirectionRings, WidenOnlyWhereDirectionsAreScattered) {
 
   database.sourceLocations.clear();
   for (int i = 0; i < 60; ++i) add(6.0 * i, i % 10 - 4.2, 1.0 + 0.01 * i);
-  const DirectionRing band = DirectionRing::of(database, 0.0, 1.0);
-  EXPECT_EQ(band.text(), "30 directions at elevation -2.2 … 1.8°, 1.02 … 1.56 m");
-  for (std::size_t i = 1; i < band.bearings.size(); ++i) {
-    EXPECT_LT(band.bearings[i - 1].azimuth, band.bearings[i].azimuth);
-  }
+  EXPECT_EQ(DirectionRing::of(database, 0.0, 1.0).text(),
+            "30 directions at elevation -2.2 … 1.8°, 1.02 … 1.56 m");
 }
 
 TEST_F(DirectionRings, RefuseWhatIsNoRing) {

@@ -24,8 +24,6 @@ Image imageOf(const std::string& pngBytes);
 /// Relative luminance, 0 (black) to 1 (white).
 double luminance(const Colour& colour);
 
-std::string contentOf(const std::string& path);
-
 /// Every text that an SVG picture shows; throws std::runtime_error unless it is well-formed XML
 /// with the root svg.
 std::multiset<std::string> textsOf(const std::string& svg);
