@@ -69,18 +69,6 @@ class MixRendering : public testing::Test {
   TestFolder folder;
 };
 
-TEST_F(MixRendering, ConvolvesWithTheNearestPositionsResponses) {
-  const FirFile fir = randomResponses();
-  const Samples dry = noise(9000, 1);
-  const auto image = rendered(load(fir), R"("azimuth": -80, "distance": 2)", dry);
-  ASSERT_EQ(image.size(), 2U);
-  for (const std::size_t r : {0U, 1U}) {
-    Samples expected;
-    addConvolution({dry.begin(), dry.end()}, fir, 1, r, expected);
-    EXPECT_LT(differenceInDb(image[r], expected), -140) << r;
-  }
-}
-
 TEST_F(MixRendering, DelaysShiftTheResponses) {
   FirFile fir;
   fir.sources = {{1, 0, 0}};

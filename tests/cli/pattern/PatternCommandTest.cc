@@ -35,7 +35,7 @@ TEST_F(PatternCommand, SvgNamesSourcesFrequenciesAndUnits) {
 
 TEST_F(PatternCommand, PngHasTheWidthAndColoursAskedFor) {
   ASSERT_EQ(pattern("--method DS -o p.png --width 640").status, 0);
-  const Image image = imageOf(content("p.png"));
+  const Image image = imageOf(folder / "p.png");
   EXPECT_EQ(image.width, 640);
   EXPECT_GT(image.height, 300);
   std::set<std::string> colours;

@@ -18,8 +18,8 @@ struct Image {
   }
 };
 
-/// Throws std::runtime_error for what is no PNG image.
-Image imageOf(const std::string& pngBytes);
+/// Reads a PNG file; throws std::runtime_error for what is none.
+Image imageOf(const std::string& path);
 
 /// Relative luminance, 0 (black) to 1 (white).
 double luminance(const Colour& colour);

@@ -8,6 +8,10 @@
 
 namespace {
 
+std::string named(const pugi::xml_attribute& type, const pugi::xml_attribute& name) {
+  return type.value() + std::string(".") + name.value();
+}
+
 class Options : public Talkers {
  protected:
   /// The parameters of the network that `separate` would run with these options, each as
@@ -20,10 +24,9 @@ class Options : public Talkers {
     std::set<std::string> parameters;
     for (const auto& found : document.select_nodes("//Node/Parameter")) {
       const pugi::xml_node node = found.node();
-      const std::string value =
-          withValues ? "=" + std::string(node.attribute("value").value()) : "";
-      parameters.insert(std::string(node.parent().attribute("type").value()) + "." +
-                        node.attribute("name").value() + value);
+      std::string parameter = named(node.parent().attribute("type"), node.attribute("name"));
+      if (withValues) parameter.append("=").append(node.attribute("value").value());
+      parameters.insert(parameter);
     }
     return parameters;
   }
@@ -36,8 +39,7 @@ TEST_F(Options, SetEveryParameterThatTheNodesDescribe) {
     ASSERT_TRUE(document.load_file(file)) << file;
     for (const auto& found : document.select_nodes("//NodeClass/Parameter")) {
       const pugi::xml_node node = found.node();
-      described.insert(std::string(node.parent().attribute("name").value()) + "." +
-                       node.attribute("name").value());
+      described.insert(named(node.parent().attribute("name"), node.attribute("name")));
     }
   }
   ASSERT_GT(described.size(), 40U);

@@ -39,32 +39,24 @@ TEST_F(ScoreCommand, Table) {
   EXPECT_EQ(result.errors, "");
 }
 
-TEST_F(ScoreCommand, Json) {
-  const auto report = nlohmann::json::parse(run(both + "--mixture mix.wav --json").output);
+// Of three channels the second holds the reference; two samples more than the estimate.
+TEST_F(ScoreCommand, JsonOfTheChannelAndLengthThatFilesShare) {
+  file("wide.wav", {9, 1, 9, 8, 0, 8, 7, 0, 7, 6, 0, 6, 5, 3, 5, 4, 3, 4}, 3);
+  const CommandRun result =
+      run("score --reference wide.wav b.wav --estimate ea.wav b.wav --mixture b.wav --channel 2 "
+          "--json");
+  const auto report = nlohmann::json::parse(result.output);
   EXPECT_EQ(report["samples"], 4);
   EXPECT_EQ(report["samplingRate"], RATE);
-  EXPECT_EQ(report["filterTaps"], 1);
   const auto& first = report["sources"][0];
-  EXPECT_EQ(first["reference"], "a.wav");
+  EXPECT_EQ(first["reference"], "wide.wav");
   EXPECT_EQ(first["estimate"], "ea.wav");
   EXPECT_NEAR(first["siSdr"].get<double>(), 20, 1e-6);
-  EXPECT_NEAR(first["siSdrImprovement"].get<double>(), 20, 1e-6);
-  EXPECT_EQ(first["mixture"]["siSdr"], 0);
   EXPECT_EQ(first["siSar"], "inf");
+  EXPECT_EQ(first["mixture"]["siSdr"], "-inf");
   EXPECT_EQ(report["mean"]["siSdr"], "inf");
-
   // An infinite score of a mixture that is infinite too: the improvement is undefined.
-  const auto perfect = nlohmann::json::parse(
-      run("score --reference b.wav --estimate eb.wav --mixture b.wav --json").output);
-  EXPECT_TRUE(perfect["sources"][0]["siSdrImprovement"].is_null());
-}
-
-TEST_F(ScoreCommand, ComparesTheChannelAndTheLengthThatFilesShare) {
-  // Three channels, of which the second holds the reference; two samples more than the estimate.
-  file("wide.wav", {9, 1, 9, 8, 0, 8, 7, 0, 7, 6, 0, 6, 5, 3, 5, 4, 3, 4}, 3);
-  const CommandRun result = run("score --reference wide.wav --estimate ea.wav --channel 2 --json");
-  const auto report = nlohmann::json::parse(result.output);
-  EXPECT_NEAR(report["sources"][0]["siSdr"].get<double>(), 20, 1e-6);
+  EXPECT_TRUE(report["sources"][1]["siSdrImprovement"].is_null());
   const std::string note =
       "wide.wav: has 6 samples, of which the first 4 are compared, the length of the shortest file";
   EXPECT_THAT(report["notes"], testing::ElementsAre(note));

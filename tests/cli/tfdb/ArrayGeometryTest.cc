@@ -16,45 +16,27 @@ using std::numbers::pi;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-TEST(FreeField, FarPairTurnsByTheSineOfTheAzimuth) {
-  constexpr double SPACING = 0.08;
-  const Positions sources = gridPositions({15.0, {0.0}, {2000.0}});
-  ASSERT_EQ(sources.size(), 24U);
-  const auto data = freeFieldResponses(linearArray(2, SPACING), sources, {16000, 512});
-  for (std::size_t s = 0; s < sources.size(); ++s) {
-    for (std::size_t k = 0; k < 257; ++k) {
-      const double f = static_cast<double>(k) * 16000.0 / 512.0;
-      // Microphone 1 is the left one: a source on the left reaches it first.
-      const double phase =
-          2.0 * pi * f * SPACING * std::sin(static_cast<double>(s) * 15.0 * pi / 180.0) / 343.0;
-      const std::complex<double> ratio = std::complex<double>(data.values[(s * 2 + 1) * 257 + k]) /
-                                         std::complex<double>(data.values[s * 2 * 257 + k]);
-      ASSERT_LT(std::abs(ratio - std::polar(1.0, phase)), 2e-4) << s << ", bin " << k;
+// A source in the distance d of a microphone and D of the centre: D/d · e^(−j2πf(d − D)/c).
+// Azimuths turn left, there is one source at the pole, and a line goes from right to left.
+TEST(FreeField, ResponsesAreThoseOfPointSources) {
+  const std::pair<Positions, Positions> arrays[] = {
+      {circularArray(4, 0.1), {{0.1, 0, 0}, {0, 0.1, 0}, {-0.1, 0, 0}, {0, -0.1, 0}}},
+      {linearArray(3, 0.08), {{0, -0.08, 0}, {0, 0, 0}, {0, 0.08, 0}}}};
+  const Positions expected = {{0.5, 0, 0}, {0, 0.5, 0}, {-0.5, 0, 0}, {0, -0.5, 0}, {0, 0, 0.5},
+                              {8, 0, 0},   {0, 8, 0},   {-8, 0, 0},   {0, -8, 0},   {0, 0, 8}};
+  const Positions sources = gridPositions({90.0, {0.0, 90.0}, {0.5, 8.0}});
+  ASSERT_EQ(sources.size(), expected.size());
+  for (const auto& [array, microphones] : arrays) {
+    const auto data = freeFieldResponses(array, sources, {48000, 1024});
+    for (std::size_t i = 0; i < data.values.size(); ++i) {
+      const auto& s = expected[i / 513 / microphones.size()];
+      const auto& m = microphones[i / 513 % microphones.size()];
+      const double D = std::hypot(s[0], s[1], s[2]);
+      const double d = std::hypot(s[0] - m[0], s[1] - m[1], s[2] - m[2]);
+      const double f = static_cast<double>(i % 513) * 48000.0 / 1024.0;
+      const auto response = std::polar(D / d, -2.0 * pi * f * (d - D) / 343.0);
+      ASSERT_LT(std::abs(std::complex<double>(data.values[i]) - response), 1e-5) << i;
     }
-  }
-}
-
-TEST(FreeField, NearSourceIsLouderAtTheNearMicrophone) {
-  const auto data = freeFieldResponses(circularArray(4, 0.1), {{0.5, 0.0, 0.0}}, {48000, 1024});
-  const double distances[] = {0.4, std::sqrt(0.26), 0.6, std::sqrt(0.26)};
-  for (std::size_t m = 0; m < 4; ++m) {
-    for (const std::size_t k : {0U, 1U, 100U, 512U}) {
-      const double f = static_cast<double>(k) * 48000.0 / 1024.0;
-      const auto expected =
-          std::polar(0.5 / distances[m], -2.0 * pi * f * (distances[m] - 0.5) / 343.0);
-      const std::complex<double> found(data.values[m * 513 + k]);
-      ASSERT_LT(std::abs(found - expected), 1e-5) << m << ", bin " << k;
-    }
-  }
-}
-
-TEST(FreeField, GridTurnsLeftAndHasOnePointAtThePole) {
-  const Positions expected = {{1, 0, 0}, {0, 1, 0}, {-1, 0, 0}, {0, -1, 0}, {0, 0, 1},
-                              {2, 0, 0}, {0, 2, 0}, {-2, 0, 0}, {0, -2, 0}, {0, 0, 2}};
-  const Positions grid = gridPositions({90.0, {0.0, 90.0}, {1.0, 2.0}});
-  ASSERT_EQ(grid.size(), expected.size());
-  for (std::size_t i = 0; i < grid.size(); ++i) {
-    for (std::size_t c = 0; c < 3; ++c) EXPECT_NEAR(grid[i][c], expected[i][c], 1e-12) << i;
   }
 }
 
@@ -65,11 +47,9 @@ TEST(MicrophoneFile, IsReadOrRefusedWithThePlace) {
   EXPECT_EQ(readMicrophones(path), (Positions{{0, 0.1, 0}, {0, -0.1, 0.5}}));
   const std::pair<std::string, std::string> cases[] = {
       {R"({"microphones": [[0, 0, 0])", "is no valid JSON: "},
-      {"[[0, 0, 0]]", "found [[0,0,0]], expected an object with the key \"microphones\""},
       {R"({"mics": []})", "found {\"mics\":[]}, expected an object with the key \"microphones\""},
       {R"({"microphones": [[0, 0, 0]], "radius": 1})", "and no other"},
       {R"({"microphones": 4})", "/microphones: found 4, expected a list of 1 to 1024 positions"},
-      {R"({"microphones": []})", "/microphones: found 0 elements, expected a list"},
       {R"({"microphones": [[0, 0, 0], [0, 1]]})",
        "/microphones/1: found [0,1], expected [x, y, z] in metres, each within ±100"},
       {R"({"microphones": [[0, "1", 0]]})",

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <netcdf.h>
 #include <sys/resource.h>
 
 #include <atomic>
@@ -7,8 +6,9 @@
 #include <functional>
 #include <new>
 
+#include "cli/tfdb/ArrayGeometry.h"
 #include "cli/tfdb/ReadTrial.h"
-#include "fileio/SofaFile.h"
+#include "fileio/SofaWriter.h"
 #include "tests/cli/process/CommandTest.h"
 
 namespace {
@@ -40,14 +40,9 @@ TEST_F(TfdbCommands, GeometryInfoCheckAndImportWorkTogether) {
 }
 
 TEST_F(TfdbCommands, WarnWhenTheFileContradictsItself) {
-  run("tfdb geometry --linear 2 0.1 db.sofa");
-  int id = 0;
-  int variable = 0;
-  ASSERT_EQ(nc_open((folder / "db.sofa").c_str(), NC_WRITE, &id), NC_NOERR);
-  ASSERT_EQ(nc_inq_varid(id, "ReceiverPosition", &variable), NC_NOERR);
-  const double swapped[] = {0.0, 0.05, 0.0, 0.0, -0.05, 0.0};
-  ASSERT_EQ(nc_put_var_double(id, variable, swapped), NC_NOERR);
-  ASSERT_EQ(nc_close(id), NC_NOERR);
+  auto data = freeFieldResponses(linearArray(2, 0.1), gridPositions({}), {});
+  std::swap(data.receiverPositions[0], data.receiverPositions[1]);
+  writeSofa(folder / "db.sofa", data);
   const std::string warning = "the responses contradict the positions: between microphones 0 and 1";
   EXPECT_THAT(run("tfdb check db.sofa").output, HasSubstr("warning: " + warning));
   const CommandRun imported = run("tfdb import db.sofa out.sofa");
