@@ -11,7 +11,7 @@ std::vector<std::string> wordsOf(const std::string& text);
 /// Tests of the command in a folder of its own, so that it is given and tells bare file names.
 class CommandTest : public testing::Test {
  protected:
-  /// Arguments separated by blanks, and the whole message or, before a "…", its begin.
+  /// Arguments separated by blanks, and the message, of which a "…" stands for any part.
   struct Refusal {
     std::string arguments;
     std::string message;

@@ -15,26 +15,35 @@ class Errors : public Talkers {
 };
 
 TEST_F(Errors, OfUsage) {
+  EXPECT_EQ(run("").status, 2);
+  EXPECT_EQ(run("").errors,
+            "zelk-sss: no command is given, expected one of: separate methods tfdb mix score "
+            "pattern spectrogram run\n");
+
   expectRefused(
-      2, {{"",
-           "no command is given, expected one of: separate methods tfdb mix score pattern "
-           "spectrogram run…"},
-          {"separat", "The following argument was not expected: separat"},
-          {"run", "NETWORK is required"},
-          {separate + "--speed 9", "The following arguments were not expected: 9 --speed"},
-          {"separate mix.wav" + files, "--output is required"},
-          {"separate mix.wav --sources scene.json -o out", "--tf…"},
-          {separate + "--method MUSIC",
-           "--method is \"MUSIC\", expected one of DS, WDS, NULL, ILSE, LCMV, GJ, GICA, ML, MSNR"},
-          {separate + "--method GJ --param LCMV_LC_MYU=1", "--param…"},
-          {separate + "--param INITW_FILENAME", "--param…"},
-          {separate + "--method LCMV --param LCMV_LC_MYU=fast", "--param…"},
-          {separate + "--method LCMV --param LCMV_LC_METHOD=fix", "--param…"},
-          {separate + "--length -3", "--length: \"-3\", expected a number above 0"},
-          {separate + "--project-forgetting nan", "--project-forgetting: \"nan\", expected 0 to 1"},
-          {separate + "--window KAISER", "--window: …"},
-          {separate + "--noise-from 0:1", "--noise-from…"},
-          {separate + "--method ML --noise-from 0:1 --noise-recording n", "--noise-from…"}});
+      2,
+      {{"separat", "The following argument was not expected: separat"},
+       {"run", "NETWORK is required"},
+       {separate + "--speed 9", "The following arguments were not expected: 9 --speed"},
+       {"separate mix.wav" + files, "--output is required"},
+       {"separate mix.wav --sources scene.json -o out",
+        "--tf is missing: NULL needs a transfer-function database"},
+       {separate + "--method MUSIC",
+        "--method is \"MUSIC\", expected one of DS, WDS, NULL, ILSE, LCMV, GJ, GICA, ML, MSNR"},
+       {separate + "--method GJ --param LCMV_LC_MYU=1",
+        "--param names \"LCMV_LC_MYU\", expected a parameter of GJ: GJ_LC_METHOD, GJ_LC_MYU, "
+        "INITW_FILENAME"},
+       {separate + "--param INITW_FILENAME", "--param is \"INITW_FILENAME\", expected NAME=VALUE"},
+       {separate + "--method LCMV --param LCMV_LC_MYU=fast",
+        "--param LCMV_LC_MYU is \"fast\": 'fast' is not a float"},
+       {separate + "--method LCMV --param LCMV_LC_METHOD=fix",
+        "--param LCMV_LC_METHOD is \"fix\", expected FIX, ADAPTIVE"},
+       {separate + "--length -3", "--length: \"-3\", expected a number above 0"},
+       {separate + "--project-forgetting nan", "--project-forgetting: \"nan\", expected 0 to 1"},
+       {separate + "--window KAISER", "--window: KAISER not in {HANN,HAMMING,SINE,RECTANGULAR}"},
+       {separate + "--noise-from 0:1", "--noise-from and --noise-recording serve ML, not NULL"},
+       {separate + "--method ML --noise-from 0:1 --noise-recording n",
+        "--noise-from and --noise-recording exclude each other"}});
 }
 
 TEST_F(Errors, OfData) {
@@ -46,15 +55,18 @@ TEST_F(Errors, OfData) {
   const std::string others = "separate mix.wav --tf array.sofa -o out --sources ";
   expectRefused(
       1,
-      {{"separate no.wav -o out" + files, "no.wav: …"},
+      {{"separate no.wav -o out" + files, "no.wav: cannot be read…No such file or directory."},
        {"separate mono.wav -o out" + files,
         "mono.wav: gives 1 channels, expected 3, a channel for each microphone of array.sofa "
         "(--channels selects)"},
        {"separate fast.wav -o out" + files,
         "fast.wav: the sampling rate is 32000 Hz, expected 16000 Hz (--resample converts it)"},
-       {"separate mix.wav -o fir.txt" + files, "fir.txt…"},
+       {"separate mix.wav -o fir.txt" + files,
+        "…fir.txt: cannot be made or is no folder: Not a directory"},
        {"separate mix.wav -o out --sources scene.json --tf fir.txt", "fir.txt…"},
-       {others + "typo.json", "typo.json: …"},
+       {others + "typo.json",
+        "typo.json: /sources/0: found the unknown key \"azimut\", expected only id, azimuth, "
+        "elevation, distance, position, track, active"},
        {others + "empty.json", "empty.json: /sources: found none, expected one or more"},
        {separate + "--length 256",
         "--length is 256, expected 512 samples, for which array.sofa was made"},
@@ -65,8 +77,8 @@ TEST_F(Errors, OfData) {
         "--noise-from has 90:91 s, expected times within mix.wav, which lasts 1.50 s"},
        {separate + "--project on --reference-mic 4",
         "--reference-mic is 4, expected 1 to 3, the channels in use of mix.wav"},
-       {"run no.n", "no.n…"},
-       {"run fir.txt", "fir.txt…"}});
+       {"run no.n", "no.n: cannot be read: No such file or directory"},
+       {"run fir.txt", "fir.txt: line 1: not well-formed XML: …"}});
 }
 
 TEST_F(Errors, SourcesFarFromEveryResponseAndTooManyOfThemDrawWarnings) {

@@ -67,7 +67,7 @@ TEST(ScoreMetrics, ScoresComputedByHand) {
     SCOPED_TRACE(testing::PrintToString(c.estimate));
     EXPECT_DOUBLE_EQ(actual.sdr, c.expected.sdr);
     EXPECT_DOUBLE_EQ(actual.sir, c.expected.sir);
-    EXPECT_NEAR(actual.sar, c.expected.sar, 1e-9);
+    EXPECT_DOUBLE_EQ(actual.sar, c.expected.sar);
   }
 }
 
