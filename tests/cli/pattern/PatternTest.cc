@@ -113,6 +113,7 @@ TEST_F(DirectionRings, AreOfTheNearestElevationAndDistance) {
 // A dense grid gives its one elevation, although others are near; scattered directions give a band.
 TEST_F(DirectionRings, WidenOnlyWhereDirectionsAreScattered) {
   addGrid(10.0, {-2.0, 0.0, 2.0}, 1.0);
+  add(-180.0, 0.0, 1.0);  // the grid has it as 180 degrees
   EXPECT_EQ(DirectionRing::of(database, 0.0, 1.0).text(), "36 directions at elevation 0°, 1 m");
 
   database.sourceLocations.clear();

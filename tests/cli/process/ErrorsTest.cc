@@ -75,6 +75,8 @@ TEST_F(Errors, OfData) {
         "expected \"active\" times, or --noise-from or --noise-recording"},
        {separate + "--method ML --noise-from 90:91",
         "--noise-from has 90:91 s, expected times within mix.wav, which lasts 1.50 s"},
+       {separate + "--project on --reference-mic 0",
+        "--reference-mic is 0, expected 1 to 3, the channels in use of mix.wav"},
        {separate + "--project on --reference-mic 4",
         "--reference-mic is 4, expected 1 to 3, the channels in use of mix.wav"},
        {"run no.n", "no.n: cannot be read: No such file or directory"},

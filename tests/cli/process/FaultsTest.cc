@@ -104,6 +104,14 @@ TEST_F(Faults, AFolderThatVanishesDuringARunFails) {
   EXPECT_FALSE(fs::exists(folder / "out"));
 }
 
+TEST_F(Faults, ACutOffWavIsSeparatedAsFarAsItGoes) {
+  fs::resize_file(folder / "mix.wav", fs::file_size(folder / "mix.wav") / 2 + 7);
+  const CommandRun run = separate("mix.wav");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.errors, HasSubstr("mix.wav: the file is cut off: it holds 11"));
+  EXPECT_NEAR(static_cast<double>(sound("out/source_3.wav").samples.size()), 12000, 10);
+}
+
 TEST_F(Faults, ACutOffFlacLeavesNothing) {
   const std::string flac = folder / "cut.flac";
   writeSound(flac, RATE, MICROPHONES, sound("mix.wav").samples, SF_FORMAT_FLAC | SF_FORMAT_PCM_16);

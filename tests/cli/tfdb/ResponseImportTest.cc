@@ -121,7 +121,7 @@ TEST_F(ResponseImport, SaysHowMuchEnergyTruncationLoses) {
   for (std::size_t n = 0; n < fir.length; ++n) fir.responses[n] = std::pow(A, n);
   imported(fir, {16000, LENGTH});
   EXPECT_LT(report.worstLoss, std::pow(A, 2 * (LENGTH - LEAD - LENGTH / 16)));  // before the fade
-  EXPECT_GT(report.worstLoss, std::pow(A, 2 * (LENGTH - LEAD)));                // after it
+  EXPECT_GT(report.worstLoss, 1.1 * std::pow(A, 2 * (LENGTH - LEAD)));          // after it
   // The other three responses have the energy 1 and lose nothing.
   const double own = 1.0 / (1.0 - A * A);
   EXPECT_NEAR(report.lostEnergy, report.worstLoss * own / (own + 3.0), 1e-6);
