@@ -66,7 +66,10 @@ TEST_P(Frames, ShowASineAtItsTimeFrequencyAndLevel) {
 
 INSTANTIATE_TEST_SUITE_P(, Frames,
                          testing::Values(SpectrogramFrames{512, 50}, SpectrogramFrames{64, 32},
-                                         SpectrogramFrames{1024, 512}));
+                                         SpectrogramFrames{1024, 512}),
+                         [](const auto& testCase) {
+                           return std::to_string(testCase.param.length);
+                         });
 
 // A file with one channel gives that one; one shorter than a frame gives a column at least.
 TEST(Spectrogram, TakesTheChannelsAskedFor) {
