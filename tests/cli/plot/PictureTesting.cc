@@ -5,23 +5,13 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <pugixml.hpp>
 #include <stdexcept>
 
-Image imageOf(const std::string& pngBytes) {
-  std::string rest = pngBytes;
-  const cairo_read_func_t take = [](void* source, unsigned char* data, unsigned length) {
-    auto& left = *static_cast<std::string*>(source);
-    if (left.size() < length) return CAIRO_STATUS_READ_ERROR;
-    std::memcpy(data, left.data(), length);
-    left.erase(0, length);
-    return CAIRO_STATUS_SUCCESS;
-  };
+Image imageOf(const std::string& path) {
   const std::unique_ptr<cairo_surface_t, void (*)(cairo_surface_t*)> surface(
-      cairo_image_surface_create_from_png_stream(take, &rest), cairo_surface_destroy);
+      cairo_image_surface_create_from_png(path.c_str()), cairo_surface_destroy);
   const unsigned char* data = cairo_image_surface_get_data(surface.get());
   if (!data) throw std::runtime_error("no PNG image");
   Image image{cairo_image_surface_get_width(surface.get()),
@@ -46,11 +36,6 @@ double luminance(const Colour& colour) {
     return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
   };
   return 0.2126 * linear(colour.red) + 0.7152 * linear(colour.green) + 0.0722 * linear(colour.blue);
-}
-
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::multiset<std::string> textsOf(const std::string& svg) {

@@ -18,13 +18,11 @@ struct Image {
   }
 };
 
-/// Throws std::runtime_error for what is no PNG image.
-Image imageOf(const std::string& pngBytes);
+/// Reads a PNG file; throws std::runtime_error for what is none.
+Image imageOf(const std::string& path);
 
 /// Relative luminance, 0 (black) to 1 (white).
 double luminance(const Colour& colour);
-
-std::string contentOf(const std::string& path);
 
 /// Every text that an SVG picture shows; throws std::runtime_error unless it is well-formed XML
 /// with the root svg.

@@ -5,6 +5,7 @@
 #include "cli/plot/Ticks.h"
 #include "gmock/gmock.h"
 #include "tests/cli/plot/PictureTesting.h"
+#include "tests/toolbox/AudioTesting.h"
 
 namespace {
 
@@ -56,7 +57,8 @@ TEST(Drawing, PngShowsWhatWasDrawnWhereItWasDrawn) {
   // 40 × 40 points of which the lower half shows.
   drawing.image(raster, {10, 0}, {50, 40}, {10, 20}, {50, 40});
   drawing.line({60, 30}, {100, 30}, {{0, 128, 0}, 4.0});
-  const Image image = imageOf(pngOf(drawing));
+  const TestFolder folder;
+  const Image image = imageOf(folder.write("p.png", pngOf(drawing)));
   ASSERT_EQ(image.width, 100);
   ASSERT_EQ(image.height, 60);
   EXPECT_EQ(image.at(46, 37), (Colour{0, 0, 255}));

@@ -29,7 +29,7 @@ struct RunningCommand::Capture {
   std::FILE* file;
 };
 
-RunningCommand::RunningCommand(const std::vector<std::string>& arguments)
+RunningCommand::RunningCommand(const std::vector<std::string>& arguments, const std::string& folder)
     : output(std::make_unique<Capture>()), errors(std::make_unique<Capture>()) {
   std::vector<std::string> words = {ZELK_COMMAND};
   words.insert(words.end(), arguments.begin(), arguments.end());
@@ -39,6 +39,7 @@ RunningCommand::RunningCommand(const std::vector<std::string>& arguments)
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
+  if (!folder.empty()) posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, fileno(output->file), STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, fileno(errors->file), STDERR_FILENO);
@@ -72,6 +73,6 @@ CommandRun RunningCommand::wait() {
           output->text(), errors->text()};
 }
 
-CommandRun runCommand(const std::vector<std::string>& arguments) {
-  return RunningCommand(arguments).wait();
+CommandRun runCommand(const std::vector<std::string>& arguments, const std::string& folder) {
+  return RunningCommand(arguments, folder).wait();
 }

@@ -15,7 +15,9 @@ struct CommandRun {
 /// The command of the build tree, running with its outputs captured (so neither is a terminal).
 class RunningCommand {
  public:
-  explicit RunningCommand(const std::vector<std::string>& arguments);
+  /// In a folder; "": in that of the test.
+  explicit RunningCommand(const std::vector<std::string>& arguments,
+                          const std::string& folder = "");
   RunningCommand(const RunningCommand&) = delete;
   RunningCommand& operator=(const RunningCommand&) = delete;
   /// Kills it unless wait() was called.
@@ -33,4 +35,4 @@ class RunningCommand {
 };
 
 /// Runs the command with these arguments to its end.
-CommandRun runCommand(const std::vector<std::string>& arguments);
+CommandRun runCommand(const std::vector<std::string>& arguments, const std::string& folder = "");

@@ -3,36 +3,26 @@
 #include <string>
 #include <vector>
 
-#include "gtest/gtest.h"
-#include "tests/toolbox/AudioTesting.h"
+#include "tests/cli/process/CommandTest.h"
 
-/// Two talkers before three microphones in a room without echoes, all of it on disk: a
-/// transfer-function database of eight directions, a scene, and a recording made by convolution.
-class Talkers : public testing::Test {
+/// Two talkers before three microphones in a room without echoes, all of it in the folder: a
+/// transfer-function database of eight directions (array.sofa), a scene (scene.json, the ids 3 and
+/// 7 in the directions 1 and 4) and a recording made by convolution (mix.wav).
+class Talkers : public CommandTest {
  protected:
   static constexpr int RATE = 16000;
-  static constexpr int LENGTH = 512;
   static constexpr int MICROPHONES = 3;
-  static constexpr int DIRECTIONS = 8;
-  static constexpr int TAPS = 24;
 
   Talkers();
 
-  /// The response from a direction to a microphone.
-  const std::vector<double>& response(int direction, int microphone) const {
-    return responses[static_cast<std::size_t>(direction * MICROPHONES + microphone)];
-  }
+  /// What the microphones hear of a signal from a direction, interleaved.
+  std::vector<float> heard(int direction, const std::vector<float>& signal) const;
 
-  TestFolder folder;
-  std::string database;                             ///< SOFA file
-  std::string scene;                                ///< ids 3 and 7 in the directions 1 and 4
-  std::string mixture;                              ///< WAV, three channels
-  std::vector<std::vector<float>> dry;              ///< of the ids 3 and 7
-  std::vector<std::vector<float>> firstMicrophone;  ///< what it hears of each alone
+  const std::string files = " --tf array.sofa --sources scene.json ";
+  std::vector<std::vector<float>> dry;  ///< of the ids 3 and 7
 
  private:
-  void writeDatabase();
-  void writeMixture();
+  void writeDatabase() const;
 
-  std::vector<std::vector<double>> responses;
+  std::vector<std::vector<double>> responses;  ///< microphone by microphone of each direction
 };

@@ -1,25 +1,37 @@
 #include "cli/spectrogram/Spectrogram.h"
 
 #include <cmath>
+#include <numbers>
 
 #include "cli/spectrogram/LevelColumns.h"
 #include "gmock/gmock.h"
-#include "tests/cli/spectrogram/SineSound.h"
-#include "tests/toolbox/AudioTesting.h"
+#include "tests/cli/plot/PictureTesting.h"
+#include "tests/cli/process/CommandTest.h"
 
 namespace {
+
+/// A sine in the middle second of three, the others silent.
+struct SineSound {
+  int samplingRate = 16000;
+  double frequency = 2000.0;
+  double amplitude = 0.5;
+
+  std::vector<float> samples() const {
+    std::vector<float> result(static_cast<std::size_t>(3 * samplingRate));
+    for (int n = samplingRate; n < 2 * samplingRate; ++n) {
+      const double phase = 2.0 * std::numbers::pi * frequency * n / samplingRate;
+      result[static_cast<std::size_t>(n)] = static_cast<float>(amplitude * std::sin(phase));
+    }
+    return result;
+  }
+};
 
 /// The column whose time holds t.
 std::size_t columnAt(const Spectrogram& s, double t) {
   return static_cast<std::size_t>((t - s.begin) / s.columnSeconds);
 }
 
-struct FrameCase {
-  int length;
-  int advance;
-};
-
-class Frames : public testing::TestWithParam<FrameCase> {};
+class Frames : public testing::TestWithParam<SpectrogramFrames> {};
 
 TEST_P(Frames, ShowASineAtItsTimeFrequencyAndLevel) {
   const auto [length, advance] = GetParam();
@@ -27,10 +39,7 @@ TEST_P(Frames, ShowASineAtItsTimeFrequencyAndLevel) {
   const std::string path = folder / "sine.wav";
   const SineSound sine;
   writeSound(path, sine.samplingRate, 1, sine.samples());
-  const std::vector<Spectrogram> all = readSpectrograms(path, "", {length, advance});
-  ASSERT_EQ(all.size(), 1U);
-  const Spectrogram& s = all.front();
-  EXPECT_EQ(s.name, path);
+  const Spectrogram s = readSpectrograms(path, "", {length, advance}).front();
   EXPECT_DOUBLE_EQ(s.duration, 3.0);
   EXPECT_LE(s.begin, 0.5 * s.columnSeconds);
   EXPECT_GE(s.begin + s.columnSeconds * static_cast<double>(s.columns()), 3.0);
@@ -56,29 +65,26 @@ TEST_P(Frames, ShowASineAtItsTimeFrequencyAndLevel) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, Frames,
-                         testing::Values(FrameCase{512, 128}, FrameCase{512, 50}, FrameCase{64, 32},
-                                         FrameCase{1024, 512}));
+                         testing::Values(SpectrogramFrames{512, 50}, SpectrogramFrames{64, 32},
+                                         SpectrogramFrames{1024, 512}),
+                         [](const auto& testCase) {
+                           return std::to_string(testCase.param.length);
+                         });
 
+// A file with one channel gives that one; one shorter than a frame gives a column at least.
 TEST(Spectrogram, TakesTheChannelsAskedFor) {
   const TestFolder folder;
-  const std::string path = folder / "three.wav";
-  const std::string mono = folder / "mono.wav";
   std::vector<float> samples;
   for (int n = 0; n < 4000; ++n) {
     for (const float level : {0.5F, 0.0F, 0.25F}) samples.push_back(n % 8 < 4 ? level : -level);
   }
-  writeSound(path, 8000, 3, samples);
-  writeSound(mono, 8000, 1, noise(100, 1));
-  const std::vector<Spectrogram> two = readSpectrograms(path, "3,1", {256, 64});
+  writeSound(folder / "three.wav", 8000, 3, samples);
+  writeSound(folder / "mono.wav", 8000, 1, noise(100, 1));
+  const auto two = readSpectrograms(folder / "three.wav", "3,1", {256, 64});
   ASSERT_EQ(two.size(), 2U);
-  EXPECT_EQ(two[0].name, path + ", channel 3");
-  EXPECT_EQ(two[1].name, path + ", channel 1");
+  EXPECT_EQ(two[0].name, folder / "three.wav, channel 3");
   EXPECT_NEAR(two[1].level(30, 32) - two[0].level(30, 32), 20.0 * std::log10(2.0), 1e-3);
-  EXPECT_EQ(readSpectrograms(path, "", {256, 64}).size(), 3U);
-  // A file with one channel gives that one; one shorter than a frame gives a column at least.
-  const std::vector<Spectrogram> one = readSpectrograms(mono, "3,1", {256, 64});
-  ASSERT_EQ(one.size(), 1U);
-  EXPECT_GE(one[0].columns(), 1U);
+  EXPECT_GE(readSpectrograms(folder / "mono.wav", "3,1", {256, 64}).at(0).columns(), 1U);
 }
 
 // Each column is the mean power of its own frames, however often columns were joined, and their
@@ -105,6 +111,78 @@ TEST(LevelColumns, KeepTheMeanPower) {
       ASSERT_NEAR(levels[2 * c + 1], 0.0F, 1e-4) << frames << " " << c;
     }
   }
+}
+
+class SpectrogramCommand : public CommandTest {
+ protected:
+  SpectrogramCommand() {
+    writeSound(folder / "sine.wav", 16000, 1, SineSound().samples());
+    writeSound(folder / "<s>&more.wav", 8000, 2, noise(8000, 3));
+  }
+};
+
+TEST_F(SpectrogramCommand, SvgNamesFilesAndUnits) {
+  const CommandRun result = run("spectrogram sine.wav <s>&more.wav -o s.svg");
+  ASSERT_EQ(result.status, 0);
+  EXPECT_EQ(result.output + result.errors, "");
+  EXPECT_THAT(textsOf(content("s.svg")),
+              testing::IsSupersetOf<std::string>(
+                  {"sine.wav", "<s>&more.wav, channel 1", "<s>&more.wav, channel 2", "kHz", "8",
+                   "time (s)", "3", "level (dB, 0 = sine of full scale)", "-20", "-70"}));
+}
+
+// Three seconds and 8 kHz on the default panel: time runs from x = 62 to 804, frequency from y =
+// 168 up to 28.
+TEST_F(SpectrogramCommand, PngShowsTheSineAtItsPlace) {
+  ASSERT_EQ(run("spectrogram sine.wav -o s.png").status, 0);
+  const Image image = imageOf(folder / "s.png");
+  ASSERT_EQ(image.width, 900);
+  ASSERT_EQ(image.height, 214);
+  const auto at = [&](double seconds, double hertz) {
+    return luminance(image.at(static_cast<int>(62 + 742 * seconds / 3.0),
+                              static_cast<int>(168 - 140 * hertz / 8000.0)));
+  };
+  // Two bins share a row of points: the darkest colour is mixed with its neighbour's.
+  for (const double seconds : {1.05, 1.5, 1.95}) EXPECT_LT(at(seconds, 2000), 0.15) << seconds;
+  for (const auto& [seconds, hertz] :
+       {std::pair{0.9, 2000}, {2.1, 2000}, {1.5, 2500}, {1.5, 1500}, {1.5, 6000}, {0.1, 6000}}) {
+    EXPECT_GT(at(seconds, hertz), 0.8) << seconds << " s, " << hertz << " Hz";
+  }
+}
+
+TEST_F(SpectrogramCommand, DrawsSilenceInTheSizeAskedFor) {
+  writeSound(folder / "silent.wav", 16000, 1, std::vector<float>(5));
+  ASSERT_EQ(run("spectrogram silent.wav --width 500 --height 321 -o s.png").status, 0);
+  const Image image = imageOf(folder / "s.png");
+  EXPECT_EQ(image.width, 500);
+  EXPECT_EQ(image.height, 321);
+}
+
+TEST_F(SpectrogramCommand, SaysWhatIsWrong) {
+  folder.write("text.wav", "no audio");
+  folder.write("old.png", "old");
+  writeSound(folder / "empty.wav", 16000, 1, {});
+  writeSound(folder / "wide.wav", 16000, 40, noise(4000, 2));
+  const std::string sine = "spectrogram sine.wav ";
+  const std::string stereo = "spectrogram <s>&more.wav -o s.png ";
+  expectRefused(2, {{"spectrogram -o s.png", "FILE is required"},
+                    {sine + "-o s", "--output: \"s\", expected a name that ends in .svg or .png"},
+                    {sine + "-o s.png --length 64 --advance 65",
+                     "--advance: 65, expected --length, 64, at most"}});
+  expectRefused(
+      1, {{"spectrogram absent.wav -o s.png", "absent.wav: cannot be read…"},
+          {"spectrogram text.wav -o s.png", "text.wav: cannot be read…"},
+          {sine + "empty.wav -o s.png", "empty.wav: holds no samples, expected one at least"},
+          {stereo + "--channel 3", "…"},
+          {"spectrogram wide.wav -o s.png",
+           "wide.wav: with it there are 40 panels, expected 32 at most (--channel chooses "
+           "channels)"},
+          {sine + "-o s.png --width 300", "--width is 300, expected 360 pixels or more"},
+          {stereo + "--height 150", "--height is 150, expected 182 pixels or more for 2 panels"},
+          {sine + "-o old.png",
+           "old.png: exists already, expected a new name (--force replaces the file)"},
+          {sine + "-o none/s.png",
+           "none/s.png: cannot be written: there is no folder none, expected one that exists"}});
 }
 
 }  // namespace

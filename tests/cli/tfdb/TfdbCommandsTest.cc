@@ -1,133 +1,100 @@
-#include "cli/tfdb/TfdbCommands.h"
-
 #include <gmock/gmock.h>
-#include <netcdf.h>
-
 #include <sys/resource.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <new>
 
+#include "cli/tfdb/ArrayGeometry.h"
 #include "cli/tfdb/ReadTrial.h"
-#include "fileio/SofaFile.h"
-#include "tests/fileio/SofaFiles.h"
+#include "fileio/SofaWriter.h"
+#include "tests/cli/process/CommandTest.h"
 
 namespace {
 
 using testing::HasSubstr;
 
-struct Result {
-  std::string error;  ///< of a command that failed; "usage" if CLI11 refused its arguments
-  std::string out;
-  std::string warnings;
-};
+class TfdbCommands : public CommandTest {};
 
-Result run(std::vector<std::string> arguments) {
-  CLI::App app;
-  app.require_subcommand(1);
-  addTfdbCommands(app);
-  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
-  reversed.push_back("tfdb");
-  Result result;
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  try {
-    app.parse(reversed);
-  } catch (const CLI::ParseError&) {
-    result.error = "usage";
-  } catch (const std::runtime_error& error) {
-    result.error = error.what();
-  }
-  result.out = testing::internal::GetCapturedStdout();
-  result.warnings = testing::internal::GetCapturedStderr();
-  return result;
+TEST_F(TfdbCommands, GeometryInfoCheckAndImportWorkTogether) {
+  const CommandRun made =
+      run("tfdb geometry --circular 8 0.05 --elevations -30,0,30 --azimuth-step 30 --distances 1.5 "
+          "db.sofa");
+  EXPECT_EQ(made.output,
+            "db.sofa: 36 source positions, 8 microphones, 257 frequencies (16000 Hz, frames of 512 "
+            "samples)\n");
+  EXPECT_EQ(made.errors, "");
+  EXPECT_THAT(run("tfdb info db.sofa").output,
+              testing::AllOf(HasSubstr("counts:        36 source positions, 8 microphones, "
+                                       "257 frequencies (frames of 512 samples)\n"),
+                             HasSubstr("elevation -30 … 30°, distance 1.5 … 1.5 m\n")));
+  const CommandRun checked = run("tfdb check db.sofa");
+  EXPECT_EQ(checked.status, 0);
+  EXPECT_THAT(checked.output, testing::Not(HasSubstr("warning")));
+  EXPECT_THAT(checked.output,
+              HasSubstr("usable as a database for frames of 512 samples at 16000 Hz"));
+  EXPECT_THAT(run("tfdb import db.sofa half.sofa --rate 8000 --length 256").output,
+              HasSubstr("8 microphones, 129 frequencies (8000 Hz"));
+  EXPECT_EQ(SofaFile(folder / "half.sofa").samplingRate(), 8000.0);
 }
 
-std::string contentOf(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-TEST(TfdbCommands, GeometryInfoCheckAndImportWorkTogether) {
-  const TemporaryFolder folder;
-  const std::string db = folder / "db.sofa";
-  Result result = run({"geometry", "--circular", "8", "0.05", "--elevations", "-30,0,30",
-                       "--azimuth-step", "30", "--distances", "1.5", db});
-  EXPECT_EQ(result.error, "");
-  EXPECT_EQ(result.out, db + ": 36 source positions, 8 microphones, 257 frequencies (16000 Hz, "
-                             "frames of 512 samples)\n");
-  EXPECT_EQ(result.warnings, "");
-
-  result = run({"info", db});
-  EXPECT_THAT(result.out, HasSubstr("counts:        36 source positions, 8 microphones, "
-                                    "257 frequencies (frames of 512 samples)\n"));
-  EXPECT_THAT(result.out, HasSubstr("elevation -30 … 30°, distance 1.5 … 1.5 m\n"));
-
-  result = run({"check", db});
-  EXPECT_EQ(result.error, "");
-  EXPECT_THAT(result.out, testing::Not(HasSubstr("warning")));
-  EXPECT_THAT(result.out, HasSubstr("usable as a database for frames of 512 samples at 16000 Hz"));
-
-  const std::string half = folder / "half.sofa";
-  result = run({"import", db, half, "--rate", "8000", "--length", "256"});
-  EXPECT_EQ(result.error, "");
-  EXPECT_THAT(result.out, HasSubstr("8 microphones, 129 frequencies (8000 Hz"));
-  EXPECT_EQ(SofaFile(half).samplingRate(), 8000.0);
-}
-
-TEST(TfdbCommands, WarnWhenTheFileContradictsItself) {
-  const TemporaryFolder folder;
-  const std::string db = folder / "db.sofa";
-  ASSERT_EQ(run({"geometry", "--linear", "2", "0.1", db}).error, "");
-  int id = 0;
-  int variable = 0;
-  ASSERT_EQ(nc_open(db.c_str(), NC_WRITE, &id), NC_NOERR);
-  ASSERT_EQ(nc_inq_varid(id, "ReceiverPosition", &variable), NC_NOERR);
-  const double swapped[] = {0.0, 0.05, 0.0, 0.0, -0.05, 0.0};
-  ASSERT_EQ(nc_put_var_double(id, variable, swapped), NC_NOERR);
-  ASSERT_EQ(nc_close(id), NC_NOERR);
+TEST_F(TfdbCommands, WarnWhenTheFileContradictsItself) {
+  auto data = freeFieldResponses(linearArray(2, 0.1), gridPositions({}), {});
+  std::swap(data.receiverPositions[0], data.receiverPositions[1]);
+  writeSofa(folder / "db.sofa", data);
   const std::string warning = "the responses contradict the positions: between microphones 0 and 1";
-  EXPECT_THAT(run({"check", db}).out, HasSubstr("warning: " + warning));
-  const Result result = run({"import", db, folder / "out.sofa"});
-  EXPECT_EQ(result.error, "");
-  EXPECT_THAT(result.warnings, HasSubstr("zelk-sss: " + db + ": " + warning));
+  EXPECT_THAT(run("tfdb check db.sofa").output, HasSubstr("warning: " + warning));
+  const CommandRun imported = run("tfdb import db.sofa out.sofa");
+  EXPECT_EQ(imported.status, 0);
+  EXPECT_THAT(imported.errors, HasSubstr("zelk-sss: db.sofa: " + warning));
 }
 
-TEST(TfdbCommands, KeepWhatExistsUnlessForcedAndLeaveNothingHalfDone) {
-  const TemporaryFolder folder;
-  const std::string db = folder / "db.sofa";
-  std::ofstream(db) << "precious";
-  const std::vector<std::string> geometry = {"geometry", "--linear", "2", "0.1", db};
-  EXPECT_THAT(run(geometry).error, testing::StartsWith(db + ": exists already"));
-  EXPECT_THAT(run({"import", folder / "none.sofa", db}).error, HasSubstr("exists already"));
-  EXPECT_EQ(contentOf(db), "precious");
-
-  // A failure after the check leaves the old file, too, and no other.
-  EXPECT_EQ(run({"import", folder / "none.sofa", db, "--force"}).error,
-            folder / "none.sofa" + ": there is no such file");
-  EXPECT_EQ(contentOf(db), "precious");
-  EXPECT_EQ(run({"geometry", "--linear", "2", "0.1", db, "--force"}).error, "");
-  EXPECT_EQ(SofaFile(db).receivers(), 2U);
-  EXPECT_EQ(std::distance(
-                std::filesystem::directory_iterator(std::filesystem::path(db).parent_path()), {}),
-            1);
+TEST_F(TfdbCommands, KeepWhatExistsUnlessForcedAndLeaveNothingHalfDone) {
+  folder.write("db.sofa", "precious");
+  expectRefused(1, {{"tfdb geometry --linear 2 0.1 db.sofa", "db.sofa: exists already…"},
+                    {"tfdb import none.sofa db.sofa", "db.sofa: exists already…"},
+                    {"tfdb import none.sofa db.sofa --force", "none.sofa: there is no such file"}});
+  EXPECT_EQ(content("db.sofa"), "precious");
+  EXPECT_EQ(run("tfdb geometry --linear 2 0.1 db.sofa --force").status, 0);
+  EXPECT_EQ(SofaFile(folder / "db.sofa").receivers(), 2U);
+  EXPECT_EQ(folder.names().size(), 1U);
 }
 
-TEST(TfdbCommands, RefuseArgumentsThatDoNotFitTogether) {
-  const std::vector<std::string> cases[] = {
-      {},
-      {"info"},
-      {"import", "one.sofa"},
-      {"geometry", "out.sofa"},
-      {"geometry", "--linear", "2", "0.1", "--circular", "2", "0.1", "out.sofa"},
-      {"geometry", "--linear", "two", "0.1", "out.sofa"},
-      {"import", "a.sofa", "b.sofa", "--length", "many"},
-  };
-  for (const auto& arguments : cases) EXPECT_EQ(run(arguments).error, "usage");
+TEST_F(TfdbCommands, RefuseWhatMakesNoDatabase) {
+  folder.write("ends.json", R"({"microphones": [[0, 0.05, 0], [0, 100, 0]]})");
+  const std::string circle = "tfdb geometry out.sofa --circular 4 0.1 ";
+  expectRefused(
+      2,
+      {{"tfdb", "A subcommand is required"},
+       {"tfdb info", "FILE is required"},
+       {"tfdb import one.sofa", "OUTPUT is required"},
+       {"tfdb geometry out.sofa",
+        "Exactly 1 option from [--microphones,--circular,--linear] is required"},
+       {circle + "--linear 2 0.1",
+        "Exactly 1 option from [--microphones,--circular,--linear] is required and 2 were given"},
+       {"tfdb geometry --linear two 0.1 out.sofa", "Could not convert: --linear = two,0.1"},
+       {"tfdb import a.sofa b.sofa --length many", "Could not convert: --length = many"}});
+  expectRefused(
+      1,
+      {{"tfdb geometry out.sofa --circular 0 0.1",
+        "--circular: COUNT is 0, expected 1 to 1024 microphones"},
+       {"tfdb geometry out.sofa --circular 4 -1", "--circular: RADIUS is -1 m, expected above 0…"},
+       {"tfdb geometry out.sofa --linear 4 nan", "--linear: SPACING is nan m, expected above 0…"},
+       {circle + "--azimuth-step 0", "--azimuth-step is 0, expected above 0…"},
+       {circle + "--azimuth-step 1e-9",
+        "--azimuth-step 1e-09 with 1 elevations and 1 distances makes 360000000000 positions, "
+        "expected at most 1000000"},
+       {circle + "--elevations 91", "--elevations holds 91, expected -90 to 90…"},
+       {circle + "--distances 0", "--distances is 0 m, expected above 0…"},
+       {circle + "--distances 0.1",
+        "the source at (0.1, 0, 0) m is 0 m away from microphone 0, expected 0.01 m or more…"},
+       {"tfdb geometry out.sofa --microphones ends.json",
+        "microphone 0 at (0, 0.05, 0) m is 50 m away from the array's centre, expected less than "
+        "5.49 m, the way of sound in half a frame of 512 samples at 16000 Hz"},
+       {circle + "--rate 0", "tfdb geometry: --rate is 0, expected 1 to 1000000 Hz"},
+       {circle + "--length 511",
+        "tfdb geometry: --length is 511, expected an even number from 16 to 65536"}});
 }
 
 TEST(ReadTrial, ReportsACrashARunawayAndTooMuchMemory) {
@@ -156,18 +123,15 @@ TEST(ReadTrial, ReportsACrashARunawayAndTooMuchMemory) {
   }
 }
 
-TEST(TfdbCommands, DamagedFilesAreErrorsThatNameThem) {
-  const TemporaryFolder folder;
-  const std::string db = folder / "db.sofa";
-  const std::string broken = folder / "broken.sofa";
-  ASSERT_EQ(run({"geometry", "--linear", "2", "0.1", db}).error, "");
-  const std::string whole = contentOf(db);
+TEST_F(TfdbCommands, DamagedFilesAreErrorsThatNameThem) {
+  run("tfdb geometry --linear 2 0.1 db.sofa");
+  const std::string whole = content("db.sofa");
   for (const double part : {0.0, 0.1, 0.5, 0.99}) {
-    std::ofstream(broken, std::ios::trunc | std::ios::binary)
-        << whole.substr(0, static_cast<std::size_t>(part * static_cast<double>(whole.size())));
-    for (const char* command : {"info", "check"}) {
-      EXPECT_THAT(run({command, broken}).error, testing::StartsWith(broken + ": ")) << part;
-    }
+    folder.write(
+        "broken.sofa",
+        whole.substr(0, static_cast<std::size_t>(part * static_cast<double>(whole.size()))));
+    expectRefused(1, {{"tfdb info broken.sofa", "broken.sofa: …"},
+                      {"tfdb check broken.sofa", "broken.sofa: …"}});
   }
 }
 

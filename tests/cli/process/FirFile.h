@@ -15,17 +15,16 @@ struct FirFile {
   double rate = 16000.0;
   std::size_t length = 0;         ///< N
   std::vector<double> responses;  ///< M · R · N
-  std::size_t delayRows = 1;      ///< 1: per file, M: per measurement
-  std::vector<double> delays;     ///< delayRows · R
+  std::vector<double> delays;     ///< R, or M · R: samples
   std::string units = "metre";
 
   void write(const std::string& path) const {
-    ASSERT_EQ(nc_create(path.c_str(), NC_NETCDF4, &id), NC_NOERR);
+    ASSERT_EQ(nc_create(path.c_str(), NC_NETCDF4 | NC_CLOBBER, &id), NC_NOERR);
     text(NC_GLOBAL, "Conventions", "SOFA");
     text(NC_GLOBAL, "DataType", "FIR");
     const std::size_t R = receivers.size();
     values("Data.IR", {sources.size(), R, length}, responses);
-    values("Data.Delay", {delayRows, R}, delays);
+    values("Data.Delay", {delays.size() / R, R}, delays);
     values("Data.SamplingRate", {1}, {rate});
     position("SourcePosition", sources);
     position("ReceiverPosition", receivers);

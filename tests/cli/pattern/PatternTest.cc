@@ -1,0 +1,184 @@
+#include <cmath>
+#include <numbers>
+#include <pugixml.hpp>
+#include <sstream>
+
+#include "cli/pattern/BeamPattern.h"
+#include "cli/pattern/DirectionRing.h"
+#include "cli/pattern/PatternPicture.h"
+#include "cli/pattern/SceneMoment.h"
+#include "cli/pattern/SeparationEngine.h"
+#include "gmock/gmock.h"
+#include "tests/support/Databases.h"
+#include "tests/toolbox/AudioTesting.h"
+
+namespace {
+
+using std::numbers::pi;
+using testing::Each;
+using testing::ElementsAre;
+using testing::Lt;
+
+class MethodGains : public testing::TestWithParam<const char*> {};
+
+// Every method but ML, which takes transfer functions of norm 1, passes its own source unchanged;
+// those that know the other sources' positions null them. With N < M sources W · A = I is exact up
+// to the decompositions' 1.5e-7, times the condition number.
+TEST_P(MethodGains, AreOneTowardsTheSourceAndNoneTowardsTheOthers) {
+  const std::string method = GetParam();
+  support::Generator random(5);
+  for (int round = 0; round < 20; ++round) {
+    const int M = random.integer(3, 6);
+    const int N = random.integer(2, M - 1);
+    const auto database = support::randomDatabase(random, M, 9, 4);
+    const auto scene = support::distinctSources(random, N, 9);
+    const auto engine = engineOf(method, database, 16000);
+    engine->updateSources(support::locationsOf(scene, database));
+    for (int row = 0; row < N; ++row) {
+      for (int other = 0; other < N; ++other) {
+        const int position = scene[other].position;
+        const std::vector<double> gains = powerGains(*engine, row, position);
+        ASSERT_EQ(gains.size(), 4U);
+        if (row != other && (method == "NULL" || method == "ILSE")) {
+          EXPECT_THAT(gains, Each(Lt(1e-9)));
+        }
+        for (std::size_t k = 0; row == other && k < gains.size(); ++k) {
+          const double norm = database.transferFunctions[k].getColumn(position).norm().real();
+          EXPECT_NEAR(gains[k], method == "ML" ? norm : 1.0, 2e-5) << k;
+        }
+      }
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(, MethodGains,
+                         testing::Values("DS", "WDS", "NULL", "ILSE", "LCMV", "GJ", "GICA", "ML"));
+
+TEST(BeamPattern, MeanIsOfPowers) {
+  EXPECT_NEAR(broadbandGain({1.0, 3.0}), 10.0 * std::log10(2.0), 1e-12);
+  EXPECT_EQ(broadbandGain({0.0}), -INFINITY);
+}
+
+TEST(SceneMoment, IsTheFirstWithTheMostSources) {
+  const auto scene = Audio::Scene::parse(
+      R"({"sources": [{"id": 4, "azimuth": 0, "active": [[0, 3], [5, 6]]},
+                      {"id": 2, "track": [{"t": 0, "azimuth": 0}, {"t": 4, "azimuth": 180}],
+                       "active": [[2, 9]]}],
+          "noise": [{"id": 1, "azimuth": 90, "active": [[2.5, 7]]}]})",
+      "scene");
+  EXPECT_EQ(fullestTime(scene), 2.5);
+  const auto sources = sourcesAt(scene, 2.5);
+  ASSERT_EQ(sources.size(), 3U);
+  EXPECT_EQ(sources[0].id, 4);
+  EXPECT_EQ(sources[1].id, 2);
+  EXPECT_TRUE(sources[1].flag);
+  EXPECT_NEAR(sources[1].x, std::cos(2.5 / 4.0 * pi), 1e-6);
+  EXPECT_EQ(sources[2].id, 1);
+  EXPECT_FALSE(sources[2].flag);
+}
+
+class DirectionRings : public testing::Test {
+ protected:
+  void add(double azimuth, double elevation, double distance) {
+    const double a = azimuth * std::numbers::pi / 180.0;
+    const double e = elevation * std::numbers::pi / 180.0;
+    const double flat = distance * std::cos(e);
+    database.sourceLocations.emplace_back(flat * std::cos(a), flat * std::sin(a),
+                                          distance * std::sin(e), 0, true);
+  }
+
+  /// Azimuths 0, step, … at each elevation, all of one distance.
+  void addGrid(double step, const std::vector<double>& elevations, double distance) {
+    for (const double elevation : elevations) {
+      for (double azimuth = 0.0; azimuth < 360.0; azimuth += step) {
+        add(azimuth, elevation, distance);
+      }
+    }
+  }
+
+  BF::TransformFunctionDatabase database;
+};
+
+TEST_F(DirectionRings, AreOfTheNearestElevationAndDistance) {
+  addGrid(90.0, {-10.0, 0.0, 15.0}, 1.0);
+  addGrid(90.0, {-10.0, 0.0, 15.0}, 2.0);
+  const DirectionRing flat = DirectionRing::of(database, 3.0, 1.4);
+  EXPECT_THAT(flat.positions, ElementsAre(7, 4, 5, 6));  // −90, 0, 90, 180 degrees
+  EXPECT_EQ(flat.text(), "4 directions at elevation 0°, 1 m");
+  const DirectionRing high = DirectionRing::of(database, 90.0, 1.6);
+  EXPECT_THAT(high.positions, ElementsAre(23, 20, 21, 22));
+  EXPECT_EQ(high.text(), "4 directions at elevation 15°, 2 m");
+}
+
+// A dense grid gives its one elevation, although others are near; scattered directions give a band.
+TEST_F(DirectionRings, WidenOnlyWhereDirectionsAreScattered) {
+  addGrid(10.0, {-2.0, 0.0, 2.0}, 1.0);
+  add(-180.0, 0.0, 1.0);  // the grid has it as 180 degrees
+  EXPECT_EQ(DirectionRing::of(database, 0.0, 1.0).text(), "36 directions at elevation 0°, 1 m");
+
+  database.sourceLocations.clear();
+  for (int i = 0; i < 60; ++i) add(6.0 * i, i % 10 - 4.2, 1.0 + 0.01 * i);
+  EXPECT_EQ(DirectionRing::of(database, 0.0, 1.0).text(),
+            "30 directions at elevation -2.2 … 1.8°, 1.02 … 1.56 m");
+}
+
+TEST_F(DirectionRings, RefuseWhatIsNoRing) {
+  const auto message = [&](double elevation) {
+    return messageOf<RingError>([&] { DirectionRing::of(database, elevation, 1.0); });
+  };
+  EXPECT_EQ(message(0.0), "found no directions, expected 3 or more");
+  addGrid(30.0, {0.0}, 1.0);
+  add(0.0, 90.0, 1.0);
+  EXPECT_EQ(message(80.0),
+            "found 1 of 13 directions near elevation 90.0, which is the nearest to 80.0 degrees, "
+            "expected 3 or more");
+}
+
+/// The curves of a picture of one source and one curve, as lists of points.
+std::vector<std::vector<Point>> curvesOf(const std::vector<double>& azimuths,
+                                         const std::vector<double>& gains, const char* element) {
+  PatternPicture picture;
+  picture.azimuths = azimuths;
+  picture.sources = {{1, {0.0, 0.0, 1.0}}};
+  picture.panels = {{0, {gains}}};
+  pugi::xml_document document;
+  document.load_string(picture.drawn(400).svg().c_str());
+  std::vector<std::vector<Point>> curves;
+  for (const pugi::xml_node node : document.child("svg").children(element)) {
+    std::istringstream list(node.attribute("points").value());
+    curves.emplace_back();
+    char comma = 0;
+    for (Point p; list >> p.x >> comma >> p.y;) curves.back().push_back(p);
+  }
+  return curves;
+}
+
+// Seen from above with the front up: the left is at the left. 40 dB from the centre to the circle
+// of 0 dB, in which a width of 400 pixels leaves a radius of 154.
+TEST(PatternPicture, PutsDirectionsAndGainsWhereTheyBelong) {
+  const auto curves = curvesOf({-90, 0, 90, 180}, {-INFINITY, -10.0, 0.0, -20.0}, "polygon");
+  ASSERT_EQ(curves.size(), 1U);
+  const std::vector<Point>& p = curves[0];
+  ASSERT_EQ(p.size(), 4U);
+  const Point centre = p[0];
+  EXPECT_NEAR(centre.x, 200.0, 0.01);
+  EXPECT_NEAR(p[1].x, centre.x, 0.01);
+  EXPECT_NEAR(centre.y - p[1].y, 0.75 * 154.0, 0.01);
+  EXPECT_NEAR(centre.x - p[2].x, 154.0, 0.01);
+  EXPECT_NEAR(p[2].y, centre.y, 0.01);
+  EXPECT_NEAR(p[3].y - centre.y, 0.5 * 154.0, 0.01);
+}
+
+TEST(PatternPicture, LeavesOutDirectionsThatWereNotMeasured) {
+  std::vector<double> azimuths;
+  for (double azimuth = -150.0; azimuth <= 150.0; azimuth += 10.0) {
+    if (std::abs(azimuth) > 40.0) azimuths.push_back(azimuth);
+  }
+  const std::vector<double> gains(azimuths.size(), 0.0);
+  EXPECT_TRUE(curvesOf(azimuths, gains, "polygon").empty());
+  std::vector<std::size_t> counts;
+  for (const auto& curve : curvesOf(azimuths, gains, "polyline")) counts.push_back(curve.size());
+  EXPECT_THAT(counts, ElementsAre(11, 11));  // 50 … 150 degrees on both sides
+}
+
+}  // namespace
