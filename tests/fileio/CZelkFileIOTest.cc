@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <complex>
+#include <limits>
+#include <new>
 
 #include "fileio/SofaFile.h"
 #include "tests/fileio/NetcdfEdits.h"
@@ -55,12 +57,12 @@ TEST(CZelkFileIO, ReadsBackWhatTheWriterWroteConjugated) {
   EXPECT_EQ(database.transferFunctions.values, nullptr);
 }
 
-TEST(CZelkFileIO, RefusesArraysThatDoNotFitTheFile) {
+TEST(CZelkFileIO, RefusesArraysThatDoNotFitTheFileOrTheMemory) {
   const TemporaryFolder folder;
   const std::string path = folder / "db.sofa";
   writeSofa(path, randomTransferFunctions(M, R, N));
   CZelkFileIO reader;
-  PARNIX_TFDBFileHeader header{1, 16000, N, R, M + 1};
+  const PARNIX_TFDBFileHeader header{1, 16000, N, R, M + 1};
   PARNIX_TFDatabase database{};
   TFDatabaseAlloc(&database, M + 1, R, N);
   testing::internal::CaptureStderr();
@@ -68,70 +70,79 @@ TEST(CZelkFileIO, RefusesArraysThatDoNotFitTheFile) {
                                &database.bins, true));
   EXPECT_FALSE(reader.ReadData(path.c_str(), &database.transferFunctions));
   EXPECT_FALSE(reader.LoadPositionData(path.c_str(), &database.sources));
+  EXPECT_FALSE(reader.LoadPositionData("", &database.microphones));
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             path + ": the file holds 3 sources, expected 4\n" + path +
                 ": the file holds 30 values, expected 40\n" + path +
-                ": the file holds 2 microphones, expected 4\n");
+                ": the file holds 2 microphones, expected 4\n"
+                "the name of the transfer-function file is empty\n");
   TFDatabaseFree(&database);
+
+  constexpr int MANY = std::numeric_limits<int>::max();
+  EXPECT_THROW(TFDatabaseAlloc(&database, MANY, MANY, MANY), std::bad_alloc);
+  EXPECT_EQ(database.sources.positions, nullptr);
 }
 
-TEST(SofaFile, PutsRoomCoordinatesIntoTheListenersFrame) {
+struct ListenerCase {
+  const char* name;
+  std::function<void(int id)> edit;
+  std::vector<SofaFile::Position> stored;
+  std::vector<SofaFile::Position> seen;
+};
+
+void PrintTo(const ListenerCase& c, std::ostream* out) { *out << c.name; }
+
+class Listener : public testing::TestWithParam<ListenerCase> {};
+
+TEST_P(Listener, SeesSourcesInItsOwnFrame) {
+  const auto& [name, edit, stored, seen] = GetParam();
   const TemporaryFolder folder;
-  const std::string path = folder / "room.sofa";
-  SofaTransferFunctions data = randomTransferFunctions(2, 1, 3);
-  data.sourcePositions = {{2.0, 5.0, 1.0}, {1.0, 3.0, 2.0}};
+  const std::string path = folder / "db.sofa";
+  SofaTransferFunctions data = randomTransferFunctions(static_cast<int>(stored.size()), 1, 3);
+  data.sourcePositions = stored;
   writeSofa(path, data);
-  editing([](int id) {
-    setting("ListenerPosition", {0, 0}, 2.0)(id);
-    setting("ListenerPosition", {0, 1}, 3.0)(id);
-    setting("ListenerPosition", {0, 2}, 1.0)(id);
-    setting("ListenerView", {0, 0}, 0.0)(id);
-    setting("ListenerView", {0, 1}, 2.0)(id);  // looks along +y, so +x is on its right
-  })(path);
+  editing(edit)(path);
   const SofaFile file(path);
-  const SofaFile::Position ahead = file.sourcePositions()[0];
-  const SofaFile::Position leftAbove = file.sourcePositions()[1];
-  EXPECT_THAT(ahead, testing::ElementsAre(2.0, 0.0, 0.0));
-  EXPECT_THAT(leftAbove, testing::ElementsAre(0.0, 1.0, 1.0));
-}
-
-TEST(SofaFile, ReadsSphericalPositionsInDegrees) {
-  const TemporaryFolder folder;
-  const std::string path = folder / "spherical.sofa";
-  SofaTransferFunctions data = randomTransferFunctions(2, 1, 3);
-  data.sourcePositions = {{90.0, 0.0, 2.0}, {0.0, 30.0, 1.0}};
-  writeSofa(path, data);
-  editing(attributing("SourcePosition", "Type", "spherical"))(path);
-  const SofaFile file(path);
-  EXPECT_NEAR(file.sourcePositions()[0][0], 0.0, 1e-12);
-  EXPECT_NEAR(file.sourcePositions()[0][1], 2.0, 1e-12);
-  EXPECT_NEAR(file.sourcePositions()[1][0], std::sqrt(0.75), 1e-12);
-  EXPECT_NEAR(file.sourcePositions()[1][2], 0.5, 1e-12);
-}
-
-// The up direction has no Type of its own: (0, 90, 1) is straight up beside a spherical view.
-TEST(SofaFile, ListenersUpIsGivenAsTheViewIs) {
-  const TemporaryFolder folder;
-  const std::string path = folder / "view.sofa";
-  SofaTransferFunctions data = randomTransferFunctions(2, 1, 3);
-  data.sourcePositions = {{0.0, 1.0, 0.0}, {0.0, 0.0, 1.0}};
-  writeSofa(path, data);
-  editing([](int id) {
-    attributing("ListenerView", "Type", "spherical")(id);
-    const double view[] = {0.0, 0.0, 1.0};
-    const double up[] = {0.0, 90.0, 1.0};
+  for (std::size_t m = 0; m < stored.size(); ++m) {
     for (std::size_t c = 0; c < 3; ++c) {
-      setting("ListenerView", {0, c}, view[c])(id);
-      setting("ListenerUp", {0, c}, up[c])(id);
-    }
-  })(path);
-  const SofaFile file(path);
-  for (std::size_t m = 0; m < 2; ++m) {
-    for (std::size_t c = 0; c < 3; ++c) {
-      EXPECT_NEAR(file.sourcePositions()[m][c], data.sourcePositions[m][c], 1e-12) << m;
+      EXPECT_NEAR(file.sourcePositions()[m][c], seen[m][c], 1e-12) << m;
     }
   }
 }
+
+/// Sets the first row of a variable of positions.
+std::function<void(int)> placing(const char* variable, const SofaFile::Position& p) {
+  return [=](int id) {
+    for (std::size_t c = 0; c < 3; ++c) setting(variable, {0, c}, p[c])(id);
+  };
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, Listener,
+    testing::Values(
+        ListenerCase{"InTheRoom",
+                     [](int id) {
+                       placing("ListenerPosition", {2, 3, 1})(id);
+                       placing("ListenerView", {0, 2, 0})(id);  // so +x is on its right
+                     },
+                     {{2, 5, 1}, {1, 3, 2}},
+                     {{2, 0, 0}, {0, 1, 1}}},
+        ListenerCase{"Spherical",
+                     attributing("SourcePosition", "Type", "spherical"),
+                     {{90, 0, 2}, {0, 30, 1}},
+                     {{0, 2, 0}, {std::sqrt(0.75), 0, 0.5}}},
+        // The up direction has no Type of its own: (0, 90, 1) is up beside a spherical view.
+        ListenerCase{"UpIsGivenAsTheViewIs",
+                     [](int id) {
+                       attributing("ListenerView", "Type", "spherical")(id);
+                       placing("ListenerView", {0, 0, 1})(id);
+                       placing("ListenerUp", {0, 90, 1})(id);
+                     },
+                     {{0, 1, 0}, {0, 0, 1}},
+                     {{0, 1, 0}, {0, 0, 1}}},
+        ListenerCase{
+            "TinyView", placing("ListenerView", {1e-170, 0, 0}), {{1, 2, 3}}, {{1, 2, 3}}}),
+    [](const auto& testCase) { return testCase.param.name; });
 
 TEST(SofaFile, RemarksOneSourcePositionForAllMeasurements) {
   const TemporaryFolder folder;

@@ -29,8 +29,6 @@ class PluginNode : public FD::BufferedNode {
 };
 
 [[maybe_unused]] const int registered =
-    FD::Object::setModuleVersion("TESTPLUGIN", "", "1.2.3") +
-    FD::Node::addFactory("PluginNode", new FD::NodeFactory<PluginNode>("PluginNode")) +
-    FD::Node::addXPM("PluginNode", nullptr);
+    FD::Node::addFactory("PluginNode", new FD::NodeFactory<PluginNode>("PluginNode"));
 
 }  // namespace
