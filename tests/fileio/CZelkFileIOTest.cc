@@ -147,21 +147,10 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(SofaFile, RemarksOneSourcePositionForAllMeasurements) {
   const TemporaryFolder folder;
   const std::string path = folder / "one.sofa";
-  building("FIR", [](int id) {
-    const std::vector<float> values(12, 1.0F);
-    nc_put_var_float(id, defineVariable(id, "Data.IR", NC_FLOAT, {3, 1, 4}), values.data());
-    const double rate = 16000.0;
-    nc_put_var_double(id, defineVariable(id, "Data.SamplingRate", NC_DOUBLE, {1}), &rate);
-    for (const char* position : {"SourcePosition", "ReceiverPosition"}) {
-      const double place[] = {0.0, 2.0, 0.0};
-      nc_put_var_double(id, defineVariable(id, position, NC_DOUBLE, {1, 3}), place);
-      attributing(position, "Type", "cartesian")(id);
-      attributing(position, "Units", "metre")(id);
-    }
-  })(path);
-  const SofaFile file(path);
-  EXPECT_EQ(file.sourcePositions(), (std::vector<SofaFile::Position>(3, {0.0, 2.0, 0.0})));
-  EXPECT_THAT(file.warnings(),
+  SofaTransferFunctions data = randomTransferFunctions(3, 1, 4);
+  data.sourcePositions.assign(3, {0.0, 2.0, 0.0});
+  writeSofa(path, data);
+  EXPECT_THAT(SofaFile(path).warnings(),
               testing::ElementsAre("all 3 measurements share one source position"));
 }
 

@@ -211,39 +211,41 @@ TEST(NetworkDocument, NotesPositionsAndLinkPointsMeanNothing) {
 }
 
 TEST(NetworkDocument, AnUnlinkedNetworkInputLeavesTheNodesInputUnlinked) {
-  const std::string inner =
-      network("S", node("o", "Optional") + bound("NetInput", "o", "EXTRA", "IN") +
-                       bound("NetOutput", "o", "OUTPUT"));
+  const std::string inner = network("S", node("p", "NOP") + bound("NetInput", "p", "INPUT", "IN") +
+                                             bound("NetOutput", "p", "OUTPUT"));
   const std::string middle = network("M", node("s", "S") + bound("NetInput", "s", "IN", "OUTER") +
                                               bound("NetOutput", "s", "OUTPUT"));
-  const std::string main =
-      COUNT + node("linked", "M") + node("unlinked", "M") + link("n", "OUTPUT", "linked", "OUTER") +
-      bound("NetOutput", "linked", "OUTPUT", "A") + bound("NetOutput", "unlinked", "OUTPUT", "B");
-  EXPECT_EQ(run(document(main, middle + inner)), "<Int 1 >\n<Int -1 >\n");
+  const std::string unlinked = COUNT + node("m", "M") + bound("NetOutput", "m", "OUTPUT");
+  EXPECT_EQ(run(document(unlinked + link("n", "OUTPUT", "m", "OUTER"), middle + inner)),
+            "<Int 0 >\n");
+  EXPECT_EQ(run(document(unlinked, middle + inner)),
+            "test.n: node 'p' (type NOP), frame 0: Node.cc, line #: node p (type NOP): Input INPUT "
+            "is not connected\n");
 }
 
 TEST(NetworkDocument, WhatIsWrittenReadsBackAndRunsTheSame) {
-  NetworkDescription main{"MAIN"};
-  main.nodes = {{"loop", "LOOP", {{"TEXT", "string", "a<b> & \"c\" 'd'\n\té"}}}, {"n", "NOP"}};
-  main.links = {{"loop", "OUTPUT", "n", "INPUT"}};
-  main.outputs = {{"OUTPUT", "n", "OUTPUT"}};
-  NetworkDescription loop{"LOOP", "iterator"};
-  loop.nodes = {{"text", "Constant", {{"VALUE", "subnet_param", "TEXT"}}},
-                {"count", "IterCount"},
-                {"limit", "Constant", {{"VALUE", "object", "<Int 2>"}}},
-                {"smaller", "Smaller"}};
-  loop.links = {{"count", "OUTPUT", "smaller", "INPUT1"}, {"limit", "VALUE", "smaller", "INPUT2"}};
-  loop.outputs = {{"OUTPUT", "text", "VALUE"}};
-  loop.condition = TerminalDescription{"CONDITION", "smaller", "OUTPUT"};
-  NetworkDocument sample{"sample", {main, loop}};
-  const std::string xml = sample.toXml();
-  EXPECT_EQ(run(xml), "<String a<b> & \"c\" 'd'\n\té >\n");
-  EXPECT_EQ(NetworkDocument::parse(xml, "again").toXml(), xml);
-  EXPECT_THAT(xml, HasSubstr("<Node name=\"n\" type=\"NOP\" x=\"120\" y=\"0\""));
+  const std::string text = "a&lt;b> &amp; &quot;c&quot; &apos;d&apos;&#10;&#9;é";
+  const std::string loop =
+      node("text", "Constant", parameter("VALUE", "subnet_param", "TEXT")) + node("p", "NOP") +
+      bound("NetInput", "p", "INPUT", "LIMIT") + node("less", "Smaller") + COUNT +
+      link("n", "OUTPUT", "less", "INPUT1") + link("p", "OUTPUT", "less", "INPUT2") +
+      bound("NetOutput", "text", "VALUE") + bound("NetCondition", "less", "OUTPUT");
+  const std::string xml =
+      document(node("limit", "Constant", parameter("VALUE", "object", "&lt;Int 2>")) +
+                   node("loop", "LOOP", parameter("TEXT", "string", text)) +
+                   link("limit", "VALUE", "loop", "LIMIT") + bound("NetOutput", "loop", "OUTPUT"),
+               network("LOOP", loop, "iterator"));
+  const std::string written = NetworkDocument::parse(xml, "test.n").toXml();
+  EXPECT_EQ(run(written), "<String a<b> & \"c\" 'd'\n\té >\n");
+  EXPECT_EQ(NetworkDocument::parse(written, "again").toXml(), written);
 
-  sample.networks[0].name = "MA\x01IN";
+  NetworkDescription main{"MAIN"};
+  main.nodes = {{"a", "NOP"}, {"b", "NOP"}};
+  EXPECT_THAT((NetworkDocument{"sample", {main}}).toXml(),
+              HasSubstr("<Node name=\"b\" type=\"NOP\" x=\"120\" y=\"0\""));
+  main.name = "MA\x01IN";
   try {
-    sample.toXml();
+    (NetworkDocument{"sample", {main}}).toXml();
     FAIL();
   } catch (const DocumentError& e) {
     EXPECT_STREQ(e.what(), "sample: the character with code 1 in a text cannot be written as XML");
