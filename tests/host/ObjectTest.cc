@@ -44,7 +44,8 @@ TEST(RCPtr, CountsReferencesThroughCopiesConversionsAndContainers) {
     EXPECT_EQ(thrownText([&] { name = second; }), "Cast error: found Counted, expected FD::String");
     EXPECT_EQ(*name, "kept");
     name = ObjectRef();
-    EXPECT_TRUE(name.isNil());
+    EXPECT_EQ(thrownText([&] { object_cast<String>(name); }),
+              "Cast error: found no object, expected FD::String");
 
     RCPtr<Vector<ObjectRef>> copy = RCPtr<Object>(new Vector<ObjectRef>(list))->clone();
     EXPECT_EQ(copy->size(), 1u);
@@ -52,13 +53,6 @@ TEST(RCPtr, CountsReferencesThroughCopiesConversionsAndContainers) {
     EXPECT_EQ(Counted::live, 2);
   }
   EXPECT_EQ(Counted::live, 0);
-}
-
-TEST(Casts, ThrowBothTypes) {
-  EXPECT_EQ(thrownText([] { dereference_cast<int>(TrueObject); }),
-            "Cast error: found FD::NetCType<bool>, expected int");
-  EXPECT_EQ(thrownText([] { object_cast<String>(ObjectRef()); }),
-            "Cast error: found no object, expected FD::String");
 }
 
 TEST(Containers, HoldAndPrintTheirElements) {
@@ -89,6 +83,16 @@ TEST(ParameterSet, TellsMissingAndUnusedParameters) {
   EXPECT_THAT(thrownText([&] { set.checkUnused(); }), HasSubstr("Unused (unknown) parameter: B\n"));
   set.get("B");
   EXPECT_EQ(thrownText([&] { set.checkUnused(); }), "");
+}
+
+TEST(Exceptions, ChainInnermostFirstAndKeepTheirOrigin) {
+  BaseException* e = new GeneralException("first", "a.cc", 1);
+  e->noteOrigin({"inner", "T", 3});
+  e = e->add(new GeneralException("second", "b.cc", 2))->add(new GeneralException("3", "c.cc", 3));
+  e->noteOrigin({"outer", "T", 4});
+  const std::unique_ptr<BaseException> owner(e);
+  EXPECT_EQ(describe(*e), "a.cc, line 1: first\nb.cc, line 2: second\nc.cc, line 3: 3");
+  EXPECT_EQ(e->getOrigin()->node, "inner");
 }
 
 TEST(Buffer, HoldsTheLastCountsOnly) {

@@ -1,19 +1,16 @@
-// Plug-ins: where they are looked for, how they load, and types and exceptions across their border.
+// Plug-ins: where they are looked for and how they load.
 
 #include "ToolboxLoader.h"
 
-#include <complex>
 #include <cstdlib>
 #include <filesystem>
-#include <stdexcept>
+#include <fstream>
 
-#include "Matrix.h"
 #include "NodeFactory.h"
 #include "TestNodes.h"
 
 using namespace FD;
 using testing::ElementsAre;
-using testing::HasSubstr;
 namespace fs = std::filesystem;
 
 namespace {
@@ -30,22 +27,15 @@ TEST(ToolboxLoader, LooksWhereTheEnvironmentSays) {
   EXPECT_EQ(toolboxFolders()[0].filename(), "toolbox");
 }
 
-TEST(ToolboxLoader, LoadsPluginsThatNeedEachOtherAndSharesTypesWithThem) {
+TEST(ToolboxLoader, LoadsPluginsThatNeedEachOther) {
+  std::ofstream(fs::path(TEST_TOOLBOX) / "no-plug-in.so") << "is not looked at";
   const ToolboxReport report = loadToolboxes({"/no/such/folder", TEST_TOOLBOX});
   EXPECT_TRUE(report.failed.empty());
   // The one that stands first needs the other, so it loads in the second pass.
   ASSERT_THAT(report.loaded, ElementsAre(fs::path(TEST_TOOLBOX) / "sub/plugin-needed.tlb",
                                          fs::path(TEST_TOOLBOX) / "plugin-needing.tlb"));
-  _NodeFactory* const factory = Node::getFactoryNamed("PluginNode");
-  ASSERT_NE(factory, nullptr);
-  const RCPtr<Node> node(factory->Create("plugged", ParameterSet()));
-  EXPECT_NE(dynamic_cast<BufferedNode*>(node.get()), nullptr);
-  node->initialize();
-  const ObjectRef result = node->getOutput(0, 0);
-  EXPECT_EQ(object_cast<Matrix<std::complex<float>>>(result)(0, 1), 42.0f);
-  EXPECT_THAT(thrownText([&] { node->getOutput(0, 1); }),
-              HasSubstr("plugin.cc, line 7: node plugged: plug-in says no"));
-  EXPECT_THROW(node->getOutput(0, 2), std::out_of_range);
+  const RCPtr<Node> node(Node::getFactoryNamed("PluginNode")->Create("plugged", ParameterSet()));
+  EXPECT_EQ(dereference_cast<int>(node->getOutput(0, 0)), 42);
 }
 
 }  // namespace

@@ -323,7 +323,7 @@ TEST_F(SeparationNodes, MlPassesTheSourceAtUnitNormGainAndRemovesTheNoise) {
   const FD::ObjectRef silent = bench.output(0);  // zero noise matrices, zero filters
   for (const Complex& value : spectrumOf(silent, 5)) EXPECT_EQ(value, Complex(0, 0));
   EXPECT_LT(relativeError(spectrumOf(bench.output(1), 5), expected, true), 1e-5F);
-  const FD::ObjectRef noise = bench.output(2);
+  const FD::ObjectRef noise = bench.output(2);  // down to what the regularisation leaves
   for (int k = 0; k < BINS; ++k)
     EXPECT_LT(std::abs(spectrumOf(noise, 5)[k]), 0.2F * std::abs(expected[k]));
 }
@@ -366,7 +366,7 @@ TEST_F(SeparationNodes, MsnrKeepsNoiseStatisticsWhenASourceBecomesATarget) {
     for (const Complex& y : spectrumOf(out, 3)) power += std::norm(y);
     return power;
   };
-  const float target = powerAt(LEARNT);
+  const float target = powerAt(LEARNT);  // 13 dB: far above what chance directions give
   EXPECT_GT(target, 20.0F * powerAt(LEARNT + 1));
 }
 
