@@ -132,45 +132,37 @@ TEST(Runner, TheHookEndsItsLoopAndEveryFurtherOneAfterTheFrame) {
   EXPECT_EQ(Counted::live, 0);
 }
 
-struct ReportCase {
-  const char* kind;
-  const char* at;
-  const char* out;
-  const char* report;  // what follows the file's and the node's name, as a regular expression
-};
-
-class Report : public testing::TestWithParam<ReportCase> {};
-
-TEST_P(Report, NamesNodeTypeAndFrame) {
-  const auto& [kind, at, out, report] = GetParam();
-  Counted::live = 0;
-  const Outcome outcome = run(loopDocument(
-      "20", {{"thrower", "Thrower", {{"AT", "int", at}, {"KIND", "string", kind}}}, {"p", "NOP"}},
-      {{"count", "OUTPUT", "thrower", "IN"}, {"thrower", "OUTPUT", "p", "INPUT"}},
-      {"OUTPUT", "p", "OUTPUT"}));
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.out, out);
-  EXPECT_THAT(outcome.err,
-              MatchesRegex(std::string("test.n: node 'thrower' \\(type Thrower\\), ") + report));
-  EXPECT_EQ(Counted::live, 0);
+TEST(Runner, WhatANodeThrowsIsReportedWithItsNameTypeAndFrame) {
+  struct Case {
+    const char* kind;
+    const char* at;
+    const char* out;
+    std::string report;  // what follows the file's and the node's name, as a regular expression
+  };
+  const Case cases[] = {
+      {"framework", "17", "",
+       "frame 17: thrower.cc, line 12: node thrower \\(type Thrower\\): broken\n"
+       "BufferedNode.cc, line [0-9]+: node thrower \\(type Thrower\\): Exception caught in "
+       "BufferedNode::getOutput\n"},
+      {"cast", "17", "",
+       "frame 17: Cast error: found FD::NetCType<bool>, expected FD::String\nBufferedNode.cc.*\n"},
+      {"standard", "17", "", "frame 17: std::runtime_error: broken, too\n"},
+      {"other", "17", "", "frame 17: unknown exception\n"},
+      {"initialize", "99", "", "outside the frames: std::runtime_error: not ready\n"},
+      {"cleanup", "99", "<Int 19 >\n", "outside the frames: std::runtime_error: disk full\n"},
+  };
+  for (const auto& [kind, at, out, report] : cases) {
+    Counted::live = 0;
+    const Outcome outcome = run(loopDocument(
+        "20", {{"thrower", "Thrower", {{"AT", "int", at}, {"KIND", "string", kind}}}, {"p", "NOP"}},
+        {{"count", "OUTPUT", "thrower", "IN"}, {"thrower", "OUTPUT", "p", "INPUT"}},
+        {"OUTPUT", "p", "OUTPUT"}));
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, out);
+    EXPECT_THAT(outcome.err, MatchesRegex("test.n: node 'thrower' \\(type Thrower\\), " + report));
+    EXPECT_EQ(Counted::live, 0);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, Report,
-    testing::Values(
-        ReportCase{
-            "framework", "17", "",
-            "frame 17: thrower.cc, line 12: node thrower \\(type Thrower\\): broken\n"
-            "BufferedNode.cc, line [0-9]+: node thrower \\(type Thrower\\): Exception caught "
-            "in BufferedNode::getOutput\n"},
-        ReportCase{"cast", "17", "",
-                   "frame 17: Cast error: found FD::NetCType<bool>, expected FD::String\n"
-                   "BufferedNode.cc.*\n"},
-        ReportCase{"standard", "17", "", "frame 17: std::runtime_error: broken, too\n"},
-        ReportCase{"other", "17", "", "frame 17: unknown exception\n"},
-        ReportCase{"initialize", "99", "", "outside the frames: std::runtime_error: not ready\n"},
-        ReportCase{"cleanup", "99", "<Int 19 >\n",
-                   "outside the frames: std::runtime_error: disk full\n"}));
 
 TEST(Runner, NetworksThatCannotRunAreErrors) {
   NetworkDocument noBool = sumDocument("4");
