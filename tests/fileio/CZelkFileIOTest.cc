@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <complex>
+#include <limits>
+#include <new>
 
 #include "fileio/SofaFile.h"
 #include "tests/fileio/NetcdfEdits.h"
@@ -55,12 +57,12 @@ TEST(CZelkFileIO, ReadsBackWhatTheWriterWroteConjugated) {
   EXPECT_EQ(database.transferFunctions.values, nullptr);
 }
 
-TEST(CZelkFileIO, RefusesArraysThatDoNotFitTheFile) {
+TEST(CZelkFileIO, RefusesArraysThatDoNotFitTheFileOrTheMemory) {
   const TemporaryFolder folder;
   const std::string path = folder / "db.sofa";
   writeSofa(path, randomTransferFunctions(M, R, N));
   CZelkFileIO reader;
-  PARNIX_TFDBFileHeader header{1, 16000, N, R, M + 1};
+  const PARNIX_TFDBFileHeader header{1, 16000, N, R, M + 1};
   PARNIX_TFDatabase database{};
   TFDatabaseAlloc(&database, M + 1, R, N);
   testing::internal::CaptureStderr();
@@ -68,67 +70,57 @@ TEST(CZelkFileIO, RefusesArraysThatDoNotFitTheFile) {
                                &database.bins, true));
   EXPECT_FALSE(reader.ReadData(path.c_str(), &database.transferFunctions));
   EXPECT_FALSE(reader.LoadPositionData(path.c_str(), &database.sources));
+  EXPECT_FALSE(reader.LoadPositionData("", &database.microphones));
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             path + ": the file holds 3 sources, expected 4\n" + path +
                 ": the file holds 30 values, expected 40\n" + path +
-                ": the file holds 2 microphones, expected 4\n");
+                ": the file holds 2 microphones, expected 4\n"
+                "the name of the transfer-function file is empty\n");
   TFDatabaseFree(&database);
+
+  constexpr int MANY = std::numeric_limits<int>::max();
+  EXPECT_THROW(TFDatabaseAlloc(&database, MANY, MANY, MANY), std::bad_alloc);
+  EXPECT_EQ(database.sources.positions, nullptr);
 }
 
-TEST(SofaFile, PutsRoomCoordinatesIntoTheListenersFrame) {
-  const TemporaryFolder folder;
-  const std::string path = folder / "room.sofa";
-  SofaTransferFunctions data = randomTransferFunctions(2, 1, 3);
-  data.sourcePositions = {{2.0, 5.0, 1.0}, {1.0, 3.0, 2.0}};
-  writeSofa(path, data);
-  editing([](int id) {
-    setting("ListenerPosition", {0, 0}, 2.0)(id);
-    setting("ListenerPosition", {0, 1}, 3.0)(id);
-    setting("ListenerPosition", {0, 2}, 1.0)(id);
-    setting("ListenerView", {0, 0}, 0.0)(id);
-    setting("ListenerView", {0, 1}, 2.0)(id);  // looks along +y, so +x is on its right
-  })(path);
-  const SofaFile file(path);
-  const SofaFile::Position ahead = file.sourcePositions()[0];
-  const SofaFile::Position leftAbove = file.sourcePositions()[1];
-  EXPECT_THAT(ahead, testing::ElementsAre(2.0, 0.0, 0.0));
-  EXPECT_THAT(leftAbove, testing::ElementsAre(0.0, 1.0, 1.0));
+/// Sets the first row of a variable of positions.
+std::function<void(int)> placing(const char* variable, const SofaFile::Position& p) {
+  return [=](int id) {
+    for (std::size_t c = 0; c < 3; ++c) setting(variable, {0, c}, p[c])(id);
+  };
 }
 
-TEST(SofaFile, ReadsSphericalPositionsInDegrees) {
+TEST(SofaFile, SourcesAreSeenFromTheListener) {
+  struct Case {
+    std::vector<std::function<void(int id)>> edits;
+    std::vector<SofaFile::Position> stored;
+    std::vector<SofaFile::Position> seen;
+  };
+  const Case cases[] = {
+      // looks along +y, so +x is on its right
+      {{placing("ListenerPosition", {2, 3, 1}), placing("ListenerView", {0, 2, 0})},
+       {{2, 5, 1}, {1, 3, 2}},
+       {{2, 0, 0}, {0, 1, 1}}},
+      {{attributing("SourcePosition", "Type", "spherical")},
+       {{90, 0, 2}, {0, 30, 1}},
+       {{0, 2, 0}, {std::sqrt(0.75), 0, 0.5}}},
+      // The up direction has no Type of its own: (0, 90, 1) is up beside a spherical view.
+      {{attributing("ListenerView", "Type", "spherical"), placing("ListenerView", {0, 0, 1}),
+        placing("ListenerUp", {0, 90, 1})},
+       {{0, 1, 0}, {0, 0, 1}},
+       {{0, 1, 0}, {0, 0, 1}}},
+      {{placing("ListenerView", {1e-170, 0, 0})}, {{1, 2, 3}}, {{1, 2, 3}}},
+  };
   const TemporaryFolder folder;
-  const std::string path = folder / "spherical.sofa";
-  SofaTransferFunctions data = randomTransferFunctions(2, 1, 3);
-  data.sourcePositions = {{90.0, 0.0, 2.0}, {0.0, 30.0, 1.0}};
-  writeSofa(path, data);
-  editing(attributing("SourcePosition", "Type", "spherical"))(path);
-  const SofaFile file(path);
-  EXPECT_NEAR(file.sourcePositions()[0][0], 0.0, 1e-12);
-  EXPECT_NEAR(file.sourcePositions()[0][1], 2.0, 1e-12);
-  EXPECT_NEAR(file.sourcePositions()[1][0], std::sqrt(0.75), 1e-12);
-  EXPECT_NEAR(file.sourcePositions()[1][2], 0.5, 1e-12);
-}
-
-// The up direction has no Type of its own: (0, 90, 1) is straight up beside a spherical view.
-TEST(SofaFile, ListenersUpIsGivenAsTheViewIs) {
-  const TemporaryFolder folder;
-  const std::string path = folder / "view.sofa";
-  SofaTransferFunctions data = randomTransferFunctions(2, 1, 3);
-  data.sourcePositions = {{0.0, 1.0, 0.0}, {0.0, 0.0, 1.0}};
-  writeSofa(path, data);
-  editing([](int id) {
-    attributing("ListenerView", "Type", "spherical")(id);
-    const double view[] = {0.0, 0.0, 1.0};
-    const double up[] = {0.0, 90.0, 1.0};
-    for (std::size_t c = 0; c < 3; ++c) {
-      setting("ListenerView", {0, c}, view[c])(id);
-      setting("ListenerUp", {0, c}, up[c])(id);
-    }
-  })(path);
-  const SofaFile file(path);
-  for (std::size_t m = 0; m < 2; ++m) {
-    for (std::size_t c = 0; c < 3; ++c) {
-      EXPECT_NEAR(file.sourcePositions()[m][c], data.sourcePositions[m][c], 1e-12) << m;
+  const std::string path = folder / "db.sofa";
+  for (const auto& [edits, stored, seen] : cases) {
+    SofaTransferFunctions data = randomTransferFunctions(static_cast<int>(stored.size()), 1, 3);
+    data.sourcePositions = stored;
+    writeSofa(path, data);
+    for (const auto& edit : edits) editing(edit)(path);
+    const SofaFile file(path);
+    for (std::size_t i = 0; i < 3 * stored.size(); ++i) {
+      EXPECT_NEAR(file.sourcePositions()[i / 3][i % 3], seen[i / 3][i % 3], 1e-12) << i;
     }
   }
 }
@@ -136,21 +128,10 @@ TEST(SofaFile, ListenersUpIsGivenAsTheViewIs) {
 TEST(SofaFile, RemarksOneSourcePositionForAllMeasurements) {
   const TemporaryFolder folder;
   const std::string path = folder / "one.sofa";
-  building("FIR", [](int id) {
-    const std::vector<float> values(12, 1.0F);
-    nc_put_var_float(id, defineVariable(id, "Data.IR", NC_FLOAT, {3, 1, 4}), values.data());
-    const double rate = 16000.0;
-    nc_put_var_double(id, defineVariable(id, "Data.SamplingRate", NC_DOUBLE, {1}), &rate);
-    for (const char* position : {"SourcePosition", "ReceiverPosition"}) {
-      const double place[] = {0.0, 2.0, 0.0};
-      nc_put_var_double(id, defineVariable(id, position, NC_DOUBLE, {1, 3}), place);
-      attributing(position, "Type", "cartesian")(id);
-      attributing(position, "Units", "metre")(id);
-    }
-  })(path);
-  const SofaFile file(path);
-  EXPECT_EQ(file.sourcePositions(), (std::vector<SofaFile::Position>(3, {0.0, 2.0, 0.0})));
-  EXPECT_THAT(file.warnings(),
+  SofaTransferFunctions data = randomTransferFunctions(3, 1, 4);
+  data.sourcePositions.assign(3, {0.0, 2.0, 0.0});
+  writeSofa(path, data);
+  EXPECT_THAT(SofaFile(path).warnings(),
               testing::ElementsAre("all 3 measurements share one source position"));
 }
 

@@ -57,15 +57,6 @@ inline std::function<void(int)> setting(const char* variable, std::vector<std::s
   };
 }
 
-/// Takes a variable away.
-inline std::function<void(int)> renamed(const char* variable) {
-  return [=](int id) {
-    int number = 0;
-    ASSERT_EQ(nc_inq_varid(id, variable, &number), NC_NOERR);
-    ASSERT_EQ(nc_rename_var(id, number, "Elsewhere"), NC_NOERR);
-  };
-}
-
 /// Sets a text attribute of a variable.
 inline std::function<void(int)> attributing(const char* variable, const char* attribute,
                                             const std::string& text) {

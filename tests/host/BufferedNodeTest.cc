@@ -14,28 +14,26 @@ using testing::HasSubstr;
 
 namespace {
 
-// What the runner does before the first frame.
-void prepare(Probe& last, const std::vector<Probe*>& all) {
-  last.request(0, ParameterSet());
-  for (Probe* node : all) node->initialize();
-}
-
 ParameterSet lengths(const char* name, int value) {
   ParameterSet set;
   set.add(name, ObjectRef(Int::alloc(value)));
   return set;
 }
 
-TEST(BufferedNode, calculatesInOrderOnlyWhenAsked) {
+TEST(BufferedNode, CalculatesInOrderOnlyWhenAsked) {
   Probe ordered("ordered", true);
+  Probe requested("requested");
+  requested.request(0, lengths("INORDER", 1));
   Probe free("free");
-  for (Probe* node : {&ordered, &free}) {
+  for (Probe* node : {&ordered, &requested, &free}) {
     EXPECT_EQ(node->at(3), 3);
     EXPECT_EQ(node->at(3), 3);
     EXPECT_EQ(node->at(5), 5);
   }
   EXPECT_THAT(ordered.calculated, ElementsAre(0, 1, 2, 3, 4, 5));
+  EXPECT_THAT(requested.calculated, ElementsAre(0, 1, 2, 3, 4, 5));
   EXPECT_THAT(free.calculated, ElementsAre(3, 5));
+  EXPECT_THAT(thrownText([&] { ordered.at(3); }), HasSubstr("count 3, newest 5, length 1"));
 
   ordered.reset();
   ordered.calculated.clear();
@@ -43,16 +41,7 @@ TEST(BufferedNode, calculatesInOrderOnlyWhenAsked) {
   EXPECT_THAT(ordered.calculated, ElementsAre(0, 1));
 }
 
-TEST(BufferedNode, aCountThatHasRotatedOutIsAnError) {
-  Probe ordered("ordered", true);
-  Probe free("free");
-  ordered.at(4);
-  free.at(4);
-  EXPECT_THAT(thrownText([&] { ordered.at(3); }), HasSubstr("count 3, newest 4, length 1"));
-  EXPECT_THAT(thrownText([&] { free.at(3); }), HasSubstr("count 3, newest 4, length 1"));
-}
-
-TEST(BufferedNode, requestsTakeTheLongestAndAddUpAlongTheLinks) {
+TEST(BufferedNode, RequestsTakeTheLongestAndAddUpAlongTheLinks) {
   Probe source("source");
   Probe middle("middle");
   middle.from(source, 2, 1);
@@ -70,63 +59,19 @@ TEST(BufferedNode, requestsTakeTheLongestAndAddUpAlongTheLinks) {
   EXPECT_THAT(thrownText([&] { source.at(84); }), HasSubstr("length 16"));
 }
 
-TEST(BufferedNode, aRequestCanDemandOrder) {
-  Probe node("node");
-  node.request(0, lengths("INORDER", 1));
-  node.at(2);
-  EXPECT_THAT(node.calculated, ElementsAre(0, 1, 2));
-}
-
-TEST(BufferedNode, windowsOverWindowsCalculateEachCountOnce) {
-  const auto sum = [](Probe& node, int count) {
-    int total = 0;
-    for (int c = std::max(0, count - 2); c <= count + 1; ++c) total += node.input(0, c);
-    return total;
-  };
-  Probe source("source");
-  Probe first("first", false, sum);
-  first.from(source, 2, 1);
-  Probe second("second", false, sum);
-  second.from(first, 2, 1);
-  prepare(second, {&source, &first, &second});
-  for (int count = 0; count < 50; ++count) {
-    int expected = 0;
-    for (int c = std::max(0, count - 2); c <= count + 1; ++c) {
-      for (int d = std::max(0, c - 2); d <= c + 1; ++d) expected += d;
-    }
-    EXPECT_EQ(second.at(count), expected) << count;
-  }
-  EXPECT_EQ(source.calculated.size(), 52u);
-  EXPECT_EQ(first.calculated.size(), 51u);
-}
-
-TEST(BufferedNode, requestsDoNotMultiplyOverParallelPaths) {
+TEST(BufferedNode, RequestsDoNotMultiplyOverParallelPaths) {
   std::vector<std::unique_ptr<Probe>> nodes;
   nodes.push_back(std::make_unique<Probe>("0"));
-  for (int i = 1; i < 60; ++i) {
+  for (int i = 1; i < 25; ++i) {
+    Probe& before = *nodes.back();
     nodes.push_back(std::make_unique<Probe>(std::to_string(i)));
-    nodes.back()->from(*nodes[nodes.size() - 2]).from(*nodes[nodes.size() - 2]);
+    nodes.back()->from(before).from(before);
   }
   nodes.back()->request(0, ParameterSet());
-  EXPECT_LE(nodes.front()->requests, 4);  // one per path would be 2^59
+  EXPECT_LE(nodes.front()->requests, 4);  // one per path would be 2^24
 }
 
-TEST(BufferedNode, chainsAFrameworkExceptionAtEachNode) {
-  Probe inner("inner", false, [](Probe& node, int) -> int {
-    throw new NodeException(&node, "too loud", "inner.cc", 5);
-  });
-  Probe outer("outer", false, [](Probe& node, int count) { return node.input(0, count); });
-  outer.from(inner);
-  const std::string text = thrownText([&] { outer.at(7); });
-  EXPECT_THAT(text,
-              testing::MatchesRegex("inner.cc, line 5: node inner \\(type Probe\\): too loud\n"
-                                    "BufferedNode.cc, line [0-9]+: node inner \\(type Probe\\): "
-                                    "Exception caught in BufferedNode::getOutput\n"
-                                    "BufferedNode.cc, line [0-9]+: node outer \\(type Probe\\): "
-                                    "Exception caught in BufferedNode::getOutput"));
-}
-
-TEST(BufferedNode, lettingAStandardExceptionPassNotesWhereItAroseAndNotAnEarlierOne) {
+TEST(BufferedNode, AStandardExceptionIsNotedWhereItAroseAndNotAnEarlierOne) {
   Probe inner("inner", true, [](Probe&, int count) -> int {
     if (count % 2 == 1) throw std::out_of_range("odd");
     return count;
@@ -154,72 +99,61 @@ TEST(BufferedNode, lettingAStandardExceptionPassNotesWhereItAroseAndNotAnEarlier
   EXPECT_EQ(originAt(9), "tolerant 9 own");
 }
 
-TEST(BufferedNode, aLoopThroughADelayRuns) {
+TEST(BufferedNode, ALoopThroughADelayRuns) {
   // y(n) = n + y(n − 1): the links form a circle, which the delay opens.
-  const auto previous = [](Probe& node, int count) {
-    return count == 0 ? 0 : node.input(0, count - 1);
-  };
   Probe source("source");
-  Probe delay("delay", false, previous);
+  Probe delay("delay", false,
+              [](Probe& node, int count) { return count == 0 ? 0 : node.input(0, count - 1); });
   Probe sum("sum", false, [](Probe& node, int count) {
     const int before = node.input(1, count);
     return before + node.input(0, count);
   });
   sum.from(source).from(delay);
   delay.from(sum, 1);
-  prepare(sum, {&source, &delay, &sum});
+  sum.request(0, ParameterSet());
+  for (Probe* node : {&source, &delay, &sum}) node->initialize();
   for (int count = 0; count < 2000; ++count) ASSERT_EQ(sum.at(count), count * (count + 1) / 2);
-
-  sum.reset();
-  delay.reset();
-  EXPECT_THAT(thrownText([&] { sum.at(5000); }),
-              HasSubstr("Pulled through more than 1000 nodes; the links may form a circle"));
 }
 
-TEST(BufferedNode, needingItselfAtTheSameCountIsAnError) {
-  const auto pass = [](Probe& node, int count) { return node.input(0, count); };
-  for (const bool ordered : {false, true}) {
-    Probe a("a", ordered, pass);
-    Probe b("b", ordered, pass);
+TEST(BufferedNode, NeedingItselfAtTheSameOrALaterCountInOrderIsAnError) {
+  for (const int ahead : {0, 1}) {
+    const auto pull = [ahead](Probe& node, int count) { return node.input(0, count + ahead); };
+    Probe a("a", true, pull);
+    Probe b("b", false, pull);
     a.from(b);
     b.from(a);
-    prepare(a, {&a, &b});
-    EXPECT_THAT(thrownText([&] { a.at(2); }), HasSubstr("node a (type Probe): Output OUTPUT at "
-                                                        "count "));
-    EXPECT_THAT(thrownText([&] { a.at(2); }), HasSubstr("needs itself; the links form a circle"));
+    EXPECT_THAT(thrownText([&] { a.at(2); }),
+                HasSubstr(fmt::format("node a (type Probe): Output OUTPUT at count {} needs "
+                                      "itself; the links form a circle",
+                                      2 * ahead)));
   }
 }
 
-TEST(Node, terminalsThatAreMissingTakenOrNotConnectedAreErrors) {
+TEST(Node, TerminalsDeclaredTwiceOrNotConnectedAreErrors) {
   struct Terminals : Probe {
-    Terminals() : Probe("n", false, [](Probe& node, int count) { return node.input(0, count); }) {}
     using BufferedNode::addInput;
     using BufferedNode::addOutput;
-  } node;
+    using Probe::Probe;
+  } node("n");
   node.addInput("A");
   EXPECT_THAT(thrownText([&] { node.addInput("A"); }), HasSubstr("Input A is declared twice"));
   EXPECT_THAT(thrownText([&] { node.addOutput("OUTPUT"); }),
               HasSubstr("Output OUTPUT is declared twice"));
-  EXPECT_THAT(thrownText([&] { node.translateInput("B"); }), HasSubstr("Unknown input B"));
-  EXPECT_THAT(thrownText([&] { node.at(0); }), HasSubstr("Input A is not connected"));
   EXPECT_THAT(thrownText([&] { node.verifyConnect(); }), HasSubstr("Input A is not connected"));
-  EXPECT_THAT(thrownText([&] { node.connectToNode("A", &node, "X"); }),
-              HasSubstr("Unknown output X"));
 }
 
-TEST(Node, theFirstOfTwoRegistrationsStays) {
+TEST(Node, TheFirstOfTwoRegistrationsStays) {
   _NodeFactory* const first = Node::getFactoryNamed("Constant");
   ASSERT_NE(first, nullptr);
   struct Other : _NodeFactory {
-    Other() : _NodeFactory("Constant") {}
+    using _NodeFactory::_NodeFactory;
     Node* Create(const std::string&, const ParameterSet&) override { return nullptr; }
   };
   testing::internal::CaptureStderr();
-  Node::addFactory("Constant", new Other);
+  Node::addFactory("Constant", new Other("Constant"));
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "Node type Constant is registered twice; the first one stays\n");
   EXPECT_EQ(Node::getFactoryNamed("Constant"), first);
-  EXPECT_EQ(Node::getFactoryNamed("Nothing"), nullptr);
 }
 
 }  // namespace

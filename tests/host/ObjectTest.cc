@@ -11,7 +11,6 @@
 #include "Vector.h"
 
 using namespace FD;
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
@@ -22,7 +21,7 @@ std::string text(const Object& object) {
   return out.str();
 }
 
-TEST(RCPtr, countsReferencesThroughCopiesConversionsAndContainers) {
+TEST(RCPtr, CountsReferencesThroughCopiesConversionsAndContainers) {
   Counted::live = 0;
   {
     ObjectRef first(new Counted(1));
@@ -40,60 +39,27 @@ TEST(RCPtr, countsReferencesThroughCopiesConversionsAndContainers) {
     counted = RCPtr<Counted>(new Counted(2));
     EXPECT_EQ(Counted::live, 2);
     EXPECT_EQ(dereference_cast<int>(map[1]), 1);
-  }
-  EXPECT_EQ(Counted::live, 0);
-}
 
-TEST(RCPtr, refusesAConversionToAnotherTypeAndKeepsItsObject) {
-  Counted::live = 0;
-  {
-    const ObjectRef object(new Counted(1));
     RCPtr<String> name(new String("kept"));
-    EXPECT_EQ(thrownText([&] { name = object; }), "Cast error: found Counted, expected FD::String");
+    EXPECT_EQ(thrownText([&] { name = second; }), "Cast error: found Counted, expected FD::String");
     EXPECT_EQ(*name, "kept");
     name = ObjectRef();
-    EXPECT_TRUE(name.isNil());
+    EXPECT_EQ(thrownText([&] { object_cast<String>(name); }),
+              "Cast error: found no object, expected FD::String");
+
+    RCPtr<Vector<ObjectRef>> copy = RCPtr<Object>(new Vector<ObjectRef>(list))->clone();
+    EXPECT_EQ(copy->size(), 1u);
+    *copy = Vector<ObjectRef>();  // the elements, and not the count of the copy itself
+    EXPECT_EQ(Counted::live, 2);
   }
   EXPECT_EQ(Counted::live, 0);
 }
 
-TEST(Object, aCopyHasACountOfItsOwn) {
-  Counted::live = 0;
-  RCPtr<Vector<ObjectRef>> original(new Vector<ObjectRef>(2, ObjectRef(new Counted(1))));
-  const ObjectRef other = original;
-  RCPtr<Vector<ObjectRef>> copy = original->clone();
-  original = *&copy;
-  EXPECT_EQ(object_cast<Vector<ObjectRef>>(other).size(), 2u);
-  *copy = Vector<ObjectRef>();
-  EXPECT_EQ(Counted::live, 1);
-  EXPECT_EQ(thrownText([] { Source().clone(); }).substr(0, 9), "Object.cc");
-}
-
-TEST(Casts, giveTheValueOrThrowBothTypes) {
-  EXPECT_EQ(dereference_cast<float>(ObjectRef(Float::alloc(0.5f))), 0.5f);
-  EXPECT_EQ(object_cast<String>(ObjectRef(new String("a b"))), "a b");
-  EXPECT_EQ(thrownText([] { dereference_cast<int>(TrueObject); }),
-            "Cast error: found FD::NetCType<bool>, expected int");
-  EXPECT_EQ(thrownText([] { object_cast<String>(ObjectRef()); }),
-            "Cast error: found no object, expected FD::String");
-  try {
-    object_cast<Matrix<float>>(nilObject);
-    FAIL();
-  } catch (GenericCastException* e) {
-    EXPECT_NE(dynamic_cast<CastException<Matrix<float>>*>(e), nullptr);
-    delete e;
-  }
-}
-
-TEST(Containers, holdAndPrintTheirElements) {
+TEST(Containers, HoldAndPrintTheirElements) {
   Matrix<std::complex<float>> matrix(2, 3);
   matrix(1, 2) = {1, -1};
   EXPECT_EQ(matrix[1][2], std::complex<float>(1, -1));
-  EXPECT_EQ(&matrix(1, 0), matrix[0] + 3);
-  const Matrix<std::complex<float>> copy = matrix;
-  matrix = Matrix<std::complex<float>>(1, 1);
-  EXPECT_EQ(copy.nrows() * 10 + copy.ncols(), 23u);
-  EXPECT_EQ(text(copy), "<Matrix 2 3 (0,0) (0,0) (0,0) (0,0) (0,0) (1,-1) >");
+  EXPECT_EQ(text(matrix), "<Matrix 2 3 (0,0) (0,0) (0,0) (0,0) (0,0) (1,-1) >");
 
   Vector<ObjectRef> list(1, ObjectRef(new Source(7, 1, 2, 3)));
   list.push_back(TrueObject);
@@ -105,7 +71,7 @@ TEST(Containers, holdAndPrintTheirElements) {
   EXPECT_EQ(text(map), "<Map (1, <NilObject >) (3, <Vector 0 0 >) >");
 }
 
-TEST(ParameterSet, tellsMissingAndUnusedParameters) {
+TEST(ParameterSet, TellsMissingAndUnusedParameters) {
   ParameterSet set;
   set.add("A", ObjectRef(Int::alloc(1)));
   set.add("A", ObjectRef(Int::alloc(2)));
@@ -119,18 +85,17 @@ TEST(ParameterSet, tellsMissingAndUnusedParameters) {
   EXPECT_EQ(thrownText([&] { set.checkUnused(); }), "");
 }
 
-TEST(Exceptions, chainInnermostFirstAndKeepTheirOrigin) {
+TEST(Exceptions, ChainInnermostFirstAndKeepTheirOrigin) {
   BaseException* e = new GeneralException("first", "a.cc", 1);
   e->noteOrigin({"inner", "T", 3});
-  e = e->add(new GeneralException("second", "b.cc", 2));
-  e = e->add(new GeneralException("third", "c.cc", 3));
+  e = e->add(new GeneralException("second", "b.cc", 2))->add(new GeneralException("3", "c.cc", 3));
   e->noteOrigin({"outer", "T", 4});
   const std::unique_ptr<BaseException> owner(e);
-  EXPECT_EQ(describe(*e), "a.cc, line 1: first\nb.cc, line 2: second\nc.cc, line 3: third");
+  EXPECT_EQ(describe(*e), "a.cc, line 1: first\nb.cc, line 2: second\nc.cc, line 3: 3");
   EXPECT_EQ(e->getOrigin()->node, "inner");
 }
 
-TEST(Buffer, holdsTheLastCountsOnly) {
+TEST(Buffer, HoldsTheLastCountsOnly) {
   Counted::live = 0;
   {
     Buffer buffer(3);
@@ -144,8 +109,6 @@ TEST(Buffer, holdsTheLastCountsOnly) {
     EXPECT_TRUE(buffer.isValid(3));
     buffer[4] = ObjectRef(new Counted(4));
     EXPECT_EQ(dereference_cast<int>(buffer.get(4)), 4);
-    EXPECT_EQ(thrownText([&] { buffer[2]; }),
-              "Count has left the buffer: count 2, newest 5, length 3");
     EXPECT_EQ(thrownText([&] { buffer[-1]; }),
               "Count has left the buffer: count -1, newest 5, length 3");
     EXPECT_EQ(thrownText([&] { buffer.get(6); }),
@@ -156,48 +119,44 @@ TEST(Buffer, holdsTheLastCountsOnly) {
   EXPECT_EQ(Counted::live, 0);
 }
 
-struct ValueCase {
-  const char* type;
-  const char* text;
-  const char* expected;  // the object's text, or the reason of the refusal
-};
-
-class ParseValue : public testing::TestWithParam<ValueCase> {};
-
-TEST_P(ParseValue, givesTheObjectOrTheReason) {
-  std::string result;
-  try {
-    result = text(*parseValue(GetParam().type, GetParam().text));
-  } catch (const std::invalid_argument& e) {
-    result = e.what();
+TEST(ParseValue, GivesTheObjectOrTheReason) {
+  struct Case {
+    const char* type;
+    const char* text;
+    const char* expected;  // the object's text, or the reason of the refusal
+  };
+  const Case cases[] = {
+      {"int", " +12 ", "<Int 12 >"},
+      {"int", "+-3", "'+-3' is not an int"},
+      {"int", " ", "' ' is not an int"},
+      {"int", "2147483648", "'2147483648' is not an int"},
+      {"float", "1e-3", "<Float 0.001 >"},
+      {"float", "0,5", "'0,5' is not a float"},
+      {"float", "1e99", "'1e99' is not a float"},
+      {"string", " a ", "<String  a  >"},
+      {"bool", "true", "<Bool true >"},
+      {"bool", "1", "'1' is not true or false"},
+      {"object", "<Vector<int> 1 2 >", "<Vector 1 2 >"},
+      {"object", "<Vector 0.5>", "<Vector 0.5 >"},
+      {"object", "<Vector<int>>", "<Vector >"},
+      {"object", "<Vector<int> 1 x>", "'x' is not an int"},
+      {"object", "<String a > b >", "<String a > b >"},
+      {"object", "<>", "'<>' is not an object such as <Float 0.5>"},
+      {"object", "<Window 3>",
+       "'Window' is not a kind of object that can be read; expected Int, Float, Double, Bool, "
+       "String or Vector"},
+      {"double", "1",
+       "unknown type 'double'; expected int, float, string, bool, object or subnet_param"},
+  };
+  for (const Case& c : cases) {
+    std::string result;
+    try {
+      result = text(*parseValue(c.type, c.text));
+    } catch (const std::invalid_argument& e) {
+      result = e.what();
+    }
+    EXPECT_EQ(result, c.expected);
   }
-  EXPECT_EQ(result, GetParam().expected);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, ParseValue,
-    testing::Values(
-        ValueCase{"int", " +12 ", "<Int 12 >"}, ValueCase{"int", "-3", "<Int -3 >"},
-        ValueCase{"int", "1.5", "'1.5' is not an int"},
-        ValueCase{"int", "+-3", "'+-3' is not an int"}, ValueCase{"int", " ", "' ' is not an int"},
-        ValueCase{"int", "2147483648", "'2147483648' is not an int"},
-        ValueCase{"float", "1e-3", "<Float 0.001 >"},
-        ValueCase{"float", "0,5", "'0,5' is not a float"},
-        ValueCase{"float", "1e99", "'1e99' is not a float"},
-        ValueCase{"string", " a ", "<String  a  >"}, ValueCase{"bool", "true", "<Bool true >"},
-        ValueCase{"bool", "1", "'1' is not true or false"},
-        ValueCase{"object", "<Vector<int> 1 2 >", "<Vector 1 2 >"},
-        ValueCase{"object", "<Vector 0.5>", "<Vector 0.5 >"},
-        ValueCase{"object", "<Vector<int>>", "<Vector >"},
-        ValueCase{"object", "<Vector<int> 1 x>", "'x' is not an int"},
-        ValueCase{"object", "<Bool false>", "<Bool false >"},
-        ValueCase{"object", "<String a > b >", "<String a > b >"},
-        ValueCase{"object", "<>", "'<>' is not an object such as <Float 0.5>"},
-        ValueCase{"object", "<Window 3>",
-                  "'Window' is not a kind of object that can be read; expected Int, Float, Double, "
-                  "Bool, String or Vector"},
-        ValueCase{"double", "1",
-                  "unknown type 'double'; expected int, float, string, bool, object or "
-                  "subnet_param"}));
 
 }  // namespace

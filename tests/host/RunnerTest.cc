@@ -57,30 +57,15 @@ NetworkDocument sumDocument(const std::string& limit,
                       {"OUTPUT", "sum", "OUTPUT"}, std::move(loopParameters));
 }
 
-NetworkDocument throwerDocument(const std::string& at, const std::string& kind) {
-  return loopDocument(
-      "20", {{"thrower", "Thrower", {{"AT", "int", at}, {"KIND", "string", kind}}}, {"p", "NOP"}},
-      {{"count", "OUTPUT", "thrower", "IN"}, {"thrower", "OUTPUT", "p", "INPUT"}},
-      {"OUTPUT", "p", "OUTPUT"});
-}
-
-TEST(Runner, aLoopAsksItsConditionBeforeOrAfterTheFrame) {
+TEST(Runner, ALoopAsksItsConditionBeforeOrAfterTheFrame) {
   EXPECT_EQ(run(sumDocument("4")).out, "<Int 6 >\n");  // frames 0 to 3
   EXPECT_EQ(run(sumDocument("0")).out, "<NilObject >\n");
   const std::vector<ParameterDescription> doWhile = {{"DOWHILE", "bool", "true"}};
   EXPECT_EQ(run(sumDocument("4", doWhile)).out, "<Int 10 >\n");  // and 4
   EXPECT_EQ(run(sumDocument("0", doWhile)).out, "<Int 0 >\n");
-  EXPECT_EQ(run(sumDocument("4", {{"DOWHILE", "bool", "false"}})).out, "<Int 6 >\n");
 }
 
-TEST(Runner, theConditionMustBeABool) {
-  NetworkDocument document = sumDocument("4");
-  document.networks[1].condition = TerminalDescription{"CONDITION", "count", "OUTPUT"};
-  EXPECT_THAT(run(document).err, HasSubstr("node loop (type LOOP): The condition at frame 0 is "
-                                           "FD::NetCType<int>; expected a Bool\n"));
-}
-
-TEST(Runner, anInnerLoopStartsAnewForEachOuterFrameAndSeesItsInput) {
+TEST(Runner, AnInnerLoopStartsAnewForEachOuterFrameAndSeesItsInput) {
   // OUTER sums, over its frames o = 0 … 3, what INNER gives: the sum of its input o over 5 frames,
   // as the input stays that of the outer frame.
   NetworkDocument document =
@@ -98,7 +83,7 @@ TEST(Runner, anInnerLoopStartsAnewForEachOuterFrameAndSeesItsInput) {
   EXPECT_THAT(frames, ElementsAre(0, 1, 2, 3));  // of the outer loop alone
 }
 
-TEST(Runner, requestsPassThroughNetworks) {
+TEST(Runner, RequestsPassThroughNetworks) {
   // The window, inside a network, looks back and ahead into a sum outside.
   NetworkDocument document =
       loopDocument("50", {{"sum", "RunningSum"}, {"window", "W"}},
@@ -116,7 +101,7 @@ TEST(Runner, requestsPassThroughNetworks) {
   EXPECT_EQ(outcome.out, fmt::format("<Int {} >\n", expected)) << outcome.err;
 }
 
-TEST(Runner, theConditionsNodesMayLookBackAndAhead) {
+TEST(Runner, TheConditionsNodesMayLookBackAndAhead) {
   // The window's input is used by the condition alone: its value at n is (n−2) + … + (n+1).
   NetworkDocument document =
       loopDocument("100", {{"sum", "RunningSum"}, {"window", "Window"}},
@@ -128,161 +113,141 @@ TEST(Runner, theConditionsNodesMayLookBackAndAhead) {
   EXPECT_EQ(outcome.out, "<Int 6 >\n") << outcome.err;
 }
 
-TEST(Runner, theHookEndsTheRunAfterItsFrame) {
-  Counted::live = 0;
-  stopCalls = 0;
-  const Outcome outcome = run(sumDocument("1000000000"), {}, [](int frame) { return frame < 100; });
-  EXPECT_EQ(outcome.status, 0);
-  EXPECT_EQ(outcome.out, "<Int 5050 >\n");
-  EXPECT_EQ(outcome.err, "");
-  EXPECT_EQ(Counted::live, 0);
-  EXPECT_EQ(stopCalls, 1);
-}
-
-TEST(Runner, onceStoppedEveryFurtherLoopEndsAfterItsFirstFrame) {
+TEST(Runner, TheHookEndsItsLoopAndEveryFurtherOneAfterTheFrame) {
   NetworkDocument document = sumDocument("10");
   NetworkDescription& main = document.networks[0];
   main.nodes.push_back(main.nodes[0]);
   main.nodes[1].name = "second";
   main.outputs.push_back({"SECOND", "second", "OUTPUT"});
-  int calls = 0;
-  EXPECT_EQ(run(document, {}, [&](int) { return ++calls != 3; }).out, "<Int 3 >\n<Int 0 >\n");
+  Counted::live = 0;
   stopCalls = 0;
+  int calls = 0;
   EXPECT_EQ(run(document).out, "<Int 45 >\n<Int 45 >\n");
   EXPECT_EQ(stopCalls, 0);
-}
-
-struct ReportCase {
-  const char* kind;
-  const char* report;  // a regular expression
-};
-
-class Report : public testing::TestWithParam<ReportCase> {};
-
-TEST_P(Report, namesNodeTypeAndFrame) {
-  Counted::live = 0;
-  const Outcome outcome = run(throwerDocument("17", GetParam().kind));
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.out, "");
-  EXPECT_THAT(outcome.err, MatchesRegex(GetParam().report));
+  const Outcome outcome = run(document, {}, [&](int) { return ++calls != 3; });
+  EXPECT_EQ(outcome.out, "<Int 3 >\n<Int 0 >\n");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(stopCalls, 2);  // once each
   EXPECT_EQ(Counted::live, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, Report,
-    testing::Values(
-        ReportCase{"framework",
-                   "test.n: node 'thrower' \\(type Thrower\\), frame 17: thrower.cc, line 12: node "
-                   "thrower \\(type Thrower\\): broken\nBufferedNode.cc, line [0-9]+: node thrower "
-                   "\\(type Thrower\\): Exception caught in BufferedNode::getOutput\n"},
-        ReportCase{"cast",
-                   "test.n: node 'thrower' \\(type Thrower\\), frame 17: Cast error: found "
-                   "FD::NetCType<bool>, expected FD::String\nBufferedNode.cc.*\n"},
-        ReportCase{"standard",
-                   "test.n: node 'thrower' \\(type Thrower\\), frame 17: std::runtime_error: "
-                   "broken, too\n"},
-        ReportCase{"other",
-                   "test.n: node 'thrower' \\(type Thrower\\), frame 17: unknown exception\n"}));
-
-TEST(Runner, reportsWhatIsThrownOutsideTheFrames) {
-  Outcome outcome = run(throwerDocument("99", "initialize"));
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.err,
-            "test.n: node 'thrower' (type Thrower), outside the frames: std::runtime_error: not "
-            "ready\n");
-  outcome = run(throwerDocument("99", "cleanup"));
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.out, "<Int 19 >\n");
-  EXPECT_EQ(outcome.err,
-            "test.n: node 'thrower' (type Thrower), outside the frames: std::runtime_error: disk "
-            "full\n");
+TEST(Runner, WhatANodeThrowsIsReportedWithItsNameTypeAndFrame) {
+  struct Case {
+    const char* kind;
+    const char* at;
+    const char* out;
+    std::string report;  // what follows the file's and the node's name, as a regular expression
+  };
+  const Case cases[] = {
+      {"framework", "17", "",
+       "frame 17: thrower.cc, line 12: node thrower \\(type Thrower\\): broken\n"
+       "BufferedNode.cc, line [0-9]+: node thrower \\(type Thrower\\): Exception caught in "
+       "BufferedNode::getOutput\n"},
+      {"cast", "17", "",
+       "frame 17: Cast error: found FD::NetCType<bool>, expected FD::String\nBufferedNode.cc.*\n"},
+      {"standard", "17", "", "frame 17: std::runtime_error: broken, too\n"},
+      {"other", "17", "", "frame 17: unknown exception\n"},
+      {"initialize", "99", "", "outside the frames: std::runtime_error: not ready\n"},
+      {"cleanup", "99", "<Int 19 >\n", "outside the frames: std::runtime_error: disk full\n"},
+  };
+  for (const auto& [kind, at, out, report] : cases) {
+    Counted::live = 0;
+    const Outcome outcome = run(loopDocument(
+        "20", {{"thrower", "Thrower", {{"AT", "int", at}, {"KIND", "string", kind}}}, {"p", "NOP"}},
+        {{"count", "OUTPUT", "thrower", "IN"}, {"thrower", "OUTPUT", "p", "INPUT"}},
+        {"OUTPUT", "p", "OUTPUT"}));
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, out);
+    EXPECT_THAT(outcome.err, MatchesRegex("test.n: node 'thrower' \\(type Thrower\\), " + report));
+    EXPECT_EQ(Counted::live, 0);
+  }
 }
 
-TEST(Runner, aPlainNodeIsNamedToo) {
-  NetworkDescription main{"MAIN"};
-  main.nodes = {{"idle", "NOP"}, {"next", "NOP"}};
-  main.links = {{"idle", "OUTPUT", "next", "INPUT"}};
-  main.outputs = {{"OUTPUT", "next", "OUTPUT"}};
-  EXPECT_THAT(
-      run({"test.n", {main}}).err,
-      MatchesRegex("test.n: node 'idle' \\(type NOP\\), frame 0: Node.cc, line [0-9]+: node "
-                   "idle \\(type NOP\\): Input INPUT is not connected\n"));
+TEST(Runner, NetworksThatCannotRunAreErrors) {
+  NetworkDocument noBool = sumDocument("4");
+  noBool.networks[1].condition = TerminalDescription{"CONDITION", "count", "OUTPUT"};
+
+  NetworkDocument itself = sumDocument("3");
+  itself.networks[0].links = {{"loop", "OUTPUT", "loop", "IN"}};
+  itself.networks[1].links.pop_back();  // the sum now sums what comes in
+  itself.networks[1].inputs = {{"IN", "sum", "IN"}};
+
+  NetworkDescription chain{"MAIN"};
+  chain.nodes = {{"0", "IterCount"}};
+  for (int i = 1; i <= 20000; ++i) {
+    chain.nodes.push_back({std::to_string(i), i % 2 ? "NOP" : "Print"});
+    chain.links.push_back({std::to_string(i - 1), "OUTPUT", std::to_string(i), "INPUT"});
+  }
+  chain.outputs = {{"OUTPUT", "20000", "OUTPUT"}};
+
+  const std::pair<NetworkDocument, const char*> cases[] = {
+      {noBool,
+       "node loop (type LOOP): The condition at frame 0 is FD::NetCType<int>; expected a Bool\n"},
+      {itself, "The loop needs its own result; the links form a circle"},
+      {{"test.n", {chain}}, "Pulled through more than 1000 nodes; the links may form a circle"},
+  };
+  for (const auto& [document, message] : cases) {
+    const Outcome outcome = run(document);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, HasSubstr(message));
+  }
 }
 
-TEST(Runner, linksInACircleAreAnErrorWithAnyNodes) {
-  for (const char* type : {"NOP", "Print", "RunningSum", "S"}) {
-    const bool subnet = std::string(type) == "S";
-    const std::string input = type == std::string("RunningSum") || subnet ? "IN" : "INPUT";
+TEST(Runner, LinksInACircleAreAnErrorWithAnyNodes) {
+  NetworkDescription subnet{"S"};
+  subnet.nodes = {{"n", "NOP"}};
+  subnet.inputs = {{"IN", "n", "INPUT"}};
+  subnet.outputs = {{"OUTPUT", "n", "OUTPUT"}};
+  for (const auto& [type, input] : {std::pair("NOP", "INPUT"), std::pair("Print", "INPUT"),
+                                    std::pair("RunningSum", "IN"), std::pair("S", "IN")}) {
     NetworkDescription main{"MAIN"};
     main.nodes = {{"a", type}, {"b", type}};
     main.links = {{"a", "OUTPUT", "b", input}, {"b", "OUTPUT", "a", input}};
     main.outputs = {{"OUTPUT", "a", "OUTPUT"}};
-    NetworkDescription inner{"S"};
-    inner.nodes = {{"n", "NOP"}};
-    inner.inputs = {{"IN", "n", "INPUT"}};
-    inner.outputs = {{"OUTPUT", "n", "OUTPUT"}};
-    const Outcome outcome = run({"test.n", {main, inner}});
+    const Outcome outcome = run({"test.n", {main, subnet}});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, HasSubstr("form a circle")) << type;
   }
 }
 
-TEST(Runner, aLoopThatNeedsItselfIsAnError) {
-  NetworkDocument document = sumDocument("3");
-  document.networks[0].links = {{"loop", "OUTPUT", "loop", "IN"}};
-  NetworkDescription& loop = document.networks[1];
-  loop.links.pop_back();  // the sum now sums what comes in
-  loop.inputs = {{"IN", "sum", "IN"}};
-  EXPECT_THAT(run(document).err, HasSubstr("The loop needs its own result"));
-}
-
-TEST(Runner, aLongChainIsAnErrorAndNotACrash) {
-  NetworkDescription main{"MAIN"};
-  main.nodes = {{"0", "IterCount"}};
-  for (int i = 1; i <= 20000; ++i) {
-    main.nodes.push_back({std::to_string(i), i % 2 ? "NOP" : "Print"});
-    main.links.push_back({std::to_string(i - 1), "OUTPUT", std::to_string(i), "INPUT"});
-  }
-  main.outputs = {{"OUTPUT", "20000", "OUTPUT"}};
-  const Outcome outcome = run({"test.n", {main}});
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_THAT(outcome.err, HasSubstr("Pulled through more than 1000 nodes"));
-}
-
-TEST(Runner, comparisonsTakeNumbersOfAnyKindAndStrings) {
-  const auto compare = [](const char* type, const ParameterDescription& a,
-                          const ParameterDescription& b) {
+TEST(Runner, ComparisonsTakeNumbersOfAnyKindAndStrings) {
+  struct Case {
+    const char* type;
+    ParameterDescription a;
+    ParameterDescription b;
+    const char* result;
+  };
+  const ParameterDescription two{"VALUE", "int", "2"};
+  const ParameterDescription half{"VALUE", "float", "2.5"};
+  const ParameterDescription text{"VALUE", "string", "2"};
+  const Case cases[] = {
+      {"Smaller", two, half, "<Bool true >\n"},
+      {"Smaller", two, two, "<Bool false >\n"},
+      {"Greater", half, two, "<Bool true >\n"},
+      {"Equal", two, {"VALUE", "object", "<Double 2>"}, "<Bool true >\n"},
+      {"Equal", text, text, "<Bool true >\n"},
+      {"Equal", text, two,
+       "Cannot compare FD::String with FD::NetCType<int>: expected numbers or strings"},
+  };
+  for (const auto& [type, a, b, result] : cases) {
     NetworkDescription main{"MAIN"};
     main.nodes = {{"a", "Constant", {a}}, {"b", "Constant", {b}}, {"c", type}};
     main.links = {{"a", "VALUE", "c", "INPUT1"}, {"b", "VALUE", "c", "INPUT2"}};
     main.outputs = {{"OUTPUT", "c", "OUTPUT"}};
     const Outcome outcome = run({"test.n", {main}});
-    return outcome.out + outcome.err;
-  };
-  const ParameterDescription two{"VALUE", "int", "2"};
-  const ParameterDescription half{"VALUE", "float", "2.5"};
-  const ParameterDescription text{"VALUE", "string", "2"};
-  EXPECT_EQ(compare("Smaller", two, half), "<Bool true >\n");
-  EXPECT_EQ(compare("Smaller", two, two), "<Bool false >\n");
-  EXPECT_EQ(compare("Greater", half, two), "<Bool true >\n");
-  EXPECT_EQ(compare("Equal", two, {"VALUE", "object", "<Double 2>"}), "<Bool true >\n");
-  EXPECT_EQ(compare("Equal", text, text), "<Bool true >\n");
-  EXPECT_THAT(compare("Equal", text, two),
-              HasSubstr("Cannot compare FD::String with FD::NetCType<int>: expected numbers or "
-                        "strings"));
+    EXPECT_THAT(outcome.out + outcome.err, HasSubstr(result));
+  }
 }
 
-TEST(Runner, printPrintsEveryFrameOnStandardOutput) {
-  const NetworkDocument document = loopDocument(
-      "3", {{"print", "Print"}}, {{"count", "OUTPUT", "print", "INPUT"}}, {"O", "print", "OUTPUT"});
-  NetworkDocument named = document;
-  named.networks[1].outputs[0].name = "OUTPUT";
+TEST(Runner, PrintPrintsEveryFrameOnStandardOutput) {
   testing::internal::CaptureStdout();
-  run(named);
+  run(loopDocument("3", {{"print", "Print"}}, {{"count", "OUTPUT", "print", "INPUT"}},
+                   {"OUTPUT", "print", "OUTPUT"}));
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "<Int 0 >\n<Int 1 >\n<Int 2 >\n");
 }
 
-TEST(Runner, tenThousandFramesLeaveNothingBehind) {
+TEST(Runner, TenThousandFramesLeaveNothingBehind) {
   // Two consumers of one stateful node, one of them with a window into past and future.
   const NetworkDocument document = loopDocument(
       "10000", {{"sum", "RunningSum"}, {"w1", "Window"}, {"w2", "Window"}, {"last", "Smaller"}},

@@ -10,12 +10,24 @@ int stopCalls = 0;
 
 namespace {
 
-/// OUTPUT(count) = the sum of IN over all counts so far. Stateful, so in order.
-class RunningSum : public BufferedNode {
+/// A node with one input, IN, of ints.
+class WithInput : public BufferedNode {
  public:
-  RunningSum(std::string nodeName, ParameterSet params) : BufferedNode(nodeName, params) {
+  WithInput(const std::string& nodeName, const ParameterSet& params)
+      : BufferedNode(nodeName, params) {
     addInput("IN");
     addOutput("OUTPUT");
+  }
+
+ protected:
+  int in(int count) { return dereference_cast<int>(getInput(0, count)); }
+};
+
+/// OUTPUT(count) = the sum of IN over all counts so far. Stateful, so in order.
+class RunningSum : public WithInput {
+ public:
+  RunningSum(const std::string& nodeName, const ParameterSet& params)
+      : WithInput(nodeName, params) {
     inOrder = true;
   }
   void reset() override {
@@ -26,18 +38,15 @@ class RunningSum : public BufferedNode {
 
  private:
   void calculate(int, int count, Buffer& out) override {
-    sum += dereference_cast<int>(getInput(0, count));
-    out[count] = ObjectRef(new Counted(sum));
+    out[count] = ObjectRef(new Counted(sum += in(count)));
   }
   int sum = 0;
 };
 
 /// OUTPUT(count) = IN(count − 2) + … + IN(count + 1), counts below 0 left out.
-class Window : public BufferedNode {
+class Window : public WithInput {
  public:
-  Window(std::string nodeName, ParameterSet params) : BufferedNode(nodeName, params) {
-    addInput("IN");
-    addOutput("OUTPUT");
+  Window(const std::string& nodeName, const ParameterSet& params) : WithInput(nodeName, params) {
     inputsCache[0].lookBack = 2;
     inputsCache[0].lookAhead = 1;
   }
@@ -45,21 +54,18 @@ class Window : public BufferedNode {
  private:
   void calculate(int, int count, Buffer& out) override {
     int sum = 0;
-    for (int c = std::max(count - 2, 0); c <= count + 1; ++c) {
-      sum += dereference_cast<int>(getInput(0, c));
-    }
+    for (int c = std::max(count - 2, 0); c <= count + 1; ++c) sum += in(c);
     out[count] = ObjectRef(new Counted(sum));
   }
 };
 
 /// OUTPUT = IN, until the count AT, where it throws what KIND says.
-class Thrower : public BufferedNode {
+class Thrower : public WithInput {
  public:
-  Thrower(std::string nodeName, ParameterSet params) : BufferedNode(nodeName, params) {
-    addInput("IN");
-    addOutput("OUTPUT");
-    at = dereference_cast<int>(parameters.get("AT"));
-    kind = object_cast<String>(parameters.get("KIND"));
+  Thrower(const std::string& nodeName, const ParameterSet& params)
+      : WithInput(nodeName, params),
+        at(dereference_cast<int>(parameters.get("AT"))),
+        kind(object_cast<String>(parameters.get("KIND"))) {
     if (at < 0) throwIt();
   }
   void initialize() override {
@@ -81,28 +87,8 @@ class Thrower : public BufferedNode {
     if (kind == "cast") object_cast<String>(TrueObject);
     if (kind == "other") throw 42;
   }
-  int at = 0;
+  int at;
   std::string kind;
-};
-
-/// OUTPUT: 1 when the optional input EXTRA was linked, else 0; -1 when it was named, but not
-/// linked.
-class Optional : public BufferedNode {
- public:
-  Optional(std::string nodeName, ParameterSet params) : BufferedNode(nodeName, params) {
-    addOutput("OUTPUT");
-  }
-  int translateInput(std::string inputName) override {
-    if (inputName != "EXTRA") return BufferedNode::translateInput(inputName);
-    return extra = addInput(inputName);
-  }
-
- private:
-  void calculate(int, int count, Buffer& out) override {
-    const int state = extra < 0 ? 0 : inputs[static_cast<std::size_t>(extra)].node ? 1 : -1;
-    out[count] = ObjectRef(Int::alloc(state));
-  }
-  int extra = -1;
 };
 
 template <class T>
@@ -110,8 +96,8 @@ int registerType(const char* name) {
   return Node::addFactory(name, new NodeFactory<T>(name));
 }
 
-[[maybe_unused]] const int registered =
-    registerType<RunningSum>("RunningSum") + registerType<Window>("Window") +
-    registerType<Thrower>("Thrower") + registerType<Optional>("Optional");
+[[maybe_unused]] const int registered = registerType<RunningSum>("RunningSum") +
+                                        registerType<Window>("Window") +
+                                        registerType<Thrower>("Thrower");
 
 }  // namespace

@@ -1,25 +1,21 @@
-// Plug-ins: where they are looked for, how they load, and types and exceptions across their border.
+// Plug-ins: where they are looked for and how they load.
 
 #include "ToolboxLoader.h"
 
-#include <complex>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 
-#include "Matrix.h"
 #include "NodeFactory.h"
 #include "TestNodes.h"
 
 using namespace FD;
 using testing::ElementsAre;
-using testing::HasSubstr;
 namespace fs = std::filesystem;
 
 namespace {
 
-TEST(ToolboxLoader, looksWhereTheEnvironmentSays) {
+TEST(ToolboxLoader, LooksWhereTheEnvironmentSays) {
   setenv("FLOWDESIGNER_HOME", "/opt/flow", 1);
   setenv("FLOWDESIGNER_PATH", "/a::/b", 1);
   EXPECT_THAT(toolboxFolders(), ElementsAre(fs::path("/opt/flow/lib/flowdesigner/toolbox"),
@@ -31,38 +27,15 @@ TEST(ToolboxLoader, looksWhereTheEnvironmentSays) {
   EXPECT_EQ(toolboxFolders()[0].filename(), "toolbox");
 }
 
-TEST(ToolboxLoader, reportsWhatCannotBeLoadedWithTheReason) {
-  const fs::path folder = fs::temp_directory_path() / "zelk-broken-toolbox";
-  fs::create_directories(folder);
-  std::ofstream(folder / "broken.tlb.0") << "this is no shared object";
-  std::ofstream(folder / "not-a-plugin.so") << "nor this";
-  const ToolboxReport report = loadToolboxes({folder, folder / "missing"});
-  fs::remove_all(folder);
-  EXPECT_TRUE(report.loaded.empty());
-  ASSERT_EQ(report.failed.size(), 1u);
-  EXPECT_EQ(report.failed[0].first, folder / "broken.tlb.0");
-  EXPECT_THAT(report.failed[0].second, HasSubstr("broken.tlb.0: "));
-}
-
-TEST(ToolboxLoader, loadsPluginsThatNeedEachOtherAndSharesTypesWithThem) {
-  const ToolboxReport report = loadToolboxes({TEST_TOOLBOX});
+TEST(ToolboxLoader, LoadsPluginsThatNeedEachOther) {
+  std::ofstream(fs::path(TEST_TOOLBOX) / "no-plug-in.so") << "is not looked at";
+  const ToolboxReport report = loadToolboxes({"/no/such/folder", TEST_TOOLBOX});
   EXPECT_TRUE(report.failed.empty());
   // The one that stands first needs the other, so it loads in the second pass.
-  ASSERT_THAT(report.loaded, ElementsAre(fs::path(TEST_TOOLBOX) / "deeper/plugin-needed.tlb",
+  ASSERT_THAT(report.loaded, ElementsAre(fs::path(TEST_TOOLBOX) / "sub/plugin-needed.tlb",
                                          fs::path(TEST_TOOLBOX) / "plugin-needing.tlb"));
-  EXPECT_EQ(Object::getModuleVersions().back().version, "1.2.3");
-  EXPECT_EQ(Node::XPMDictionary().count("PluginNode"), 1u);
-
-  _NodeFactory* const factory = Node::getFactoryNamed("PluginNode");
-  ASSERT_NE(factory, nullptr);
-  const RCPtr<Node> node(factory->Create("plugged", ParameterSet()));
-  EXPECT_NE(dynamic_cast<BufferedNode*>(node.get()), nullptr);
-  node->initialize();
-  const ObjectRef result = node->getOutput(0, 0);
-  EXPECT_EQ(object_cast<Matrix<std::complex<float>>>(result)(0, 1), 42.0f);
-  EXPECT_THAT(thrownText([&] { node->getOutput(0, 1); }),
-              HasSubstr("plugin.cc, line 7: node plugged: plug-in says no"));
-  EXPECT_THROW(node->getOutput(0, 2), std::out_of_range);
+  const RCPtr<Node> node(Node::getFactoryNamed("PluginNode")->Create("plugged", ParameterSet()));
+  EXPECT_EQ(dereference_cast<int>(node->getOutput(0, 0)), 42);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds a project of its own against the installed package, by CMake and by pkg-config.
+# Builds a project of its own against the installed package, by CMake and by pkg-config: the installed
+# example, which separates a 1 and a 2i, with every installed header.
 #   consumer.sh CMAKE PREFIX LIBDIR VERSION
 set -euo pipefail
 cmake=$1 prefix=$2 libdir=$3 version=$4
@@ -7,13 +8,20 @@ project=$(cd "$(dirname "$0")/consumer" && pwd)
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder"
+cp "$project/CMakeLists.txt" .
+(cd "$prefix/include/zelk-sss" && printf '#include "%s"\n' */*.h) >main.cc
+cat "$prefix/share/doc/zelk-sss/examples/engine.cc" >>main.cc
 
-configure() { "$cmake" -S "$project" -B "$1" -DCMAKE_PREFIX_PATH="$prefix" -DWANTED_VERSION="$2" >log 2>&1; }
+configure() { "$cmake" -S . -B "$1" -DCMAKE_PREFIX_PATH="$prefix" -DWANTED_VERSION="$2" >log 2>&1; }
+separates() {
+  "$1" | tr '\n' ' ' | tee log |
+    grep -qE '\[ (1\.000000[+-]0\.000000i ){3} (-?0\.000000\+2\.000000i ){3} \]' || { cat log; exit 1; }
+}
 
 configure cmake 2.1 || { cat log; exit 1; }
 "$cmake" --build cmake >log 2>&1 || { cat log; exit 1; }
-cmake/with-engine
-cmake/with-plugin
+separates cmake/with-engine
+separates cmake/with-plugin
 readelf -d cmake/with-engine | grep -q zelk-sss && { echo "with-engine needs a shared library"; exit 1; }
 readelf -d cmake/with-plugin | grep -q 'NEEDED.*libzelk-sss' || { echo "with-plugin has its own engine"; exit 1; }
 
@@ -28,6 +36,6 @@ if command -v pkg-config >/dev/null; then
   export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
   [ "$(pkg-config --modversion zelk-sss)" = "$version" ]
   # shellcheck disable=SC2046  # flags are words
-  "${CXX:-c++}" -std=c++20 "$project/main.cc" $(pkg-config --cflags --libs zelk-sss) -o by-pkg-config
-  ./by-pkg-config
+  "${CXX:-c++}" -std=c++20 main.cc $(pkg-config --cflags --libs zelk-sss) -o by-pkg-config
+  separates ./by-pkg-config
 fi
