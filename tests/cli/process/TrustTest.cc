@@ -2,20 +2,19 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <limits>
 #include <nlohmann/json.hpp>
 
 #include "gmock/gmock.h"
-#include "tests/cli/process/CommandRun.h"
 #include "tests/cli/process/TalkersFixture.h"
 
 namespace {
 
+constexpr int LENGTH = 512;
 constexpr int ADVANCE = 128;
 
 /// Frames that hold a sample of what is disturbed.
-constexpr int OVERLAP = 512 / ADVANCE;
+constexpr int OVERLAP = LENGTH / ADVANCE;
 /// Three seconds, in which the methods that learn have learnt again.
 constexpr int LEARNING = 3 * 16000 / ADVANCE;
 
@@ -37,7 +36,7 @@ class Trust : public Talkers, public testing::WithParamInterface<TrustCase> {
 
   /// The fixture's mixture over and over, for 9 s.
   Trust() {
-    const std::vector<float> once = readSound(mixture).samples;
+    const std::vector<float> once = sound("mix.wav").samples;
     for (int i = 0; i < 6; ++i) recording.insert(recording.end(), once.begin(), once.end());
   }
 
@@ -48,24 +47,19 @@ class Trust : public Talkers, public testing::WithParamInterface<TrustCase> {
     const std::string talkers =
         R"({"sources": [{"id": 3, "azimuth": 45, "active": [[0.5, 4], [4.5, 9]]},
                         {"id": 7, "azimuth": 180, "active": [[1, 9]]})";
-    std::vector<std::string> words = {
-        "separate",     folder / "in.wav",
-        "--sources",    folder.write("trust.json", talkers + moreSources + "]}"),
-        "--method",     method,
-        "--non-finite", nonFinite,
-        "--advance",    std::to_string(ADVANCE),
-        "--format",     "FLOAT",
-        "--force",      "-o",
-        folder / "out"};
-    if (method != "MSNR") words.insert(words.end(), {"--tf", database});
-    if (method == "ML") words.insert(words.end(), {"--noise-from", "0:0.45"});
-    Output output{runCommand(words), {}, 0};
+    folder.write("trust.json", talkers + moreSources + "]}");
+    std::string options = " --method " + method + " --non-finite " + nonFinite;
+    if (method != "MSNR") options += " --tf array.sofa";
+    if (method == "ML") options += " --noise-from 0:0.45";
+    Output output{run("separate in.wav --sources trust.json --advance " + std::to_string(ADVANCE) +
+                      " --format FLOAT --force -o out" + options),
+                  {},
+                  0};
     EXPECT_EQ(output.run.status, 0) << output.run.errors;
-    std::ifstream file(folder / "out/timeline.json");
-    const nlohmann::json timeline = nlohmann::json::parse(file);
+    const nlohmann::json timeline = nlohmann::json::parse(content("out/timeline.json"));
     for (const std::size_t i : {0, 1}) {
       const std::string name = timeline["sources"][i]["file"];
-      output.talkers.push_back(readSound(folder / ("out/" + name)).samples);
+      output.talkers.push_back(sound("out/" + name).samples);
       output.replaced += timeline["sources"][i]["non_finite_samples"].get<int>();
     }
     return output;
