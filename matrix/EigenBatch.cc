@@ -10,6 +10,8 @@ namespace BF {
 
 namespace {
 
+#ifdef ZELK_HAS_VECTOR_TARGETS
+
 constexpr int MAX_SWEEPS = 50;
 
 void becomeShape(Matrix& matrix, int rows, int columns) {
@@ -17,7 +19,6 @@ void becomeShape(Matrix& matrix, int rows, int columns) {
   matrix = Matrix(rows, columns);
 }
 
-#ifdef ZELK_HAS_VECTOR_TARGETS
 #pragma GCC push_options
 #pragma GCC target("avx512f")
 namespace avx512 {
