@@ -5,6 +5,7 @@
 #   scripts/deps.sh --package    also what the Debian packages and their check need
 #   scripts/deps.sh --docs       also what the API reference needs
 #   scripts/deps.sh --fuzz       also what fuzzing needs
+#   scripts/deps.sh --valgrind   also what scripts/valgrind.sh needs
 #   scripts/deps.sh --all        all that, and what linting needs
 # Quick when everything is there. Uses sudo when not root. Without apt it prints the list and goes on.
 set -euo pipefail
@@ -24,14 +25,16 @@ yardsticks=(libopenblas-dev liblapacke-dev)
 packaging=(dpkg-dev file lintian debootstrap)
 docs=(doxygen)
 fuzzing=(clang-14 libclang-rt-14-dev)
-extra=(clang-tidy-14 valgrind)
+memory=(valgrind)
+extra=(clang-tidy-14)
 
 case "${1:-}" in
   --bench) packages+=("${yardsticks[@]}") ;;
   --package) packages+=("${packaging[@]}") ;;
   --docs) packages+=("${docs[@]}") ;;
+  --valgrind) packages+=("${memory[@]}") ;;
   --fuzz) packages+=("${fuzzing[@]}") ;;
-  --all) packages+=("${yardsticks[@]}" "${packaging[@]}" "${docs[@]}" "${fuzzing[@]}" "${extra[@]}") ;;
+  --all) packages+=("${yardsticks[@]}" "${packaging[@]}" "${docs[@]}" "${fuzzing[@]}" "${memory[@]}" "${extra[@]}") ;;
 esac
 
 if ! command -v apt-get >/dev/null 2>&1; then
