@@ -12,6 +12,11 @@ constexpr int BINS = 257;
 constexpr int SAMPLING_RATE = 16000;
 constexpr double SOUND_SPEED = 343.0;
 
+/// Different input frames, taken in turn.
+constexpr int FRAMES = 32;
+/// Frames before a measurement begins: they build what later ones reuse.
+constexpr int FIRST_FRAMES = 4;
+
 /// rows × columns circular complex Gaussian elements of unit variance.
 BF::Matrix randomMatrix(int rows, int columns, unsigned seed);
 

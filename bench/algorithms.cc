@@ -12,19 +12,22 @@ void frame(benchmark::State& state, int algorithm, bool noiseSource = false) {
   const std::unique_ptr<BF::BF> engine = bench::makeEngine(algorithm, M);
   std::vector<BF::SourceLocation> sources = bench::sourceList(N);
   if (noiseSource) sources.back().flag = false;
-  const BF::Matrix inputs[] = {bench::randomFrame(M, 1), bench::randomFrame(M, 2)};
+  std::vector<BF::Matrix> inputs;
+  for (int i = 0; i < bench::FRAMES; ++i) inputs.push_back(bench::randomFrame(M, 1 + i));
   // Noise statistics that are new in every frame, as a running estimate gives them.
   std::vector<BF::Matrix> noise[2] = {engine->noiseCorrelationMatrices,
                                       engine->noiseCorrelationMatrices};
   for (BF::Matrix& R : noise[1]) R = R + BF::Matrix::I(M);
   BF::Matrix output;
-  int count = 0;
-  for (auto _ : state) {
-    engine->noiseCorrelationMatrices = noise[count % 2];
+  const auto oneFrame = [&](int number) {
+    engine->noiseCorrelationMatrices = noise[number % 2];
     engine->updateSources(sources);
-    engine->executeBeamForming(inputs[count++ % 2], output);
+    engine->executeBeamForming(inputs[number % bench::FRAMES], output);
     engine->adaptSeparationMatrices();
-  }
+  };
+  int count = 0;
+  while (count < bench::FIRST_FRAMES) oneFrame(count++);
+  for (auto _ : state) oneFrame(count++);
 }
 
 void frameSizes(benchmark::internal::Benchmark* benchmark) {

@@ -96,7 +96,8 @@ void node(benchmark::State& state, const std::string& type, const std::string& m
   if (type != "MSNR") settings.push_back(text("TF_CONJ_FILENAME", databaseFile(M)));
   if (type == "ML") settings.push_back(real("REG_FACTOR", 0.01F));
 
-  const FD::ObjectRef frames[] = {frameOf(M, bench::BINS, 1), frameOf(M, bench::BINS, 2)};
+  std::vector<FD::ObjectRef> frames;
+  for (int i = 0; i < bench::FRAMES; ++i) frames.push_back(frameOf(M, bench::BINS, 1 + i));
   const FD::ObjectRef noise[] = {noiseOf(M, 1000), noiseOf(M, 2000)};
   const FD::ObjectRef sources = sourcesAt(N);
   std::vector<NodePtr> feeds;
@@ -105,12 +106,13 @@ void node(benchmark::State& state, const std::string& type, const std::string& m
     feeds.emplace_back(new Feed(function));
     separation->connectToNode(input, feeds.back().get(), "OUTPUT");
   };
-  feed("INPUT_FRAMES", [&](int count) { return frames[count % 2]; });
+  feed("INPUT_FRAMES", [&](int count) { return frames[count % bench::FRAMES]; });
   feed("INPUT_SOURCES", [&](int) { return sources; });
   if (type == "ML") feed("INPUT_NOISE_CM", [&](int count) { return noise[count % 2]; });
   separation->initialize();
 
   int count = 0;
+  while (count < bench::FIRST_FRAMES) separation->getOutput(0, count++);
   for (auto _ : state) benchmark::DoNotOptimize(separation->getOutput(0, count++));
 }
 
