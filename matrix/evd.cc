@@ -17,7 +17,7 @@ constexpr int MAX_SWEEPS = 50;
 /// s̄ · v_p + c · v_q, with c = 1 / √(|t|² + 1), s = t · c and τ = s / (1 + c).
 struct Rotation {
   double sr, si;  ///< s
-  double tr, ti;  ///< τ
+  double rho;     ///< s · τ̄, real
   double shift;   ///< t · A(p, q), real: d(p) falls and d(q) grows by it
 };
 
@@ -48,31 +48,30 @@ ZELK_INLINE Rotation rotationFor(double ar, double ai, double absA, double h) {
   }
   const double phaseRe = ar / absA;
   const double phaseIm = -ai / absA;
-  return {absS * phaseRe, absS * phaseIm, absTau * phaseRe, absTau * phaseIm, absT * absA};
+  return {absS * phaseRe, absS * phaseIm, absS * absTau, absT * absA};
 }
 
 /// For every j < n: g' = g − s · (h + τ̄ · g) and h' = h + s̄ · (g − τ · h), the rotation of two
-/// vectors g and h.
+/// vectors g and h, with ρ = s · τ̄ multiplied out: what changes stays small next to g and h.
 ZELK_INLINE void rotate(std::size_t n, double* __restrict gr, double* __restrict gi,
                         double* __restrict hr, double* __restrict hi, double sr, double si,
-                        double tr, double ti) {
+                        double rho) {
   for (std::size_t j = 0; j < n; ++j) {
-    const double ur = hr[j] + (tr * gr[j] + ti * gi[j]);
-    const double ui = hi[j] + (tr * gi[j] - ti * gr[j]);
-    const double wr = gr[j] - (tr * hr[j] - ti * hi[j]);
-    const double wi = gi[j] - (tr * hi[j] + ti * hr[j]);
-    gr[j] -= sr * ur - si * ui;
-    gi[j] -= sr * ui + si * ur;
-    hr[j] += sr * wr + si * wi;
-    hi[j] += sr * wi - si * wr;
+    const double ur = rho * gr[j] + (sr * hr[j] - si * hi[j]);
+    const double ui = rho * gi[j] + (sr * hi[j] + si * hr[j]);
+    const double wr = rho * hr[j] - (sr * gr[j] + si * gi[j]);
+    const double wi = rho * hi[j] - (sr * gi[j] - si * gr[j]);
+    gr[j] -= ur;
+    gi[j] -= ui;
+    hr[j] -= wr;
+    hi[j] -= wi;
   }
 }
 
 /// Rotates rows p and q of the Hermitian work matrix and mirrors them into its columns.
 ZELK_INLINE void rotateHermitian(SplitMatrix& A, std::size_t n, std::size_t p, std::size_t q,
                                  const Rotation& rotation) {
-  rotate(n, A.re(p), A.im(p), A.re(q), A.im(q), rotation.sr, -rotation.si, rotation.tr,
-         -rotation.ti);
+  rotate(n, A.re(p), A.im(p), A.re(q), A.im(q), rotation.sr, -rotation.si, rotation.rho);
   A.re(p)[p] = A.im(p)[p] = A.re(p)[q] = A.im(p)[q] = 0.0;
   A.re(q)[p] = A.im(q)[p] = A.re(q)[q] = A.im(q)[q] = 0.0;
   for (std::size_t j = 0; j < n; ++j) {
@@ -117,8 +116,7 @@ ZELK_PROCESSOR_CLONES void sweepOnce(int sweep, double threshold, SplitMatrix& A
         z(p) -= rotation.shift;
         z(q) += rotation.shift;
         rotateHermitian(A, n, p, q, rotation);
-        rotate(n, Vt.re(p), Vt.im(p), Vt.re(q), Vt.im(q), rotation.sr, rotation.si, rotation.tr,
-               rotation.ti);
+        rotate(n, Vt.re(p), Vt.im(p), Vt.re(q), Vt.im(q), rotation.sr, rotation.si, rotation.rho);
       }
     }
   }
