@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstddef>
 
+#include "matrix/JacobiRotation.h"
 #include "matrix/ProcessorClones.h"
 
 namespace BF {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "matrix/JacobiRotation.h"
 #include "matrix/ProcessorClones.h"
 #include "matrix/SplitMatrix.h"
 
@@ -13,65 +14,20 @@ namespace {
 
 constexpr int MAX_SWEEPS = 50;
 
-/// The rotation that annihilates A(p, q): column p becomes c · v_p − s · v_q and column q becomes
-/// s̄ · v_p + c · v_q, with c = 1 / √(|t|² + 1), s = t · c and τ = s / (1 + c).
-struct Rotation {
-  double sr, si;  ///< s
-  double rho;     ///< s · τ̄, real
-  double shift;   ///< t · A(p, q), real: d(p) falls and d(q) grows by it
-};
+using jacobi::negligible;
+using jacobi::Rotation;
 
-/// a = A(p, q) with modulus |a|, h = d(q) − d(p). The rotation's parameter is
-///   t = ā / h                         when |a| is negligible next to h,
-///   t = (√(h² + 4·|a|²) − h) / (2·a)  otherwise.
-/// With r = √(h² + 4·|a|²) and u = r + |h| the second is |t| = x / y, where (x, y) is (2·|a|, u)
-/// for a positive h and (u, 2·|a|) for another: no difference that loses the digits of a small |a|.
-/// As x² + y² = 2·r·u, |s| = x / √(2·r·u) and |τ| = x / (√(2·r·u) + y).
-ZELK_INLINE Rotation rotationFor(double ar, double ai, double absA, double h) {
-  double absT;  // with the sign of h in the first case, like |s| and |τ|
-  double absS;
-  double absTau;
-  if (std::abs(h) + 100.0 * absA == std::abs(h)) {
-    absT = absA / h;
-    const double root = std::sqrt(absT * absT + 1.0);
-    absS = absT / root;
-    absTau = absT / (root + 1.0);
-  } else {
-    const double r = modulus(h, 2.0 * ar, 2.0 * ai);
-    const double u = r + std::abs(h);
-    const double root = std::sqrt(2.0 * r) * std::sqrt(u);
-    const double x = h > 0.0 ? 2.0 * absA : u;
-    const double y = h > 0.0 ? u : 2.0 * absA;
-    absT = x / y;
-    absS = x / root;
-    absTau = x / (root + y);
-  }
-  const double phaseRe = ar / absA;
-  const double phaseIm = -ai / absA;
-  return {absS * phaseRe, absS * phaseIm, absS * absTau, absT * absA};
-}
-
-/// For every j < n: g' = g − s · (h + τ̄ · g) and h' = h + s̄ · (g − τ · h), the rotation of two
-/// vectors g and h, with ρ = s · τ̄ multiplied out: what changes stays small next to g and h.
+/// Rotates two vectors of n elements.
 ZELK_INLINE void rotate(std::size_t n, double* __restrict gr, double* __restrict gi,
-                        double* __restrict hr, double* __restrict hi, double sr, double si,
-                        double rho) {
-  for (std::size_t j = 0; j < n; ++j) {
-    const double ur = rho * gr[j] + (sr * hr[j] - si * hi[j]);
-    const double ui = rho * gi[j] + (sr * hi[j] + si * hr[j]);
-    const double wr = rho * hr[j] - (sr * gr[j] + si * gi[j]);
-    const double wi = rho * hi[j] - (sr * gi[j] - si * gr[j]);
-    gr[j] -= ur;
-    gi[j] -= ui;
-    hr[j] -= wr;
-    hi[j] -= wi;
-  }
+                        double* __restrict hr, double* __restrict hi, const Rotation& rotation) {
+  for (std::size_t j = 0; j < n; ++j) jacobi::rotate(gr[j], gi[j], hr[j], hi[j], rotation, true);
 }
 
 /// Rotates rows p and q of the Hermitian work matrix and mirrors them into its columns.
 ZELK_INLINE void rotateHermitian(SplitMatrix& A, std::size_t n, std::size_t p, std::size_t q,
                                  const Rotation& rotation) {
-  rotate(n, A.re(p), A.im(p), A.re(q), A.im(q), rotation.sr, -rotation.si, rotation.rho);
+  const Rotation conjugate = {rotation.sr, -rotation.si, rotation.rho, rotation.shift};
+  rotate(n, A.re(p), A.im(p), A.re(q), A.im(q), conjugate);
   A.re(p)[p] = A.im(p)[p] = A.re(p)[q] = A.im(p)[q] = 0.0;
   A.re(q)[p] = A.im(q)[p] = A.re(q)[q] = A.im(q)[q] = 0.0;
   for (std::size_t j = 0; j < n; ++j) {
@@ -91,10 +47,6 @@ double offDiagonalSum(SplitMatrix& A, std::size_t n) {
   return sum;
 }
 
-ZELK_INLINE bool negligible(double value, double next) {
-  return std::abs(next) + value == std::abs(next);
-}
-
 /// One sweep over all pairs p < q. Rows of Vt are the columns of V; z gathers the diagonal's
 /// changes.
 ZELK_PROCESSOR_CLONES void sweepOnce(int sweep, double threshold, SplitMatrix& A, SplitMatrix& Vt,
@@ -110,13 +62,13 @@ ZELK_PROCESSOR_CLONES void sweepOnce(int sweep, double threshold, SplitMatrix& A
         A.re(p)[q] = A.im(p)[q] = A.re(q)[p] = 0.0;
         A.im(q)[p] = -0.0;
       } else if (absA > threshold) {
-        const Rotation rotation = rotationFor(ar, ai, absA, d(q) - d(p));
+        const Rotation rotation = jacobi::rotationFor(ar, ai, absA, d(q) - d(p));
         d(p) -= rotation.shift;
         d(q) += rotation.shift;
         z(p) -= rotation.shift;
         z(q) += rotation.shift;
         rotateHermitian(A, n, p, q, rotation);
-        rotate(n, Vt.re(p), Vt.im(p), Vt.re(q), Vt.im(q), rotation.sr, rotation.si, rotation.rho);
+        rotate(n, Vt.re(p), Vt.im(p), Vt.re(q), Vt.im(q), rotation);
       }
     }
   }
