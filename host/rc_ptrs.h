@@ -39,14 +39,16 @@ class RCPtr {
     return *this;
   }
 
+  // The linter does not follow the counts.
+  // NOLINTBEGIN(clang-analyzer-cplusplus.NewDelete)
   ~RCPtr() {
     if (pointer) pointer->unref();
   }
 
-  // The linter does not follow the counts.
-  X& operator*() const { return *pointer; }  // NOLINT(clang-analyzer-cplusplus.NewDelete)
-  X* operator->() const { return pointer; }  // NOLINT(clang-analyzer-cplusplus.NewDelete)
+  X& operator*() const { return *pointer; }
+  X* operator->() const { return pointer; }
   X* get() const { return pointer; }
+  // NOLINTEND(clang-analyzer-cplusplus.NewDelete)
   bool isNil() const { return pointer == nullptr; }
 
  private:

@@ -14,7 +14,7 @@ template <typename T>
 class KernelAllocator : public std::allocator<T> {
  public:
   template <typename Other>
-  struct rebind {
+  struct rebind {  // NOLINT(readability-identifier-naming): the standard's name
     using other = KernelAllocator<Other>;
   };
 

@@ -329,7 +329,8 @@ int Matrix::getMaximumValueIndexInColumn(int column) const {
 void Matrix::dump(FILE* stream, const char* format, ...) const {
   va_list arguments;
   va_start(arguments, format);
-  std::vfprintf(stream, format, arguments);
+  // The linter does not see va_start.
+  std::vfprintf(stream, format, arguments);  // NOLINT(clang-analyzer-valist.Uninitialized)
   va_end(arguments);
 
   std::fprintf(stream, ": rows=%u, cols=%u\n", static_cast<unsigned>(rows),

@@ -23,6 +23,8 @@ void checkOutput(int source, int bin, const std::complex<float>& value) {
 
 }  // namespace
 
+// Nodes take their parameters by value, by the host's custom.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 ML::ML(std::string nodeName, FD::ParameterSet params)
     : FD::BufferedNode(std::move(nodeName), params) {
   inputFramesID = addInput("INPUT_FRAMES");
@@ -93,8 +95,8 @@ void ML::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   const auto& sourceList = FD::object_cast<FD::Vector<FD::ObjectRef>>(sourcesRef);
   updateNoise(static_cast<int>(frames.nrows()), static_cast<int>(frames.ncols()), count);
 
-  auto* spectra = new SpectrumMap;
-  out[count] = FD::ObjectRef(spectra);
+  const FD::RCPtr<SpectrumMap> spectra(new SpectrumMap);
+  out[count] = spectra;
   std::vector<BF::SourceLocation> locations;
   appendLocations(sourceList, true, locations);
   if (locations.empty()) return;

@@ -21,6 +21,8 @@ void checkOutput(int source, int bin, const std::complex<float>& value) {
 
 }  // namespace
 
+// Nodes take their parameters by value, by the host's custom.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 MSNR::MSNR(std::string nodeName, FD::ParameterSet params)
     : FD::BufferedNode(std::move(nodeName), params) {
   inputFramesID = addInput("INPUT_FRAMES");
@@ -71,8 +73,8 @@ void MSNR::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   FD::ObjectRef noiseRef;
   if (inputNoiseSourcesID >= 0) noiseRef = getInput(inputNoiseSourcesID, count);
 
-  auto* spectra = new SpectrumMap;
-  out[count] = FD::ObjectRef(spectra);
+  const FD::RCPtr<SpectrumMap> spectra(new SpectrumMap);
+  out[count] = spectra;
   std::vector<BF::SourceLocation> locations;
   appendLocations(targets, true, locations);
   if (inputNoiseSourcesID >= 0) {

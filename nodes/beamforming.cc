@@ -31,6 +31,8 @@ void checkOutput(int source, int bin, const std::complex<float>& value) {
 
 }  // namespace
 
+// Nodes take their parameters by value, by the host's custom.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 BeamForming::BeamForming(std::string nodeName, FD::ParameterSet params)
     : FD::BufferedNode(std::move(nodeName), params) {
   inputFramesID = addInput("INPUT_FRAMES");
@@ -191,8 +193,8 @@ void BeamForming::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   FD::ObjectRef noiseRef;
   if (inputNoiseSourcesID != -1) noiseRef = getInput(inputNoiseSourcesID, count);
 
-  auto* spectra = new SpectrumMap;
-  out[count] = FD::ObjectRef(spectra);
+  const FD::RCPtr<SpectrumMap> spectra(new SpectrumMap);
+  out[count] = spectra;
   std::vector<BF::SourceLocation> locations;
   appendLocations(targets, true, locations);
   if (inputNoiseSourcesID != -1) {

@@ -4,5 +4,5 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh --all
 files=("$@")
-[ $# -gt 0 ] || mapfile -t files < <(git ls-files '*.cc' | grep -vE '^(tests|bench|examples)/')
+[ $# -gt 0 ] || mapfile -t files < <(git ls-files '*.cc' | grep -vE '^(tests|bench|examples|fuzz)/')
 printf '%s\0' "${files[@]}" | xargs -0 -n 4 -P "$(nproc)" clang-tidy-14 -p build/release --quiet
