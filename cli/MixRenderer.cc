@@ -11,12 +11,14 @@ namespace {
 constexpr double RAMP = 0.005;   // seconds
 constexpr double BLOCK = 0.010;  // seconds
 
-/// Active ranges in order, those that touch or overlap made one.
+/// Active ranges from time 0 on, in order, those that touch or overlap made one.
 std::vector<Audio::TimeRange> merged(std::vector<Audio::TimeRange> ranges) {
   std::sort(ranges.begin(), ranges.end(),
             [](const auto& a, const auto& b) { return a.begin < b.begin; });
   std::vector<Audio::TimeRange> result;
-  for (const Audio::TimeRange& range : ranges) {
+  for (Audio::TimeRange& range : ranges) {
+    if (range.end <= 0.0) continue;
+    range.begin = std::max(0.0, range.begin);
     if (!result.empty() && range.begin <= result.back().end) {
       result.back().end = std::max(result.back().end, range.end);
     } else {
@@ -47,8 +49,8 @@ double angle(const Audio::Position& a, const Audio::Position& b) {
 
 /// Where a source's first dry sample stands, in samples.
 std::size_t firstSample(const Audio::SceneSource& source, double rate) {
-  if (source.always || source.active.empty()) return 0;
-  return sampleAt(merged(source.active).front().begin, rate, SIZE_MAX);
+  const std::vector<Audio::TimeRange> ranges = merged(source.active);
+  return source.always || ranges.empty() ? 0 : sampleAt(ranges.front().begin, rate, SIZE_MAX);
 }
 
 }  // namespace

@@ -24,7 +24,8 @@ class MixRenderer {
 
   /// The image of a source that emits the samples `dry`, at the rate of the responses.
   ///
-  /// The first sample is emitted at the source's first active time, or at 0 if it is active always.
+  /// The first sample is emitted at the source's first active time from 0 on, at 0 if it is always
+  /// active.
   /// Outside the active ranges the samples are muted; a range, or ranges that touch, begins and
   /// ends with a ramp of 5 ms. A source sounds from the measured position that is nearest; for a
   /// moving one that is looked up every 10 ms, and what it emits in between passes linearly from

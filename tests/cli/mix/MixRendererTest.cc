@@ -98,8 +98,9 @@ TEST_F(MixRendering, ActiveRangesGateWithRamps) {
   fir.responses = {1, 1, 1, 1};
   Samples dry(10000);
   for (std::size_t n = 0; n < dry.size(); ++n) dry[n] = 1.0F + static_cast<float>(n) / 10000;
-  const Samples y = rendered(
-      load(fir), R"("azimuth": 90, "active": [[0.1, 0.2], [0.2, 0.25], [0.4, 0.5]])", dry)[0];
+  const ResponseSet set = load(fir);
+  const Samples y =
+      rendered(set, R"("azimuth": 90, "active": [[0.1, 0.2], [0.2, 0.25], [0.4, 0.5]])", dry)[0];
   // 10 000 dry samples from 0.1 s on reach to 0.725 s; the last range ends before.
   ASSERT_EQ(y.size(), 8000U);
   for (std::size_t n = 0; n < y.size(); ++n) {
@@ -110,6 +111,9 @@ TEST_F(MixRendering, ActiveRangesGateWithRamps) {
     const double emitted = 1.0 + (static_cast<double>(n) - 1600) / 10000;
     ASSERT_NEAR(y[n], emitted * (gate(0.1, 0.25) + gate(0.4, 0.5)), 1e-6) << n;
   }
+  // Time before 0 does not count.
+  EXPECT_EQ(rendered(set, R"("azimuth": 90, "active": [[-3, -2], [-1, 0.25]])", dry),
+            rendered(set, R"("azimuth": 90, "active": [[0, 0.25]])", dry));
 }
 
 // The source passes from left to right at 0.5 s. Within the block of 10 ms in which the nearest
