@@ -245,6 +245,11 @@ TEST_F(SeparatedFilesTest, RefusesFilesOfAnEarlierRunAndUnusableNames) {
   options.prefix = "source_";
   options.directory = folder.write("file", "") + "/out";
   EXPECT_EQ(refusal(), folder / "file/out: cannot be made or is no folder: Not a directory");
+  const std::string tooLong = folder / std::string(300, 'x');
+  options.directory = tooLong;
+  EXPECT_EQ(refusal(), tooLong + ": cannot be made or is no folder: File name too long");
+  EXPECT_THAT(messageOf<Audio::AudioError>([&] { Audio::WavWriter(tooLong, {}, false); }),
+              testing::StartsWith(tooLong + ".part: cannot be written: "));
   EXPECT_EQ(messageOf<Audio::AudioError>([] { Audio::sampleFormatNamed("PCM_32"); }),
             "FORMAT is \"PCM_32\", expected PCM_16, PCM_24 or FLOAT");
 }

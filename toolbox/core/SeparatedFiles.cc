@@ -45,7 +45,8 @@ SeparatedFiles::SeparatedFiles(const SeparatedFilesOptions& given,
   }
   std::error_code error;
   fs::create_directories(options.directory, error);
-  if (!fs::is_directory(options.directory)) {
+  std::error_code ignored;
+  if (!fs::is_directory(options.directory, ignored)) {
     throw AudioError(fmt::format("{}: cannot be made or is no folder{}{}", options.directory,
                                  error ? ": " : "", error ? error.message() : ""));
   }

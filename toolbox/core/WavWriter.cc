@@ -116,7 +116,8 @@ WavWriter::Impl::Impl(std::string name, const WavFormat& wavFormat, bool overwri
       part(path + ".part", path),
       format(wavFormat),
       scale(fullScale(wavFormat.samples)) {
-  if (!overwrite && std::filesystem::exists(path)) {
+  std::error_code ignored;  // what is wrong with the name shows when the file is made
+  if (!overwrite && std::filesystem::exists(path, ignored)) {
     throw AudioError(fmt::format("{}: exists already (set OVERWRITE to true to replace it)", path));
   }
   open(SFM_WRITE);
@@ -137,7 +138,10 @@ void WavWriter::Impl::open(int mode) {
 
 void WavWriter::Impl::reopen() {
   // Opening to read and write makes a file that is not there.
-  if (!std::filesystem::exists(part.path())) fail("the file was removed");
+  std::error_code error;
+  if (!std::filesystem::exists(part.path(), error)) {
+    fail(error ? error.message() : "the file was removed");
+  }
   open(SFM_RDWR);
   if (sf_seek(file.get(), 0, SEEK_END | SFM_WRITE) != written) {
     fail(fmt::format("the file was changed, expected {} samples in it", written));
