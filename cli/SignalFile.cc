@@ -29,13 +29,6 @@ void checkSamples(const std::string& path, const std::vector<float>& samples) {
   }
 }
 
-/// The file's channels, without its warnings, which come with the reading.
-int channelCount(const std::string& path) {
-  Audio::AudioReaderOptions options;
-  options.warn = [](const std::string&) {};
-  return Audio::AudioReader(path, options).channelCount();
-}
-
 }  // namespace
 
 Signal readSignal(const std::string& path, int channel) {
@@ -43,7 +36,7 @@ Signal readSignal(const std::string& path, int channel) {
   options.nonFinite = Audio::NonFinite::Keep;
   std::vector<std::string> warnings;
   options.warn = [&](const std::string& text) { warnings.push_back(text); };
-  if (channelCount(path) > 1) options.channels = std::to_string(channel);
+  if (Audio::channelsOf(path) > 1) options.channels = std::to_string(channel);
   Audio::AudioReader reader(path, options);
   Signal signal;
   signal.samplingRate = reader.samplingRate();

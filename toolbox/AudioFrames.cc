@@ -1,6 +1,5 @@
 #include "AudioFrames.h"
 
-#include <algorithm>
 #include <iostream>
 #include <utility>
 

@@ -13,13 +13,6 @@
 
 namespace {
 
-/// How many channels the file has, without its warnings, which come with the reading.
-int channelCount(const std::string& path) {
-  Audio::AudioReaderOptions options;
-  options.warn = [](const std::string&) {};
-  return Audio::AudioReader(path, options).channelCount();
-}
-
 /// Power that a sine of full scale has in its bin: (½ · Σ w)².
 double fullScalePower(int length) {
   const std::vector<float> window = Audio::makeWindow(Audio::WindowType::Hann, length);
@@ -47,14 +40,11 @@ Spectrogram described(const std::string& path, const Audio::FrameReader& reader,
 std::vector<Spectrogram> readSpectrograms(const std::string& path, const std::string& channels,
                                           const SpectrogramFrames& frames) {
   const Audio::FrameLayout layout(frames.length, frames.advance);
-  const int fileChannels = channelCount(path);
+  const int fileChannels = Audio::channelsOf(path);
   Audio::AudioReaderOptions options;
-  std::vector<int> numbers = {0};
-  if (fileChannels > 1) {
-    options.channels = channels;
-    numbers = Audio::selectedChannels(channels, fileChannels);
-  }
+  if (fileChannels > 1) options.channels = channels;
   Audio::FrameReader reader(Audio::AudioReader(path, options), layout, Audio::WindowType::Hann);
+  const std::vector<int> numbers = Audio::selectedChannels(options.channels, fileChannels);
   const auto bins = static_cast<std::size_t>(layout.bins());
   std::vector<LevelColumns> columns(numbers.size(), LevelColumns(bins));
   std::int64_t samples = 0;

@@ -231,4 +231,10 @@ std::size_t AudioReader::read(float* samples, std::size_t count) {
   return impl->resampler ? impl->readResampled(samples, count) : impl->readFile(samples, count);
 }
 
+int channelsOf(const std::string& path) {
+  AudioReaderOptions options;
+  options.warn = [](const std::string&) {};
+  return AudioReader(path, options).channelCount();
+}
+
 }  // namespace Audio

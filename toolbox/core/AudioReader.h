@@ -60,4 +60,8 @@ class AudioReader {
   std::unique_ptr<Impl> impl;
 };
 
+/// How many channels a file has, without its warnings, which come with the reading. Throws
+/// AudioError when it cannot be opened.
+int channelsOf(const std::string& path);
+
 }  // namespace Audio
