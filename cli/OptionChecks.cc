@@ -2,8 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <functional>
-#include <string>
+#include <utility>
+
+#include "toolbox/core/AudioError.h"
 
 namespace {
 
@@ -15,6 +19,17 @@ CLI::Validator numberCheck(const std::string& shownInHelp, const std::string& ex
     return fmt::format("\"{}\", expected {}", text, expected);
   };
   return {check, shownInHelp};
+}
+
+CLI::Validator timeCheck(const std::string& expected, std::size_t most) {
+  const auto check = [=](const std::string& text) -> std::string {
+    try {
+      if (timeRangesOf(text).size() <= most) return {};
+    } catch (const Audio::AudioError&) {  // speaks of a node's parameter
+    }
+    return fmt::format("\"{}\", expected {}", text, expected);
+  };
+  return {check, ""};
 }
 
 }  // namespace
@@ -30,4 +45,17 @@ CLI::Validator isPositive() {
 
 CLI::Validator isNonNegative() {
   return numberCheck("NONNEGATIVE", "0 or more", [](double value) { return value >= 0.0; });
+}
+
+std::vector<Audio::TimeRange> timeRangesOf(std::string text) {
+  std::replace(text.begin(), text.end(), ':', '-');
+  return Audio::parseTimeRanges(text);
+}
+
+CLI::Validator isTimeRange() {
+  return timeCheck("seconds BEGIN:END with 0 <= BEGIN < END, such as 1.5:7", 1);
+}
+
+CLI::Validator isTimeRanges() {
+  return timeCheck("seconds BEGIN:END with 0 <= BEGIN < END, such as 0:1.5,4:5", SIZE_MAX);
 }

@@ -15,7 +15,6 @@
 #include "cli/ScoreMetrics.h"
 #include "cli/ScoreReport.h"
 #include "cli/SignalFile.h"
-#include "toolbox/core/Channels.h"
 
 namespace {
 
@@ -57,12 +56,6 @@ struct LoadedSignals {
   std::vector<NamedSignal> estimates;
   std::vector<NamedSignal> mixture;  // one, or none
 };
-
-/// The range of a text "BEGIN:END".
-Audio::TimeRange timeRange(std::string text) {
-  std::replace(text.begin(), text.end(), ':', '-');
-  return Audio::parseTimeRanges(text).front();
-}
 
 /// Reads the files into signals of one length and notes in the report what that left out.
 class Loader {
@@ -107,7 +100,7 @@ class Loader {
 
   // Keeps the range alone, which must lie in the signals.
   void cut(LoadedSignals& signals) {
-    const Audio::TimeRange range = timeRange(options.range);
+    const Audio::TimeRange range = timeRangesOf(options.range).front();
     const auto begin = static_cast<std::size_t>(std::lround(range.begin * report.samplingRate));
     const auto end = static_cast<std::size_t>(std::lround(range.end * report.samplingRate));
     if (begin >= end || end > report.samples) {
@@ -180,8 +173,10 @@ void addScoreCommand(CLI::App& app) {
                    "Length of a filter that an estimate may have been through without loss")
       ->check(isBetween(1, LARGEST_TAPS))
       ->capture_default_str();
-  command->add_option("--range", options->range,
-                      "Score this part alone, BEGIN:END in seconds; default: all");
+  command
+      ->add_option("--range", options->range,
+                   "Score this part alone, BEGIN:END in seconds; default: all")
+      ->check(isTimeRange());
   command->add_flag("--json", options->json, "Write JSON instead of a table");
   command->add_option("-o,--output", options->output,
                       "File for the result instead of standard output");

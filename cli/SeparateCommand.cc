@@ -181,7 +181,9 @@ void addSoundOptions(CLI::App& command, SeparationSettings& s) {
       .add_option("--advance", s.advance,
                   "Samples from frame to frame; default: a quarter of the frame")
       ->check(isPositive());
-  command.add_option("--rate", s.samplingRate, "Sampling rate in Hz; default: the database's")
+  command
+      .add_option("--rate", s.samplingRate,
+                  "Sampling rate in Hz; default: the database's, or the recording's")
       ->check(isPositive());
   command.add_option("--window", s.window, "Shape of the frames")
       ->check(CLI::IsMember({"HANN", "HAMMING", "SINE", "RECTANGULAR"}))
@@ -202,9 +204,11 @@ void addSoundOptions(CLI::App& command, SeparationSettings& s) {
 }
 
 void addNoiseOptions(CLI::App& command, SeparationSettings& s) {
-  command.add_option("--noise-from", s.noiseRanges,
-                     "ML: when the recording holds noise alone, seconds, as 0:1.5,4:5; default: "
-                     "while no source is active");
+  command
+      .add_option("--noise-from", s.noiseRanges,
+                  "ML: when the recording holds noise alone, seconds, as 0:1.5,4:5; default: "
+                  "while no source is active")
+      ->check(isTimeRanges());
   command.add_option("--noise-recording", s.noiseRecording, "ML: a recording of the noise alone");
   command.add_option("--noise-channels", s.noiseChannels,
                      "ML: channels of the noise recording; default: as --channels");

@@ -41,6 +41,9 @@ TEST_F(Errors, OfUsage) {
        {separate + "--length -3", "--length: \"-3\", expected a number above 0"},
        {separate + "--project-forgetting nan", "--project-forgetting: \"nan\", expected 0 to 1"},
        {separate + "--window KAISER", "--window: KAISER not in {HANN,HAMMING,SINE,RECTANGULAR}"},
+       {separate + "--method ML --noise-from 0:1,2",
+        "--noise-from: \"0:1,2\", expected seconds BEGIN:END with 0 <= BEGIN < END, such as "
+        "0:1.5,4:5"},
        {separate + "--noise-from 0:1", "--noise-from and --noise-recording serve ML, not NULL"},
        {separate + "--method ML --noise-from 0:1 --noise-recording n",
         "--noise-from and --noise-recording exclude each other"}});

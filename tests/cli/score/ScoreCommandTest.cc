@@ -100,7 +100,10 @@ TEST_F(ScoreCommand, RefusalsNameFileFoundAndExpected) {
                     {"score --reference a.wav b.wav --estimate a.wav",
                      "--estimate: 1 given, expected as many as there are references, 2"},
                     {one + "a.wav --filter-taps 0", "--filter-taps: \"0\", expected 1 to …"},
-                    {one + "a.wav --channel zero", "--channel: \"zero\", expected 1 to …"}});
+                    {one + "a.wav --channel zero", "--channel: \"zero\", expected 1 to …"},
+                    {one + "a.wav --range 0:1,1:2",
+                     "--range: \"0:1,1:2\", expected seconds BEGIN:END with 0 <= BEGIN < END, such "
+                     "as 1.5:7"}});
   expectRefused(1,
                 {{one + "absent.wav", "absent.wav: cannot be read…"},
                  {"score --reference text.wav --estimate a.wav", "text.wav: cannot be read…"},
