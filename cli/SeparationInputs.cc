@@ -6,7 +6,6 @@
 #include <cmath>
 #include <numbers>
 
-#include "fileio/SofaFile.h"
 #include "toolbox/core/AudioError.h"
 #include "toolbox/core/AudioReader.h"
 #include "toolbox/core/Channels.h"
@@ -46,12 +45,7 @@ const Point& nearest(const std::vector<Point>& places, const Point& p) {
 
 /// Takes frame length and sampling rate from the database; they must agree with what was asked for.
 void takeGeometry(SeparationSettings& s, const SofaFile& database) {
-  if (!database.isTransferFunctions()) {
-    throw SofaError(
-        fmt::format("{}: holds impulse responses, expected transfer functions (make them with: "
-                    "zelk-sss tfdb import)",
-                    s.database));
-  }
+  requireTransferFunctions(database);
   const int length = 2 * (static_cast<int>(database.length()) - 1);
   const int rate = static_cast<int>(std::lround(database.samplingRate()));
   if (s.length != 0 && s.length != length) {
@@ -169,6 +163,14 @@ void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
 }
 
 }  // namespace
+
+void requireTransferFunctions(const SofaFile& database) {
+  if (database.isTransferFunctions()) return;
+  throw SofaError(
+      fmt::format("{}: holds impulse responses, expected transfer functions (make them with: "
+                  "zelk-sss tfdb import)",
+                  database.path()));
+}
 
 SeparationInputs examineInputs(SeparationSettings& s) {
   SeparationInputs inputs;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/SeparationSettings.h"
+#include "fileio/SofaFile.h"
 #include "toolbox/core/Scene.h"
 
 /// What the files of a separation say, found out before it starts.
@@ -20,3 +21,6 @@ struct SeparationInputs {
 /// rate: the database's; without one 512 samples and the recording's rate), and checks that they
 /// fit together. Throws SofaError or AudioError naming the file, what was found and expected.
 SeparationInputs examineInputs(SeparationSettings& settings);
+
+/// Throws SofaError if the file holds impulse responses, which no method separates with.
+void requireTransferFunctions(const SofaFile& database);

@@ -14,6 +14,7 @@
 
 #include "cli/Methods.h"
 #include "cli/OptionChecks.h"
+#include "cli/SeparationInputs.h"
 #include "cli/pattern/BeamPattern.h"
 #include "cli/pattern/DirectionRing.h"
 #include "cli/pattern/PatternPicture.h"
@@ -87,12 +88,7 @@ Setup readInputs(const Options& options) {
                     options.scene, setup.time));
   }
   const SofaFile file(options.database);
-  if (!file.isTransferFunctions()) {
-    throw SofaError(
-        fmt::format("{}: holds impulse responses, expected transfer functions (make them with: "
-                    "zelk-sss tfdb import)",
-                    options.database));
-  }
+  requireTransferFunctions(file);
   setup.samplingRate = file.samplingRate();
   setup.engine =
       engineOf(options.method, databaseOf(file), static_cast<int>(std::lround(setup.samplingRate)));
