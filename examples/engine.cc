@@ -20,8 +20,8 @@ int main() {
   BF::Null separator(BINS, 16000, 343.0);
   separator.setTransformFunctionDatabase(database);
 
-  BF::Matrix frame(2,
-                   BINS);  // what the microphones hear when source 7 sends 1 and source 9 sends 2i
+  // What the microphones hear when source 7 sends 1 and source 9 sends 2i.
+  BF::Matrix frame(2, BINS);
   for (int k = 0; k < BINS; ++k) {
     const BF::Matrix& A = database.transferFunctions[k];
     for (int m = 0; m < 2; ++m) {
