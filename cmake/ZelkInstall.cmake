@@ -54,7 +54,8 @@ install(FILES docs/architecture.md docs/embedding.md docs/errors.md docs/formats
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(FILES docs/pictures/pattern.svg docs/pictures/spectrogram.png
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs/pictures)
-install(FILES examples/engine.cc examples/separate.n examples/two-talkers.json
+install(FILES examples/engine.cc examples/microphones.json examples/scene.json examples/separate.n
+              examples/two-talkers.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 if(PROJECT_IS_TOP_LEVEL)
