@@ -11,7 +11,7 @@
 
 #include "cli/OutputFile.h"
 #include "cli/tfdb/ArrayGeometry.h"
-#include "cli/tfdb/ReadTrial.h"
+#include "cli/tfdb/ChildProcess.h"
 #include "cli/tfdb/ResponseImport.h"
 #include "cli/tfdb/TfdbReport.h"
 

@@ -7,7 +7,7 @@
 #include <new>
 
 #include "cli/tfdb/ArrayGeometry.h"
-#include "cli/tfdb/ReadTrial.h"
+#include "cli/tfdb/ChildProcess.h"
 #include "fileio/SofaWriter.h"
 #include "tests/cli/process/CommandTest.h"
 
@@ -97,7 +97,7 @@ TEST_F(TfdbCommands, RefuseWhatMakesNoDatabase) {
         "tfdb geometry: --length is 511, expected an even number from 16 to 65536"}});
 }
 
-TEST(ReadTrial, ReportsACrashARunawayAndTooMuchMemory) {
+TEST(ChildProcess, ReportsACrashARunawayAndTooMuchMemory) {
   const std::pair<std::function<void()>, const char*> cases[] = {
       {[] {}, ""},
       {[] { throw SofaError("file: its own words"); }, "file: its own words"},

@@ -1,4 +1,4 @@
-#include "cli/tfdb/ReadTrial.h"
+#include "cli/tfdb/ChildProcess.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
