@@ -2,19 +2,18 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "cli/MixFiles.h"
+#include "cli/MixNoise.h"
 #include "cli/MixRenderer.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputFile.h"
@@ -67,8 +66,6 @@ std::string besideOutput(const std::string& output, const std::string& suffix) {
   return path.string();
 }
 
-double factor(double decibels) { return std::pow(10.0, decibels / 20.0); }
-
 /// The scene's sources and then its noise sources, each with its dry file.
 std::vector<MixSource> sourcesOf(const Audio::Scene& scene, const MixOptions& options) {
   std::vector<MixSource> result;
@@ -92,7 +89,7 @@ std::vector<MixSource> sourcesOf(const Audio::Scene& scene, const MixOptions& op
   }
   for (std::size_t i = 0; i < result.size(); ++i) {
     result[i].dry = options.dry[i];
-    if (!options.gains.empty()) result[i].gain = factor(options.gains[i]);
+    if (!options.gains.empty()) result[i].gain = std::pow(10.0, options.gains[i] / 20.0);
   }
   return result;
 }
@@ -116,49 +113,7 @@ std::vector<float> readDry(const MixSource& source, const MixOptions& options, i
   return signal.samples;
 }
 
-/// Gaussian noise, independent at each microphone and sample.
-std::vector<float> microphoneNoise(std::size_t values, double level, unsigned seed) {
-  std::mt19937 generator(seed);
-  std::normal_distribution<double> gaussian(0.0, factor(level));
-  std::vector<float> noise(values);
-  for (float& value : noise) value = static_cast<float>(gaussian(generator));
-  return noise;
-}
-
 void note(const std::string& text) { std::cerr << "zelk-sss: " << text << std::endl; }
-
-/// Noise with a spectrum that falls towards high frequencies like speech's, from up to 48 positions
-/// of the set at once, independent between them: length samples of every microphone, microphones in
-/// turn, of the level asked for on average.
-std::vector<float> diffuseNoise(const ResponseSet& responses, const MixRenderer& renderer,
-                                std::size_t length, const MixOptions& options) {
-  constexpr std::size_t DIRECTIONS = 48;
-  constexpr double SMOOTHING = 0.9;
-  const std::size_t count = std::min(DIRECTIONS, responses.measurements());
-  std::mt19937 generator(options.seed + 1);
-  std::normal_distribution<double> gaussian;
-  std::vector<double> sum(length * responses.microphones());
-  for (std::size_t i = 0; i < count; ++i) {
-    std::vector<float> dry(length);
-    double smooth = 0.0;
-    for (float& sample : dry) {
-      smooth = SMOOTHING * smooth + gaussian(generator);
-      sample = static_cast<float>(smooth);
-    }
-    Audio::SceneSource source;
-    source.track.emplace_back();
-    source.track.front().position = responses.position(i * responses.measurements() / count);
-    const std::vector<float> image = renderer.render(source, dry).samples;
-    for (std::size_t n = 0; n < std::min(sum.size(), image.size()); ++n) sum[n] += image[n];
-  }
-  double power = 0.0;
-  for (const double sample : sum) power += sample * sample;
-  const double scale =
-      factor(*options.diffuseLevel) / std::sqrt(power / static_cast<double>(sum.size()));
-  std::vector<float> noise(sum.size());
-  for (std::size_t n = 0; n < sum.size(); ++n) noise[n] = static_cast<float>(scale * sum[n]);
-  return noise;
-}
 
 void mix(const MixOptions& options) {
   if (std::filesystem::path(options.output).extension() != ".wav") {
@@ -197,7 +152,8 @@ void mix(const MixOptions& options) {
     files.add(source.imagePath, renderer.render(source.place, dry).samples);
   }
   if (options.diffuseLevel) {
-    files.add(diffusePath, diffuseNoise(responses, renderer, files.length(), options));
+    files.add(diffusePath,
+              diffuseNoise(responses, files.length(), *options.diffuseLevel, options.seed + 1));
   }
   if (options.noiseLevel) {
     const std::size_t values = files.length() * responses.microphones();

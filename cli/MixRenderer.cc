@@ -5,6 +5,7 @@
 #include <numbers>
 
 #include "cli/FastConvolution.h"
+#include "cli/Places.h"
 
 namespace {
 
@@ -38,13 +39,6 @@ double ramp(double x) {
 std::size_t sampleAt(double seconds, double rate, std::size_t limit) {
   const double sample = std::ceil(seconds * rate - 1e-6);
   return sample < static_cast<double>(limit) ? static_cast<std::size_t>(sample) : limit;
-}
-
-double angle(const Audio::Position& a, const Audio::Position& b) {
-  const double product = std::hypot(a.x, a.y, a.z) * std::hypot(b.x, b.y, b.z);
-  if (product == 0.0) return 0.0;
-  const double cosine = (a.x * b.x + a.y * b.y + a.z * b.z) / product;
-  return std::acos(std::clamp(cosine, -1.0, 1.0)) * 180.0 / std::numbers::pi;
 }
 
 /// Where a source's first dry sample stands, in samples.
@@ -143,7 +137,7 @@ double MixRenderer::largestDeviation(const Audio::SceneSource& source,
   for (std::size_t n = begin; n < end; n += blockLength()) {
     const Audio::Position point =
         source.positionAt(static_cast<double>(n) / responses.samplingRate());
-    largest = std::max(largest, angle(point, responses.position(responses.nearest(point))));
+    largest = std::max(largest, angleBetween(point, responses.position(responses.nearest(point))));
   }
   return largest;
 }

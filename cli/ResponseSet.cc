@@ -6,6 +6,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "cli/Places.h"
 #include "toolbox/core/RealFft.h"
 
 namespace {
@@ -96,19 +97,11 @@ void ResponseSet::readImpulseResponses() {
 }
 
 std::size_t ResponseSet::nearest(const Audio::Position& point) const {
-  const auto& all = file.sourcePositions();
-  const auto distance = [&](const SofaFile::Position& p) {
-    return std::hypot(p[0] - point.x, p[1] - point.y, p[2] - point.z);
-  };
-  const auto found = std::min_element(all.begin(), all.end(), [&](const auto& a, const auto& b) {
-    return distance(a) < distance(b);
-  });
-  return static_cast<std::size_t>(found - all.begin());
+  return nearestSource(file, point);
 }
 
 Audio::Position ResponseSet::position(std::size_t measurement) const {
-  const SofaFile::Position& p = file.sourcePositions()[measurement];
-  return {p[0], p[1], p[2]};
+  return placeOf(file, measurement);
 }
 
 std::vector<double> ResponseSet::response(std::size_t measurement, std::size_t r) const {

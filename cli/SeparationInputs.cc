@@ -6,14 +6,13 @@
 #include <cmath>
 #include <numbers>
 
+#include "cli/Places.h"
 #include "toolbox/core/AudioError.h"
 #include "toolbox/core/AudioReader.h"
 #include "toolbox/core/Channels.h"
 #include "toolbox/core/FrameLayout.h"
 
 namespace {
-
-using Point = SofaFile::Position;
 
 constexpr int DEFAULT_LENGTH = 512;
 
@@ -22,29 +21,14 @@ constexpr double WIDE_ANGLE = 10.0;  // degrees
 
 double degrees(double radians) { return radians * 180.0 / std::numbers::pi; }
 
-double dot(const Point& a, const Point& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
-
 /// As the directions of a scene file.
-std::string directionOf(const Point& p) {
-  return fmt::format("azimuth {:.1f}, elevation {:.1f}, {:.2f} m", degrees(std::atan2(p[1], p[0])),
-                     degrees(std::atan2(p[2], std::hypot(p[0], p[1]))), std::sqrt(dot(p, p)));
-}
-
-double angleBetween(const Point& a, const Point& b) {
-  const double lengths = std::sqrt(dot(a, a) * dot(b, b));
-  return lengths > 0.0 ? degrees(std::acos(std::clamp(dot(a, b) / lengths, -1.0, 1.0))) : 0.0;
-}
-
-/// By distance, the first of equals: as the separation chooses.
-const Point& nearest(const std::vector<Point>& places, const Point& p) {
-  return *std::min_element(places.begin(), places.end(), [&](const Point& a, const Point& b) {
-    return std::hypot(a[0] - p[0], a[1] - p[1], a[2] - p[2]) <
-           std::hypot(b[0] - p[0], b[1] - p[1], b[2] - p[2]);
-  });
+std::string directionOf(const Audio::Position& p) {
+  return fmt::format("azimuth {:.1f}, elevation {:.1f}, {:.2f} m", degrees(std::atan2(p.y, p.x)),
+                     degrees(std::atan2(p.z, std::hypot(p.x, p.y))), std::hypot(p.x, p.y, p.z));
 }
 
 /// Takes frame length and sampling rate from the database; they must agree with what was asked for.
-void takeGeometry(SeparationSettings& s, const SofaFile& database) {
+void takeLengthAndRate(SeparationSettings& s, const SofaFile& database) {
   requireTransferFunctions(database);
   const int length = 2 * (static_cast<int>(database.length()) - 1);
   const int rate = static_cast<int>(std::lround(database.samplingRate()));
@@ -108,9 +92,8 @@ void compareWithDatabase(const SeparationSettings& s, const SofaFile& database,
                          SeparationInputs& inputs) {
   for (const Audio::SceneSource& source : allSources(inputs.scene)) {
     for (const Audio::TrackPoint& point : source.track) {
-      const Audio::Position place = source.positionAt(point.t);
-      const Point wanted = {place.x, place.y, place.z};
-      const Point& found = nearest(database.sourcePositions(), wanted);
+      const Audio::Position wanted = source.positionAt(point.t);
+      const Audio::Position found = placeOf(database, nearestSource(database, wanted));
       const double angle = angleBetween(wanted, found);
       if (source.track.size() == 1) {
         inputs.notes.push_back(fmt::format("source {} at {}: nearest response at {}", source.id,
@@ -177,7 +160,7 @@ SeparationInputs examineInputs(SeparationSettings& s) {
   inputs.scene = Audio::Scene::read(s.scene);
   checkScene(s, inputs.scene);
   std::optional<SofaFile> database;
-  if (s.method->needsDatabase()) takeGeometry(s, database.emplace(s.database));
+  if (s.method->needsDatabase()) takeLengthAndRate(s, database.emplace(s.database));
   if (s.length == 0) s.length = DEFAULT_LENGTH;
   if (s.advance == 0) s.advance = std::max(1, s.length / 4);
   Audio::FrameLayout(s.length, s.advance);  // refuses what makes no frames

@@ -17,8 +17,8 @@ FD::ParameterDescription truth(const std::string& name, bool value) {
   return {name, "bool", value ? "true" : "false"};
 }
 
-/// The frame's geometry, which every node but the projection wants alike.
-Parameters withGeometry(const SeparationSettings& s, Parameters parameters) {
+/// The layout of the frames, which the audio nodes but the projection want alike.
+Parameters withLayout(const SeparationSettings& s, Parameters parameters) {
   parameters.push_back(whole("LENGTH", s.length));
   parameters.push_back(whole("ADVANCE", s.advance));
   parameters.push_back(whole("SAMPLING_RATE", s.samplingRate));
@@ -26,7 +26,7 @@ Parameters withGeometry(const SeparationSettings& s, Parameters parameters) {
 }
 
 Parameters inputParameters(const SeparationSettings& s) {
-  return withGeometry(
+  return withLayout(
       s, {text("FILENAME", s.recording), text("WINDOW", s.window), text("CHANNELS", s.channels),
           truth("RESAMPLE", s.resample), text("NON_FINITE", s.nonFinite)});
 }
@@ -46,10 +46,10 @@ Parameters separatorParameters(const SeparationSettings& s) {
 }
 
 Parameters noiseParameters(const SeparationSettings& s) {
-  Parameters result = withGeometry(s, {text("WINDOW", s.window),
-                                       {"LOADING", "float", s.noiseLoading},
-                                       {"FORGETTING", "float", s.noiseForgetting},
-                                       truth("NORMALIZE", s.noiseNormalize)});
+  Parameters result = withLayout(s, {text("WINDOW", s.window),
+                                     {"LOADING", "float", s.noiseLoading},
+                                     {"FORGETTING", "float", s.noiseForgetting},
+                                     truth("NORMALIZE", s.noiseNormalize)});
   const bool fromFile = !s.noiseRecording.empty();
   const bool fromRanges = !s.noiseRanges.empty();
   result.push_back(text("MODE", fromFile ? "FILE" : fromRanges ? "RANGES" : "RUNNING"));
@@ -64,9 +64,9 @@ Parameters noiseParameters(const SeparationSettings& s) {
 }
 
 Parameters writerParameters(const SeparationSettings& s) {
-  return withGeometry(s, {text("DIRECTORY", s.directory), text("WINDOW", s.window),
-                          truth("HALF_FRAME_SHIFT", s.undoHalfFrameShift), text("FORMAT", s.format),
-                          text("PREFIX", s.prefix), truth("OVERWRITE", s.overwrite)});
+  return withLayout(s, {text("DIRECTORY", s.directory), text("WINDOW", s.window),
+                        truth("HALF_FRAME_SHIFT", s.undoHalfFrameShift), text("FORMAT", s.format),
+                        text("PREFIX", s.prefix), truth("OVERWRITE", s.overwrite)});
 }
 
 FD::NetworkDescription frameLoop(const SeparationSettings& s) {
@@ -75,7 +75,7 @@ FD::NetworkDescription frameLoop(const SeparationSettings& s) {
   loop.nodes = {
       {"frames", "AudioFrames", inputParameters(s)},
       {"scene", "SceneSources",
-       withGeometry(s, {text("FILENAME", s.scene), truth("INACTIVE_AS_NOISE", s.inactiveAsNoise)})},
+       withLayout(s, {text("FILENAME", s.scene), truth("INACTIVE_AS_NOISE", s.inactiveAsNoise)})},
       {"separator", type, separatorParameters(s)}};
   loop.links = {{"frames", "OUTPUT", "separator", "INPUT_FRAMES"},
                 {"scene", "SOURCES", "separator", "INPUT_SOURCES"},

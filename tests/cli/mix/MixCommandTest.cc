@@ -1,4 +1,5 @@
 #include <cmath>
+#include <map>
 #include <numbers>
 
 #include "gmock/gmock.h"
@@ -35,7 +36,7 @@ class MixCommand : public CommandTest {
 };
 
 TEST_F(MixCommand, TheMixtureIsTheSumOfTheImages) {
-  const CommandRun run = mix("--noise-level -40 --seed 5");
+  const CommandRun run = mix("--noise-level -40 --diffuse-level -30 --seed 5");
   ASSERT_EQ(run.status, 0);
   EXPECT_EQ(run.errors + run.output, "");
   const Sound mixture = sound("mix.wav");
@@ -44,21 +45,23 @@ TEST_F(MixCommand, TheMixtureIsTheSumOfTheImages) {
   // The longest: 4000 samples, delays of up to 5 of that source, 4 samples of response.
   EXPECT_EQ(mixture.samples.size(), 2U * (4000 + 4 - 1 + 5));
   Samples sum(mixture.samples.size());
-  double energy = 0;
-  for (const char* name :
-       {"mix-source4.wav", "mix-source2.wav", "mix-noise9.wav", "mix-microphone-noise.wav"}) {
+  std::map<std::string, double> levels;  // in dB
+  for (const char* name : {"mix-source4.wav", "mix-source2.wav", "mix-noise9.wav",
+                           "mix-diffuse-noise.wav", "mix-microphone-noise.wav"}) {
     const Samples image = sound(name).samples;
     ASSERT_EQ(image.size(), sum.size()) << name;
-    energy = 0;
+    double power = 0;
     for (std::size_t n = 0; n < sum.size(); ++n) {
       sum[n] += image[n];
-      energy += std::pow(image[n], 2);
+      power += std::pow(image[n], 2) / static_cast<double>(sum.size());
     }
-    EXPECT_GT(energy, 0) << name;
+    levels[name] = 10 * std::log10(power);
+    EXPECT_GT(levels[name], -50) << name;
   }
-  EXPECT_NEAR(10 * std::log10(energy / static_cast<double>(sum.size())), -40, 0.3);
+  EXPECT_NEAR(levels["mix-diffuse-noise.wav"], -30, 1e-3);
+  EXPECT_NEAR(levels["mix-microphone-noise.wav"], -40, 0.3);
   EXPECT_EQ(mixture.samples, sum);
-  EXPECT_EQ(folder.names().size(), 10U) << "unfinished files are left";
+  EXPECT_EQ(folder.names().size(), 11U) << "unfinished files are left";
 }
 
 TEST_F(MixCommand, GainsApplyInTheOrderOfTheDryFiles) {
