@@ -29,7 +29,7 @@ std::string directionOf(const Audio::Position& p) {
 
 /// Takes frame length and sampling rate from the database; they must agree with what was asked for.
 void takeLengthAndRate(SeparationSettings& s, const SofaFile& database) {
-  requireTransferFunctions(database);
+  requireDatabase(database);
   const int length = 2 * (static_cast<int>(database.length()) - 1);
   const int rate = static_cast<int>(std::lround(database.samplingRate()));
   if (s.length != 0 && s.length != length) {
@@ -147,12 +147,19 @@ void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
 
 }  // namespace
 
-void requireTransferFunctions(const SofaFile& database) {
-  if (database.isTransferFunctions()) return;
-  throw SofaError(
-      fmt::format("{}: holds impulse responses, expected transfer functions (make them with: "
-                  "zelk-sss tfdb import)",
-                  database.path()));
+void requireDatabase(const SofaFile& file) {
+  if (!file.isTransferFunctions()) {
+    throw SofaError(
+        fmt::format("{}: holds impulse responses, expected transfer functions (make them with: "
+                    "zelk-sss tfdb import)",
+                    file.path()));
+  }
+  if (file.samplingRate() < 1.0) {
+    throw SofaError(
+        fmt::format("{}: the sampling rate, twice the last of the {} frequencies, is {} Hz, "
+                    "expected 1 Hz or more",
+                    file.path(), file.length(), file.samplingRate()));
+  }
 }
 
 SeparationInputs examineInputs(SeparationSettings& s) {

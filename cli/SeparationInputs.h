@@ -22,5 +22,6 @@ struct SeparationInputs {
 /// fit together. Throws SofaError or AudioError naming the file, what was found and expected.
 SeparationInputs examineInputs(SeparationSettings& settings);
 
-/// Throws SofaError if the file holds impulse responses, which no method separates with.
-void requireTransferFunctions(const SofaFile& database);
+/// Throws SofaError unless a method can separate with the file: if it holds impulse responses, or
+/// its frequencies reach to less than half a hertz (one alone is 0 Hz).
+void requireDatabase(const SofaFile& file);

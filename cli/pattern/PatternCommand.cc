@@ -88,7 +88,7 @@ Setup readInputs(const Options& options) {
                     options.scene, setup.time));
   }
   const SofaFile file(options.database);
-  requireTransferFunctions(file);
+  requireDatabase(file);
   setup.samplingRate = file.samplingRate();
   setup.engine =
       engineOf(options.method, databaseOf(file), static_cast<int>(std::lround(setup.samplingRate)));

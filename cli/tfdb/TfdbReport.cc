@@ -9,6 +9,7 @@
 #include <numbers>
 #include <set>
 
+#include "cli/SeparationInputs.h"
 #include "cli/tfdb/DelayCheck.h"
 
 namespace {
@@ -151,6 +152,7 @@ std::vector<std::string> findingsOf(const SofaTransferFunctions& data) {
 }
 
 std::string checkText(const SofaFile& file) {
+  if (file.isTransferFunctions()) requireDatabase(file);
   ImportReport report;
   const SofaTransferFunctions data = examined(file, report);
   std::string text = infoText(file);

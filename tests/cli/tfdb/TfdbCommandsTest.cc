@@ -50,6 +50,19 @@ TEST_F(TfdbCommands, WarnWhenTheFileContradictsItself) {
   EXPECT_THAT(imported.errors, HasSubstr("zelk-sss: db.sofa: " + warning));
 }
 
+TEST_F(TfdbCommands, OneFrequencyIsNoDatabase) {
+  auto data = freeFieldResponses(linearArray(2, 0.1), gridPositions({}), {});
+  data.values.resize(data.values.size() / data.frequencies);
+  data.frequencies = 1;
+  writeSofa(folder / "one.sofa", data);
+  folder.write("scene.json", R"({"sources": [{"id": 0, "azimuth": 0}]})");
+  const std::string reason =
+      "one.sofa: the sampling rate, twice the last of the 1 frequencies, is 0 Hz, expected 1 Hz or "
+      "more";
+  expectRefused(1, {{"tfdb check one.sofa", reason},
+                    {"pattern --tf one.sofa --sources scene.json -o p.svg", reason}});
+}
+
 TEST_F(TfdbCommands, KeepWhatExistsUnlessForcedAndLeaveNothingHalfDone) {
   folder.write("db.sofa", "precious");
   expectRefused(1, {{"tfdb geometry --linear 2 0.1 db.sofa", "db.sofa: exists already…"},
