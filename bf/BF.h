@@ -49,14 +49,19 @@ class BF {
   virtual int getBfAlgorithmType() const = 0;
 
   /// Installs a source list: rebuilds transferFunctions and separationMatrices, keeps the list.
+  /// Throws as getTransformFunctions does, and MatrixSizeMismatchException when a row that is
+  /// carried over has not M elements.
   virtual void updateSources(const std::vector<SourceLocation>& newSources) = 0;
 
   /// Separates one frame: output column k = W(k) · input column k. input is M × K, output becomes
   /// N × K. Keeps both for adaptSeparationMatrices. Throws InvalidStateException before the first
-  /// updateSources, MatrixSizeMismatchException when input has not M rows.
+  /// updateSources, MatrixSizeMismatchException when input has not M rows,
+  /// IndexOutOfBoundException when it has fewer than K columns.
   virtual void executeBeamForming(const Matrix& input, Matrix& output);
 
-  /// Refines separationMatrices from the frame that executeBeamForming processed last.
+  /// Refines separationMatrices from the frame that executeBeamForming processed last. Algorithms
+  /// that adapt throw one of the three exceptions above when there is no frame, or none that fits
+  /// the matrices.
   virtual void adaptSeparationMatrices() = 0;
 
   /// Copies the database; the engine never shares the caller's record.
