@@ -16,8 +16,6 @@ namespace bench {
 
 namespace {
 
-constexpr int POSITIONS = 72;
-
 BF::SourceLocation position(int index, int id) {
   const double angle = 2.0 * 3.141592653589793 * index / POSITIONS;
   return {std::cos(angle), std::sin(angle), 0.0, id, true};

@@ -11,6 +11,8 @@ namespace bench {
 constexpr int BINS = 257;
 constexpr int SAMPLING_RATE = 16000;
 constexpr double SOUND_SPEED = 343.0;
+/// Measured source positions, evenly on the unit circle.
+constexpr int POSITIONS = 72;
 
 /// Different input frames, taken in turn.
 constexpr int FRAMES = 32;
@@ -23,7 +25,7 @@ BF::Matrix randomMatrix(int rows, int columns, unsigned seed);
 /// Positive-definite n × n matrix: the average of 2·n outer products plus a little of the identity.
 BF::Matrix randomCorrelation(int n, unsigned seed);
 
-/// Random transfer functions of 72 positions around M microphones, K = BINS.
+/// Random transfer functions of POSITIONS positions around M microphones, K = BINS.
 BF::TransformFunctionDatabase randomDatabase(int M);
 
 /// N sources at distinct positions of that database, ids 0 … N − 1.

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr int POSITIONS = 72;
-
 /// Circular complex Gaussian values from a fixed seed.
 std::vector<std::complex<float>> randomValues(std::size_t count, unsigned seed) {
   std::mt19937 generator(seed);
@@ -35,14 +33,15 @@ const std::string& databaseFile(int M) {
   struct File {
     explicit File(int mics) : path("zelk-bench-" + std::to_string(mics) + ".sofa") {
       SofaTransferFunctions data;
-      for (int s = 0; s < POSITIONS; ++s) {
-        const double angle = 2.0 * 3.141592653589793 * s / POSITIONS;
+      for (int s = 0; s < bench::POSITIONS; ++s) {
+        const double angle = 2.0 * 3.141592653589793 * s / bench::POSITIONS;
         data.sourcePositions.push_back({std::cos(angle), std::sin(angle), 0.0});
       }
       for (int m = 0; m < mics; ++m) data.receiverPositions.push_back({0.0, 0.05 * m, 0.0});
       data.samplingRate = bench::SAMPLING_RATE;
       data.frequencies = bench::BINS;
-      data.values = randomValues(static_cast<std::size_t>(POSITIONS) * mics * bench::BINS, 1);
+      data.values =
+          randomValues(static_cast<std::size_t>(bench::POSITIONS) * mics * bench::BINS, 1);
       writeSofa(path, data);
     }
     File(const File&) = delete;

@@ -148,9 +148,7 @@ void BF::requireSeparationMatrices() const {
 }
 
 void BF::executeBeamForming(const Matrix& input, Matrix& output) {
-  if (separationMatrices.empty() || separationMatrices.size() < static_cast<std::size_t>(numFreq)) {
-    throw InvalidStateException();
-  }
+  requireSeparationMatrices();
   Matrix X(input);
   Matrix Y(separationMatrices[0].getRowCount(), numFreq);
   for (int k = 0; k < numFreq; ++k) multiplyColumn(separationMatrices[k], X, k, Y);

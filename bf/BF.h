@@ -49,14 +49,19 @@ class BF {
   virtual int getBfAlgorithmType() const = 0;
 
   /// Installs a source list: rebuilds transferFunctions and separationMatrices, keeps the list.
+  /// Throws as getTransformFunctions does, and MatrixSizeMismatchException when a row that is
+  /// carried over has not M elements.
   virtual void updateSources(const std::vector<SourceLocation>& newSources) = 0;
 
   /// Separates one frame: output column k = W(k) · input column k. input is M × K, output becomes
   /// N × K. Keeps both for adaptSeparationMatrices. Throws InvalidStateException before the first
-  /// updateSources, MatrixSizeMismatchException when input has not M rows.
+  /// updateSources, MatrixSizeMismatchException when input has not M rows,
+  /// IndexOutOfBoundException when it has fewer than K columns.
   virtual void executeBeamForming(const Matrix& input, Matrix& output);
 
-  /// Refines separationMatrices from the frame that executeBeamForming processed last.
+  /// Refines separationMatrices from the frame that executeBeamForming processed last. Algorithms
+  /// that adapt throw one of the three exceptions above when there is no frame, or none that fits
+  /// the matrices.
   virtual void adaptSeparationMatrices() = 0;
 
   /// Copies the database; the engine never shares the caller's record.
@@ -69,6 +74,22 @@ class BF {
   void getTransformFunctions(const std::vector<SourceLocation>& requested,
                              std::vector<Matrix>& out) const;
 
+  /// Throws InvalidStateException unless there is a separation matrix for every bin.
+  void requireSeparationMatrices() const;
+
+  int numFreq;                                            ///< bins of a frame, K
+  int samplingRate;                                       ///< Hz
+  double soundSpeed;                                      ///< m/s
+  std::unique_ptr<TransformFunctionDatabase> tfDatabase;  ///< the engine's copy; null: none yet
+  int numMic = 0;  ///< M: the database's, or set by whoever drives an engine without a database
+  std::vector<SourceLocation> sources;           ///< the list in force
+  std::vector<Matrix> transferFunctions;         ///< entry k: M × N
+  std::vector<Matrix> noiseCorrelationMatrices;  ///< entry k: M × M, for CML, set from outside
+  std::vector<Matrix> separationMatrices;        ///< entry k: W(k), N × M
+  Matrix inputSpectrum;                          ///< the last frame, M × K
+  Matrix outputSpectrum;                         ///< its result, N × K
+
+ protected:
   /// For every source of a new list the index of the first source in force with the same id, or -1.
   std::vector<int> previousIndices(const std::vector<SourceLocation>& newSources) const;
 
@@ -81,22 +102,6 @@ class BF {
   bool nothingChanges(const std::vector<SourceLocation>& newSources,
                       const std::vector<int>& previous) const;
 
-  /// Throws InvalidStateException unless there is a separation matrix for every bin.
-  void requireSeparationMatrices() const;
-
-  int numFreq;                                            ///< bins of a frame, K
-  int samplingRate;                                       ///< Hz
-  double soundSpeed;                                      ///< m/s
-  std::unique_ptr<TransformFunctionDatabase> tfDatabase;  ///< the engine's copy; null: none yet
-  int numMic = 0;  ///< the database's; drivers of algorithms that need none set it
-  std::vector<SourceLocation> sources;           ///< the list in force
-  std::vector<Matrix> transferFunctions;         ///< entry k: M × N
-  std::vector<Matrix> noiseCorrelationMatrices;  ///< entry k: M × M, for CML, set from outside
-  std::vector<Matrix> separationMatrices;        ///< entry k: W(k), N × M
-  Matrix inputSpectrum;                          ///< the last frame, M × K
-  Matrix outputSpectrum;                         ///< its result, N × K
-
- protected:
   /// Makes list numFreq matrices of rows × columns, to be filled whole and swapped with another
   /// list. Matrices that have the shape already are kept with whatever they hold.
   void prepare(std::vector<Matrix>& list, int rows, int columns) const;

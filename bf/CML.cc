@@ -3,7 +3,6 @@
 #include <cmath>
 #include <complex>
 #include <cstddef>
-#include <utility>
 
 namespace BF {
 

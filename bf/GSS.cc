@@ -1,6 +1,5 @@
 #include "bf/GSS.h"
 
-#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <cstddef>

@@ -1,6 +1,5 @@
 #include "bf/LCMV.h"
 
-#include <algorithm>
 #include <complex>
 #include <cstddef>
 #include <utility>

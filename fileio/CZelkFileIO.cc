@@ -37,7 +37,7 @@ bool reportingErrors(const char* path, const std::function<void()>& body) {
   return false;
 }
 
-SofaFile openTransferFunctions(const char* path) { return SofaFile(path ? path : ""); }
+SofaFile openSofa(const char* path) { return SofaFile(path ? path : ""); }
 
 void requireTransferFunctions(const SofaFile& file) {
   if (file.isTransferFunctions()) return;
@@ -64,6 +64,7 @@ void fillPositions(const std::vector<SofaFile::Position>& positions, PARNIX_Loca
 }  // namespace
 
 void LocationArrayAlloc(PARNIX_LocationArray* array, int count) {
+  *array = {};
   array->count = nonNegative(count);
   array->ids = new int[static_cast<std::size_t>(array->count)];
   array->positions = new PARNIX_Position[static_cast<std::size_t>(array->count)]();
@@ -103,7 +104,7 @@ void TFDatabaseFree(PARNIX_TFDatabase* database) {
 
 bool CZelkFileIO::ReadHeader(const char* path, PARNIX_TFDBFileHeader* header) {
   return reportingErrors(path, [&] {
-    const SofaFile file = openTransferFunctions(path);
+    const SofaFile file = openSofa(path);
     requireTransferFunctions(file);
     header->version = 1;
     header->samplingRate = static_cast<std::int32_t>(std::lround(file.samplingRate()));
@@ -117,7 +118,7 @@ bool CZelkFileIO::ReadInfo(const char* path, const PARNIX_TFDBFileHeader* header
                            PARNIX_LocationArray* sources, PARNIX_LocationArray* microphones,
                            PARNIX_IntArray* bins, bool checkHeader) {
   return reportingErrors(path, [&] {
-    const SofaFile file = openTransferFunctions(path);
+    const SofaFile file = openSofa(path);
     requireTransferFunctions(file);
     if (checkHeader) {
       requireCount(file, "bins", file.length(), static_cast<std::size_t>(header->bins));
@@ -137,7 +138,7 @@ bool CZelkFileIO::ReadInfo(const char* path, const PARNIX_TFDBFileHeader* header
 
 bool CZelkFileIO::ReadData(const char* path, PARNIX_ComplexArray* values) {
   return reportingErrors(path, [&] {
-    const SofaFile file = openTransferFunctions(path);
+    const SofaFile file = openSofa(path);
     requireTransferFunctions(file);
     const std::size_t M = file.measurements();
     const std::size_t R = file.receivers();
@@ -159,7 +160,7 @@ bool CZelkFileIO::ReadData(const char* path, PARNIX_ComplexArray* values) {
 
 bool CZelkFileIO::LoadPositionData(const char* path, PARNIX_LocationArray* microphones) {
   return reportingErrors(path, [&] {
-    const SofaFile file = openTransferFunctions(path);
+    const SofaFile file = openSofa(path);
     requireCount(file, "microphones", file.receivers(),
                  static_cast<std::size_t>(microphones->count));
     fillPositions(file.receiverPositions(), *microphones);

@@ -69,8 +69,12 @@ void TFDatabaseAlloc(PARNIX_TFDatabase* database, int sources, int microphones, 
 /// Releases what TFDatabaseAlloc allocated and leaves an empty database.
 void TFDatabaseFree(PARNIX_TFDatabase* database);
 
-/// Allocates an array of positions, zero-filled, with ids 0 … count − 1, and releases it.
+/// Allocates an array of positions, zero-filled, with ids 0 … count − 1; the caller ends with
+/// LocationArrayFree. A count below zero counts as zero. Throws std::bad_alloc, leaving what
+/// LocationArrayFree releases.
 void LocationArrayAlloc(PARNIX_LocationArray* array, int count);
+
+/// Releases what LocationArrayAlloc allocated and leaves an empty array.
 void LocationArrayFree(PARNIX_LocationArray* array);
 
 /// Reader of transfer-function databases: SOFA files (AES69) of DataType "TF", whose measurements

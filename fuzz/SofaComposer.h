@@ -3,7 +3,6 @@
 #include <netcdf.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 #include <map>

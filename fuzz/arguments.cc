@@ -1,5 +1,4 @@
 // Texts that a person types: channels, time ranges, values of parameters.
-#include <algorithm>
 #include <cmath>
 #include <set>
 #include <sstream>

@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       const auto noise = scene.noiseAt(t, true);
       requireFinite(targets);
       requireFinite(noise);
-      require(targets.size() + scene.noiseAt(t, true).size() >= scene.sources().size(),
+      require(targets.size() + noise.size() >= scene.sources().size(),
               "a target is either active or noise");
     }
   } catch (const Audio::AudioError& error) {

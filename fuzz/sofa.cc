@@ -1,8 +1,7 @@
 // Transfer-function files, sound and otherwise, read in every way that the nodes and the command
 // read them.
-#include <algorithm>
+#include <array>
 #include <cmath>
-#include <complex>
 
 #include "cli/ResponseSet.h"
 #include "cli/tfdb/ResponseImport.h"

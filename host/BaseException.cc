@@ -3,6 +3,7 @@
 #include <cxxabi.h>
 
 #include <cstdlib>
+#include <sstream>
 #include <utility>
 
 namespace FD {
@@ -17,6 +18,14 @@ std::string typeName(const std::type_info& type) {
 BaseException* BaseException::add(BaseException* e) {
   BaseException* const chain = new ExceptionStack(this);
   return chain->add(e);
+}
+
+std::string describe(BaseException& e) {
+  std::ostringstream text;
+  e.print(text);
+  std::string result = text.str();
+  while (!result.empty() && result.back() == '\n') result.pop_back();
+  return result;
 }
 
 ExceptionStack::ExceptionStack(BaseException* e) {

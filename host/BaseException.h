@@ -48,6 +48,9 @@ class BaseException {
   std::optional<FaultOrigin> origin;
 };
 
+/// The exception's own text, without the end of its last line.
+std::string describe(BaseException& e);
+
 /// An exception and what was added to it on its way up, innermost first. Owns them all.
 class ExceptionStack : public BaseException {
  public:

@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <climits>
 #include <utility>
 
 #include "NodeFault.h"
+#include "PullDepth.h"
 
 namespace FD {
 

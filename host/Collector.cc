@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "NodeFault.h"
+#include "PullDepth.h"
 
 namespace FD {
 

@@ -22,14 +22,20 @@ ObjectRef Iterator::getOutput(int outputId, int count) {
   }
   if (count != outerCount) {
     if (used) reset();
+    // What a loop that failed leaves behind is no result: whoever asks again makes it run again.
     struct Running {
-      bool& flag;
-      ~Running() { flag = false; }
-    } guard{running};
+      Iterator& loop;
+      bool done = false;
+      ~Running() {
+        loop.running = false;
+        if (!done) loop.outerCount = -1;
+      }
+    } guard{*this};
     running = true;
     used = true;
     outerCount = count;
     run();
+    guard.done = true;
   }
   return results.at(static_cast<std::size_t>(outputId));
 }

@@ -1,9 +1,9 @@
 #include "Network.h"
 
-#include <memory>
 #include <utility>
 
 #include "NodeFault.h"
+#include "PullDepth.h"
 
 namespace FD {
 

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <memory>
 #include <set>
-#include <sstream>
 #include <utility>
 
 #include "NodeFactory.h"
@@ -267,14 +266,6 @@ ParameterSet argumentParameters(const std::vector<std::string>& arguments) {
       result.add("float:" + name, ObjectRef(Float::alloc(*number)));
     }
   }
-  return result;
-}
-
-std::string describe(BaseException& e) {
-  std::ostringstream text;
-  e.print(text);
-  std::string result = text.str();
-  while (!result.empty() && result.back() == '\n') result.pop_back();
   return result;
 }
 

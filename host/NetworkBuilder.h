@@ -25,7 +25,4 @@ RCPtr<Network> buildNetwork(const NetworkDocument& document, const std::string& 
 /// String, and "int:ARG1" (Int) and "float:ARG1" (Float) for the arguments that are such numbers.
 ParameterSet argumentParameters(const std::vector<std::string>& arguments);
 
-/// The exception's own text, without the end of its last line.
-std::string describe(BaseException& e);
-
 }  // namespace FD

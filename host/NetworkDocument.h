@@ -48,6 +48,7 @@ struct TerminalDescription {
   std::string terminal;
 };
 
+/// A network of nodes, which appears as a node where another network includes it.
 struct NetworkDescription {
   std::string name;
   std::string type = "subnet";  ///< or "iterator", a loop with a condition

@@ -5,6 +5,7 @@
 
 #include "NodeFactory.h"
 #include "NodeFault.h"
+#include "PullDepth.h"
 
 namespace FD {
 

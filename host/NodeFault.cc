@@ -1,7 +1,5 @@
 #include "NodeFault.h"
 
-#include <fmt/format.h>
-
 #include <exception>
 
 namespace FD {
@@ -14,7 +12,6 @@ struct Fault {
 };
 
 thread_local Fault lastFault;
-thread_local int pullDepth = 0;
 
 }  // namespace
 
@@ -36,16 +33,5 @@ std::optional<FaultOrigin> takeCurrentFault() {
   lastFault = {};
   return result;
 }
-
-PullDepth::PullDepth(Node* node) {
-  if (pullDepth >= LIMIT) {
-    throw new NodeException(
-        node, fmt::format("Pulled through more than {} nodes; the links may form a circle", LIMIT),
-        "NodeFault.cc", __LINE__);
-  }
-  ++pullDepth;
-}
-
-PullDepth::~PullDepth() { --pullDepth; }
 
 }  // namespace FD

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "BaseException.h"
 #include "Node.h"
 
@@ -14,17 +16,5 @@ void noteCurrentFault(const Node& node, int count);
 
 /// The note about the C++ exception being handled, if any node made one; removes it.
 std::optional<FaultOrigin> takeCurrentFault();
-
-/// Counts how deep nodes are pulling each other, as long as it lives. Throws new NodeException when
-/// the depth passes what a stack surely carries, which only links in a circle bring about.
-class PullDepth {
- public:
-  explicit PullDepth(Node* node);
-  ~PullDepth();
-  PullDepth(const PullDepth&) = delete;
-  PullDepth& operator=(const PullDepth&) = delete;
-
-  static constexpr int LIMIT = 1000;
-};
 
 }  // namespace FD

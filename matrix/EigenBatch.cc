@@ -13,8 +13,6 @@ namespace {
 
 #ifdef ZELK_HAS_VECTOR_TARGETS
 
-constexpr int MAX_SWEEPS = 50;
-
 void becomeShape(Matrix& matrix, int rows, int columns) {
   if (matrix.getRowCount() == rows && matrix.getColumnCount() == columns) return;
   matrix = Matrix(rows, columns);

@@ -2,11 +2,14 @@
 
 #include <cmath>
 
+#include "matrix/Modulus.h"
 #include "matrix/ProcessorClones.h"
-#include "matrix/SplitMatrix.h"
 
 /// The rotation of Jacobi's method for one Hermitian matrix.
 namespace BF::jacobi {
+
+/// A decomposition that has not converged after this many sweeps ends all the same.
+constexpr int MAX_SWEEPS = 50;
 
 using Real = double;
 using Truth = bool;
@@ -15,9 +18,6 @@ ZELK_INLINE double absolute(double x) { return std::abs(x); }
 ZELK_INLINE double root(double x) { return std::sqrt(x); }
 
 #include "matrix/JacobiRotation.inc"
-
-/// Whether ordinaryRotation() can be used as it is: no product in it overflows or underflows.
-ZELK_INLINE bool ordinary(double r) { return r > 1e-140 && r < 1e140; }
 
 /// ordinaryRotation() of all numbers: very large and very small ones are scaled by a power of two.
 ZELK_INLINE Rotation rotationFor(double ar, double ai, double absA, double h) {

@@ -1,5 +1,6 @@
 #include "matrix/Matrix.h"
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <cstdarg>

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <complex>
 #include <cstddef>
 #include <cstdio>
@@ -154,11 +153,11 @@ class Matrix {
   std::complex<double> getMaximumValue() const;
 
   /// Column index of the element of largest modulus in a row, the first of equals; 0 when there are
-  /// no elements.
+  /// no elements. Throws IndexOutOfBoundException.
   int getMaximumValueIndexInRow(int row) const;
 
   /// Row index of the element of largest modulus in a column, the first of equals; 0 when there are
-  /// no elements.
+  /// no elements. Throws IndexOutOfBoundException.
   int getMaximumValueIndexInColumn(int column) const;
 
   // ---- decompositions; every output argument is replaced whole

@@ -1,10 +1,11 @@
 #include "matrix/evd.h"
 
-#include <cmath>
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
 #include "matrix/JacobiRotation.h"
+#include "matrix/Modulus.h"
 #include "matrix/ProcessorClones.h"
 #include "matrix/SplitMatrix.h"
 
@@ -12,8 +13,7 @@ namespace BF {
 
 namespace {
 
-constexpr int MAX_SWEEPS = 50;
-
+using jacobi::MAX_SWEEPS;
 using jacobi::negligible;
 using jacobi::Rotation;
 

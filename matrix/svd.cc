@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "matrix/Modulus.h"
 #include "matrix/ProcessorClones.h"
 #include "matrix/SplitMatrix.h"
 

@@ -70,14 +70,16 @@ void MSNR::calculate(int /*output_id*/, int count, FD::Buffer& out) {
 
   const FD::ObjectRef targetsRef = getInput(inputSourcesID, count);
   const auto& targets = FD::object_cast<FD::Vector<FD::ObjectRef>>(targetsRef);
+  // A network around this one can create the input and leave it open.
+  const bool hasNoiseSources = inputNoiseSourcesID >= 0 && inputs[inputNoiseSourcesID].node;
   FD::ObjectRef noiseRef;
-  if (inputNoiseSourcesID >= 0) noiseRef = getInput(inputNoiseSourcesID, count);
+  if (hasNoiseSources) noiseRef = getInput(inputNoiseSourcesID, count);
 
   const FD::RCPtr<SpectrumMap> spectra(new SpectrumMap);
   out[count] = spectra;
   std::vector<BF::SourceLocation> locations;
   appendLocations(targets, true, locations);
-  if (inputNoiseSourcesID >= 0) {
+  if (hasNoiseSources) {
     appendLocations(FD::object_cast<FD::Vector<FD::ObjectRef>>(noiseRef), false, locations);
   }
   if (locations.empty()) return;

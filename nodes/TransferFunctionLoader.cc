@@ -1,7 +1,5 @@
 #include "TransferFunctionLoader.h"
 
-#include <complex>
-
 #include "CZelkFileIO.h"
 
 namespace {

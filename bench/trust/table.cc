@@ -30,7 +30,7 @@ int main() {
   std::printf("| |");
   for (const char* method : METHODS) std::printf(" `%s` |", method);
   std::printf("\n|---|");
-  for (const char* method : METHODS) std::printf("%s", method ? "---|" : "");
+  for ([[maybe_unused]] const char* method : METHODS) std::printf("---|");
   std::printf("\n");
   for (const Disturbance& disturbance : disturbances()) {
     std::printf("| %s |", disturbance.name.c_str());

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <array>
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -8,6 +8,7 @@
 #include "bf/GJ.h"
 #include "bf/GSS.h"
 #include "bf/LCMV.h"
+#include "tests/bf/EngineLists.h"
 #include "tests/reference/Adaptive.h"
 #include "tests/reference/Beamformers.h"
 #include "tests/support/ComplexMatrixMatchers.h"
@@ -234,20 +235,6 @@ TEST(Gss, OnlyGicaHasAnUpdateRule) {
     EXPECT_THROW(engine->adaptSeparationMatrices(), BF::InvalidStateException);
     EXPECT_THAT(engine->separationMatrices, MatricesEq(W));
   }
-}
-
-/// Every list of matrices that an engine keeps.
-std::vector<std::vector<Matrix>> listsOf(const BF::BF& engine) {
-  std::vector<std::vector<Matrix>> lists{engine.transferFunctions,
-                                         engine.separationMatrices,
-                                         {engine.inputSpectrum, engine.outputSpectrum}};
-  if (const auto* lcmv = dynamic_cast<const BF::LCMV*>(&engine)) {
-    lists.insert(lists.end(), {lcmv->quiescentWeights, lcmv->projectionMatrices});
-  }
-  if (const auto* gj = dynamic_cast<const BF::GJ*>(&engine)) {
-    lists.insert(lists.end(), {gj->quiescentWeights, gj->blockingMatrices, gj->adaptiveWeights});
-  }
-  return lists;
 }
 
 TEST(Adaptive, AFailureInTheLastBinLeavesEveryListAsItWas) {

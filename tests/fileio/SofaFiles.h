@@ -28,7 +28,7 @@ class TemporaryFolder {
   std::string folder;
 };
 
-/// Random transfer functions of M positions on a circle, R receivers on a line and N frequencies.
+/// Random transfer functions of M positions and R receivers, each on a line, and N frequencies.
 inline SofaTransferFunctions randomTransferFunctions(int M, int R, int N, unsigned seed = 1) {
   std::mt19937 generator(seed);
   std::normal_distribution<float> gaussian;

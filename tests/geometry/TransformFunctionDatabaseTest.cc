@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <limits>
-#include <vector>
 
 #include "tests/support/MatrixGenerators.h"
 

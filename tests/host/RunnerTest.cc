@@ -6,7 +6,7 @@
 
 #include <sstream>
 
-#include "NodeFactory.h"
+#include "NetworkBuilder.h"
 #include "TestNodes.h"
 
 using namespace FD;
@@ -161,6 +161,17 @@ TEST(Runner, WhatANodeThrowsIsReportedWithItsNameTypeAndFrame) {
     EXPECT_EQ(outcome.out, out);
     EXPECT_THAT(outcome.err, MatchesRegex("test.n: node 'thrower' \\(type Thrower\\), " + report));
     EXPECT_EQ(Counted::live, 0);
+  }
+}
+
+TEST(Runner, ALoopThatFailedHasNoResult) {
+  const NetworkDocument document = loopDocument(
+      "4", {{"thrower", "Thrower", {{"AT", "int", "2"}, {"KIND", "string", "framework"}}}},
+      {{"count", "OUTPUT", "thrower", "IN"}}, {"OUTPUT", "thrower", "OUTPUT"});
+  const RCPtr<Network> network = buildNetwork(document, "MAIN", ParameterSet());
+  network->initialize();
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    EXPECT_THAT(thrownText([&] { network->getOutput(0, 0); }), HasSubstr("broken"));
   }
 }
 

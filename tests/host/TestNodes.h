@@ -3,13 +3,12 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "BufferedNode.h"
-#include "NetworkBuilder.h"
 #include "tests/support/ThrownText.h"
 
 // Node types for the tests. TestNodes.cc registers the ones that documents use.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -185,13 +186,20 @@ Matrix productInOrder(const Matrix& a, const Matrix& b) {
   return result;
 }
 
-TEST(Matrix, AgreesWithPlainLoopsOnEveryShape) {
+/// Runs a check for many shapes m × n and n × p, empty ones among them.
+void onManyShapes(const std::function<void(Generator& random, int m, int n, int p)>& check) {
   for (int seed = 0; seed < 400; ++seed) {
     Generator random(seed);
     const int m = random.integer(0, 9);
     const int n = random.integer(0, 9);
     const int p = random.integer(0, 9);
     SCOPED_TRACE(testing::Message() << "seed " << seed << ": " << m << " x " << n << " x " << p);
+    check(random, m, n, p);
+  }
+}
+
+TEST(Matrix, CalculatesLikePlainLoops) {
+  onManyShapes([](Generator& random, int m, int n, int p) {
     // The order of a sum shows in the rounding of general elements, and in nothing else.
     const Matrix G = random.gaussian(m, n);
     const Matrix H = random.gaussian(n, p);
@@ -227,9 +235,15 @@ TEST(Matrix, AgreesWithPlainLoopsOnEveryShape) {
     EXPECT_THAT(changed, is(a * b));
     EXPECT_EQ(&changed.transpose(true).conjugate(), &changed);
     EXPECT_THAT(changed, is(reference::transposed(a * b)));
+  });
+}
 
+TEST(Matrix, CombinesAndSumsElementByElement) {
+  onManyShapes([](Generator& random, int m, int n, int) {
+    const Matrix A = random.integers(m, n);
+    const Matrix C = random.integers(m, n);
     Complex sum = 0.0;
-    Matrix product(m, n), leftConjugated(m, n), diagonal(std::min(m, n), 1), rebuilt(m, n);
+    Matrix product(m, n), leftConjugated(m, n), diagonal(std::min(m, n), 1);
     for (int r = 0; r < m; ++r) {
       for (int q = 0; q < n; ++q) {
         const Complex x = A.getElementAt(r, q);
@@ -244,17 +258,24 @@ TEST(Matrix, AgreesWithPlainLoopsOnEveryShape) {
     EXPECT_THAT(A.elementwiseFMultiplied(C), MatrixEq(leftConjugated));
     EXPECT_THAT(A.diagonalElements(), MatrixEq(diagonal));
     EXPECT_EQ(A.getElementSum(), sum);
+    const reference::Dense a = reference::fromMatrix(A);
     EXPECT_NEAR(std::abs(A.frobeniusNorm() - reference::frobenius(a)), 0.0, 1e-13);
-
     for (int q = 0; q < n; ++q) {
-      rebuilt.setColumn(q, A.getColumn(q));
-      EXPECT_EQ(A.getColumn(q).norm(), static_cast<double>(squaredNorm(column(a, q))));
+      const double squared = static_cast<double>(squaredNorm(column(a, q)));
+      EXPECT_EQ(A.getColumn(q).norm(), squared);
+      EXPECT_EQ(A.getColumn(q).transposed(false).norm(), squared);
     }
+  });
+}
+
+TEST(Matrix, IsMadeOfItsRowsItsColumnsAndItsBlocks) {
+  onManyShapes([](Generator& random, int m, int n, int) {
+    const Matrix A = random.integers(m, n);
+    const Matrix C = random.integers(m, n);
+    Matrix rebuilt(m, n);
+    for (int q = 0; q < n; ++q) rebuilt.setColumn(q, A.getColumn(q));
     EXPECT_THAT(rebuilt, MatrixEq(A));
-    for (int r = 0; r < m; ++r) {
-      rebuilt.setRow(r, C.getRow(r));
-      EXPECT_EQ(C.getRow(r).norm(), C.getRow(r).transposed(false).norm());
-    }
+    for (int r = 0; r < m; ++r) rebuilt.setRow(r, C.getRow(r));
     EXPECT_THAT(rebuilt, MatrixEq(C));
 
     // Splitting a matrix in four blocks and putting them together gives it back.
@@ -266,7 +287,7 @@ TEST(Matrix, AgreesWithPlainLoopsOnEveryShape) {
     joined.setSubmatrix(top, 0, A.getSubmatrix(top, 0, m - top, left));
     joined.setSubmatrix(top, left, A.getSubmatrix(top, left, m - top, n - left));
     EXPECT_THAT(joined, MatrixEq(A));
-  }
+  });
 }
 
 TEST(Matrix, TreatsElementsOneByOne) {

@@ -2,7 +2,6 @@
 
 #include <complex>
 #include <functional>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,7 +9,6 @@
 #include "BufferedNode.h"
 #include "Map.h"
 #include "Matrix.h"
-#include "NetworkBuilder.h"
 #include "NodeFactory.h"
 #include "Source.h"
 #include "Vector.h"

@@ -174,6 +174,15 @@ TEST_F(SeparationNodes, NoiseSourcesAreSeparatedAndTheFirstOfEqualIdsWins) {
   EXPECT_TRUE(FD::object_cast<SpectrumMap>(bench.output(2)).empty());
 }
 
+TEST_F(SeparationNodes, ANoiseInputLeftOpenBringsNoSources) {
+  for (const std::string type : {"BeamForming", "MSNR"}) {
+    Bench bench(type, parameters(type, {}));
+    bench.feed("INPUT_FRAMES", mixture({})).feed("INPUT_SOURCES", sourceList({at(0, 7)}));
+    bench.node->translateInput("INPUT_NOISE_SOURCES");  // as for an input that nothing links to
+    EXPECT_EQ(FD::object_cast<SpectrumMap>(bench.output(0)).size(), 1U) << type;
+  }
+}
+
 // In phase with the source, finite values add up beyond the largest.
 TEST_F(SeparationNodes, FaultsOfTheOutputAreReportedWithDebugOnly) {
   for (const std::string type : {"BeamForming", "ML", "MSNR"}) {

@@ -84,7 +84,7 @@ class AdaptiveReference {
   static constexpr Real EPS = 1e-10;
 };
 
-/// w ← (w − μ·y·xᴴ)·P + q, P = I − a·aᴴ/s, q = aᴴ/s, s = aᴴ·a but at least about 1e-6.
+/// w ← (w − μ·y·xᴴ)·P + q, P = I − a·aᴴ/s, q = aᴴ/s, s = aᴴ·a but at least 1e-6.
 /// Adaptive: μ/(2‖x‖²), 1e-10 added to the denominator when ‖x‖² < 1e-10.
 class LcmvReference : public AdaptiveReference {
  public:

@@ -4,7 +4,6 @@
 #include <string>
 
 #include "BaseException.h"
-#include "NetworkBuilder.h"
 
 /// Text of the framework exception that action throws; "" when it throws none.
 template <class Action>

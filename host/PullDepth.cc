@@ -1,0 +1,24 @@
+#include "PullDepth.h"
+
+#include <fmt/format.h>
+
+namespace FD {
+
+namespace {
+
+thread_local int pullDepth = 0;
+
+}  // namespace
+
+PullDepth::PullDepth(Node* node) {
+  if (pullDepth >= LIMIT) {
+    throw new NodeException(
+        node, fmt::format("Pulled through more than {} nodes; the links may form a circle", LIMIT),
+        "PullDepth.cc", __LINE__);
+  }
+  ++pullDepth;
+}
+
+PullDepth::~PullDepth() { --pullDepth; }
+
+}  // namespace FD
