@@ -114,7 +114,9 @@ void countSources(const SeparationSettings& s, int microphones, SeparationInputs
   const std::vector<Audio::SceneSource> sources = allSources(inputs.scene);
   std::vector<double> begins = {0.0};
   for (const Audio::SceneSource& source : sources) {
-    for (const Audio::TimeRange& range : source.active) begins.push_back(range.begin);
+    for (const Audio::TimeRange& range : source.active) {
+      begins.push_back(std::max(0.0, range.begin));
+    }
   }
   std::sort(begins.begin(), begins.end());
   for (const double t : begins) {
@@ -126,6 +128,22 @@ void countSources(const SeparationSettings& s, int microphones, SeparationInputs
         "cannot keep more apart",
         s.scene, active, t, microphones));
     return;
+  }
+}
+
+/// Warns of sources that the recording is too short for.
+void findAbsentSources(const SeparationSettings& s, SeparationInputs& inputs) {
+  if (!inputs.samples) return;
+  const double duration = static_cast<double>(*inputs.samples) / s.samplingRate;
+  for (const Audio::SceneSource& source : inputs.scene.sources()) {
+    const bool sounds = std::any_of(
+        source.active.begin(), source.active.end(),
+        [duration](const auto& range) { return range.begin < duration && range.end > 0.0; });
+    if (source.always || sounds) continue;
+    inputs.warnings.push_back(fmt::format(
+        "{}: source {} is never active in the {:.2f} s of {}, expected \"active\" times "
+        "within them; it gets no file",
+        s.scene, source.id, duration, s.recording));
   }
 }
 
@@ -175,6 +193,7 @@ SeparationInputs examineInputs(SeparationSettings& s) {
   const int microphones = examineRecording(s, inputs);
   checkNoiseRanges(s, inputs);
   countSources(s, microphones, inputs);
+  findAbsentSources(s, inputs);
   if (!database) return inputs;
   if (database->receivers() != static_cast<std::size_t>(microphones)) {
     throw Audio::AudioError(fmt::format(

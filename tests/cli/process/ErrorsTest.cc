@@ -86,18 +86,22 @@ TEST_F(Errors, OfData) {
        {"run fir.txt", "fir.txt: line 1: not well-formed XML: …"}});
 }
 
-TEST_F(Errors, SourcesFarFromEveryResponseAndTooManyOfThemDrawWarnings) {
+TEST_F(Errors, SourcesFarFromEveryResponseTooManyAndAbsentOnesDrawWarnings) {
   folder.write(
       "crowd.json",
       R"({"sources": [{"id": 0, "azimuth": 20}, {"id": 1, "azimuth": 90}, {"id": 2, "azimuth": 180},
-                      {"id": 3, "azimuth": 225, "active": [[0.5, 1]]}]})");
+                      {"id": 3, "azimuth": 225, "active": [[0.5, 1]]},
+                      {"id": 4, "azimuth": 225, "active": [[-1, 0], [1.5, 2]]}]})");
   const CommandRun result = run("separate mix.wav --tf array.sofa --sources crowd.json -o out");
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.errors, testing::AllOf(HasSubstr("crowd.json: source 0 at azimuth 20.0"),
                                             HasSubstr("20 degrees away, at azimuth 0.0"),
                                             testing::Not(HasSubstr("source 1 at")),
                                             HasSubstr("4 sources are active at 0.50 s, expected "
-                                                      "no more than the 3 microphones")));
+                                                      "no more than the 3 microphones"),
+                                            HasSubstr("crowd.json: source 4 is never active in the "
+                                                      "1.50 s of mix.wav, expected \"active\""),
+                                            testing::Not(HasSubstr("source 3 is never"))));
   EXPECT_THAT(result.output, HasSubstr("source 1 at azimuth 90.0, elevation 0.0, 1.00 m: nearest "
                                        "response at azimuth 90.0, elevation 0.0, 1.00 m"));
 }
