@@ -6,6 +6,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "cli/DatabaseFile.h"
 #include "cli/Places.h"
 #include "toolbox/core/AudioError.h"
 #include "toolbox/core/AudioReader.h"
@@ -164,21 +165,6 @@ void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
 }
 
 }  // namespace
-
-void requireDatabase(const SofaFile& file) {
-  if (!file.isTransferFunctions()) {
-    throw SofaError(
-        fmt::format("{}: holds impulse responses, expected transfer functions (make them with: "
-                    "zelk-sss tfdb import)",
-                    file.path()));
-  }
-  if (file.samplingRate() < 1.0) {
-    throw SofaError(
-        fmt::format("{}: the sampling rate, twice the last of the {} frequencies, is {} Hz, "
-                    "expected 1 Hz or more",
-                    file.path(), file.length(), file.samplingRate()));
-  }
-}
 
 SeparationInputs examineInputs(SeparationSettings& s) {
   SeparationInputs inputs;

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "cli/SeparationSettings.h"
-#include "fileio/SofaFile.h"
 #include "toolbox/core/Scene.h"
 
 /// What the files of a separation say, found out before it starts.
@@ -21,7 +20,3 @@ struct SeparationInputs {
 /// rate: the database's; without one 512 samples and the recording's rate), and checks that they
 /// fit together. Throws SofaError or AudioError naming the file, what was found and expected.
 SeparationInputs examineInputs(SeparationSettings& settings);
-
-/// Throws SofaError unless a method can separate with the file: if it holds impulse responses, or
-/// its frequencies reach to less than half a hertz (one alone is 0 Hz).
-void requireDatabase(const SofaFile& file);

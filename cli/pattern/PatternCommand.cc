@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "cli/DatabaseFile.h"
 #include "cli/Methods.h"
 #include "cli/OptionChecks.h"
-#include "cli/SeparationInputs.h"
 #include "cli/pattern/BeamPattern.h"
 #include "cli/pattern/DirectionRing.h"
 #include "cli/pattern/PatternPicture.h"

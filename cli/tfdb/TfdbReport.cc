@@ -9,7 +9,7 @@
 #include <numbers>
 #include <set>
 
-#include "cli/SeparationInputs.h"
+#include "cli/DatabaseFile.h"
 #include "cli/tfdb/DelayCheck.h"
 
 namespace {
