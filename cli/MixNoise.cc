@@ -8,7 +8,9 @@
 
 namespace {
 
+/// Enough directions to sound like all of them.
 constexpr std::size_t MOST_POSITIONS = 48;
+/// Of the one-pole low-pass that makes the spectrum fall.
 constexpr double SMOOTHING = 0.9;
 
 double factor(double decibels) { return std::pow(10.0, decibels / 20.0); }
