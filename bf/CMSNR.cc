@@ -140,13 +140,9 @@ void CMSNR::computeFilters(int first, int end) {
       const Matrix& inverseR = inverseFactor(i);
       D.push_back(inverseR.transposed(true) * signalOf(i) * inverseR);
     }
-    std::vector<Matrix> values;
-    std::vector<Matrix> Y;
-    eigenValuesOfEach(D, values, Y);
-    for (int i = first; i < end; ++i) {
-      const int p = values[i - first].getMaximumValueIndexInColumn(0);
-      setFilter(i, factors[i].inverseR * Y[i - first].getColumn(p));
-    }
+    std::vector<Matrix> y;
+    principalEigenVectors(D, y);
+    for (int i = first; i < end; ++i) setFilter(i, factors[i].inverseR * y[i - first]);
   } else {
     Matrix V;
     Matrix D;

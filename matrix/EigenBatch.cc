@@ -11,12 +11,14 @@ namespace BF {
 
 namespace {
 
-#ifdef ZELK_HAS_VECTOR_TARGETS
-
-void becomeShape(Matrix& matrix, int rows, int columns) {
-  if (matrix.getRowCount() == rows && matrix.getColumnCount() == columns) return;
-  matrix = Matrix(rows, columns);
+Matrix principalVectorOf(const Matrix& matrix) {
+  Matrix values;
+  Matrix V;
+  matrix.eigenValues(values, V);
+  return V.getColumn(values.getMaximumValueIndexInColumn(0));
 }
+
+#ifdef ZELK_HAS_VECTOR_TARGETS
 
 #pragma GCC push_options
 #pragma GCC target("avx512f")
@@ -45,25 +47,25 @@ int eigenLanes() {
   return 1;
 }
 
-void eigenValuesOfEach(const std::vector<Matrix>& matrices, std::vector<Matrix>& values,
-                       std::vector<Matrix>& vectors, [[maybe_unused]] int lanes) {
+void principalEigenVectors(const std::vector<Matrix>& matrices, std::vector<Matrix>& vectors,
+                           [[maybe_unused]] int lanes) {
   const int count = static_cast<int>(matrices.size());
   for (const Matrix& matrix : matrices) {
     if (matrix.getRowCount() != matrix.getColumnCount()) throw NotSquareMatrixException();
     if (matrix.getRowCount() != matrices[0].getRowCount()) throw MatrixSizeMismatchException();
+    if (matrix.getRowCount() == 0) throw IndexOutOfBoundException();
   }
-  values.resize(count);
   vectors.resize(count);
   int done = 0;
 #ifdef ZELK_HAS_VECTOR_TARGETS
   for (; lanes == avx512::LANES && done < count; done += lanes) {
-    avx512::eigenValuesFrom(done, matrices, values, vectors);
+    avx512::principalVectorsFrom(done, matrices, vectors);
   }
   for (; lanes == avx2::LANES && done < count; done += lanes) {
-    avx2::eigenValuesFrom(done, matrices, values, vectors);
+    avx2::principalVectorsFrom(done, matrices, vectors);
   }
 #endif
-  for (; done < count; ++done) matrices[done].eigenValues(values[done], vectors[done]);
+  for (; done < count; ++done) vectors[done] = principalVectorOf(matrices[done]);
 }
 
 }  // namespace BF

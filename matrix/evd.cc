@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <utility>
+#include <vector>
 
 #include "matrix/JacobiRotation.h"
 #include "matrix/Modulus.h"
@@ -47,10 +48,16 @@ double offDiagonalSum(SplitMatrix& A, std::size_t n) {
   return sum;
 }
 
-/// One sweep over all pairs p < q. Rows of Vt are the columns of V; z gathers the diagonal's
-/// changes.
-ZELK_PROCESSOR_CLONES void sweepOnce(int sweep, double threshold, SplitMatrix& A, SplitMatrix& Vt,
-                                     KernelVector<double>& d, KernelVector<double>& z) {
+/// A rotation of columns p and q, for the eigenvectors.
+struct Turn {
+  std::size_t p, q;
+  Rotation rotation;
+};
+
+/// One sweep over all pairs p < q; z gathers the diagonal's changes, turns the rotations.
+ZELK_PROCESSOR_CLONES void sweepOnce(int sweep, double threshold, SplitMatrix& A,
+                                     KernelVector<double>& d, KernelVector<double>& z,
+                                     std::vector<Turn>& turns) {
   const std::size_t n = d.size();
   for (std::size_t p = 0; p + 1 < n; ++p) {
     for (std::size_t q = p + 1; q < n; ++q) {
@@ -68,14 +75,24 @@ ZELK_PROCESSOR_CLONES void sweepOnce(int sweep, double threshold, SplitMatrix& A
         z(p) -= rotation.shift;
         z(q) += rotation.shift;
         rotateHermitian(A, n, p, q, rotation);
-        rotate(n, Vt.re(p), Vt.im(p), Vt.re(q), Vt.im(q), rotation);
+        turns.push_back({p, q, rotation});
       }
     }
   }
 }
 
+/// V, the identity, := the product of all rotations, beginning with the last: so every column of V
+/// is computed apart from the others, and who needs one alone gets the same.
+ZELK_PROCESSOR_CLONES void multiply(const std::vector<Turn>& turns, std::size_t n, SplitMatrix& V) {
+  for (std::size_t i = turns.size(); i-- > 0;) {
+    const auto& [p, q, rotation] = turns[i];
+    const Rotation row = {-rotation.sr, rotation.si, rotation.rho, rotation.shift};
+    rotate(n, V.re(p), V.im(p), V.re(q), V.im(q), row);
+  }
+}
+
 /// Increasing order by selection; the first of equal eigenvalues stays first.
-void sortIncreasing(KernelVector<double>& d, SplitMatrix& Vt) {
+void sortIncreasing(KernelVector<double>& d, KernelMatrix<double>& V) {
   const std::size_t n = d.size();
   for (std::size_t i = 0; i + 1 < n; ++i) {
     std::size_t smallest = i;
@@ -84,8 +101,7 @@ void sortIncreasing(KernelVector<double>& d, SplitMatrix& Vt) {
     }
     if (smallest == i) continue;
     std::swap(d(i), d(smallest));
-    std::swap_ranges(Vt.re(i), Vt.re(i) + n, Vt.re(smallest));
-    std::swap_ranges(Vt.im(i), Vt.im(i) + n, Vt.im(smallest));
+    for (std::size_t j = 0; j < n; ++j) std::swap(V(j, i), V(j, smallest));
   }
 }
 
@@ -94,23 +110,25 @@ void sortIncreasing(KernelVector<double>& d, SplitMatrix& Vt) {
 template <>
 void evd<double>(KernelMatrix<double>& A, KernelVector<double>& d, KernelMatrix<double>& V) {
   // b: the diagonal at the start of a sweep; z: what the sweep has added to it. Kept between calls,
-  // like the work matrices: Hermitian with both triangles and a diagonal of zeros, and V
-  // transposed.
+  // like the work matrices (Hermitian with both triangles and a diagonal of zeros, and V's parts
+  // apart) and the list of rotations.
   static KernelVector<double> b;
   static KernelVector<double> z;
   static SplitMatrix work;
-  static SplitMatrix Vt;
+  static SplitMatrix product;
+  static std::vector<Turn> turns;
 
   const std::size_t n = A.size1();
   d.resize(n, false);
   b.resize(n, false);
   z.resize(n, false);
   work.setToZeros(n, n);
-  Vt.setToZeros(n, n);
+  product.setToZeros(n, n);
+  turns.clear();
   for (std::size_t i = 0; i < n; ++i) {
     d(i) = b(i) = A(i, i).real();
     z(i) = 0.0;
-    Vt.re(i)[i] = 1.0;
+    product.re(i)[i] = 1.0;
     for (std::size_t j = i + 1; j < n; ++j) {
       work.re(i)[j] = work.re(j)[i] = A(i, j).real();
       work.im(i)[j] = A(i, j).imag();
@@ -126,19 +144,20 @@ void evd<double>(KernelMatrix<double>& A, KernelVector<double>& d, KernelMatrix<
       break;
     }
     const double threshold = sweep <= 3 ? 0.2 * sm / static_cast<double>(n * n) : 0.0;
-    sweepOnce(sweep, threshold, work, Vt, d, z);
+    sweepOnce(sweep, threshold, work, d, z, turns);
     for (std::size_t i = 0; i < n; ++i) {
       b(i) += z(i);
       d(i) = b(i);
       z(i) = 0.0;
     }
   }
-  if (!converged) sortIncreasing(d, Vt);
+  multiply(turns, n, product);
 
   V.resize(n, n, false);
   for (std::size_t i = 0; i < n; ++i) {
-    for (std::size_t j = 0; j < n; ++j) V(i, j) = {Vt.re(j)[i], Vt.im(j)[i]};
+    for (std::size_t j = 0; j < n; ++j) V(i, j) = {product.re(i)[j], product.im(i)[j]};
   }
+  if (!converged) sortIncreasing(d, V);
 }
 
 }  // namespace BF
