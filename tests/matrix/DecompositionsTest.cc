@@ -363,6 +363,14 @@ TEST(Inverse, ReportsOnStandardOutputWhatItCannotInvert) {
 
 // ---- input that no decomposition can honour
 
+TEST(EigenValues, WithoutConvergenceStandInIncreasingOrderWithTheirVectors) {
+  Matrix A = matrixOf({{3.0, NOT_A_NUMBER, 0.0}, {0.0, 1.0, 0.0}, {0.0, 0.0, 2.0}});
+  Matrix values, vectors;
+  A.eigenValues(values, vectors);
+  EXPECT_THAT(values, MatrixEq(matrixOf({{1.0}, {2.0}, {3.0}})));
+  EXPECT_THAT(vectors, MatrixEq(matrixOf({{0.0, 0.0, 1.0}, {1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}})));
+}
+
 TEST(Decompositions, EndInFiniteTimeWhateverTheInput) {
   const double poison[] = {NOT_A_NUMBER, INFINITE, -INFINITE, 1e200, 1e308, 1e-310};
   testing::internal::CaptureStdout();
