@@ -1,6 +1,8 @@
 // What a user is told, and with which exit status, when something is wrong: 2 for misuse of the
 // command line, 1 for files that cannot be used.
 
+#include <filesystem>
+
 #include "gmock/gmock.h"
 #include "tests/cli/process/TalkersFixture.h"
 
@@ -24,7 +26,6 @@ TEST_F(Errors, OfUsage) {
       2,
       {{"separat", "The following argument was not expected: separat"},
        {"run", "NETWORK is required"},
-       {separate + "--speed 9", "The following arguments were not expected: 9 --speed"},
        {"separate mix.wav" + files, "--output is required"},
        {"separate mix.wav --sources scene.json -o out",
         "--tf is missing: NULL needs a transfer-function database"},
@@ -50,6 +51,9 @@ TEST_F(Errors, OfUsage) {
 }
 
 TEST_F(Errors, OfData) {
+  for (const char* earlier : {"old", "older"}) std::filesystem::create_directory(folder / earlier);
+  folder.write("old/source_7.wav", "earlier");
+  folder.write("older/timeline.json", "earlier");
   folder.write("fir.txt", "no audio");
   folder.write("empty.json", R"({"sources": []})");
   folder.write("typo.json", R"({"sources": [{"id": 0, "azimut": 30}]})");
@@ -64,6 +68,10 @@ TEST_F(Errors, OfData) {
         "(--channels selects)"},
        {"separate fast.wav -o out" + files,
         "fast.wav: the sampling rate is 32000 Hz, expected 16000 Hz (--resample converts it)"},
+       {"separate mix.wav -o old" + files,
+        "old/source_7.wav: exists already, expected no files of an earlier run (--force replaces "
+        "them)"},
+       {"separate mix.wav -o older" + files, "older/timeline.json: exists already…"},
        {"separate mix.wav -o fir.txt" + files,
         "…fir.txt: cannot be made or is no folder: Not a directory"},
        {"separate mix.wav -o out --sources scene.json --tf fir.txt", "fir.txt…"},
@@ -84,9 +92,11 @@ TEST_F(Errors, OfData) {
         "--reference-mic is 4, expected 1 to 3, the channels in use of mix.wav"},
        {"run no.n", "no.n: cannot be read: No such file or directory"},
        {"run fir.txt", "fir.txt: line 1: not well-formed XML: …"}});
+  EXPECT_EQ(content("old/source_7.wav"), "earlier");
 }
 
 TEST_F(Errors, SourcesFarFromEveryResponseTooManyAndAbsentOnesDrawWarnings) {
+  using testing::Not;
   folder.write(
       "crowd.json",
       R"({"sources": [{"id": 0, "azimuth": 20}, {"id": 1, "azimuth": 90}, {"id": 2, "azimuth": 180},
@@ -94,14 +104,15 @@ TEST_F(Errors, SourcesFarFromEveryResponseTooManyAndAbsentOnesDrawWarnings) {
                       {"id": 4, "azimuth": 225, "active": [[-1, 0], [1.5, 2]]}]})");
   const CommandRun result = run("separate mix.wav --tf array.sofa --sources crowd.json -o out");
   EXPECT_EQ(result.status, 0);
-  EXPECT_THAT(result.errors, testing::AllOf(HasSubstr("crowd.json: source 0 at azimuth 20.0"),
-                                            HasSubstr("20 degrees away, at azimuth 0.0"),
-                                            testing::Not(HasSubstr("source 1 at")),
-                                            HasSubstr("4 sources are active at 0.50 s, expected "
-                                                      "no more than the 3 microphones"),
-                                            HasSubstr("crowd.json: source 4 is never active in the "
-                                                      "1.50 s of mix.wav, expected \"active\""),
-                                            testing::Not(HasSubstr("source 3 is never"))));
+  EXPECT_THAT(
+      result.errors,
+      testing::AllOf(HasSubstr("crowd.json: source 0 at azimuth 20.0"),
+                     HasSubstr("20 degrees away, at azimuth 0.0"),
+                     HasSubstr("4 sources are active at 0.50 s, expected no more than the 3 "
+                               "microphones"),
+                     HasSubstr("crowd.json: source 4 is never active in the 1.50 s of "
+                               "mix.wav, expected \"active\""),
+                     Not(HasSubstr("source 1 at")), Not(HasSubstr("source 3 is never"))));
   EXPECT_THAT(result.output, HasSubstr("source 1 at azimuth 90.0, elevation 0.0, 1.00 m: nearest "
                                        "response at azimuth 90.0, elevation 0.0, 1.00 m"));
 }

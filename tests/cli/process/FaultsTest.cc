@@ -29,8 +29,8 @@ class Faults : public Talkers {
     writeSound(folder / "long.wav", RATE, MICROPHONES, noise(60 * RATE * MICROPHONES, 5));
   }
 
-  CommandRun separate(const std::string& recording) const {
-    return run("separate " + recording + files + "-o out");
+  CommandRun separate(const std::string& what) const {
+    return run("separate " + what + files + "-o out");
   }
 
   /// Starts a command, waits until it has an unfinished file of that many bytes, 20 s at most, and
@@ -58,32 +58,24 @@ class Faults : public Talkers {
 
 class Writer : public Faults, public testing::WithParamInterface<const char*> {
  protected:
-  CommandRun write(const std::string& target) const {
+  void expectFailure(const std::string& target) const {
     std::string arguments = GetParam();
     arguments.replace(arguments.find("OUT"), 3, target);
-    return run(arguments);
-  }
-
-  void expectFailure(const CommandRun& run, const std::string& target = "out/") const {
-    EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, AllOf(HasSubstr(target), HasSubstr("cannot")));
-    EXPECT_THAT(filesBelow("out"), IsEmpty());
+    const CommandRun failed = run(arguments);
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_THAT(failed.errors, AllOf(HasSubstr(target + "/"), HasSubstr("cannot")));
+    EXPECT_THAT(folder.names("out"), IsEmpty());
   }
 };
 
-TEST_P(Writer, LeavesNothingWhenAFileCannotGrow) {
+TEST_P(Writer, LeavesNothingWhenAFileCannotBeMadeOrCannotGrow) {
+  expectFailure("/proc/self/fdinfo");  // in which not even root can make files
   rlimit before{};
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
   const rlimit small{4096, before.rlim_max};
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-  const CommandRun limited = write("out");
+  expectFailure("out");
   setrlimit(RLIMIT_FSIZE, &before);
-  expectFailure(limited);
-}
-
-// A folder in which not even root can make files.
-TEST_P(Writer, SaysWhichFileCannotBeMade) {
-  expectFailure(write("/proc/self/fdinfo"), "/proc/self/fdinfo/");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -119,7 +111,7 @@ TEST_F(Faults, ACutOffFlacLeavesNothing) {
   const CommandRun run = separate("cut.flac");
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.errors, HasSubstr("cut.flac: cannot be decoded after sample "));
-  EXPECT_THAT(filesBelow("out"), IsEmpty());
+  EXPECT_THAT(folder.names("out"), IsEmpty());
 }
 
 // ---- plug-ins
@@ -160,7 +152,7 @@ TEST_P(Signals, ASeparationEndsAfterAFrameWithItsFilesComplete) {
   EXPECT_EQ(run.output, "");
   EXPECT_THAT(run.errors, AllOf(HasSubstr("stopped by signal " + std::to_string(signal)),
                                 HasSubstr("complete")));
-  EXPECT_THAT(filesBelow("out"), ElementsAre("source_3.wav", "source_7.wav", "timeline.json"));
+  EXPECT_THAT(folder.names("out"), ElementsAre("source_3.wav", "source_7.wav", "timeline.json"));
   const std::size_t samples = sound("out/source_3.wav").samples.size();
   EXPECT_GT(samples, 0U);
   EXPECT_LT(samples, 60U * RATE);
@@ -175,7 +167,7 @@ TEST_P(Signals, OtherCommandsLeaveNoUnfinishedFile) {
     EXPECT_EQ(run.signal, GetParam());
     EXPECT_EQ(run.output, "");
     EXPECT_EQ(run.errors, "zelk-sss: stopped by a signal; nothing unfinished is left\n");
-    EXPECT_THAT(filesBelow("out"), IsEmpty());
+    EXPECT_THAT(folder.names("out"), IsEmpty());
   }
 }
 
@@ -186,7 +178,7 @@ TEST_F(Faults, AnIgnoredSignalStaysIgnored) {
   const CommandRun run = disturbed(LONG_MIX, 0, [&](const auto& command) { command.send(SIGHUP); });
   std::signal(SIGHUP, before);
   EXPECT_EQ(run.status, 0);
-  EXPECT_THAT(filesBelow("out"), ElementsAre("m-source3.wav", "m-source7.wav", "m.wav"));
+  EXPECT_THAT(folder.names("out"), ElementsAre("m-source3.wav", "m-source7.wav", "m.wav"));
 }
 
 }  // namespace
