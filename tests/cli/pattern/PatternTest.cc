@@ -3,61 +3,16 @@
 #include <pugixml.hpp>
 #include <sstream>
 
-#include "cli/pattern/BeamPattern.h"
 #include "cli/pattern/DirectionRing.h"
 #include "cli/pattern/PatternPicture.h"
 #include "cli/pattern/SceneMoment.h"
-#include "cli/pattern/SeparationEngine.h"
 #include "gmock/gmock.h"
-#include "tests/support/Databases.h"
 #include "tests/toolbox/AudioTesting.h"
 
 namespace {
 
 using std::numbers::pi;
-using testing::Each;
 using testing::ElementsAre;
-using testing::Lt;
-
-class MethodGains : public testing::TestWithParam<const char*> {};
-
-// Every method but ML, which takes transfer functions of norm 1, passes its own source unchanged;
-// those that know the other sources' positions null them. With N < M sources W · A = I is exact up
-// to the decompositions' 1.5e-7, times the condition number.
-TEST_P(MethodGains, AreOneTowardsTheSourceAndNoneTowardsTheOthers) {
-  const std::string method = GetParam();
-  support::Generator random(5);
-  for (int round = 0; round < 20; ++round) {
-    const int M = random.integer(3, 6);
-    const int N = random.integer(2, M - 1);
-    const auto database = support::randomDatabase(random, M, 9, 4);
-    const auto scene = support::distinctSources(random, N, 9);
-    const auto engine = engineOf(method, database, 16000);
-    engine->updateSources(support::locationsOf(scene, database));
-    for (int row = 0; row < N; ++row) {
-      for (int other = 0; other < N; ++other) {
-        const int position = scene[other].position;
-        const std::vector<double> gains = powerGains(*engine, row, position);
-        ASSERT_EQ(gains.size(), 4U);
-        if (row != other && (method == "NULL" || method == "ILSE")) {
-          EXPECT_THAT(gains, Each(Lt(1e-9)));
-        }
-        for (std::size_t k = 0; row == other && k < gains.size(); ++k) {
-          const double norm = database.transferFunctions[k].getColumn(position).norm().real();
-          EXPECT_NEAR(gains[k], method == "ML" ? norm : 1.0, 2e-5) << k;
-        }
-      }
-    }
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(, MethodGains,
-                         testing::Values("DS", "WDS", "NULL", "ILSE", "LCMV", "GJ", "GICA", "ML"));
-
-TEST(BeamPattern, MeanIsOfPowers) {
-  EXPECT_NEAR(broadbandGain({1.0, 3.0}), 10.0 * std::log10(2.0), 1e-12);
-  EXPECT_EQ(broadbandGain({0.0}), -INFINITY);
-}
 
 TEST(SceneMoment, IsTheFirstWithTheMostSources) {
   const auto scene = Audio::Scene::parse(
@@ -80,8 +35,8 @@ TEST(SceneMoment, IsTheFirstWithTheMostSources) {
 class DirectionRings : public testing::Test {
  protected:
   void add(double azimuth, double elevation, double distance) {
-    const double a = azimuth * std::numbers::pi / 180.0;
-    const double e = elevation * std::numbers::pi / 180.0;
+    const double a = azimuth * pi / 180.0;
+    const double e = elevation * pi / 180.0;
     const double flat = distance * std::cos(e);
     database.sourceLocations.emplace_back(flat * std::cos(a), flat * std::sin(a),
                                           distance * std::sin(e), 0, true);
