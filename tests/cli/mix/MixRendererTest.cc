@@ -45,12 +45,10 @@ class MixRendering : public testing::Test {
 };
 
 TEST_F(MixRendering, DelaysShiftTheResponses) {
-  FirFile fir;
-  fir.sources = {{1, 0, 0}};
-  fir.receivers = {{0, 0, 0}, {0.1, 0, 0}, {0.2, 0, 0}};
-  fir.length = 1;
-  fir.responses = {1, -0.5, 2};
-  fir.delays = {0, 40, 100.25};
+  FirFile fir{.sources = {{1, 0, 0}},
+              .receivers = {{0, 0, 0}, {0.1, 0, 0}, {0.2, 0, 0}},
+              .responses = {1, -0.5, 2},
+              .delays = {0, 40, 100.25}};
   Samples dry(400);
   for (std::size_t n = 0; n < dry.size(); ++n) dry[n] = static_cast<float>(tone(n));
   const auto image = rendered(load(fir), R"("azimuth": 0)", dry);
@@ -69,15 +67,10 @@ TEST_F(MixRendering, DelaysShiftTheResponses) {
 
 // The dry signal begins with the first range and runs on while it is muted.
 TEST_F(MixRendering, ActiveRangesGateWithRamps) {
-  FirFile fir;
-  fir.sources = {{0, 1, 0}};
-  fir.receivers = {{0, 0, 0}};
-  fir.length = 1;
-  fir.responses = {1};
-  fir.delays = {0};
+  const ResponseSet set =
+      load({.sources = {{0, 1, 0}}, .receivers = {{0, 0, 0}}, .responses = {1}, .delays = {0}});
   Samples dry(10000);
   for (std::size_t n = 0; n < dry.size(); ++n) dry[n] = 1.0F + static_cast<float>(n) / 10000;
-  const ResponseSet set = load(fir);
   const Samples y =
       rendered(set, R"("azimuth": 90, "active": [[0.1, 0.2], [0.2, 0.25], [0.4, 0.5]])", dry)[0];
   // 10 000 dry samples from 0.1 s on reach to 0.725 s; the last range ends before.
@@ -99,12 +92,12 @@ TEST_F(MixRendering, ActiveRangesGateWithRamps) {
 // position changes, what it emits passes from one response to the other.
 TEST_F(MixRendering, MovingSourcesPassFromResponseToResponse) {
   constexpr std::size_t LENGTH = 300;
-  FirFile fir;
-  fir.sources = {{0, 1, 0}, {0, -1, 0}};
-  fir.receivers = {{0, 0, 0}, {0.1, 0, 0}};
-  fir.length = LENGTH;
-  for (const float value : noise(4 * LENGTH, 7)) fir.responses.push_back(value);
-  fir.delays = {0, 0};
+  const Samples values = noise(4 * LENGTH, 7);
+  const FirFile fir{.sources = {{0, 1, 0}, {0, -1, 0}},
+                    .receivers = {{0, 0, 0}, {0.1, 0, 0}},
+                    .length = LENGTH,
+                    .responses = {values.begin(), values.end()},
+                    .delays = {0, 0}};
   const Samples dry = noise(16000, 3);
   const auto image = rendered(load(fir),
                               R"("track": [{"t": 0, "position": [1, 1, 0]},
@@ -129,11 +122,12 @@ TEST_F(MixRendering, MovingSourcesPassFromResponseToResponse) {
 TEST_F(MixRendering, TransferFunctionsAreTransformedBack) {
   const std::pair<std::vector<int>, std::size_t> cases[] = {{{5, 40}, 0}, {{-3, 20}, 32}};
   for (const auto& [delays, lead] : cases) {
-    SofaTransferFunctions data;
-    data.sourcePositions = {{1, 0, 0}};
-    data.receiverPositions = {{0, 0, 0}, {0, 0.1, 0}};
-    data.samplingRate = RATE;
-    data.frequencies = 129;
+    SofaTransferFunctions data{.sourcePositions = {{1, 0, 0}},
+                               .receiverPositions = {{0, 0, 0}, {0, 0.1, 0}},
+                               .samplingRate = RATE,
+                               .frequencies = 129,
+                               .values = {},
+                               .title = ""};
     for (const int delay : delays) {
       for (int k = 0; k < 129; ++k) {
         data.values.push_back(std::polar(1.0F, static_cast<float>(-2 * pi * k * delay / 256)));
@@ -151,6 +145,32 @@ TEST_F(MixRendering, TransferFunctionsAreTransformedBack) {
       EXPECT_LT(differenceInDb(image[r], expected), -110) << lead << " " << r;
     }
   }
+}
+
+double energy(const std::vector<double>& samples, std::size_t begin, std::size_t end) {
+  double sum = 0.0;
+  for (std::size_t n = begin; n < end; ++n) sum += samples[n] * samples[n];
+  return sum;
+}
+
+TEST(Reverberation, HasTheEnergyAndTheDecayAskedFor) {
+  const std::vector<double> response = {0.0, 0.0, 2.0, 0.5};
+  const Reverberation room{0.4, 6.0, 1};
+  const std::vector<double> wet = room.added(response, RATE, 0);
+
+  const std::size_t begin = 2 + RATE / 200;  // 5 ms after the peak
+  ASSERT_EQ(wet.size(), begin + 6400);
+  EXPECT_EQ(energy(wet, 0, begin), 4.25);
+  const double tail = energy(wet, begin, wet.size());
+  EXPECT_NEAR(10.0 * std::log10(4.25 / tail), 6.0, 1e-9);
+  // 60 dB in 0.4 s are 30 dB in 0.2 s; the estimate from 800 samples each varies by some 0.3 dB.
+  const double early = energy(wet, begin + 400, begin + 1200);
+  const double late = energy(wet, begin + 3600, begin + 4400);
+  EXPECT_NEAR(10.0 * std::log10(early / late), 30.0, 1.5);
+
+  EXPECT_EQ(room.added(response, RATE, 0), wet);
+  EXPECT_NE(room.added(response, RATE, 1), wet) << "rooms would echo alike to all microphones";
+  EXPECT_EQ(Reverberation{}.added(response, RATE, 0), response);
 }
 
 }  // namespace

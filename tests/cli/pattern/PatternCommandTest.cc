@@ -82,7 +82,6 @@ TEST_F(PatternCommand, SaysWhatIsWrong) {
   folder.write("broken.sofa", "no netCDF");
   folder.write("late.json", R"({"sources": [{"id": 0, "azimuth": 30, "active": [[1, 2]]}]})");
   folder.write("high.json", R"({"sources": [{"id": 5, "azimuth": 0, "elevation": 20}]})");
-  folder.write("old.svg", "old");
   const std::string begin = "pattern" + files;
   expectRefused(
       2, {{begin + "--method MSNR -o p.svg",
@@ -98,8 +97,6 @@ TEST_F(PatternCommand, SaysWhatIsWrong) {
            "--frequency is 8001 Hz, expected 0 to 8000 Hz, which array.sofa covers"},
           {begin + "-o p.svg --width 300",
            "--width is 300, expected 544 pixels or more for 2 diagrams side by side"},
-          {begin + "-o old.svg",
-           "old.svg: exists already, expected a new name (--force replaces the file)"},
           {"pattern --tf array.sofa --sources late.json --time 2 -o p.svg",
            "late.json: found no source that is active at 2 s, expected one or more (--time)"},
           {"pattern --tf broken.sofa --sources scene.json -o p.svg", "broken.sofa: …"}});

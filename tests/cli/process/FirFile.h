@@ -8,12 +8,12 @@
 
 /// A SOFA file of impulse responses, as measuring programs write them.
 struct FirFile {
-  std::vector<SofaFile::Position> sources;    ///< M
-  std::vector<SofaFile::Position> receivers;  ///< R
+  std::vector<SofaFile::Position> sources{};    ///< M
+  std::vector<SofaFile::Position> receivers{};  ///< R
   double rate = 16000.0;
-  std::size_t length = 0;         ///< N
-  std::vector<double> responses;  ///< M · R · N
-  std::vector<double> delays;     ///< R, or M · R: samples
+  std::size_t length = 1;           ///< N
+  std::vector<double> responses{};  ///< M · R · N
+  std::vector<double> delays{};     ///< R, or M · R: samples
   std::string units = "metre";
 
   void write(const std::string& path) const {

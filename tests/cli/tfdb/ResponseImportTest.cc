@@ -22,13 +22,12 @@ constexpr double LEAD = 16;  // samples of the frame before the earliest onset
 
 /// Two positions and two microphones with a unit impulse each.
 FirFile impulses(const std::vector<std::size_t>& places, std::size_t length = 80) {
-  FirFile fir;
-  fir.sources = {{1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}};
-  fir.receivers = {{0.0, 0.1, 0.0}, {0.0, -0.1, 0.0}};
-  fir.length = length;
-  fir.responses.assign(4 * length, 0.0);
+  FirFile fir{.sources = {{1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}},
+              .receivers = {{0.0, 0.1, 0.0}, {0.0, -0.1, 0.0}},
+              .length = length,
+              .responses = std::vector<double>(4 * length),
+              .delays = {0.0, 0.0}};
   for (std::size_t i = 0; i < 4; ++i) fir.responses[i * length + places[i]] = 1.0;
-  fir.delays = {0.0, 0.0};
   return fir;
 }
 

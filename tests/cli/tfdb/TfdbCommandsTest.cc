@@ -50,17 +50,6 @@ TEST_F(TfdbCommands, WarnWhenTheFileContradictsItself) {
   EXPECT_THAT(imported.errors, HasSubstr("zelk-sss: db.sofa: " + warning));
 }
 
-TEST_F(TfdbCommands, KeepWhatExistsUnlessForcedAndLeaveNothingHalfDone) {
-  folder.write("db.sofa", "precious");
-  expectRefused(1, {{"tfdb geometry --linear 2 0.1 db.sofa", "db.sofa: exists already…"},
-                    {"tfdb import none.sofa db.sofa", "db.sofa: exists already…"},
-                    {"tfdb import none.sofa db.sofa --force", "none.sofa: there is no such file"}});
-  EXPECT_EQ(content("db.sofa"), "precious");
-  EXPECT_EQ(run("tfdb geometry --linear 2 0.1 db.sofa --force").status, 0);
-  EXPECT_EQ(SofaFile(folder / "db.sofa").receivers(), 2U);
-  EXPECT_EQ(folder.names().size(), 1U);
-}
-
 TEST_F(TfdbCommands, RefuseWhatMakesNoDatabase) {
   folder.write("ends.json", R"({"microphones": [[0, 0.05, 0], [0, 100, 0]]})");
   run("tfdb geometry --linear 2 0.1 whole.sofa");
@@ -85,7 +74,8 @@ TEST_F(TfdbCommands, RefuseWhatMakesNoDatabase) {
        {"tfdb geometry --linear two 0.1 out.sofa", "Could not convert: --linear = two,0.1"}});
   expectRefused(
       1,
-      {{"tfdb info broken.sofa", "broken.sofa: …"},
+      {{"tfdb import none.sofa whole.sofa --force", "none.sofa: there is no such file"},
+       {"tfdb info broken.sofa", "broken.sofa: …"},
        {"tfdb check broken.sofa", "broken.sofa: …"},
        {"tfdb check one.sofa", oneFrequency},
        {"pattern --tf one.sofa --sources scene.json -o p.svg", oneFrequency},
