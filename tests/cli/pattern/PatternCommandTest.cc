@@ -62,12 +62,12 @@ TEST_F(PatternCommand, GainsAreThoseOfTheSeparation) {
     ASSERT_EQ(separated.status, 0) << separated.errors;
     const double passed =
         10.0 * std::log10(energy(sound("out/source_3.wav").samples) / energy(dry[1]));
-    // One and a half seconds of noise have their mean spectrum to within some percent.
+    // The noise has its mean spectrum to within some percent; DS and WDS are 0.19 dB apart.
     if (method == "NULL" || method == "ILSE") {
       EXPECT_THAT(gain, testing::StartsWith("below -100 dB towards source 7"));
       EXPECT_LT(passed, -30.0);
     } else {
-      EXPECT_NEAR(std::stod(gain), passed, 0.3);
+      EXPECT_NEAR(std::stod(gain), passed, 0.1);
     }
   }
 }
