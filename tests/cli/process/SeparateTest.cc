@@ -41,7 +41,7 @@ TEST_F(Separate, NullUndoesAMixtureMadeByConvolution) {
   ASSERT_EQ(loud.status, 0);
   EXPECT_EQ(loud.errors, "") << "it is no terminal";
   for (const char* part : {"/source_3.wav", "/source_7.wav", "/timeline.json", "real-time factor",
-                           "latency 512 samples"}) {
+                           "latency 512 samples (32.0 ms)"}) {
     EXPECT_THAT(loud.output, HasSubstr(part));
   }
   ASSERT_THAT(folder.names("out"), ElementsAre("source_3.wav", "source_7.wav", "timeline.json"));
