@@ -13,6 +13,7 @@ namespace {
 
 using std::numbers::pi;
 using testing::ElementsAre;
+using testing::Pair;
 
 TEST(SceneMoment, IsTheFirstWithTheMostSources) {
   const auto scene = Audio::Scene::parse(
@@ -23,13 +24,10 @@ TEST(SceneMoment, IsTheFirstWithTheMostSources) {
       "scene");
   EXPECT_EQ(fullestTime(scene), 2.5);
   const auto sources = sourcesAt(scene, 2.5);
-  ASSERT_EQ(sources.size(), 3U);
-  EXPECT_EQ(sources[0].id, 4);
-  EXPECT_EQ(sources[1].id, 2);
-  EXPECT_TRUE(sources[1].flag);
+  std::vector<std::pair<int, bool>> idsAndTargets;
+  for (const auto& source : sources) idsAndTargets.emplace_back(source.id, source.flag);
+  ASSERT_THAT(idsAndTargets, ElementsAre(Pair(4, true), Pair(2, true), Pair(1, false)));
   EXPECT_NEAR(sources[1].x, std::cos(2.5 / 4.0 * pi), 1e-6);
-  EXPECT_EQ(sources[2].id, 1);
-  EXPECT_FALSE(sources[2].flag);
 }
 
 class DirectionRings : public testing::Test {
@@ -113,15 +111,14 @@ std::vector<std::vector<Point>> curvesOf(const std::vector<double>& azimuths,
 TEST(PatternPicture, PutsDirectionsAndGainsWhereTheyBelong) {
   const auto curves = curvesOf({-90, 0, 90, 180}, {-INFINITY, -10.0, 0.0, -20.0}, "polygon");
   ASSERT_EQ(curves.size(), 1U);
-  const std::vector<Point>& p = curves[0];
-  ASSERT_EQ(p.size(), 4U);
-  const Point centre = p[0];
+  ASSERT_EQ(curves[0].size(), 4U);
+  const Point centre = curves[0][0];
   EXPECT_NEAR(centre.x, 200.0, 0.01);
-  EXPECT_NEAR(p[1].x, centre.x, 0.01);
-  EXPECT_NEAR(centre.y - p[1].y, 0.75 * 154.0, 0.01);
-  EXPECT_NEAR(centre.x - p[2].x, 154.0, 0.01);
-  EXPECT_NEAR(p[2].y, centre.y, 0.01);
-  EXPECT_NEAR(p[3].y - centre.y, 0.5 * 154.0, 0.01);
+  const Point offsets[] = {{0, 0}, {0, -0.75 * 154}, {-154, 0}, {0, 0.5 * 154}};
+  for (const std::size_t i : {1U, 2U, 3U}) {
+    EXPECT_NEAR(curves[0][i].x - centre.x, offsets[i].x, 0.01) << i;
+    EXPECT_NEAR(curves[0][i].y - centre.y, offsets[i].y, 0.01) << i;
+  }
 }
 
 TEST(PatternPicture, LeavesOutDirectionsThatWereNotMeasured) {

@@ -66,9 +66,7 @@ TEST_F(Errors, OfData) {
        {"separate mix.wav -o fir.txt" + files,
         "…fir.txt: cannot be made or is no folder: Not a directory"},
        {"separate mix.wav -o out --sources scene.json --tf fir.txt", "fir.txt…"},
-       {others + "typo.json",
-        "typo.json: /sources/0: found the unknown key \"azimut\", expected only id, azimuth, "
-        "elevation, distance, position, track, active"},
+       {others + "typo.json", "typo.json: /sources/0: found the unknown key \"azimut\"…"},
        {others + "empty.json", "empty.json: /sources: found none, expected one or more"},
        {separate + "--length 256",
         "--length is 256, expected 512 samples, for which array.sofa was made"},
