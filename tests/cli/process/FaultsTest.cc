@@ -76,7 +76,7 @@ TEST_P(Writer, LeavesNothingWhenAFileCannotBeMadeOrCannotGrow) {
   expectFailure("/proc/self/fdinfo");  // in which not even root can make files
   rlimit before{};
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-  const rlimit small{4096, before.rlim_max};
+  const rlimit small{512, before.rlim_max};
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
   expectFailure("out");
   setrlimit(RLIMIT_FSIZE, &before);
@@ -107,7 +107,9 @@ INSTANTIATE_TEST_SUITE_P(
                     "tfdb geometry OUT/g.sofa --circular 8 0.1",
                     "tfdb import array.sofa OUT/i.sofa --rate 16000 --length 512",
                     "pattern --tf array.sofa --sources scene.json -o OUT/p.svg",
-                    "spectrogram mix.wav -o OUT/s.png"));
+                    "spectrogram mix.wav -o OUT/s.png",
+                    "score --json --reference mix.wav --estimate mix.wav --mixture mix.wav "
+                    "-o OUT/s.json"));
 
 TEST_F(Faults, AFolderThatVanishesDuringARunFails) {
   const CommandRun run = disturbed("separate long.wav -o out --advance 64" + files, 8192,

@@ -95,22 +95,18 @@ TEST_F(Separate, TakesTheLearntNoiseOut) {
     const char* options;
     const char* reference;
     double least;
-    double most;
-  } cases[] = {{"--method ML --noise-from 0:1.9", "a.wav", 15, 100},
-               {"--method ML", "a.wav", 15, 100},  // noise is what there is while nobody is active
-               {"--method ML --half-frame-shift off", "a.wav", -100, 0},
+  } cases[] = {{"--method ML --noise-from 0:1.9", "a.wav", 15},
+               {"--method ML", "a.wav", 15},  // noise is what there is while nobody is active
                // Has an arbitrary scale per bin, which is no sound before it is projected back.
-               {"--method MSNR", "m-source3.wav", purity("m.wav", "m-source3.wav") + 8, 100}};
-  for (const auto& [options, reference, least, most] : cases) {
+               {"--method MSNR", "m-source3.wav", purity("m.wav", "m-source3.wav") + 8}};
+  for (const auto& [options, reference, least] : cases) {
     SCOPED_TRACE(options);
     const CommandRun separation = run(
         "separate m.wav --tf array.sofa --sources late.json --format FLOAT --advance 128 --force "
         "-o out " +
         std::string(options));
     ASSERT_EQ(separation.status, 0) << separation.errors;
-    const double after = purity("out/source_3.wav", reference);
-    EXPECT_GE(after, least);
-    EXPECT_LE(after, most);
+    EXPECT_GE(purity("out/source_3.wav", reference), least);
   }
 }
 
