@@ -69,6 +69,7 @@ TEST_F(Options, ReachTheirParameters) {
       {ml, "SeparatedWriter.HALF_FRAME_SHIFT=true"},
       {ml + " --project on", "SeparatedWriter.HALF_FRAME_SHIFT=false"},
       {"--half-frame-shift on", "SeparatedWriter.HALF_FRAME_SHIFT=true"},
+      {ml + " --half-frame-shift off", "SeparatedWriter.HALF_FRAME_SHIFT=false"},
       {"--method MSNR", "SceneSources.INACTIVE_AS_NOISE=true BackProjection.REFERENCE=1"},
       {"--method MSNR --inactive-as-noise off", "SceneSources.INACTIVE_AS_NOISE=false"},
       // Where ML's noise comes from.
