@@ -68,6 +68,8 @@ TEST_F(Errors, OfData) {
        {others + "empty.json", "empty.json: /sources: found none, expected one or more"},
        {separate + "--length 256",
         "--length is 256, expected 512 samples, for which array.sofa was made"},
+       {separate + "--rate 8000",
+        "--rate is 8000 Hz, expected 16000 Hz, for which array.sofa was made"},
        {separate + "--method ML",
         "scene.json: found a source that is always active, but ML learns the noise while none is; "
         "expected \"active\" times, or --noise-from or --noise-recording"},

@@ -109,7 +109,9 @@ TEST_F(ScoreCommand, RefusalsNameFileFoundAndExpected) {
                      "other.wav: the sampling rate is 8000 Hz, expected 16000 Hz as in a.wav"},
                     {"score --reference a.wav a.wav --estimate a.wav b.wav",
                      "a.wav: the reference is a weighted sum of those before it…"},
-                    {one + "stereo.wav --channel 3", "stereo.wav…"}});
+                    {one + "stereo.wav --channel 3", "stereo.wav…"},
+                    {one + "a.wav --range 0:1",
+                     "--range is 0:1, expected a part of the signals' 0.00025 s"}});
 }
 
 }  // namespace
