@@ -3,26 +3,16 @@
 #include <numbers>
 
 #include "gmock/gmock.h"
-#include "tests/cli/process/CommandTest.h"
-#include "tests/cli/process/FirFile.h"
+#include "tests/cli/process/TalkersFixture.h"
 
 namespace {
 
 using Samples = std::vector<float>;
 
-constexpr int RATE = 16000;
-
-/// Two sources, a noise source, and responses that are pulses of different delays.
-class MixCommand : public CommandTest {
+/// Two sources and a noise source.
+class MixCommand : public Talkers {
  protected:
-  void SetUp() override {
-    FirFile fir;
-    fir.sources = {{1, 0, 0}, {0, 1, 0}, {0, -1, 0}};
-    fir.receivers = {{0, 0, 0}, {0.1, 0, 0}};
-    fir.length = 4;
-    for (const float value : noise(3 * 2 * 4, 9)) fir.responses.push_back(value);
-    fir.delays = {0, 3, 5, 1, 2, 7};
-    fir.write(folder / "responses.sofa");
+  MixCommand() {
     writeSound(folder / "a.wav", RATE, 1, noise(3000, 1));
     writeSound(folder / "b.wav", RATE, 1, noise(4000, 2));
     writeSound(folder / "c.wav", RATE, 1, noise(2000, 3));
@@ -30,8 +20,9 @@ class MixCommand : public CommandTest {
         {"id": 2, "azimuth": 90}], "noise": [{"id": 9, "azimuth": -90}]})");
   }
 
-  CommandRun mix(const std::string& more = "", const std::string& dry = "a.wav b.wav c.wav") const {
-    return run("mix scene.json --tf responses.sofa -o mix.wav --dry " + dry + " " + more);
+  CommandRun mix(const std::string& more = "",
+                 const std::string& sounds = "a.wav b.wav c.wav") const {
+    return run("mix scene.json --tf array.sofa -o m.wav --dry " + sounds + " " + more);
   }
 };
 
@@ -39,15 +30,14 @@ TEST_F(MixCommand, TheMixtureIsTheSumOfTheImages) {
   const CommandRun run = mix("--noise-level -40 --diffuse-level -30 --seed 5");
   ASSERT_EQ(run.status, 0);
   EXPECT_EQ(run.errors + run.output, "");
-  const Sound mixture = sound("mix.wav");
-  EXPECT_EQ(mixture.channels, 2);
+  const Sound mixture = sound("m.wav");
+  EXPECT_EQ(mixture.channels, MICROPHONES);
   EXPECT_EQ(mixture.samplingRate, RATE);
-  // The longest: 4000 samples, delays of up to 5 of that source, 4 samples of response.
-  EXPECT_EQ(mixture.samples.size(), 2U * (4000 + 4 - 1 + 5));
+  EXPECT_EQ(mixture.samples.size(), MICROPHONES * (4000U + 512 - 1));  // the longest source's
   Samples sum(mixture.samples.size());
   std::map<std::string, double> levels;  // in dB
-  for (const char* name : {"mix-source4.wav", "mix-source2.wav", "mix-noise9.wav",
-                           "mix-diffuse-noise.wav", "mix-microphone-noise.wav"}) {
+  for (const char* name : {"m-source4.wav", "m-source2.wav", "m-noise9.wav", "m-diffuse-noise.wav",
+                           "m-microphone-noise.wav"}) {
     const Samples image = sound(name).samples;
     ASSERT_EQ(image.size(), sum.size()) << name;
     double power = 0;
@@ -58,20 +48,20 @@ TEST_F(MixCommand, TheMixtureIsTheSumOfTheImages) {
     levels[name] = 10 * std::log10(power);
     EXPECT_GT(levels[name], -50) << name;
   }
-  EXPECT_NEAR(levels["mix-diffuse-noise.wav"], -30, 1e-3);
-  EXPECT_NEAR(levels["mix-microphone-noise.wav"], -40, 0.3);
+  EXPECT_NEAR(levels["m-diffuse-noise.wav"], -30, 1e-3);
+  EXPECT_NEAR(levels["m-microphone-noise.wav"], -40, 0.3);
   EXPECT_EQ(mixture.samples, sum);
-  EXPECT_EQ(folder.names().size(), 11U) << "unfinished files are left";
+  EXPECT_EQ(folder.names().size(), 12U) << "unfinished files are left";
 }
 
 TEST_F(MixCommand, GainsApplyInTheOrderOfTheDryFiles) {
   ASSERT_EQ(mix().status, 0);
-  Samples quieter = sound("mix-source2.wav").samples;
-  const Samples first = sound("mix-source4.wav").samples;
+  Samples quieter = sound("m-source2.wav").samples;
+  const Samples first = sound("m-source4.wav").samples;
   ASSERT_EQ(mix("--gain 0 -20 6 --force").status, 0);
   for (float& sample : quieter) sample *= 0.1F;
-  EXPECT_LT(differenceInDb(sound("mix-source2.wav").samples, quieter), -120);
-  EXPECT_EQ(sound("mix-source4.wav").samples, first);
+  EXPECT_LT(differenceInDb(sound("m-source2.wav").samples, quieter), -120);
+  EXPECT_EQ(sound("m-source4.wav").samples, first);
 }
 
 TEST_F(MixCommand, RawFilesAreSixteenBitLittleEndian) {
@@ -85,9 +75,9 @@ TEST_F(MixCommand, RawFilesAreSixteenBitLittleEndian) {
   folder.write("a.raw", bytes);
   writeSound(folder / "same.wav", RATE, 1, samples);
   ASSERT_EQ(mix("--raw-rate 16000", "a.raw a.raw a.raw").status, 0);
-  const Sound fromRaw = sound("mix.wav");
+  const Sound fromRaw = sound("m.wav");
   ASSERT_EQ(mix("--force", "same.wav same.wav same.wav").status, 0);
-  EXPECT_EQ(sound("mix.wav").samples, fromRaw.samples);
+  EXPECT_EQ(sound("m.wav").samples, fromRaw.samples);
 }
 
 // A tone at half the rate is the same tone at the rate.
@@ -103,11 +93,11 @@ TEST_F(MixCommand, ResamplesOnDemandOnly) {
   }
   EXPECT_EQ(mix("", "half.wav b.wav c.wav").errors,
             "zelk-sss: half.wav: the sampling rate is 8000 Hz, expected 16000 Hz as in "
-            "responses.sofa (--resample converts it)\n");
+            "array.sofa (--resample converts it)\n");
   ASSERT_EQ(mix("--resample", "half.wav b.wav c.wav").status, 0);
-  const Sound resampled = sound("mix-source4.wav");
+  const Sound resampled = sound("m-source4.wav");
   ASSERT_EQ(mix("--force", "full.wav b.wav c.wav").status, 0);
-  EXPECT_LT(differenceInDb(resampled.samples, sound("mix-source4.wav").samples), -80);
+  EXPECT_LT(differenceInDb(resampled.samples, sound("m-source4.wav").samples), -80);
 }
 
 TEST_F(MixCommand, NotesPositionsThatWereNotMeasured) {
@@ -116,42 +106,37 @@ TEST_F(MixCommand, NotesPositionsThatWereNotMeasured) {
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.errors,
             "zelk-sss: scene.json: source 7 is up to 20.0 degrees from the nearest position in "
-            "responses.sofa\n");
+            "array.sofa\n");
 }
 
 TEST_F(MixCommand, RefusalsNameFileFoundAndExpected) {
   folder.write("text.txt", "no audio, scene or response");
   folder.write("odd.raw", "123");
   folder.write("late.json", R"({"sources": [{"id": 3, "azimuth": 0, "active": [[1e9, 2e9]]}]})");
-  folder.write("old-noise9.wav", "old");
   writeSound(folder / "empty.wav", RATE, 1, {});
-  const std::string begin = "mix scene.json --tf responses.sofa ";
-  const std::string all = begin + "-o mix.wav --dry a.wav b.wav c.wav ";
+  const std::string begin = "mix scene.json --tf array.sofa ";
+  const std::string all = begin + "-o m.wav --dry a.wav b.wav c.wav ";
   expectRefused(
-      2, {{"mix scene.json --dry a.wav -o mix.wav", "--tf is required"},
+      2, {{"mix scene.json --dry a.wav -o m.wav", "--tf is required"},
           {begin + "--dry a.wav -o mix.flac",
            "--output: \"mix.flac\", expected a name that ends in .wav"},
-          {begin + "--dry a.wav b.wav -o mix.wav",
+          {begin + "--dry a.wav b.wav -o m.wav",
            "--dry: 2 given, expected 3: one for each of the 2 sources and 1 noise sources in "
            "scene.json"},
           {all + "--gain 1", "--gain: 1 given, expected as many as there are dry files, 3"},
           {all + "--noise-level 3", "--noise-level: \"3\", expected -200 to 0"}});
-  expectRefused(
-      1, {{"mix absent --tf responses.sofa --dry a.wav -o mix.wav", "absent…"},
-          {"mix text.txt --tf responses.sofa --dry a.wav -o mix.wav", "text.txt…"},
-          {"mix late.json --tf responses.sofa --dry a.wav -o mix.wav",
-           "late.json: source 3 is active from 1000000000 s on, expected 86400 s at most"},
-          {"mix scene.json --tf text.txt --dry a.wav b.wav c.wav -o mix.wav", "text.txt…"},
-          {begin + "--dry absent b.wav c.wav -o mix.wav", "absent: cannot be read…"},
-          {begin + "--dry a.wav b.wav empty.wav -o mix.wav", "empty.wav: …"},
-          {begin + "--dry odd.raw b.wav c.wav --raw-rate 16000 -o mix.wav",
-           "odd.raw: has 3 bytes, expected two for each sample…"},
-          {begin + "--dry /usr b.wav c.wav --raw-rate 16000 -o mix.wav",
-           "/usr: cannot be read: Is a directory"},
-          {all + "--raw-rate 16000", "a.wav: begins as a WAV file does (RIFF)…"},
-          {begin + "--dry a.wav b.wav c.wav -o old.wav",
-           "old-noise9.wav: exists already, expected a new name (--force replaces the file)"}});
-  EXPECT_EQ(content("old-noise9.wav"), "old");
+  expectRefused(1,
+                {{"mix text.txt --tf array.sofa --dry a.wav -o m.wav", "text.txt…"},
+                 {"mix late.json --tf array.sofa --dry a.wav -o m.wav",
+                  "late.json: source 3 is active from 1000000000 s on, expected 86400 s at most"},
+                 {"mix scene.json --tf text.txt --dry a.wav b.wav c.wav -o m.wav", "text.txt…"},
+                 {begin + "--dry absent b.wav c.wav -o m.wav", "absent: cannot be read…"},
+                 {begin + "--dry a.wav b.wav empty.wav -o m.wav", "empty.wav: …"},
+                 {begin + "--dry odd.raw b.wav c.wav --raw-rate 16000 -o m.wav",
+                  "odd.raw: has 3 bytes, expected two for each sample…"},
+                 {begin + "--dry /usr b.wav c.wav --raw-rate 16000 -o m.wav",
+                  "/usr: cannot be read: Is a directory"},
+                 {all + "--raw-rate 16000", "a.wav: begins as a WAV file does (RIFF)…"}});
 }
 
 }  // namespace

@@ -63,9 +63,8 @@ TEST(Drawing, PngShowsWhatWasDrawnWhereItWasDrawn) {
   ASSERT_EQ(image.height, 60);
   EXPECT_EQ(image.at(46, 37), (Colour{0, 0, 255}));
   EXPECT_EQ(image.at(80, 30), (Colour{0, 128, 0}));
-  for (const Colour& hidden : {image.at(13, 3), image.at(80, 40), image.at(5, 37)}) {
-    EXPECT_EQ(hidden, WHITE);
-  }
+  EXPECT_THAT((std::vector{image.at(13, 3), image.at(80, 40), image.at(5, 37)}),
+              testing::Each(WHITE));
 }
 
 TEST(Shortened, KeepsTheEnd) {

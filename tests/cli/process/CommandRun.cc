@@ -1,60 +1,43 @@
 #include "tests/cli/process/CommandRun.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 #include <stdexcept>
 
-/// A file without a name that takes in what a process writes.
-struct RunningCommand::Capture {
-  Capture() : file(std::tmpfile()) {
-    if (!file) throw std::runtime_error("no temporary file can be made");
-  }
-  Capture(const Capture&) = delete;
-  Capture& operator=(const Capture&) = delete;
-  ~Capture() { std::fclose(file); }
+namespace {
 
-  std::string text() const {
-    std::rewind(file);
-    std::string all;
-    char block[4096];
-    for (std::size_t n; (n = std::fread(block, 1, sizeof block, file)) > 0;) all.append(block, n);
-    return all;
-  }
+std::string contentOf(std::FILE* file) {
+  std::rewind(file);
+  std::string all;
+  char block[4096];
+  for (std::size_t n; (n = std::fread(block, 1, sizeof block, file)) > 0;) all.append(block, n);
+  return all;
+}
 
-  std::FILE* file;
-};
+}  // namespace
 
-RunningCommand::RunningCommand(const std::vector<std::string>& arguments, const std::string& folder)
-    : output(std::make_unique<Capture>()), errors(std::make_unique<Capture>()) {
+RunningCommand::RunningCommand(const std::vector<std::string>& arguments,
+                               const std::string& folder) {
+  if (!output || !errors) throw std::runtime_error("no temporary file can be made");
   std::vector<std::string> words = {ZELK_COMMAND};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
 
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  if (!folder.empty()) posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
-  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, fileno(output->file), STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, fileno(errors->file), STDERR_FILENO);
-  // A test that runs in the background may itself ignore SIGINT.
-  posix_spawnattr_t attributes;
-  posix_spawnattr_init(&attributes);
-  sigset_t interrupt;
-  sigemptyset(&interrupt);
-  sigaddset(&interrupt, SIGINT);
-  posix_spawnattr_setsigdefault(&attributes, &interrupt);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-  const int failure = posix_spawn(&process, argv[0], &actions, &attributes, argv.data(), environ);
-  posix_spawnattr_destroy(&attributes);
-  posix_spawn_file_actions_destroy(&actions);
-  if (failure != 0) throw std::runtime_error(words.front() + " cannot be started");
+  process = fork();
+  if (process < 0) throw std::runtime_error("no process can be made");
+  if (process > 0) return;
+  if (!folder.empty() && chdir(folder.c_str()) != 0) _exit(127);
+  dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+  dup2(fileno(output.get()), STDOUT_FILENO);
+  dup2(fileno(errors.get()), STDERR_FILENO);
+  std::signal(SIGINT, SIG_DFL);  // a test that runs in the background may itself ignore it
+  execv(argv[0], argv.data());
+  _exit(127);
 }
 
 RunningCommand::~RunningCommand() {
@@ -70,7 +53,7 @@ CommandRun RunningCommand::wait() {
   waitpid(process, &state, 0);
   process = 0;
   return {WIFEXITED(state) ? WEXITSTATUS(state) : -1, WIFSIGNALED(state) ? WTERMSIG(state) : 0,
-          output->text(), errors->text()};
+          contentOf(output.get()), contentOf(errors.get())};
 }
 
 CommandRun runCommand(const std::vector<std::string>& arguments, const std::string& folder) {

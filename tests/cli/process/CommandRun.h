@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,10 +28,10 @@ class RunningCommand {
   CommandRun wait();
 
  private:
-  struct Capture;
+  using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
-  std::unique_ptr<Capture> output;
-  std::unique_ptr<Capture> errors;
+  File output{std::tmpfile(), std::fclose};
+  File errors{std::tmpfile(), std::fclose};
   int process = 0;  // 0: ended
 };
 

@@ -1,7 +1,6 @@
 #include "tests/cli/process/CommandTest.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -35,14 +34,4 @@ void CommandTest::expectRefused(int status, const std::vector<Refusal>& cases) c
 std::string CommandTest::content(const std::string& name) const {
   std::ifstream file(folder / name, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::vector<std::string> CommandTest::filesBelow(const std::string& name) const {
-  std::vector<std::string> names;
-  std::error_code missing;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder / name, missing)) {
-    if (entry.is_regular_file()) names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
 }

@@ -27,8 +27,5 @@ class CommandTest : public testing::Test {
   std::string content(const std::string& name) const;
   Sound sound(const std::string& name) const { return readSound(folder / name); }
 
-  /// Names of the files in and below one of the folder's folders, sorted; none if it is missing.
-  std::vector<std::string> filesBelow(const std::string& name) const;
-
   TestFolder folder;
 };

@@ -24,7 +24,6 @@ TEST_F(Errors, OfUsage) {
       2,
       {{"separat", "The following argument was not expected: separat"},
        {"run", "NETWORK is required"},
-       {separate + "--speed 9", "The following arguments were not expected: 9 --speed"},
        {"separate mix.wav" + files, "--output is required"},
        {"separate mix.wav --sources scene.json -o out",
         "--tf is missing: NULL needs a transfer-function database"},
@@ -64,15 +63,13 @@ TEST_F(Errors, OfData) {
         "(--channels selects)"},
        {"separate fast.wav -o out" + files,
         "fast.wav: the sampling rate is 32000 Hz, expected 16000 Hz (--resample converts it)"},
-       {"separate mix.wav -o fir.txt" + files,
-        "…fir.txt: cannot be made or is no folder: Not a directory"},
        {"separate mix.wav -o out --sources scene.json --tf fir.txt", "fir.txt…"},
-       {others + "typo.json",
-        "typo.json: /sources/0: found the unknown key \"azimut\", expected only id, azimuth, "
-        "elevation, distance, position, track, active"},
+       {others + "typo.json", "typo.json: /sources/0: found the unknown key \"azimut\"…"},
        {others + "empty.json", "empty.json: /sources: found none, expected one or more"},
        {separate + "--length 256",
         "--length is 256, expected 512 samples, for which array.sofa was made"},
+       {separate + "--rate 8000",
+        "--rate is 8000 Hz, expected 16000 Hz, for which array.sofa was made"},
        {separate + "--method ML",
         "scene.json: found a source that is always active, but ML learns the noise while none is; "
         "expected \"active\" times, or --noise-from or --noise-recording"},
@@ -87,6 +84,7 @@ TEST_F(Errors, OfData) {
 }
 
 TEST_F(Errors, SourcesFarFromEveryResponseTooManyAndAbsentOnesDrawWarnings) {
+  using testing::Not;
   folder.write(
       "crowd.json",
       R"({"sources": [{"id": 0, "azimuth": 20}, {"id": 1, "azimuth": 90}, {"id": 2, "azimuth": 180},
@@ -94,14 +92,15 @@ TEST_F(Errors, SourcesFarFromEveryResponseTooManyAndAbsentOnesDrawWarnings) {
                       {"id": 4, "azimuth": 225, "active": [[-1, 0], [1.5, 2]]}]})");
   const CommandRun result = run("separate mix.wav --tf array.sofa --sources crowd.json -o out");
   EXPECT_EQ(result.status, 0);
-  EXPECT_THAT(result.errors, testing::AllOf(HasSubstr("crowd.json: source 0 at azimuth 20.0"),
-                                            HasSubstr("20 degrees away, at azimuth 0.0"),
-                                            testing::Not(HasSubstr("source 1 at")),
-                                            HasSubstr("4 sources are active at 0.50 s, expected "
-                                                      "no more than the 3 microphones"),
-                                            HasSubstr("crowd.json: source 4 is never active in the "
-                                                      "1.50 s of mix.wav, expected \"active\""),
-                                            testing::Not(HasSubstr("source 3 is never"))));
+  EXPECT_THAT(
+      result.errors,
+      testing::AllOf(HasSubstr("crowd.json: source 0 at azimuth 20.0"),
+                     HasSubstr("20 degrees away, at azimuth 0.0"),
+                     HasSubstr("4 sources are active at 0.50 s, expected no more than the 3 "
+                               "microphones"),
+                     HasSubstr("crowd.json: source 4 is never active in the 1.50 s of "
+                               "mix.wav, expected \"active\""),
+                     Not(HasSubstr("source 1 at")), Not(HasSubstr("source 3 is never"))));
   EXPECT_THAT(result.output, HasSubstr("source 1 at azimuth 90.0, elevation 0.0, 1.00 m: nearest "
                                        "response at azimuth 90.0, elevation 0.0, 1.00 m"));
 }

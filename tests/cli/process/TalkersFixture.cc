@@ -18,11 +18,9 @@ constexpr int LENGTH = 512;
 std::vector<double> randomResponse(unsigned seed) {
   std::mt19937 generator(seed);
   std::normal_distribution<double> gaussian;
-  std::vector<double> h(TAPS);
   const std::size_t delay = generator() % 8;
-  for (std::size_t n = delay; n < h.size(); ++n) {
-    h[n] = gaussian(generator) * std::exp(-0.4 * static_cast<double>(n - delay));
-  }
+  std::vector<double> h(delay, 0.0);
+  for (int n = 0; h.size() < TAPS; ++n) h.push_back(gaussian(generator) * std::exp(-0.4 * n));
   h[delay] += 2.0;
   return h;
 }

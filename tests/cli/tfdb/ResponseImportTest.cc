@@ -22,23 +22,21 @@ constexpr double LEAD = 16;  // samples of the frame before the earliest onset
 
 /// Two positions and two microphones with a unit impulse each.
 FirFile impulses(const std::vector<std::size_t>& places, std::size_t length = 80) {
-  FirFile fir;
-  fir.sources = {{1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}};
-  fir.receivers = {{0.0, 0.1, 0.0}, {0.0, -0.1, 0.0}};
-  fir.length = length;
-  fir.responses.assign(4 * length, 0.0);
+  FirFile fir{.sources = {{1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}},
+              .receivers = {{0.0, 0.1, 0.0}, {0.0, -0.1, 0.0}},
+              .length = length,
+              .responses = std::vector<double>(4 * length),
+              .delays = {0.0, 0.0}};
   for (std::size_t i = 0; i < 4; ++i) fir.responses[i * length + places[i]] = 1.0;
-  fir.delays = {0.0, 0.0};
   return fir;
 }
 
 class ResponseImport : public testing::Test {
  protected:
   SofaTransferFunctions imported(const FirFile& fir, const FrameShape& frame) {
-    const std::string path = folder / "fir.sofa";
-    fir.write(path);
+    fir.write(folder / "fir.sofa");
     report = {};
-    return importResponses(SofaFile(path), frame, report);
+    return importResponses(SofaFile(folder / "fir.sofa"), frame, report);
   }
 
   /// Response i is level(f) times a delay of so many seconds, but for the common one removed.
@@ -132,10 +130,10 @@ TEST_F(ResponseImport, SaysHowMuchEnergyTruncationLoses) {
 
 TEST_F(ResponseImport, RefusesResponsesOutsideOneFrameTooLargeOnesAndSilence) {
   FirFile outside = impulses({40, 45, 52, 41});
+  FirFile large = outside;
+  FirFile silent = outside;
   outside.delays = {0.0, 5000.0};
-  FirFile large = impulses({40, 45, 52, 41});
   large.responses[3 * large.length + 41] = large.responses[3 * large.length + 42] = 3e38;
-  FirFile silent = impulses({40, 45, 52, 41});
   silent.responses.assign(silent.responses.size(), 0.0);
   const std::pair<FirFile, const char*> cases[] = {
       {outside,
@@ -174,15 +172,16 @@ TEST_F(ResponseImport, CopiesTransferFunctionsThatFitAndConvertsOthers) {
 
 TEST_F(ResponseImport, RemarksUnitsThatAreNoMetres) {
   FirFile fir = impulses({40, 45, 52, 41});
+  const auto remarks = [&](const char* units) {
+    fir.units = units;
+    fir.write(folder / "fir.sofa");
+    return SofaFile(folder / "fir.sofa").warnings();
+  };
   for (const char* units :
        {"metre", "Meter", "m", "degree, degree, metre", "degrees, degrees, meters"}) {
-    fir.units = units;
-    imported(fir, {16000, 512});
-    EXPECT_THAT(SofaFile(folder / "fir.sofa").warnings(), IsEmpty()) << units;
+    EXPECT_THAT(remarks(units), IsEmpty()) << units;
   }
-  fir.units = "mm";
-  imported(fir, {16000, 512});
-  EXPECT_THAT(SofaFile(folder / "fir.sofa").warnings(),
+  EXPECT_THAT(remarks("mm"),
               ElementsAre(HasSubstr("SourcePosition has the Units \"mm\", expected metres"),
                           HasSubstr("ReceiverPosition has the Units \"mm\", expected metres")));
 }
