@@ -26,6 +26,7 @@ manual pages and documents.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libzelk-sss-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS libhwy-dev)
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "The separation engine of zelk-sss for C++20 programs: headers, a static library
 that needs no dataflow host, and the files by which CMake (package ZelkSSS) and
