@@ -108,7 +108,8 @@ SourceScore ScoreMetrics::score(const NamedSignal& estimate, std::size_t source)
 double ScoreMetrics::fit(const NamedSignal& estimate, std::size_t source) const {
   const Signal& e = checked(estimate);
   const double total = energy(e);
-  const double explained = std::min(single[source].explainedEnergy(single[source].padded(e)), total);
+  const double explained =
+      std::min(single[source].explainedEnergy(single[source].padded(e)), total);
   return decibels(explained, total - explained);
 }
 

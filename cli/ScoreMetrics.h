@@ -31,9 +31,9 @@ struct NamedSignal {
 class ScoreMetrics {
  public:
   /// One reference per source, all of one length; filterTaps ≥ 1 is the length of the filter that
-  /// an estimate may have been through without loss. Throws ScoreError when there are no references,
-  /// one is silent or is made by filters of that length of those before it, or all are so short that
-  /// such filters make any signal of them.
+  /// an estimate may have been through without loss. Throws ScoreError when there are no
+  /// references, one is silent or is made by filters of that length of those before it, or all are
+  /// so short that such filters make any signal of them.
   ScoreMetrics(std::vector<NamedSignal> referenceSignals, int filterTaps);
 
   /// Scores an estimate of source `source`, of the references' length:
