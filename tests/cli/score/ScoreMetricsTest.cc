@@ -154,7 +154,8 @@ TEST(ScoreMetrics, AgreesWithADenseSolutionWhateverTheReferencesAre) {
     const SourceScore expected = denseScore(references, estimate, taps);
     EXPECT_NEAR(actual.sdr, expected.sdr, 1e-3);
     EXPECT_NEAR(actual.sir, expected.sir, 1e-2);
-    EXPECT_NEAR(actual.sar, expected.sar, 1e-2);
+    // The oracle's filters amplify rounding errors of the references that much, to explain noise.
+    EXPECT_NEAR(actual.sar, expected.sar, kind == NARROW ? 0.1 : 1e-2);
     EXPECT_NEAR(powerOf(actual.sdr) / (powerOf(actual.sir) + powerOf(actual.sar)), 1, 1e-9);
   }
 }
