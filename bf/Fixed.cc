@@ -77,40 +77,10 @@ void fillIlse(const Matrix& A, Matrix& W) {
   }
 }
 
-}  // namespace
-
-void Fixed::updateSources(const std::vector<SourceLocation>& newSources) {
-  std::vector<Matrix> tf;
-  getTransformFunctions(newSources, tf);
-
-  std::vector<Matrix> newMatrices;
-  newMatrices.reserve(tf.size());
-  bool allKnown = knownTransferFunctions.size() == tf.size();
-  for (std::size_t k = 0; k < tf.size(); ++k) {
-    if (k < knownTransferFunctions.size() && sameBits(tf[k], knownTransferFunctions[k])) {
-      newMatrices.push_back(knownMatrices[k]);
-    } else {
-      newMatrices.push_back(separationMatrix(tf[k]));
-      allKnown = false;
-    }
-  }
-
-  std::vector<SourceLocation> newList(newSources);
-  if (!allKnown) {
-    std::vector<Matrix> tfCopy(tf);
-    std::vector<Matrix> matricesCopy(newMatrices);
-    knownTransferFunctions.swap(tfCopy);
-    knownMatrices.swap(matricesCopy);
-  }
-  sources.swap(newList);
-  transferFunctions.swap(tf);
-  separationMatrices.swap(newMatrices);
-}
-
-// The formula is chosen by the object's own type.
-Matrix Fixed::separationMatrix(const Matrix& A) const {
+/// The formula of an algorithm number; zeros for one that is not of this family.
+Matrix separationMatrix(int type, const Matrix& A) {
   Matrix W(A.getColumnCount(), A.getRowCount());
-  switch (getBfAlgorithmType()) {
+  switch (type) {
     case BF_ALGORITHM_DS:
       fillDelayAndSum(A, W);
       break;
@@ -127,6 +97,40 @@ Matrix Fixed::separationMatrix(const Matrix& A) const {
       break;
   }
   return W;
+}
+
+}  // namespace
+
+void Fixed::updateSources(const std::vector<SourceLocation>& newSources) {
+  std::vector<Matrix> tf;
+  getTransformFunctions(newSources, tf);
+
+  std::vector<Matrix> newMatrices;
+  newMatrices.reserve(tf.size());
+  std::vector<int> types;
+  bool allKnown = knownTransferFunctions.size() == tf.size();
+  for (std::size_t k = 0; k < tf.size(); ++k) {
+    types.push_back(getBfAlgorithmType());
+    if (k < knownTypes.size() && types[k] == knownTypes[k] &&
+        sameBits(tf[k], knownTransferFunctions[k])) {
+      newMatrices.push_back(knownMatrices[k]);
+    } else {
+      newMatrices.push_back(separationMatrix(types[k], tf[k]));
+      allKnown = false;
+    }
+  }
+
+  std::vector<SourceLocation> newList(newSources);
+  if (!allKnown) {
+    std::vector<Matrix> tfCopy(tf);
+    std::vector<Matrix> matricesCopy(newMatrices);
+    knownTypes.swap(types);
+    knownTransferFunctions.swap(tfCopy);
+    knownMatrices.swap(matricesCopy);
+  }
+  sources.swap(newList);
+  transferFunctions.swap(tf);
+  separationMatrices.swap(newMatrices);
 }
 
 void Fixed::adaptSeparationMatrices() {}

@@ -20,10 +20,9 @@ class Fixed : public BF {
   void adaptSeparationMatrices() override;
 
  private:
-  Matrix separationMatrix(const Matrix& A) const;
-
-  // The last transfer functions and what followed from them: the formulas depend on nothing else,
-  // so bins whose transfer functions are the same to the bit need not be computed again.
+  // The last algorithm numbers and transfer functions of the bins, and what followed from them: it
+  // depends on nothing else, so bins where both are the same to the bit are not computed again.
+  std::vector<int> knownTypes;
   std::vector<Matrix> knownTransferFunctions;
   std::vector<Matrix> knownMatrices;
 };

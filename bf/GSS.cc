@@ -106,8 +106,8 @@ ZELK_PROCESSOR_CLONES void descend(const Matrix& W, double mu_ss, const Matrix& 
 
 /// The matrices of one bin's step, allocated once for all bins.
 struct GSS::Work {
-  Work(int N, int M, int outputs)
-      : x(M, 1),
+  Work(int N, int M, int inputs, int outputs)
+      : x(inputs, 1),
         y(outputs, 1),
         f(N, 1),
         E_lc(N, N),
@@ -173,9 +173,9 @@ void GSS::updateSources(const std::vector<SourceLocation>& newSources) {
 
 void GSS::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
-  const int M = inputSpectrum.getRowCount();
   if (numFreq > 0) requireSeparationMatrices();
-  Work work(N, M, outputSpectrum.getRowCount());
+  const int M = numFreq > 0 ? separationMatrices[0].getColumnCount() : 0;
+  Work work(N, M, inputSpectrum.getRowCount(), outputSpectrum.getRowCount());
   prepare(spareMatrices, N, M);
   for (int k = 0; k < numFreq; ++k) adaptBin(k, work, spareMatrices[k]);
   separationMatrices.swap(spareMatrices);
@@ -189,12 +189,12 @@ void GSS::adaptBin(int k, Work& work, Matrix& newW) const {
       newW.getRowCount() != W.getRowCount() || newW.getColumnCount() != W.getColumnCount()) {
     throw MatrixSizeMismatchException();
   }
-  copyColumn(inputSpectrum, k, work.x);
   constraintGradient(W, A, work);
+  copyColumn(inputSpectrum, k, work.x);
+  copyColumn(outputSpectrum, k, work.y);
   const double mu_lc = lcAdaptive ? constraintStep(work) : mu;
 
   requireUpdateRule();
-  copyColumn(outputSpectrum, k, work.y);
   separationGradient(W, work);
   const double step_ss = ssAdaptive ? separationStep(work) : mu_ss;
 
@@ -271,6 +271,7 @@ double GSS::constraintStep(const Work& work) const {
 double GSS::separationStep(Work& work) const {
   const int N = work.Q.getRowCount();
   const int M = work.Q.getColumnCount();
+  if (work.x.getRowCount() != M) throw MatrixSizeMismatchException();
   for (std::ptrdiff_t i = 0; i < elementCount(work.E_ss); ++i) {
     work.doubleE_ss.data()[i] = work.E_ss.data()[i] * std::complex<double>(2.0, 0.0);
   }

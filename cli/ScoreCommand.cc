@@ -21,15 +21,18 @@ namespace {
 constexpr int LARGEST_TAPS = 1024;
 constexpr int LARGEST_CHANNEL = 1024;
 
-// The filters are found with a matrix of that many rows: a quarter of a gigabyte.
+// The filters are found with a square matrix of that many rows: half a gigabyte.
 constexpr std::size_t LARGEST_SYSTEM = 8192;
+
+// By how many dB an estimate must fit a reference better to count as meant for it.
+constexpr double NOTICEABLE_FIT = 1.0;
 
 struct ScoreOptions {
   std::vector<std::string> references;
   std::vector<std::string> estimates;
   std::string mixture;
   int channel = 1;
-  int filterTaps = 1;
+  int filterTaps = 512;
   std::string range;  ///< "BEGIN:END" in seconds; empty: all
   bool json = false;
   std::string output;
@@ -122,6 +125,29 @@ class Loader {
   ScoreReport& report;
 };
 
+/// A note when an estimate fits another reference better than its own does and than the estimate in
+/// that place does; empty otherwise. A mixture given for every source fits none of them better.
+std::string orderNote(const ScoreMetrics& metrics, const std::vector<NamedSignal>& estimates,
+                      const std::vector<std::string>& references) {
+  std::vector<std::vector<double>> fits;  // fits[n][m]: of estimate n to reference m, dB
+  for (const NamedSignal& estimate : estimates) {
+    fits.emplace_back();
+    for (std::size_t m = 0; m < references.size(); ++m) {
+      fits.back().push_back(metrics.fit(estimate, m));
+    }
+  }
+  std::string misplaced;
+  for (std::size_t n = 0; n < estimates.size(); ++n) {
+    const auto best = std::max_element(fits[n].begin(), fits[n].end());
+    const auto m = static_cast<std::size_t>(best - fits[n].begin());
+    if (*best <= std::max(fits[n][n], fits[m][m]) + NOTICEABLE_FIT) continue;
+    misplaced += fmt::format("{}{} fits {} better than {}", misplaced.empty() ? "" : ", ",
+                             estimates[n].name, references[m], references[n]);
+  }
+  if (misplaced.empty()) return misplaced;
+  return misplaced + ": is the order of the estimates that of the references?";
+}
+
 ScoreReport makeReport(const ScoreOptions& options) {
   ScoreReport report;
   report.filterTaps = options.filterTaps;
@@ -133,6 +159,8 @@ ScoreReport makeReport(const ScoreOptions& options) {
     if (!signals.mixture.empty()) source.mixture = metrics.score(signals.mixture.front(), i);
     report.sources.push_back(std::move(source));
   }
+  const std::string note = orderNote(metrics, signals.estimates, options.references);
+  if (!note.empty()) report.notes.push_back(note);
   return report;
 }
 

@@ -174,8 +174,9 @@ class Matrix {
   /// max(m, n) × 1 column, real, non-negative, in decreasing order, zero beyond min(m, n).
   void singularValueDecomposition(Matrix& U, Matrix& S, Matrix& V) const;
 
-  /// The decomposition above of B⁻¹ · A, with B (m × m) inverted by Inverse().
-  /// Throws MatrixSizeMismatchException unless B has m columns.
+  /// The decomposition above of B⁻¹ · A, with B (m × m) inverted by Inverse(). A B of another
+  /// number of rows, whose Inverse() is zero, gives that of the m × n matrix of zeros. Throws
+  /// MatrixSizeMismatchException unless B has m columns.
   void generalizedSingularValues(const Matrix& B, Matrix& U, Matrix& S, Matrix& V) const;
 
   /// A · vectors = vectors · diag(values) for this Hermitian n × n matrix A, of which only the

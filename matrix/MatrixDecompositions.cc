@@ -143,7 +143,12 @@ void Matrix::singularValueDecomposition(Matrix& U, Matrix& S, Matrix& V) const {
 }
 
 void Matrix::generalizedSingularValues(const Matrix& B, Matrix& U, Matrix& S, Matrix& V) const {
-  const Matrix G = B.Inverse() * *this;
+  Matrix G = B.Inverse() * *this;
+  if (G.rows != rows) {  // the "inverse" of a B that is not square is zero, and of B's shape
+    Matrix shaped(rows, columns);
+    shaped.setSubmatrix(0, 0, G.getSubmatrix(0, 0, std::min(G.rows, rows), columns));
+    G.swap(shaped);
+  }
   G.singularValueDecomposition(U, S, V);
 }
 

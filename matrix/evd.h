@@ -10,11 +10,12 @@ constexpr int JACOBI_MAX_SWEEPS = 50;
 /// Eigen-decomposition of a Hermitian matrix, A = V · diag(d) · Vᴴ, by cyclic Jacobi rotations with
 /// a threshold.
 ///
-/// A (n × n) is overwritten; only its upper triangle is read. d becomes the n eigenvalues, V (n ×
-/// n) the matching eigenvectors as columns. A decomposition that converges leaves the eigenvalues
-/// in the order of the sweeps, unsorted; one that has not converged after 50 sweeps is sorted in
-/// increasing order. Elements that are not finite end after at most 50 sweeps, with results that
-/// mean nothing. Keeps static work storage: not to be called on two threads at once.
+/// Of A (n × n) only the upper triangle is read, and nothing is changed. d becomes the n
+/// eigenvalues, V (n × n) the matching eigenvectors as columns. A decomposition that converges
+/// leaves the eigenvalues in the order of the sweeps, unsorted; one that has not converged after 50
+/// sweeps is sorted in increasing order. Elements that are not finite end after at most 50 sweeps,
+/// with results that mean nothing. Keeps static work storage: not to be called on two threads at
+/// once.
 template <typename T>
 void evd(KernelMatrix<T>& A, KernelVector<T>& d, KernelMatrix<T>& V);
 

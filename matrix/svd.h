@@ -7,7 +7,7 @@ namespace BF {
 /// Singular-value decomposition of a complex matrix, A = U · diag(s) · Vᴴ, by Householder
 /// bidiagonalisation and implicit QR sweeps (Golub–Kahan–Reinsch).
 ///
-/// A (m × n) is overwritten. U (m × m) and V (n × n) become unitary, s (max(m, n) elements) the
+/// A (m × n) stays as it is. U (m × m) and V (n × n) become unitary, s (max(m, n) elements) the
 /// singular values in decreasing order, zero beyond min(m, n). Vectors whose squared norm is at
 /// most 1.5e-31 count as zero, and the sweeps stop at off-diagonal elements of 1.5e-7 relative to
 /// the largest: the product holds to that accuracy in the worst case, the unitary factors to

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <numeric>
@@ -16,15 +17,33 @@ constexpr double SMALLEST_OWN_SHARE = 1e-6;
 // stored as 32-bit floating point have rounding errors of −150 dB themselves.
 constexpr double ROUNDING_SHARE = 1e-20;
 
-double energy(const std::vector<double>& signal) {
-  return std::inner_product(signal.begin(), signal.end(), signal.begin(), 0.0);
+using Signal = ReferenceSpan::Signal;
+
+double dot(const Signal& x, const Signal& y) {
+  return std::inner_product(x.begin(), x.end(), y.begin(), 0.0);
 }
 
-/// 10 · log10(a / b) of two parts of something that has the energy `total`.
-double decibels(double a, double b, double total) {
-  if (a <= ROUNDING_SHARE * total) return -std::numeric_limits<double>::infinity();
-  if (b <= ROUNDING_SHARE * total) return std::numeric_limits<double>::infinity();
+double energy(const Signal& x) { return dot(x, x); }
+
+/// 10 · log10(a / b) of energies that are not both 0.
+double decibels(double a, double b) {
+  if (a == 0.0) return -std::numeric_limits<double>::infinity();
+  if (b == 0.0) return std::numeric_limits<double>::infinity();
   return 10.0 * std::log10(a / b);
+}
+
+/// a · x + b · y.
+Signal sum(double a, const Signal& x, double b, const Signal& y) {
+  Signal result(x.size());
+  for (std::size_t n = 0; n < x.size(); ++n) result[n] = a * x[n] + b * y[n];
+  return result;
+}
+
+/// The multiple of `direction` that is nearest to x: ⟨x, d⟩ / ⟨d, d⟩ · d.
+Signal nearestMultiple(const Signal& direction, const Signal& x) {
+  const double square = energy(direction);
+  const double share = square == 0.0 ? 0.0 : dot(x, direction) / square;
+  return sum(share, direction, 0.0, direction);
 }
 
 }  // namespace
@@ -42,9 +61,18 @@ ScoreMetrics::ScoreMetrics(std::vector<NamedSignal> referenceSignals, int filter
     signals.push_back(&reference.samples);
     single.emplace_back(std::vector{&reference.samples}, filterTaps);
   }
+  // Filters of so many taps make any signal of that length.
+  const std::size_t others = (references.size() - 1) * static_cast<std::size_t>(filterTaps);
+  if (others > 0 && references.front().samples.size() <= others + 1) {
+    throw ScoreError(fmt::format(
+        "{}: {} samples are too few to tell {} references apart with filters of {} taps, expected "
+        "more than {} samples, or fewer taps",
+        references.front().name, references.front().samples.size(), references.size(), filterTaps,
+        others + 1));
+  }
   all = std::make_unique<ReferenceSpan>(signals, filterTaps);
   for (std::size_t i = 0; i < references.size(); ++i) {
-    if (all->newEnergy(i) > SMALLEST_OWN_SHARE) continue;
+    if (all->ownShare(i) > SMALLEST_OWN_SHARE) continue;
     throw ScoreError(fmt::format(
         "{}: the reference is {} of those before it (less than -60 dB of it differs), expected "
         "references that are linearly independent",
@@ -54,31 +82,40 @@ ScoreMetrics::ScoreMetrics(std::vector<NamedSignal> referenceSignals, int filter
   }
 }
 
+// e = s_target + e_interf + e_artif. s_target is the member of the own reference's span nearest to
+// e, e_interf the member of the span of all that is nearest to what is left, e_artif the rest. Both
+// members are scaled so that what they leave is orthogonal to them whatever the filters' precision,
+// and SDR's denominator is the energy of both errors. s_target starts from the reference as it is,
+// which makes a scaled reference score without error.
 SourceScore ScoreMetrics::score(const NamedSignal& estimate, std::size_t source) const {
-  const double total = energy(estimate.samples);
-  if (total == 0.0) {
-    throw ScoreError(fmt::format(
-        "{}: the signal is silent over the compared length of {} samples, expected one to score",
-        estimate.name, estimate.samples.size()));
-  }
-  // s_target: projection on the own reference; e_interf: on all references, less s_target;
-  // e_artif: the rest. They are orthogonal, so SDR's denominator is the energy of both errors.
   const ReferenceSpan& own = single[source];
-  const std::vector<double> target = own.project(estimate.samples);
-  const std::vector<double> explained =
-      references.size() == 1 ? target : all->project(estimate.samples);
-  const auto lead = static_cast<std::size_t>(own.leadIn());
-  double distortion = 0.0;
-  double interference = 0.0;
-  double artifacts = 0.0;
-  for (std::size_t n = 0; n < target.size(); ++n) {
-    const bool inside = n >= lead && n - lead < estimate.samples.size();
-    const double e = inside ? estimate.samples[n - lead] : 0.0;
-    distortion += (e - target[n]) * (e - target[n]);
-    interference += (explained[n] - target[n]) * (explained[n] - target[n]);
-    artifacts += (e - explained[n]) * (e - explained[n]);
-  }
-  const double wanted = energy(target);
-  return {decibels(wanted, distortion, total), decibels(wanted, interference, total),
-          decibels(wanted, artifacts, total)};
+  const Signal e = own.padded(checked(estimate));
+  Signal target = nearestMultiple(own.padded(references[source].samples), e);
+  target = nearestMultiple(sum(1.0, target, 1.0, own.project(sum(1.0, e, -1.0, target))), e);
+  const Signal error = sum(1.0, e, -1.0, target);
+  Signal interference(error.size());
+  if (references.size() > 1) interference = nearestMultiple(all->project(error), error);
+  const Signal artifacts = sum(1.0, error, -1.0, interference);
+
+  const double least = ROUNDING_SHARE * energy(e);
+  const auto part = [&](const Signal& x) { return energy(x) > least ? energy(x) : 0.0; };
+  const double wanted = part(target);
+  const double interf = part(interference);
+  const double artif = part(artifacts);
+  return {decibels(wanted, interf + artif), decibels(wanted, interf), decibels(wanted, artif)};
+}
+
+double ScoreMetrics::fit(const NamedSignal& estimate, std::size_t source) const {
+  const Signal& e = checked(estimate);
+  const double total = energy(e);
+  const double explained =
+      std::min(single[source].explainedEnergy(single[source].padded(e)), total);
+  return decibels(explained, total - explained);
+}
+
+const Signal& ScoreMetrics::checked(const NamedSignal& estimate) {
+  if (energy(estimate.samples) > 0.0) return estimate.samples;
+  throw ScoreError(fmt::format(
+      "{}: the signal is silent over the compared length of {} samples, expected one to score",
+      estimate.name, estimate.samples.size()));
 }

@@ -31,15 +31,21 @@ struct NamedSignal {
 class ScoreMetrics {
  public:
   /// One reference per source, all of one length; filterTaps ≥ 1 is the length of the filter that
-  /// an estimate may have been through without loss. Throws ScoreError when a reference is silent,
-  /// or is made by filters of that length of those before it, or there are no references.
+  /// an estimate may have been through without loss. Throws ScoreError when there are no
+  /// references, one is silent or is made by filters of that length of those before it, or all are
+  /// so short that such filters make any signal of them.
   ScoreMetrics(std::vector<NamedSignal> referenceSignals, int filterTaps);
 
-  /// Scores an estimate of source `source`, of the references' length. Throws ScoreError when it is
-  /// silent.
+  /// Scores an estimate of source `source`, of the references' length:
+  /// 10^(−SDR/10) = 10^(−SIR/10) + 10^(−SAR/10). Throws ScoreError when it is silent.
   SourceScore score(const NamedSignal& estimate, std::size_t source) const;
 
+  /// The SI-SDR alone, to the regularisation's precision and sooner. Throws like score().
+  double fit(const NamedSignal& estimate, std::size_t source) const;
+
  private:
+  static const std::vector<double>& checked(const NamedSignal& estimate);
+
   std::vector<NamedSignal> references;
   std::unique_ptr<ReferenceSpan> all;
   std::vector<ReferenceSpan> single;  // of each reference alone

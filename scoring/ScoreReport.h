@@ -19,7 +19,7 @@ struct ScoreReport {
   std::vector<std::string> notes;  ///< about the input, a sentence each
   std::size_t samples = 0;         ///< compared length
   int samplingRate = 0;            ///< Hz
-  int filterTaps = 1;
+  int filterTaps = 0;
 
   /// A line for each source and, for several, one of their means; scores in dB with two decimals,
   /// "inf" and "-inf" where they are infinite and "n/a" where infinite ones cancel.

@@ -34,7 +34,7 @@ separate() { # FOLDER METHOD SETTINGS
 
 sir() { # FOLDER BEGIN
   "$zelk" score --reference "$out/$mixture-source0.wav" "$out/$mixture-source1.wav" \
-    --estimate "$1/source_0.wav" "$1/source_1.wav" --filter-taps 128 \
+    --estimate "$1/source_0.wav" "$1/source_1.wav" \
     --range "$2:$(awk "BEGIN {print $2 + 0.5}")" | awk '$1 == "mean" {print $3}'
 }
 

@@ -42,11 +42,11 @@ separate() {
 
 # scores ARRAY ESTIMATE ESTIMATE: "SDR SIR" of each talker on a line. The references are what the
 # first microphone hears of each talker alone. The separated sound is the talker's own, not the
-# microphone's, so a filter of 512 taps between the two is no error.
+# microphone's, so the filter of 512 taps that score allows between the two is no error.
 scores() {
   local folder=$out/$1
   "$ZELK_SSS" score --reference "$folder/mix-source0.wav" "$folder/mix-source1.wav" \
-    --estimate "$2" "$3" --filter-taps 512 | awk '$1 ~ /^[0-9]+$/ {print $2, $3}'
+    --estimate "$2" "$3" | awk '$1 ~ /^[0-9]+$/ {print $2, $3}'
 }
 
 # table_of ARRAY TITLE
@@ -97,7 +97,7 @@ done
   table_of head "head with two microphones, measured responses"
   table_of ring "ring of eight microphones, 5 cm radius, computed responses"
   echo "Before: the first microphone. After: the separated talker. Both against that talker alone at"
-  echo "the first microphone, with a filter of 512 taps allowed (zelk-sss score --filter-taps 512)."
+  echo "the first microphone, with a filter of 512 taps between the two allowed (zelk-sss score)."
 } | tee "$out/table.txt"
 
 pictures_of head

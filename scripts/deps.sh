@@ -15,7 +15,7 @@ packages=(
   g++ cmake ninja-build pkg-config git ca-certificates clang-format-14
   # libraries
   libboost-dev libhwy-dev libnetcdf-dev libsndfile1-dev libkissfft-dev libsoxr-dev libpugixml-dev
-  nlohmann-json3-dev libcli11-dev libfmt-dev librsvg2-dev
+  nlohmann-json3-dev libcli11-dev libfmt-dev librsvg2-dev libeigen3-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
   # measured responses and real speech for the demonstration

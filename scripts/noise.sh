@@ -23,7 +23,7 @@ echo "{\"sources\": [$talker], \"noise\": [$other]}" >"$out/directional.json"
 
 score() { # SCENE NOISE-IMAGE ESTIMATE
   "$zelk" score --reference "$out/$1-source0.wav" "$out/$1-$2.wav" --estimate "$3" "$3" \
-    --filter-taps 128 --range 1.5:7 | awk '$1 == 1 {printf "%7.1f %7.1f", $2, $3}'
+    --range 1.5:7 | awk '$1 == 1 {printf "%7.1f %7.1f", $2, $3}'
 }
 
 for scene in diffuse directional; do

@@ -105,6 +105,31 @@ TEST(Reuse, AdaptiveEnginesKeepWhatRecomputationGives) {
   }
 }
 
+/// Takes another formula every 7th call of getBfAlgorithmType, so in the middle of a list of bins
+/// too.
+class Changing : public BF::Fixed {
+ public:
+  using Fixed::Fixed;
+  int getBfAlgorithmType() const override { return 1 + calls++ / 7 % 4; }
+  mutable int calls = 0;
+};
+
+TEST(Reuse, FixedEnginesAskForTheFormulaInEveryBin) {
+  Generator random(4);
+  const auto database = support::randomDatabase(random, 4, 9, BINS);
+  Changing quick(BINS, RATE, SPEED);
+  quick.setTransformFunctionDatabase(database);
+  for (int update = 0; update < 30; ++update) {
+    Changing fresh(BINS, RATE, SPEED);
+    fresh.calls = quick.calls;
+    fresh.setTransformFunctionDatabase(database);
+    for (BF::BF* engine : {&quick, &fresh}) {
+      engine->updateSources(support::locationsOf({{1, 2}, {2, 5}}, database));
+    }
+    ASSERT_TRUE(sameLists(quick.separationMatrices, fresh.separationMatrices)) << update;
+  }
+}
+
 TEST(Reuse, StatelessEnginesKeepWhatAFreshOneGives) {
   const Maker makers[] = {making<BF::DS>(), making<BF::WDS>(), making<BF::Null>(),
                           making<BF::ILSE>(), making<BF::CML>(0.01)};

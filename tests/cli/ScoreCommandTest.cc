@@ -26,7 +26,8 @@ class ScoreCommand : public CommandTest {
     writeSound(folder / name, rate, channels, samples);
   }
 
-  const std::string both = "score --reference a.wav b.wav --estimate ea.wav eb.wav ";
+  const std::string both =
+      "score --reference a.wav b.wav --estimate ea.wav eb.wav --filter-taps 1 ";
 };
 
 TEST_F(ScoreCommand, Table) {
@@ -40,6 +41,13 @@ TEST_F(ScoreCommand, Table) {
   EXPECT_EQ(result.errors, "");
   EXPECT_EQ(run(both + "--mixture mix.wav -o report.txt").output, "");
   EXPECT_EQ(content("report.txt"), result.output);
+  // What was separated, given for both, fits neither source better.
+  EXPECT_EQ(run("score --reference a.wav b.wav --estimate mix.wav mix.wav --filter-taps 1").errors,
+            "");
+  EXPECT_EQ(
+      run("score --reference a.wav b.wav --estimate eb.wav ea.wav --filter-taps 1").errors,
+      "zelk-sss: eb.wav fits b.wav better than a.wav, ea.wav fits a.wav better than b.wav: is "
+      "the order of the estimates that of the references?\n");
 }
 
 // Of three channels the second holds the reference; two samples more than the estimate.
@@ -47,7 +55,7 @@ TEST_F(ScoreCommand, JsonOfTheChannelAndLengthThatFilesShare) {
   file("wide.wav", {9, 1, 9, 8, 0, 8, 7, 0, 7, 6, 0, 6, 5, 3, 5, 4, 3, 4}, 3);
   const CommandRun result =
       run("score --reference wide.wav b.wav --estimate ea.wav b.wav --mixture b.wav --channel 2 "
-          "--json");
+          "--filter-taps 1 --json");
   const auto report = nlohmann::json::parse(result.output);
   EXPECT_EQ(report["samples"], 4);
   EXPECT_EQ(report["samplingRate"], RATE);
@@ -98,20 +106,23 @@ TEST_F(ScoreCommand, RefusalsNameFileFoundAndExpected) {
                     {one + "a.wav --range 0:1,1:2",
                      "--range: \"0:1,1:2\", expected seconds BEGIN:END with 0 <= BEGIN < END, such "
                      "as 1.5:7"}});
-  expectRefused(1, {{one + "absent.wav", "absent.wav: cannot be read…"},
-                    {"score --reference text.wav --estimate a.wav", "text.wav: cannot be read…"},
-                    {one + "nan.wav", "nan.wav: sample 2 is nan, expected a finite number"},
-                    {"score --reference silent.wav --estimate a.wav",
-                     "silent.wav: the reference is silent over the compared length of 4 samples…"},
-                    {one + "silent.wav", "silent.wav: the signal is silent…"},
-                    {one + "empty.wav", "empty.wav: holds no samples…"},
-                    {one + "other.wav",
-                     "other.wav: the sampling rate is 8000 Hz, expected 16000 Hz as in a.wav"},
-                    {"score --reference a.wav a.wav --estimate a.wav b.wav",
-                     "a.wav: the reference is a weighted sum of those before it…"},
-                    {one + "stereo.wav --channel 3", "stereo.wav…"},
-                    {one + "a.wav --range 0:1",
-                     "--range is 0:1, expected a part of the signals' 0.00025 s"}});
+  expectRefused(
+      1,
+      {{one + "absent.wav", "absent.wav: cannot be read…"},
+       {"score --reference text.wav --estimate a.wav", "text.wav: cannot be read…"},
+       {one + "nan.wav", "nan.wav: sample 2 is nan, expected a finite number"},
+       {"score --reference silent.wav --estimate a.wav",
+        "silent.wav: the reference is silent over the compared length of 4 samples…"},
+       {one + "silent.wav", "silent.wav: the signal is silent…"},
+       {one + "empty.wav", "empty.wav: holds no samples…"},
+       {one + "other.wav",
+        "other.wav: the sampling rate is 8000 Hz, expected 16000 Hz as in a.wav"},
+       {"score --reference a.wav b.wav --estimate a.wav b.wav",
+        "a.wav: 4 samples are too few to tell 2 references apart with filters of 512…"},
+       {"score --reference a.wav a.wav --estimate a.wav b.wav --filter-taps 1",
+        "a.wav: the reference is a weighted sum of those before it…"},
+       {one + "stereo.wav --channel 3", "stereo.wav…"},
+       {one + "a.wav --range 0:1", "--range is 0:1, expected a part of the signals' 0.00025 s"}});
 }
 
 }  // namespace

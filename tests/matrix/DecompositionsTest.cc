@@ -361,6 +361,18 @@ TEST(Inverse, ReportsOnStandardOutputWhatItCannotInvert) {
   Matrix U, S, V;
   Matrix::I(2).generalizedSingularValues(Matrix(2, 2), U, S, V);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), SINGULAR);
+
+  // A B that is not square: the sizes are still those of A.
+  for (const int rows : {0, 2, 3, 5}) {
+    testing::internal::CaptureStdout();
+    EXPECT_THROW(Matrix::I(3).generalizedSingularValues(Matrix(rows, 4), U, S, V),
+                 BF::MatrixSizeMismatchException);
+    Matrix(4, 3).generalizedSingularValues(Matrix(rows, 4), U, S, V);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string(NOT_SQUARE) + NOT_SQUARE);
+    EXPECT_THAT(U, MatrixEq(Matrix::I(4)));
+    EXPECT_THAT(S, MatrixEq(Matrix(4, 1)));
+    EXPECT_THAT(V, MatrixEq(Matrix::I(3)));
+  }
 }
 
 // ---- input that no decomposition can honour
