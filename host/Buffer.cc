@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace FD {
+namespace FD::inline zelk {
 
 Buffer::Buffer(std::size_t size) : objects(size, nilObject), valid(size, 0) {}
 
@@ -47,4 +47,4 @@ void BufferException::print(std::ostream& out) {
   out << message << ": count " << count << ", newest " << newest << ", length " << size << "\n";
 }
 
-}  // namespace FD
+}  // namespace FD::inline zelk

@@ -7,7 +7,7 @@
 #include "BaseException.h"
 #include "ObjectRef.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 /// The last few results of one output of a node: a rotating buffer of objects, indexed by count.
 /// Of all counts it keeps the newest one written and the size − 1 before it.
@@ -55,4 +55,4 @@ class BufferException : public BaseException {
   std::size_t size;
 };
 
-}  // namespace FD
+}  // namespace FD::inline zelk

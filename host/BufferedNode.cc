@@ -5,10 +5,11 @@
 #include <algorithm>
 #include <utility>
 
+#include "FrozenNodeException.h"
 #include "NodeFault.h"
 #include "PullDepth.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 namespace {
 
@@ -93,7 +94,7 @@ ObjectRef BufferedNode::getOutput(int outputId, int count) {
   OutputCache& output = outputs.at(static_cast<std::size_t>(outputId));
   for (const Calculation* c = running; c; c = c->outer) {
     if (c->outputId == outputId && (c->count == count || (inOrder && count > c->count))) {
-      throw new NodeException(
+      throw new FrozenNodeException(
           this,
           fmt::format("Output {} at count {} needs itself; the links form a circle",
                       outputNames[static_cast<std::size_t>(outputId)], count),
@@ -117,7 +118,7 @@ ObjectRef BufferedNode::getOutput(int outputId, int count) {
     return output.buffer->get(count);
   } catch (BaseException* e) {
     noteFault(e, *this, current);
-    throw e->add(new NodeException(this, "Exception caught in BufferedNode::getOutput",
+    throw e->add(new FrozenNodeException(this, "Exception caught in BufferedNode::getOutput",
                                    "BufferedNode.cc", __LINE__));
   } catch (...) {
     noteCurrentFault(*this, current);
@@ -136,4 +137,4 @@ void BufferedNode::calculateOne(int outputId, int count) {
   calculate(outputId, count, *outputs[static_cast<std::size_t>(outputId)].buffer);
 }
 
-}  // namespace FD
+}  // namespace FD::inline zelk

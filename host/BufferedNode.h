@@ -6,7 +6,7 @@
 #include "Buffer.h"
 #include "Node.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 /// A node that computes each result once and keeps the last few in a buffer per output.
 ///
@@ -70,4 +70,4 @@ class BufferedNode : public Node {
   bool requestsPassed = false;
 };
 
-}  // namespace FD
+}  // namespace FD::inline zelk

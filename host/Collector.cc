@@ -4,7 +4,7 @@
 
 #include "PullDepth.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 Collector::Collector(std::string nodeName, const ParameterSet& params)
     : Node(std::move(nodeName), params) {}
@@ -25,4 +25,4 @@ void Collector::request(int outputId, const ParameterSet& req) {
   if (input.node) input.node->request(input.outputID, req);
 }
 
-}  // namespace FD
+}  // namespace FD::inline zelk

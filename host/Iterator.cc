@@ -4,7 +4,9 @@
 
 #include <utility>
 
-namespace FD {
+#include "FrozenNodeException.h"
+
+namespace FD::inline zelk {
 
 Iterator::Iterator(std::string nodeName, const ParameterSet& params)
     : Network(std::move(nodeName), params), condition(new Collector("condition", ParameterSet())) {
@@ -17,7 +19,7 @@ void Iterator::bindCondition(const std::string& nodeName, const std::string& ter
 
 ObjectRef Iterator::getOutput(int outputId, int count) {
   if (running) {
-    throw new NodeException(this, "The loop needs its own result; the links form a circle",
+    throw new FrozenNodeException(this, "The loop needs its own result; the links form a circle",
                             "Iterator.cc", __LINE__);
   }
   if (count != outerCount) {
@@ -54,7 +56,7 @@ void Iterator::run() {
 bool Iterator::conditionHolds(int frame) {
   const ObjectRef result = condition->getOutput(0, frame);
   if (const auto* holds = dynamic_cast<const Bool*>(result.get())) return holds->val();
-  throw new NodeException(this,
+  throw new FrozenNodeException(this,
                           fmt::format("The condition at frame {} is {}; expected a Bool", frame,
                                       result.isNil() ? "no object" : result->className()),
                           "Iterator.cc", __LINE__);
@@ -80,4 +82,4 @@ void Iterator::requestInput(int inputId, const ParameterSet&) {
   Network::requestInput(inputId, ParameterSet());
 }
 
-}  // namespace FD
+}  // namespace FD::inline zelk

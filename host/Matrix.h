@@ -5,7 +5,7 @@
 
 #include "ObjectRef.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 /// A dense row-major matrix that travels through a network as an object: element (r, c) stands at
 /// r × ncols() + c. Indices are not checked.
@@ -59,4 +59,4 @@ class Matrix : public Object {
   std::unique_ptr<T[]> elements;
 };
 
-}  // namespace FD
+}  // namespace FD::inline zelk

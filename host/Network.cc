@@ -2,10 +2,11 @@
 
 #include <utility>
 
+#include "FrozenNodeException.h"
 #include "NodeFault.h"
 #include "PullDepth.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 /// Hands the network's inputs to the nodes inside: one output per input, of the same number.
 class Network::OuterWorld : public Node {
@@ -64,7 +65,7 @@ Network::~Network() {
 
 void Network::addNode(const RCPtr<Node>& node) {
   if (!nodesByName.emplace(node->getName(), node.get()).second) {
-    throw new NodeException(this, "Two nodes are named " + node->getName(), "Network.cc", __LINE__);
+    throw new FrozenNodeException(this, "Two nodes are named " + node->getName(), "Network.cc", __LINE__);
   }
   nodes.push_back(node);
 }
@@ -72,7 +73,7 @@ void Network::addNode(const RCPtr<Node>& node) {
 Node& Network::getNodeNamed(const std::string& nodeName) const {
   const auto found = nodesByName.find(nodeName);
   if (found == nodesByName.end()) {
-    throw new NodeException(nullptr, "There is no node named " + nodeName, "Network.cc", __LINE__);
+    throw new FrozenNodeException(nullptr, "There is no node named " + nodeName, "Network.cc", __LINE__);
   }
   return *found->second;
 }
@@ -153,4 +154,4 @@ void Network::cleanupNotify() {
   }
 }
 
-}  // namespace FD
+}  // namespace FD::inline zelk

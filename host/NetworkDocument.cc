@@ -10,7 +10,7 @@
 #include <sstream>
 #include <string_view>
 
-namespace FD {
+namespace FD::inline zelk {
 
 namespace {
 
@@ -197,4 +197,4 @@ std::string NetworkDocument::toXml() const {
   return text.str();
 }
 
-}  // namespace FD
+}  // namespace FD::inline zelk

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace FD {
+namespace FD::inline zelk {
 
 /// What is wrong with a network document: one message that names the document and, as far as they
 /// apply, the network, the node, the terminal or the parameter.
@@ -77,4 +77,4 @@ struct NetworkDocument {
   std::string toXml() const;
 };
 
-}  // namespace FD
+}  // namespace FD::inline zelk

@@ -5,7 +5,7 @@
 
 #include "Node.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 /// Makes the nodes of one type.
 class _NodeFactory {  // NOLINT: the interface's own name
@@ -33,4 +33,4 @@ class NodeFactory : public _NodeFactory {
   }
 };
 
-}  // namespace FD
+}  // namespace FD::inline zelk

@@ -2,7 +2,7 @@
 
 #include <exception>
 
-namespace FD {
+namespace FD::inline zelk {
 
 namespace {
 
@@ -34,4 +34,4 @@ std::optional<FaultOrigin> takeCurrentFault() {
   return result;
 }
 
-}  // namespace FD
+}  // namespace FD::inline zelk

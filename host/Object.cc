@@ -2,7 +2,7 @@
 
 #include "net_types.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 namespace {
 
@@ -58,4 +58,4 @@ void String::printOn(std::ostream& out) const {
   out << "<String " << static_cast<const std::string&>(*this) << " >";
 }
 
-}  // namespace FD
+}  // namespace FD::inline zelk

@@ -6,7 +6,7 @@
 
 #include "rc_ptrs.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 class Object;
 typedef RCPtr<Object> ObjectRef;
@@ -68,4 +68,4 @@ inline std::ostream& operator<<(std::ostream& out, const Object& object) {
 /// Stands for "no value" where an object is needed.
 extern ObjectRef nilObject;
 
-}  // namespace FD
+}  // namespace FD::inline zelk

@@ -5,7 +5,7 @@
 
 #include "Object.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 /// An object that holds one value of type T.
 template <class T>
@@ -42,4 +42,4 @@ T& dereference_cast(const ObjectRef& ref) {
   throw new CastException<T>(typeOf(ref.get()));
 }
 
-}  // namespace FD
+}  // namespace FD::inline zelk

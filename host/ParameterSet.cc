@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace FD {
+namespace FD::inline zelk {
 
 ObjectRef ParameterSet::get(const std::string& name) const {
   const auto found = entries.find(name);
@@ -37,4 +37,4 @@ void ParameterException::print(std::ostream& out) {
   parameters.print(out);
 }
 
-}  // namespace FD
+}  // namespace FD::inline zelk

@@ -6,7 +6,7 @@
 #include "BaseException.h"
 #include "ObjectRef.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 /// Named values that a node, a network or a request is given.
 class ParameterSet {
@@ -49,4 +49,4 @@ class ParameterException : public BaseException {
   ParameterSet parameters;
 };
 
-}  // namespace FD
+}  // namespace FD::inline zelk

@@ -11,7 +11,7 @@
 #include "Vector.h"
 #include "net_types.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 namespace {
 
@@ -99,4 +99,4 @@ ObjectRef parseValue(const std::string& type, const std::string& text) {
       "unknown type '{}'; expected int, float, string, bool, object or subnet_param", type));
 }
 
-}  // namespace FD
+}  // namespace FD::inline zelk

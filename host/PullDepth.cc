@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
-namespace FD {
+#include "FrozenNodeException.h"
+
+namespace FD::inline zelk {
 
 namespace {
 
@@ -12,7 +14,7 @@ thread_local int pullDepth = 0;
 
 PullDepth::PullDepth(Node* node) {
   if (pullDepth >= LIMIT) {
-    throw new NodeException(
+    throw new FrozenNodeException(
         node, fmt::format("Pulled through more than {} nodes; the links may form a circle", LIMIT),
         "PullDepth.cc", __LINE__);
   }
@@ -21,4 +23,4 @@ PullDepth::PullDepth(Node* node) {
 
 PullDepth::~PullDepth() { --pullDepth; }
 
-}  // namespace FD
+}  // namespace FD::inline zelk

@@ -2,7 +2,7 @@
 
 #include "Node.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 /// Counts how deep nodes are pulling each other, as long as it lives. Throws new NodeException when
 /// the depth passes what a stack surely carries, which only links in a circle bring about.
@@ -16,4 +16,4 @@ class PullDepth {
   static constexpr int LIMIT = 1000;
 };
 
-}  // namespace FD
+}  // namespace FD::inline zelk

@@ -5,7 +5,7 @@
 
 #include "ObjectRef.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 /// A std::vector that travels through a network as an object.
 template <class T>
@@ -26,4 +26,4 @@ class Vector : public std::vector<T>, public Object {
   ObjectRef clone() override { return ObjectRef(new Vector(*this)); }
 };
 
-}  // namespace FD
+}  // namespace FD::inline zelk

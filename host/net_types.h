@@ -4,7 +4,7 @@
 
 #include "ObjectRef.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 /// A number, truth value or character as an object.
 template <class T>
@@ -45,4 +45,4 @@ class String : public std::string, public Object {
 extern ObjectRef TrueObject;
 extern ObjectRef FalseObject;
 
-}  // namespace FD
+}  // namespace FD::inline zelk

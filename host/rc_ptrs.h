@@ -6,7 +6,7 @@
 
 #include "BaseException.h"
 
-namespace FD {
+namespace FD::inline zelk {
 
 /// Shared owner of an object that counts its own references (see Object).
 ///
@@ -73,4 +73,4 @@ std::ostream& operator<<(std::ostream& out, const RCPtr<X>& p) {
   return out;
 }
 
-}  // namespace FD
+}  // namespace FD::inline zelk
