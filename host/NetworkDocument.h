@@ -66,8 +66,9 @@ struct NetworkDocument {
   std::vector<NetworkDescription> networks = {};
 
   /// Reads an XML document. Throws DocumentError when the file cannot be read, is no well-formed
-  /// XML, has no root element Document, or an element lacks an attribute it must have. Elements
-  /// and attributes that mean nothing to a run (notes, positions, link points) are ignored.
+  /// XML, has no root element Document, or an element is unknown or lacks an attribute it must
+  /// have. Links may be called Link or ProbeLink, as an editor writes them. What means nothing to a
+  /// run is ignored: notes, further attributes, the points at which a link bends.
   static NetworkDocument read(const std::filesystem::path& path);
   /// The same for XML text at hand.
   static NetworkDocument parse(const std::string& xml, const std::string& source);
