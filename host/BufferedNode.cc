@@ -119,7 +119,7 @@ ObjectRef BufferedNode::getOutput(int outputId, int count) {
   } catch (BaseException* e) {
     noteFault(e, *this, current);
     throw e->add(new FrozenNodeException(this, "Exception caught in BufferedNode::getOutput",
-                                   "BufferedNode.cc", __LINE__));
+                                         "BufferedNode.cc", __LINE__));
   } catch (...) {
     noteCurrentFault(*this, current);
     throw;

@@ -65,7 +65,8 @@ Network::~Network() {
 
 void Network::addNode(const RCPtr<Node>& node) {
   if (!nodesByName.emplace(node->getName(), node.get()).second) {
-    throw new FrozenNodeException(this, "Two nodes are named " + node->getName(), "Network.cc", __LINE__);
+    throw new FrozenNodeException(this, "Two nodes are named " + node->getName(), "Network.cc",
+                                  __LINE__);
   }
   nodes.push_back(node);
 }
@@ -73,7 +74,8 @@ void Network::addNode(const RCPtr<Node>& node) {
 Node& Network::getNodeNamed(const std::string& nodeName) const {
   const auto found = nodesByName.find(nodeName);
   if (found == nodesByName.end()) {
-    throw new FrozenNodeException(nullptr, "There is no node named " + nodeName, "Network.cc", __LINE__);
+    throw new FrozenNodeException(nullptr, "There is no node named " + nodeName, "Network.cc",
+                                  __LINE__);
   }
   return *found->second;
 }

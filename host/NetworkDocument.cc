@@ -72,8 +72,7 @@ class DocumentReader {
         if (result.condition) throw DocumentError(place + ": more than one NetCondition");
         result.condition = terminal(child);
       } else {
-        refuseUnlessNote(child,
-                         "Node, Link, ProbeLink, NetInput, NetOutput, NetCondition or Note");
+        refuseUnlessNote(child, "Node, Link, ProbeLink, NetInput, NetOutput, NetCondition or Note");
       }
       if (kind != "Node" && kind != "Note") refuseInside(child);
     }

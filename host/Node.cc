@@ -19,7 +19,7 @@ int Node::addInput(const std::string& inputName) {
   for (const NodeInput& input : inputs) {
     if (input.name == inputName) {
       throw new FrozenNodeException(this, "Input " + inputName + " is declared twice", "Node.cc",
-                              __LINE__);
+                                    __LINE__);
     }
   }
   inputs.push_back({-1, nullptr, inputName});
@@ -29,7 +29,7 @@ int Node::addInput(const std::string& inputName) {
 int Node::addOutput(const std::string& outputName) {
   if (std::find(outputNames.begin(), outputNames.end(), outputName) != outputNames.end()) {
     throw new FrozenNodeException(this, "Output " + outputName + " is declared twice", "Node.cc",
-                            __LINE__);
+                                  __LINE__);
   }
   outputNames.push_back(outputName);
   return static_cast<int>(outputNames.size()) - 1;
@@ -64,7 +64,8 @@ void Node::connectToNode(std::string in, Node* from, std::string out) {
 
 void Node::connectToNode(unsigned int in, Node* from, unsigned int out) {
   if (in >= inputs.size() || !from->hasOutput(static_cast<int>(out))) {
-    throw new FrozenNodeException(this, "Link to a terminal that does not exist", "Node.cc", __LINE__);
+    throw new FrozenNodeException(this, "Link to a terminal that does not exist", "Node.cc",
+                                  __LINE__);
   }
   inputs[in].node = from;
   inputs[in].outputID = static_cast<int>(out);
@@ -91,7 +92,7 @@ void Node::verifyConnect() {
   for (const NodeInput& input : inputs) {
     if (!input.node) {
       throw new FrozenNodeException(this, "Input " + input.name + " is not connected", "Node.cc",
-                              __LINE__);
+                                    __LINE__);
     }
   }
 }
@@ -99,7 +100,8 @@ void Node::verifyConnect() {
 ObjectRef Node::getInput(int inputId, int count) {
   const NodeInput& input = inputs.at(static_cast<std::size_t>(inputId));
   if (!input.node) {
-    throw new FrozenNodeException(this, "Input " + input.name + " is not connected", "Node.cc", __LINE__);
+    throw new FrozenNodeException(this, "Input " + input.name + " is not connected", "Node.cc",
+                                  __LINE__);
   }
   const PullDepth depth(this);
   try {

@@ -41,7 +41,7 @@ ML::ML(std::string nodeName, FD::ParameterSet params)
   if (bfMethod == BF::BF_ALGORITHM_CML) {
     if (!parameters.exist("REG_FACTOR")) {
       throw new FrozenNodeException(this, "ML:parameter REG_FACTOR is not set.", SOURCE_FILE,
-                                  __LINE__);
+                                    __LINE__);
     }
     regFactor = FD::dereference_cast<float>(parameters.get("REG_FACTOR"));
   }
@@ -66,7 +66,7 @@ int ML::readPositiveInt(const std::string& parameter) {
   const int value = FD::dereference_cast<int>(parameters.get(parameter));
   if (value < 1) {
     throw new FrozenNodeException(this, "ML:" + parameter + " is invalid value.", SOURCE_FILE,
-                                __LINE__);
+                                  __LINE__);
   }
   return value;
 }
@@ -147,10 +147,10 @@ void ML::requireNoiseShape(const FD::Matrix<std::complex<float>>& correlations, 
   const int rows = static_cast<int>(correlations.nrows());
   const int columns = static_cast<int>(correlations.ncols());
   if (rows == K && columns == M * M) return;
-  throw new FrozenNodeException(this,
-                              "ML:INPUT_NOISE_CM has " + std::to_string(rows) + " rows and " +
-                                  std::to_string(columns) + " columns where " + std::to_string(K) +
-                                  " bins and " + std::to_string(M) + " microphones need " +
-                                  std::to_string(K) + " and " + std::to_string(M * M) + ".",
-                              SOURCE_FILE, __LINE__);
+  throw new FrozenNodeException(
+      this,
+      "ML:INPUT_NOISE_CM has " + std::to_string(rows) + " rows and " + std::to_string(columns) +
+          " columns where " + std::to_string(K) + " bins and " + std::to_string(M) +
+          " microphones need " + std::to_string(K) + " and " + std::to_string(M * M) + ".",
+      SOURCE_FILE, __LINE__);
 }

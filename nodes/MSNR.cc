@@ -46,9 +46,9 @@ MSNR::MSNR(std::string nodeName, FD::ParameterSet params)
     engine = std::make_unique<BF::CMSNR>(length / 2 + 1, samplingRate, SPEED_OF_SOUND,
                                          decompositionAlgorithm, alpha);
   } catch (const BF::InvalidStateException& fault) {
-    reportEngineFault(*this, "MSNR", fault,
-                      "DECOMPOSITION_ALGORITHM is \"" + decompositionAlgorithm +
-                          "\", expected GEVD or GSVD");
+    reportEngineFault(
+        *this, "MSNR", fault,
+        "DECOMPOSITION_ALGORITHM is \"" + decompositionAlgorithm + "\", expected GEVD or GSVD");
     throw;
   }
 }
@@ -67,7 +67,7 @@ int MSNR::readPositiveInt(const std::string& parameter) {
   const int value = FD::dereference_cast<int>(parameters.get(parameter));
   if (value <= 0) {
     throw new FrozenNodeException(this, "MSNR:" + parameter + " is invalid value.", SOURCE_FILE,
-                                __LINE__);
+                                  __LINE__);
   }
   return value;
 }

@@ -19,6 +19,7 @@ void reportEngineFault(FD::Node& node, const char* type, int count, const std::e
 void reportEngineFault(FD::Node& node, const char* type, const std::exception& fault,
                        const std::string& expected);
 
-/// A database whose number of bins is not that of the frames, LENGTH/2+1; writes nothing for others.
+/// A database whose number of bins is not that of the frames, LENGTH/2+1; writes nothing for
+/// others.
 void warnOfOtherBins(FD::Node& node, const char* type, const std::string& path,
                      const BF::TransformFunctionDatabase& database, int bins);

@@ -82,7 +82,7 @@ void BeamForming::readMethod() {
   const auto method = METHODS.find(stringParameter("BF_METHOD"));
   if (method == METHODS.end()) {
     throw new FrozenNodeException(this, "Unexpected BeamForming:BF_METHOD is set.", SOURCE_FILE,
-                                __LINE__);
+                                  __LINE__);
   }
   bfMethod = method->second;
 }
@@ -91,7 +91,7 @@ int BeamForming::readPositiveInt(const std::string& parameter) {
   const int value = FD::dereference_cast<int>(parameters.get(parameter));
   if (value <= 0) {
     throw new FrozenNodeException(this, "BeamForming:" + parameter + " is invalid value.",
-                                SOURCE_FILE, __LINE__);
+                                  SOURCE_FILE, __LINE__);
   }
   return value;
 }
@@ -100,11 +100,11 @@ void BeamForming::readTransferFunctionSource() {
   const std::string mode = "DATABASE";
   if (mode != "DATABASE") {
     throw new FrozenNodeException(this, "Unexpected BeamForming:TF_CONJ is set.", SOURCE_FILE,
-                                __LINE__);
+                                  __LINE__);
   }
   if (!has("TF_CONJ_FILENAME")) {
     throw new FrozenNodeException(this, "BeamForming:TF_CONJ_FILENAME is not set.", SOURCE_FILE,
-                                __LINE__);
+                                  __LINE__);
   }
   tfConjFilename = stringParameter("TF_CONJ_FILENAME");
   tfConjMode = 1;

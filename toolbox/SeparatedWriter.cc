@@ -93,7 +93,7 @@ void SeparatedWriter::calculate(int /*output_id*/, int count, FD::Buffer& out) {
 void SeparatedWriter::write(const SpectrumMap& map, int count) {
   if (!files) {
     throw new FrozenNodeException(this, "The files were given up after an earlier error.",
-                                SOURCE_FILE, __LINE__);
+                                  SOURCE_FILE, __LINE__);
   }
   std::optional<std::set<int>> targets;
   if (isConnected("SOURCES")) targets = pullIds("SOURCES", count);

@@ -40,7 +40,7 @@ bool ToolboxNode::isConnected(const char* inputName) const {
 FD::ObjectRef ToolboxNode::pull(const char* inputName, int count) {
   if (!isConnected(inputName)) {
     throw new FrozenNodeException(this, std::string(inputName) + " is not connected.",
-                                "ToolboxNode.cc", __LINE__);
+                                  "ToolboxNode.cc", __LINE__);
   }
   return getInput(numberOf(inputName), count);
 }
