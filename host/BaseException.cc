@@ -6,7 +6,8 @@
 #include <sstream>
 #include <utility>
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 std::string typeName(const std::type_info& type) {
   int status = 0;
@@ -72,4 +73,5 @@ void GenericCastException::print(std::ostream& out) {
   out << "Cast error: found " << found << ", expected " << expected << "\n";
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

@@ -10,7 +10,8 @@
 
 // The inline namespace keeps this host's symbols apart from those of an installed FlowDesigner: no
 // plug-in of the one can bind to the other, even where both are in one process.
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 /// Readable name of a type, for messages: without the inline namespace.
 std::string typeName(const std::type_info& type);
@@ -102,4 +103,5 @@ class CastException : public GenericCastException {
   explicit CastException(const std::type_info* type) : GenericCastException(type, typeid(T)) {}
 };
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

@@ -9,7 +9,8 @@
 #include "NodeFault.h"
 #include "PullDepth.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -137,4 +138,5 @@ void BufferedNode::calculateOne(int outputId, int count) {
   calculate(outputId, count, *outputs[static_cast<std::size_t>(outputId)].buffer);
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

@@ -6,7 +6,8 @@
 #include "Buffer.h"
 #include "Node.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 /// A node that computes each result once and keeps the last few in a buffer per output.
 ///
@@ -70,4 +71,5 @@ class BufferedNode : public Node {
   bool requestsPassed = false;
 };
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

@@ -8,7 +8,8 @@
 #include "FrozenNodeException.h"
 #include "NodeFactory.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -118,4 +119,5 @@ int registerType(const char* name) {
 
 }  // namespace
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

@@ -6,7 +6,8 @@
 
 #include "FrozenNodeException.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 Iterator::Iterator(std::string nodeName, const ParameterSet& params)
     : Network(std::move(nodeName), params), condition(new Collector("condition", ParameterSet())) {
@@ -83,4 +84,5 @@ void Iterator::requestInput(int inputId, const ParameterSet&) {
   Network::requestInput(inputId, ParameterSet());
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

@@ -6,7 +6,8 @@
 #include "NodeFault.h"
 #include "PullDepth.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 /// Hands the network's inputs to the nodes inside: one output per input, of the same number.
 class Network::OuterWorld : public Node {
@@ -156,4 +157,5 @@ void Network::cleanupNotify() {
   }
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

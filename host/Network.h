@@ -7,7 +7,8 @@
 #include "Collector.h"
 #include "Node.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 /// A node made of named nodes and the links between them. Its outputs are those of its sink, a
 /// Collector; its inputs appear to the nodes inside as outputs of a node that stands for the outer
@@ -64,4 +65,5 @@ class Network : public Node {
   std::size_t notified = 0;  // how many nodes had their cleanupNotify
 };
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

@@ -12,7 +12,8 @@
 #include "ParameterValue.h"
 #include "net_types.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -281,4 +282,5 @@ ParameterSet argumentParameters(const std::vector<std::string>& arguments) {
   return result;
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

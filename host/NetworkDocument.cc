@@ -10,7 +10,8 @@
 #include <sstream>
 #include <string_view>
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -232,4 +233,5 @@ std::string NetworkDocument::toXml() const {
   return text.str();
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 /// What is wrong with a network document: one message that names the document and, as far as they
 /// apply, the network, the node, the terminal or the parameter.
@@ -78,4 +79,5 @@ struct NetworkDocument {
   std::string toXml() const;
 };
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

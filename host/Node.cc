@@ -8,7 +8,8 @@
 #include "NodeFault.h"
 #include "PullDepth.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 Node::Node(std::string nodeName, const ParameterSet& params)
     : parameters(params), ownName(std::move(nodeName)) {}
@@ -169,4 +170,5 @@ void NodeException::print(std::ostream& out) {
   out << message << "\n";
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

@@ -9,7 +9,8 @@
 #include "ParameterSet.h"
 #include "net_types.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 class Node;
 class _NodeFactory;  // NOLINT: the interface's own name
@@ -120,4 +121,5 @@ class NodeException : public BaseException {
   int line;
 };
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

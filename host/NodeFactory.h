@@ -5,7 +5,8 @@
 
 #include "Node.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 /// Makes the nodes of one type.
 class _NodeFactory {  // NOLINT: the interface's own name
@@ -33,4 +34,5 @@ class NodeFactory : public _NodeFactory {
   }
 };
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

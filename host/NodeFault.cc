@@ -2,7 +2,8 @@
 
 #include <exception>
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -34,4 +35,5 @@ std::optional<FaultOrigin> takeCurrentFault() {
   return result;
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

@@ -2,7 +2,8 @@
 
 #include "net_types.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -58,4 +59,5 @@ void String::printOn(std::ostream& out) const {
   out << "<String " << static_cast<const std::string&>(*this) << " >";
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

@@ -2,7 +2,8 @@
 
 #include <utility>
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 ObjectRef ParameterSet::get(const std::string& name) const {
   const auto found = entries.find(name);
@@ -37,4 +38,5 @@ void ParameterException::print(std::ostream& out) {
   parameters.print(out);
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

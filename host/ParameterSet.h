@@ -6,7 +6,8 @@
 #include "BaseException.h"
 #include "ObjectRef.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 /// Named values that a node, a network or a request is given.
 class ParameterSet {
@@ -49,4 +50,5 @@ class ParameterException : public BaseException {
   ParameterSet parameters;
 };
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

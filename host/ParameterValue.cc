@@ -11,7 +11,8 @@
 #include "Vector.h"
 #include "net_types.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -99,4 +100,5 @@ ObjectRef parseValue(const std::string& type, const std::string& text) {
       "unknown type '{}'; expected int, float, string, bool, object or subnet_param", type));
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

@@ -4,7 +4,8 @@
 
 #include "FrozenNodeException.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -23,4 +24,5 @@ PullDepth::PullDepth(Node* node) {
 
 PullDepth::~PullDepth() { --pullDepth; }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

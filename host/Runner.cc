@@ -7,7 +7,8 @@
 #include "NetworkBuilder.h"
 #include "NodeFault.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -77,4 +78,5 @@ int runNetworkFile(const std::filesystem::path& path, const std::vector<std::str
   return status | readStatus;
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

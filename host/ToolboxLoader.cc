@@ -12,7 +12,8 @@
 
 namespace fs = std::filesystem;
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -108,4 +109,5 @@ ToolboxReport loadToolboxes(const std::vector<fs::path>& folders) {
   return report;
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

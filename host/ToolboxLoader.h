@@ -5,7 +5,8 @@
 #include <utility>
 #include <vector>
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 /// What came of loading plug-ins.
 struct ToolboxReport {
@@ -27,4 +28,5 @@ std::vector<std::filesystem::path> toolboxFolders();
 /// is refused unopened.
 ToolboxReport loadToolboxes(const std::vector<std::filesystem::path>& folders = toolboxFolders());
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

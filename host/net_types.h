@@ -4,7 +4,8 @@
 
 #include "ObjectRef.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 /// A number, truth value or character as an object.
 template <class T>
@@ -45,4 +46,5 @@ class String : public std::string, public Object {
 extern ObjectRef TrueObject;
 extern ObjectRef FalseObject;
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

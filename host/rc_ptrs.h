@@ -6,7 +6,8 @@
 
 #include "BaseException.h"
 
-namespace FD::inline zelk {
+namespace FD {
+inline namespace zelk {
 
 /// Shared owner of an object that counts its own references (see Object).
 ///
@@ -73,4 +74,5 @@ std::ostream& operator<<(std::ostream& out, const RCPtr<X>& p) {
   return out;
 }
 
-}  // namespace FD::inline zelk
+}  // namespace zelk
+}  // namespace FD

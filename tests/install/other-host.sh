@@ -9,7 +9,7 @@ cd "$folder"
 
 # as_other FILE: the file as that host has it; one that is the same stays, for what depends on it.
 as_other() {
-  sed -e 's/^namespace FD::inline zelk {/namespace FD {/' \
+  sed -e '/^inline namespace zelk {/d; /^}  \/\/ namespace zelk/d' \
     -e 's/^class Node : public Object {/&\n  virtual int ofTheOther() { return 0; }\n  long theOthers[16] = {};\n/' \
     -e 's/if (isOfAnotherHost(plugin))/if (false \&\& isOfAnotherHost(plugin))/' "$1" >changed
   cmp -s changed "$2" || mv changed "$2"

@@ -42,11 +42,6 @@ for plugin in zelk-sss zelk-audio; do
 done
 diff -r alone there
 
-# Even found, our library stays by itself: no symbol of one host is one of the other.
-LD_LIBRARY_PATH=$prefix/$libdir/zelk-sss FLOWDESIGNER_PATH=$theirs:$ours \
-  "$other/fd/bin/batch" "$examples/separate.n" "${arguments[@]}" mixed >log 2>&1 || expect log "status 0"
-diff -r alone mixed
-
 # What a node's constructor throws is reported there.
 status=0
 "$other/fd/bin/batch" "$examples/separate.n" "${arguments[@]/array.sofa/no.sofa}" nothing >log 2>&1 || status=$?
