@@ -49,8 +49,8 @@ void separateFrame(BF::BF& engine, const SpectrumMatrix& frame,
                    const std::vector<BF::SourceLocation>& locations, OutputCheck check,
                    SpectrumMap& map) {
   // The engine would leave further columns out.
-  if (frame.ncols() > static_cast<std::size_t>(engine.numFreq))
-    throw BF::IndexOutOfBoundException();
+  const bool fits = frame.ncols() <= static_cast<std::size_t>(engine.numFreq);
+  if (!fits) throw BF::IndexOutOfBoundException();
   BF::Matrix Y;
   engine.updateSources(locations);
   engine.executeBeamForming(widened(frame), Y);
