@@ -107,7 +107,8 @@ FD::NetworkDescription frameLoop(const SeparationSettings& s) {
   // Last, so that a node that cannot be built leaves no folder behind.
   loop.nodes.push_back({"writer", "SeparatedWriter", writerParameters(s)});
   loop.links.push_back({last, "OUTPUT", "writer", "INPUT"});
-  loop.outputs = {{"OUTPUT", "writer", "OUTPUT"}};
+  // The last frame's spectra are no result that anybody wants printed: MAIN has the first alone.
+  loop.outputs = {{"COMPLETE", "frames", "LAST_FRAME"}, {"SEPARATED", "writer", "OUTPUT"}};
   loop.condition = FD::TerminalDescription{"CONDITION", "frames", "NOT_EOF"};
   return loop;
 }
@@ -117,6 +118,6 @@ FD::NetworkDescription frameLoop(const SeparationSettings& s) {
 FD::NetworkDocument separationNetwork(const SeparationSettings& settings) {
   FD::NetworkDescription main{"MAIN"};
   main.nodes = {{"separation", "SEPARATION"}};
-  main.outputs = {{"OUTPUT", "separation", "OUTPUT"}};
+  main.outputs = {{"COMPLETE", "separation", "COMPLETE"}};
   return {"separation", {main, frameLoop(settings)}};
 }

@@ -27,6 +27,9 @@ else()
   set(ZELK_TOOLBOX_DESTINATION ${ZELK_LIBRARY_DESTINATION}/toolbox)
 endif()
 
+# Our own libraries come before any in LD_LIBRARY_PATH: DT_RPATH, not DT_RUNPATH.
+add_link_options(LINKER:--disable-new-dtags)
+
 # Contraction to fused multiply-adds would make results depend on the processor.
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
                     -ffp-contract=off)

@@ -7,12 +7,18 @@
 #include <utility>
 
 namespace FD {
+inline namespace zelk {
 
 std::string typeName(const std::type_info& type) {
   int status = 0;
   const std::unique_ptr<char, void (*)(void*)> name(
       abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), std::free);
-  return name ? name.get() : type.name();
+  std::string result = name ? name.get() : type.name();
+  static const std::string OWN = "FD::zelk::";
+  for (auto at = result.find(OWN); at != std::string::npos; at = result.find(OWN, at)) {
+    result.replace(at, OWN.size(), "FD::");
+  }
+  return result;
 }
 
 BaseException* BaseException::add(BaseException* e) {
@@ -26,6 +32,12 @@ std::string describe(BaseException& e) {
   std::string result = text.str();
   while (!result.empty() && result.back() == '\n') result.pop_back();
   return result;
+}
+
+std::string describe(const std::exception& e) {
+  const std::string type = typeName(typeid(e));
+  const std::string text = e.what();
+  return text == std::exception().what() || text == type ? type : type + ": " + text;
 }
 
 ExceptionStack::ExceptionStack(BaseException* e) {
@@ -61,4 +73,5 @@ void GenericCastException::print(std::ostream& out) {
   out << "Cast error: found " << found << ", expected " << expected << "\n";
 }
 
+}  // namespace zelk
 }  // namespace FD

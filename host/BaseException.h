@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -7,9 +8,12 @@
 #include <typeinfo>
 #include <vector>
 
+// The inline namespace keeps this host's symbols apart from those of an installed FlowDesigner: no
+// plug-in of the one can bind to the other, even where both are in one process.
 namespace FD {
+inline namespace zelk {
 
-/// Readable name of a type, for messages.
+/// Readable name of a type, for messages: without the inline namespace.
 std::string typeName(const std::type_info& type);
 
 /// Where in a running network an exception came from.
@@ -50,6 +54,9 @@ class BaseException {
 
 /// The exception's own text, without the end of its last line.
 std::string describe(BaseException& e);
+
+/// A C++ exception's class and, where it has one of its own, its text.
+std::string describe(const std::exception& e);
 
 /// An exception and what was added to it on its way up, innermost first. Owns them all.
 class ExceptionStack : public BaseException {
@@ -96,4 +103,5 @@ class CastException : public GenericCastException {
   explicit CastException(const std::type_info* type) : GenericCastException(type, typeid(T)) {}
 };
 
+}  // namespace zelk
 }  // namespace FD

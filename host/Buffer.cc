@@ -3,6 +3,7 @@
 #include <utility>
 
 namespace FD {
+inline namespace zelk {
 
 Buffer::Buffer(std::size_t size) : objects(size, nilObject), valid(size, 0) {}
 
@@ -47,4 +48,5 @@ void BufferException::print(std::ostream& out) {
   out << message << ": count " << count << ", newest " << newest << ", length " << size << "\n";
 }
 
+}  // namespace zelk
 }  // namespace FD

@@ -8,6 +8,7 @@
 #include "ObjectRef.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// The last few results of one output of a node: a rotating buffer of objects, indexed by count.
 /// Of all counts it keeps the newest one written and the size − 1 before it.
@@ -55,4 +56,5 @@ class BufferException : public BaseException {
   std::size_t size;
 };
 
+}  // namespace zelk
 }  // namespace FD

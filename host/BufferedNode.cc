@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <utility>
 
+#include "FrozenNodeException.h"
 #include "NodeFault.h"
 #include "PullDepth.h"
 
 namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -93,7 +95,7 @@ ObjectRef BufferedNode::getOutput(int outputId, int count) {
   OutputCache& output = outputs.at(static_cast<std::size_t>(outputId));
   for (const Calculation* c = running; c; c = c->outer) {
     if (c->outputId == outputId && (c->count == count || (inOrder && count > c->count))) {
-      throw new NodeException(
+      throw new FrozenNodeException(
           this,
           fmt::format("Output {} at count {} needs itself; the links form a circle",
                       outputNames[static_cast<std::size_t>(outputId)], count),
@@ -117,8 +119,8 @@ ObjectRef BufferedNode::getOutput(int outputId, int count) {
     return output.buffer->get(count);
   } catch (BaseException* e) {
     noteFault(e, *this, current);
-    throw e->add(new NodeException(this, "Exception caught in BufferedNode::getOutput",
-                                   "BufferedNode.cc", __LINE__));
+    throw e->add(new FrozenNodeException(this, "Exception caught in BufferedNode::getOutput",
+                                         "BufferedNode.cc", __LINE__));
   } catch (...) {
     noteCurrentFault(*this, current);
     throw;
@@ -136,4 +138,5 @@ void BufferedNode::calculateOne(int outputId, int count) {
   calculate(outputId, count, *outputs[static_cast<std::size_t>(outputId)].buffer);
 }
 
+}  // namespace zelk
 }  // namespace FD

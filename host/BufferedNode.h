@@ -7,6 +7,7 @@
 #include "Node.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// A node that computes each result once and keeps the last few in a buffer per output.
 ///
@@ -70,4 +71,5 @@ class BufferedNode : public Node {
   bool requestsPassed = false;
 };
 
+}  // namespace zelk
 }  // namespace FD

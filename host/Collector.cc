@@ -5,6 +5,7 @@
 #include "PullDepth.h"
 
 namespace FD {
+inline namespace zelk {
 
 Collector::Collector(std::string nodeName, const ParameterSet& params)
     : Node(std::move(nodeName), params) {}
@@ -25,4 +26,5 @@ void Collector::request(int outputId, const ParameterSet& req) {
   if (input.node) input.node->request(input.outputID, req);
 }
 
+}  // namespace zelk
 }  // namespace FD

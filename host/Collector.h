@@ -5,6 +5,7 @@
 #include "Node.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// Forwards each of its inputs as its output of the same name. A network's sink is a collector: its
 /// outputs are the network's.
@@ -20,4 +21,5 @@ class Collector : public Node {
   int getOutputCount() const { return static_cast<int>(outputNames.size()); }
 };
 
+}  // namespace zelk
 }  // namespace FD

@@ -1,13 +1,15 @@
-// The node types that any network needs; libflow registers them itself.
+// The node types that any network needs; the host registers them itself.
 
 #include <functional>
 #include <optional>
 #include <string>
 
 #include "BufferedNode.h"
+#include "FrozenNodeException.h"
 #include "NodeFactory.h"
 
 namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -92,7 +94,7 @@ class Comparison : public BufferedNode {
     const auto* s = dynamic_cast<const String*>(a.get());
     const auto* t = dynamic_cast<const String*>(b.get());
     if (s && t) return Relation<std::string>()(*s, *t);
-    throw new NodeException(
+    throw new FrozenNodeException(
         this,
         "Cannot compare " + nameOf(a) + " with " + nameOf(b) + ": expected numbers or strings",
         "GeneralNodes.cc", __LINE__);
@@ -117,4 +119,5 @@ int registerType(const char* name) {
 
 }  // namespace
 
+}  // namespace zelk
 }  // namespace FD

@@ -4,7 +4,10 @@
 
 #include <utility>
 
+#include "FrozenNodeException.h"
+
 namespace FD {
+inline namespace zelk {
 
 Iterator::Iterator(std::string nodeName, const ParameterSet& params)
     : Network(std::move(nodeName), params), condition(new Collector("condition", ParameterSet())) {
@@ -17,8 +20,8 @@ void Iterator::bindCondition(const std::string& nodeName, const std::string& ter
 
 ObjectRef Iterator::getOutput(int outputId, int count) {
   if (running) {
-    throw new NodeException(this, "The loop needs its own result; the links form a circle",
-                            "Iterator.cc", __LINE__);
+    throw new FrozenNodeException(this, "The loop needs its own result; the links form a circle",
+                                  "Iterator.cc", __LINE__);
   }
   if (count != outerCount) {
     if (used) reset();
@@ -54,10 +57,11 @@ void Iterator::run() {
 bool Iterator::conditionHolds(int frame) {
   const ObjectRef result = condition->getOutput(0, frame);
   if (const auto* holds = dynamic_cast<const Bool*>(result.get())) return holds->val();
-  throw new NodeException(this,
-                          fmt::format("The condition at frame {} is {}; expected a Bool", frame,
-                                      result.isNil() ? "no object" : result->className()),
-                          "Iterator.cc", __LINE__);
+  throw new FrozenNodeException(
+      this,
+      fmt::format("The condition at frame {} is {}; expected a Bool", frame,
+                  result.isNil() ? "no object" : result->className()),
+      "Iterator.cc", __LINE__);
 }
 
 // How the outer world uses the results says nothing about the frames inside: every output and the
@@ -80,4 +84,5 @@ void Iterator::requestInput(int inputId, const ParameterSet&) {
   Network::requestInput(inputId, ParameterSet());
 }
 
+}  // namespace zelk
 }  // namespace FD

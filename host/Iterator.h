@@ -7,6 +7,7 @@
 #include "Network.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// A network that runs as a loop: asked for a result, it pulls its outputs at 0, 1, 2, … for as
 /// long as its condition is true, and returns the last ones (nilObject when there were none).
@@ -48,4 +49,5 @@ class Iterator : public Network {
   int outerCount = -1;  // the count that results belong to
 };
 
+}  // namespace zelk
 }  // namespace FD

@@ -6,6 +6,7 @@
 #include "ObjectRef.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// A dense row-major matrix that travels through a network as an object: element (r, c) stands at
 /// r × ncols() + c. Indices are not checked.
@@ -59,4 +60,5 @@ class Matrix : public Object {
   std::unique_ptr<T[]> elements;
 };
 
+}  // namespace zelk
 }  // namespace FD

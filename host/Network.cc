@@ -2,10 +2,12 @@
 
 #include <utility>
 
+#include "FrozenNodeException.h"
 #include "NodeFault.h"
 #include "PullDepth.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// Hands the network's inputs to the nodes inside: one output per input, of the same number.
 class Network::OuterWorld : public Node {
@@ -64,7 +66,8 @@ Network::~Network() {
 
 void Network::addNode(const RCPtr<Node>& node) {
   if (!nodesByName.emplace(node->getName(), node.get()).second) {
-    throw new NodeException(this, "Two nodes are named " + node->getName(), "Network.cc", __LINE__);
+    throw new FrozenNodeException(this, "Two nodes are named " + node->getName(), "Network.cc",
+                                  __LINE__);
   }
   nodes.push_back(node);
 }
@@ -72,7 +75,8 @@ void Network::addNode(const RCPtr<Node>& node) {
 Node& Network::getNodeNamed(const std::string& nodeName) const {
   const auto found = nodesByName.find(nodeName);
   if (found == nodesByName.end()) {
-    throw new NodeException(nullptr, "There is no node named " + nodeName, "Network.cc", __LINE__);
+    throw new FrozenNodeException(nullptr, "There is no node named " + nodeName, "Network.cc",
+                                  __LINE__);
   }
   return *found->second;
 }
@@ -153,4 +157,5 @@ void Network::cleanupNotify() {
   }
 }
 
+}  // namespace zelk
 }  // namespace FD

@@ -8,6 +8,7 @@
 #include "Node.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// A node made of named nodes and the links between them. Its outputs are those of its sink, a
 /// Collector; its inputs appear to the nodes inside as outputs of a node that stands for the outer
@@ -64,4 +65,5 @@ class Network : public Node {
   std::size_t notified = 0;  // how many nodes had their cleanupNotify
 };
 
+}  // namespace zelk
 }  // namespace FD

@@ -13,6 +13,7 @@
 #include "net_types.h"
 
 namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -38,6 +39,18 @@ auto reporting(const std::string& place, Action action) {
   } catch (...) {
     throw DocumentError(place + ": unknown exception");
   }
+}
+
+// A new node; a C++ exception of its constructor is told with its class.
+RCPtr<Node> createNode(const std::string& place, _NodeFactory& factory, const std::string& name,
+                       const ParameterSet& params) {
+  return reporting(place, [&] {
+    try {
+      return RCPtr<Node>(factory.Create(name, params));
+    } catch (const std::exception& e) {
+      throw DocumentError(place + ": " + describe(e));
+    }
+  });
 }
 
 /// One building of a network from a document.
@@ -125,8 +138,8 @@ class Builder {
     const ParameterSet params = parameters(where, node, scope);
     RCPtr<Node> built;
     if (_NodeFactory* const factory = Node::getFactoryNamed(node.type)) {
-      built = reporting(fmt::format("{} (type {})", where, node.type),
-                        [&] { return RCPtr<Node>(factory->Create(node.name, params)); });
+      built =
+          createNode(fmt::format("{} (type {})", where, node.type), *factory, node.name, params);
     } else if (const NetworkDescription* const included = find(node.type)) {
       checkInclusion(where, node.type);
       built =
@@ -269,4 +282,5 @@ ParameterSet argumentParameters(const std::vector<std::string>& arguments) {
   return result;
 }
 
+}  // namespace zelk
 }  // namespace FD

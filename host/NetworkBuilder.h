@@ -9,6 +9,7 @@
 #include "ParameterSet.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// Builds a network of a document with its nodes, its links and the networks it includes. An input
 /// may stay unlinked: it is for the node to complain. params are the network's parameters, which
@@ -25,4 +26,5 @@ RCPtr<Network> buildNetwork(const NetworkDocument& document, const std::string& 
 /// String, and "int:ARG1" (Int) and "float:ARG1" (Float) for the arguments that are such numbers.
 ParameterSet argumentParameters(const std::vector<std::string>& arguments);
 
+}  // namespace zelk
 }  // namespace FD

@@ -11,16 +11,49 @@
 #include <string_view>
 
 namespace FD {
+inline namespace zelk {
 
 namespace {
+
+/// The number of the line with the character at this place, from 1.
+std::ptrdiff_t lineAt(const std::string& text, std::ptrdiff_t offset) {
+  return 1 + std::count(text.begin(), text.begin() + std::min(offset, std::ssize(text)), '\n');
+}
 
 /// Turns the elements of one XML document into descriptions; its messages say where it is.
 class DocumentReader {
  public:
-  explicit DocumentReader(const std::string& documentSource) : source(documentSource) {}
+  DocumentReader(const std::string& documentText, const std::string& documentSource)
+      : text(documentText), source(documentSource), place(documentSource) {}
+
+  NetworkDocument document(const pugi::xml_node& root) {
+    NetworkDocument result{source};
+    for (const pugi::xml_node& element : root.children()) {
+      if (element.name() == std::string_view("Network")) {
+        result.networks.push_back(network(element));
+      } else {
+        refuseUnlessNote(element, "Network or Note");
+      }
+    }
+    return result;
+  }
+
+ private:
+  // Texts and comments mean nothing anywhere, such as the points that a link bends at.
+  void refuseUnlessNote(const pugi::xml_node& element, const std::string& expected) const {
+    if (element.type() != pugi::node_element || element.name() == std::string_view("Note")) return;
+    throw DocumentError(fmt::format("{}: line {}: unknown element '{}', expected {}", place,
+                                    lineAt(text, element.offset_debug()), element.name(),
+                                    expected));
+  }
+
+  void refuseInside(const pugi::xml_node& element) const {
+    for (const pugi::xml_node& child : element.children()) {
+      refuseUnlessNote(child, fmt::format("none in {}", element.name()));
+    }
+  }
 
   NetworkDescription network(const pugi::xml_node& element) {
-    place = source;
     NetworkDescription result;
     result.name = attribute(element, "name");
     place = fmt::format("{}: network '{}'", source, result.name);
@@ -29,7 +62,7 @@ class DocumentReader {
       const std::string_view kind = child.name();
       if (kind == "Node") {
         result.nodes.push_back(node(child));
-      } else if (kind == "Link") {
+      } else if (kind == "Link" || kind == "ProbeLink") {  // the editor's name for it
         result.links.push_back({attribute(child, "from"), attribute(child, "output"),
                                 attribute(child, "to"), attribute(child, "input")});
       } else if (kind == "NetInput") {
@@ -39,12 +72,15 @@ class DocumentReader {
       } else if (kind == "NetCondition") {
         if (result.condition) throw DocumentError(place + ": more than one NetCondition");
         result.condition = terminal(child);
+      } else {
+        refuseUnlessNote(child, "Node, Link, ProbeLink, NetInput, NetOutput, NetCondition or Note");
       }
+      if (kind != "Node" && kind != "Note") refuseInside(child);
     }
+    place = source;
     return result;
   }
 
- private:
   std::string attribute(const pugi::xml_node& element, const char* name) const {
     const pugi::xml_attribute found = element.attribute(name);
     if (found) return found.value();
@@ -61,9 +97,14 @@ class DocumentReader {
                            attribute(element, "y")};
     const std::string networkPlace = place;
     place = fmt::format("{}: node '{}'", networkPlace, result.name);
-    for (const pugi::xml_node& child : element.children("Parameter")) {
-      result.parameters.push_back(
-          {attribute(child, "name"), attribute(child, "type"), attribute(child, "value")});
+    for (const pugi::xml_node& child : element.children()) {
+      if (child.name() == std::string_view("Parameter")) {
+        result.parameters.push_back(
+            {attribute(child, "name"), attribute(child, "type"), attribute(child, "value")});
+        refuseInside(child);
+      } else {
+        refuseUnlessNote(child, "Parameter or Note");
+      }
     }
     place = networkPlace;
     return result;
@@ -73,6 +114,7 @@ class DocumentReader {
     return {attribute(element, "name"), attribute(element, "node"), attribute(element, "terminal")};
   }
 
+  const std::string& text;
   const std::string& source;
   std::string place;
 };
@@ -166,9 +208,8 @@ NetworkDocument NetworkDocument::parse(const std::string& xml, const std::string
   pugi::xml_document parsed;
   const pugi::xml_parse_result status = parsed.load_buffer(xml.data(), xml.size());
   if (!status) {
-    const auto end = xml.begin() + std::min<std::ptrdiff_t>(status.offset, std::ssize(xml));
     throw DocumentError(fmt::format("{}: line {}: not well-formed XML: {}", source,
-                                    1 + std::count(xml.begin(), end, '\n'), status.description()));
+                                    lineAt(xml, status.offset), status.description()));
   }
   const pugi::xml_node root = parsed.document_element();
   if (std::string_view(root.name()) != "Document") {
@@ -177,12 +218,7 @@ NetworkDocument NetworkDocument::parse(const std::string& xml, const std::string
                     "expected 'Document'",
                     source, root.name()));
   }
-  NetworkDocument document{source};
-  DocumentReader reader(source);
-  for (const pugi::xml_node& element : root.children("Network")) {
-    document.networks.push_back(reader.network(element));
-  }
-  return document;
+  return DocumentReader(xml, source).document(root);
 }
 
 std::string NetworkDocument::toXml() const {
@@ -197,4 +233,5 @@ std::string NetworkDocument::toXml() const {
   return text.str();
 }
 
+}  // namespace zelk
 }  // namespace FD

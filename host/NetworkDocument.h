@@ -7,6 +7,7 @@
 #include <vector>
 
 namespace FD {
+inline namespace zelk {
 
 /// What is wrong with a network document: one message that names the document and, as far as they
 /// apply, the network, the node, the terminal or the parameter.
@@ -66,8 +67,9 @@ struct NetworkDocument {
   std::vector<NetworkDescription> networks = {};
 
   /// Reads an XML document. Throws DocumentError when the file cannot be read, is no well-formed
-  /// XML, has no root element Document, or an element lacks an attribute it must have. Elements
-  /// and attributes that mean nothing to a run (notes, positions, link points) are ignored.
+  /// XML, has no root element Document, or an element is unknown or lacks an attribute it must
+  /// have. Links may be called Link or ProbeLink, as an editor writes them. What means nothing to a
+  /// run is ignored: notes, further attributes, the points at which a link bends.
   static NetworkDocument read(const std::filesystem::path& path);
   /// The same for XML text at hand.
   static NetworkDocument parse(const std::string& xml, const std::string& source);
@@ -77,4 +79,5 @@ struct NetworkDocument {
   std::string toXml() const;
 };
 
+}  // namespace zelk
 }  // namespace FD

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "FrozenNodeException.h"
 #include "NodeFactory.h"
 #include "NodeFault.h"
 #include "PullDepth.h"
 
 namespace FD {
+inline namespace zelk {
 
 Node::Node(std::string nodeName, const ParameterSet& params)
     : parameters(params), ownName(std::move(nodeName)) {}
@@ -17,8 +19,8 @@ Node::Node(std::string nodeName, const ParameterSet& params)
 int Node::addInput(const std::string& inputName) {
   for (const NodeInput& input : inputs) {
     if (input.name == inputName) {
-      throw new NodeException(this, "Input " + inputName + " is declared twice", "Node.cc",
-                              __LINE__);
+      throw new FrozenNodeException(this, "Input " + inputName + " is declared twice", "Node.cc",
+                                    __LINE__);
     }
   }
   inputs.push_back({-1, nullptr, inputName});
@@ -27,8 +29,8 @@ int Node::addInput(const std::string& inputName) {
 
 int Node::addOutput(const std::string& outputName) {
   if (std::find(outputNames.begin(), outputNames.end(), outputName) != outputNames.end()) {
-    throw new NodeException(this, "Output " + outputName + " is declared twice", "Node.cc",
-                            __LINE__);
+    throw new FrozenNodeException(this, "Output " + outputName + " is declared twice", "Node.cc",
+                                  __LINE__);
   }
   outputNames.push_back(outputName);
   return static_cast<int>(outputNames.size()) - 1;
@@ -40,7 +42,7 @@ int Node::translateInput(std::string inputName) {
   for (std::size_t i = 0; i < inputs.size(); ++i) {
     if (inputs[i].name == inputName) return static_cast<int>(i);
   }
-  throw new NodeException(this, "Unknown input " + inputName, "Node.cc", __LINE__);
+  throw new FrozenNodeException(this, "Unknown input " + inputName, "Node.cc", __LINE__);
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
@@ -48,7 +50,7 @@ int Node::translateOutput(std::string outputName) {
   for (std::size_t i = 0; i < outputNames.size(); ++i) {
     if (outputNames[i] == outputName) return static_cast<int>(i);
   }
-  throw new NodeException(this, "Unknown output " + outputName, "Node.cc", __LINE__);
+  throw new FrozenNodeException(this, "Unknown output " + outputName, "Node.cc", __LINE__);
 }
 
 bool Node::hasOutput(int outputId) const {
@@ -63,7 +65,8 @@ void Node::connectToNode(std::string in, Node* from, std::string out) {
 
 void Node::connectToNode(unsigned int in, Node* from, unsigned int out) {
   if (in >= inputs.size() || !from->hasOutput(static_cast<int>(out))) {
-    throw new NodeException(this, "Link to a terminal that does not exist", "Node.cc", __LINE__);
+    throw new FrozenNodeException(this, "Link to a terminal that does not exist", "Node.cc",
+                                  __LINE__);
   }
   inputs[in].node = from;
   inputs[in].outputID = static_cast<int>(out);
@@ -89,8 +92,8 @@ void Node::cleanupNotify() {}
 void Node::verifyConnect() {
   for (const NodeInput& input : inputs) {
     if (!input.node) {
-      throw new NodeException(this, "Input " + input.name + " is not connected", "Node.cc",
-                              __LINE__);
+      throw new FrozenNodeException(this, "Input " + input.name + " is not connected", "Node.cc",
+                                    __LINE__);
     }
   }
 }
@@ -98,7 +101,8 @@ void Node::verifyConnect() {
 ObjectRef Node::getInput(int inputId, int count) {
   const NodeInput& input = inputs.at(static_cast<std::size_t>(inputId));
   if (!input.node) {
-    throw new NodeException(this, "Input " + input.name + " is not connected", "Node.cc", __LINE__);
+    throw new FrozenNodeException(this, "Input " + input.name + " is not connected", "Node.cc",
+                                  __LINE__);
   }
   const PullDepth depth(this);
   try {
@@ -147,14 +151,18 @@ _NodeFactory* Node::getFactoryNamed(const std::string& typeName) {
 
 // ---- errors
 
-NodeException::NodeException(Node* node, std::string text, const char* sourceFile, int sourceLine)
-    : nodeName(node ? node->getName() : ""),
-      nodeType(node ? node->getType() : ""),
-      message(std::move(text)),
-      file(sourceFile),
-      line(sourceLine) {}
+NodeException::NodeException(Node* faulty, std::string text, const char* sourceFile, int sourceLine)
+    : node(faulty), message(std::move(text)), file(sourceFile), line(sourceLine) {}
+
+void NodeException::freeze() {
+  if (!node) return;
+  nodeName = node->getName();
+  nodeType = node->getType();
+  node = nullptr;
+}
 
 void NodeException::print(std::ostream& out) {
+  freeze();
   out << file << ", line " << line << ": ";
   if (!nodeName.empty()) out << "node " << nodeName;
   if (!nodeType.empty()) out << " (type " << nodeType << ")";
@@ -162,4 +170,5 @@ void NodeException::print(std::ostream& out) {
   out << message << "\n";
 }
 
+}  // namespace zelk
 }  // namespace FD

@@ -10,6 +10,7 @@
 #include "net_types.h"
 
 namespace FD {
+inline namespace zelk {
 
 class Node;
 class _NodeFactory;  // NOLINT: the interface's own name
@@ -104,12 +105,15 @@ class Node : public Object {
 /// An error that a node reports.
 class NodeException : public BaseException {
  public:
-  /// node may be null. Name and type are copied, so the node may go away. file, line: the source
-  /// line that throws.
+  /// node may be null. It is asked for its name and type by freeze() or else by print(), and must
+  /// live until then: what a constructor throws has to be frozen (FrozenNodeException.h). file,
+  /// line: the source line that throws.
   NodeException(Node* node, std::string text, const char* file, int line);
   void print(std::ostream& out = std::cerr) override;
+  void freeze() override;
 
  private:
+  Node* node;  // null: none, or its name and type are known
   std::string nodeName;
   std::string nodeType;
   std::string message;
@@ -117,4 +121,5 @@ class NodeException : public BaseException {
   int line;
 };
 
+}  // namespace zelk
 }  // namespace FD

@@ -6,6 +6,7 @@
 #include "Node.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// Makes the nodes of one type.
 class _NodeFactory {  // NOLINT: the interface's own name
@@ -33,4 +34,5 @@ class NodeFactory : public _NodeFactory {
   }
 };
 
+}  // namespace zelk
 }  // namespace FD

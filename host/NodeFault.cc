@@ -3,6 +3,7 @@
 #include <exception>
 
 namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -34,4 +35,5 @@ std::optional<FaultOrigin> takeCurrentFault() {
   return result;
 }
 
+}  // namespace zelk
 }  // namespace FD

@@ -6,6 +6,7 @@
 #include "Node.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// Notes, while a framework exception passes on its way up, the innermost node and count it came
 /// from; a note already made stays.
@@ -17,4 +18,5 @@ void noteCurrentFault(const Node& node, int count);
 /// The note about the C++ exception being handled, if any node made one; removes it.
 std::optional<FaultOrigin> takeCurrentFault();
 
+}  // namespace zelk
 }  // namespace FD

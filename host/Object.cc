@@ -3,6 +3,7 @@
 #include "net_types.h"
 
 namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -58,4 +59,5 @@ void String::printOn(std::ostream& out) const {
   out << "<String " << static_cast<const std::string&>(*this) << " >";
 }
 
+}  // namespace zelk
 }  // namespace FD

@@ -7,6 +7,7 @@
 #include "rc_ptrs.h"
 
 namespace FD {
+inline namespace zelk {
 
 class Object;
 typedef RCPtr<Object> ObjectRef;
@@ -68,4 +69,5 @@ inline std::ostream& operator<<(std::ostream& out, const Object& object) {
 /// Stands for "no value" where an object is needed.
 extern ObjectRef nilObject;
 
+}  // namespace zelk
 }  // namespace FD

@@ -6,6 +6,7 @@
 #include "Object.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// An object that holds one value of type T.
 template <class T>
@@ -42,4 +43,5 @@ T& dereference_cast(const ObjectRef& ref) {
   throw new CastException<T>(typeOf(ref.get()));
 }
 
+}  // namespace zelk
 }  // namespace FD

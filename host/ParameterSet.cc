@@ -3,6 +3,7 @@
 #include <utility>
 
 namespace FD {
+inline namespace zelk {
 
 ObjectRef ParameterSet::get(const std::string& name) const {
   const auto found = entries.find(name);
@@ -37,4 +38,5 @@ void ParameterException::print(std::ostream& out) {
   parameters.print(out);
 }
 
+}  // namespace zelk
 }  // namespace FD

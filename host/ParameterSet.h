@@ -7,6 +7,7 @@
 #include "ObjectRef.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// Named values that a node, a network or a request is given.
 class ParameterSet {
@@ -49,4 +50,5 @@ class ParameterException : public BaseException {
   ParameterSet parameters;
 };
 
+}  // namespace zelk
 }  // namespace FD

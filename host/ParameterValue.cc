@@ -12,6 +12,7 @@
 #include "net_types.h"
 
 namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -99,4 +100,5 @@ ObjectRef parseValue(const std::string& type, const std::string& text) {
       "unknown type '{}'; expected int, float, string, bool, object or subnet_param", type));
 }
 
+}  // namespace zelk
 }  // namespace FD

@@ -6,6 +6,7 @@
 #include "ObjectRef.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// The object a parameter's text stands for. type: "int" (Int), "float" (Float), "string" (String),
 /// "bool" (Bool; "true" or "false") or "object": text such as "<Float 0.5>", "<String a b>" or
@@ -18,4 +19,5 @@ ObjectRef parseValue(const std::string& type, const std::string& text);
 std::optional<int> parseInt(const std::string& text);
 std::optional<float> parseFloat(const std::string& text);
 
+}  // namespace zelk
 }  // namespace FD

@@ -2,7 +2,10 @@
 
 #include <fmt/format.h>
 
+#include "FrozenNodeException.h"
+
 namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -12,7 +15,7 @@ thread_local int pullDepth = 0;
 
 PullDepth::PullDepth(Node* node) {
   if (pullDepth >= LIMIT) {
-    throw new NodeException(
+    throw new FrozenNodeException(
         node, fmt::format("Pulled through more than {} nodes; the links may form a circle", LIMIT),
         "PullDepth.cc", __LINE__);
   }
@@ -21,4 +24,5 @@ PullDepth::PullDepth(Node* node) {
 
 PullDepth::~PullDepth() { --pullDepth; }
 
+}  // namespace zelk
 }  // namespace FD

@@ -3,6 +3,7 @@
 #include "Node.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// Counts how deep nodes are pulling each other, as long as it lives. Throws new NodeException when
 /// the depth passes what a stack surely carries, which only links in a circle bring about.
@@ -16,4 +17,5 @@ class PullDepth {
   static constexpr int LIMIT = 1000;
 };
 
+}  // namespace zelk
 }  // namespace FD

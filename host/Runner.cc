@@ -8,6 +8,7 @@
 #include "NodeFault.h"
 
 namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -30,8 +31,7 @@ int guarded(const std::string& source, std::ostream& err, Action action) {
   } catch (const DocumentError& e) {
     err << e.what() << "\n";
   } catch (const std::exception& e) {
-    err << placeOf(source, takeCurrentFault()) << ": " << typeName(typeid(e)) << ": " << e.what()
-        << "\n";
+    err << placeOf(source, takeCurrentFault()) << ": " << describe(e) << "\n";
   } catch (...) {
     err << placeOf(source, takeCurrentFault()) << ": unknown exception\n";
   }
@@ -78,4 +78,5 @@ int runNetworkFile(const std::filesystem::path& path, const std::vector<std::str
   return status | readStatus;
 }
 
+}  // namespace zelk
 }  // namespace FD

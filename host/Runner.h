@@ -9,6 +9,7 @@
 #include "NetworkDocument.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// Runs a document: builds its network MAIN with the arguments as parameters ARG1, ARG2, …; sends
 /// the requests and initializes; pulls output 0, 1, … at count 0 and prints each on out, one line
@@ -27,4 +28,5 @@ int runNetwork(const NetworkDocument& document, const std::vector<std::string>& 
 int runNetworkFile(const std::filesystem::path& path, const std::vector<std::string>& arguments,
                    std::ostream& out, std::ostream& err, const Iterator::FrameHook& onFrame = {});
 
+}  // namespace zelk
 }  // namespace FD

@@ -4,12 +4,16 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <sstream>
+#include <string>
 #include <system_error>
 
 namespace fs = std::filesystem;
 
 namespace FD {
+inline namespace zelk {
 
 namespace {
 
@@ -41,6 +45,30 @@ std::vector<fs::path> findPlugins(const std::vector<fs::path>& folders) {
   return plugins;
 }
 
+// What only a plug-in for another host names, whichever way it was linked: Node::addFactory without
+// this host's inline namespace.
+constexpr char FOREIGN_SYMBOL[] = "_ZN2FD4Node10addFactory";
+
+bool isOfAnotherHost(const fs::path& plugin) {
+  std::ifstream file(plugin, std::ios::binary);
+  const std::string content{std::istreambuf_iterator<char>(file), {}};
+  return content.find(FOREIGN_SYMBOL) != std::string::npos;
+}
+
+// Returns why the plug-in cannot be loaded; nothing when it is.
+std::string load(const fs::path& plugin) {
+  // Not even tried: it would bring the other host into the process.
+  if (isOfAnotherHost(plugin)) {
+    const char* const expected =
+        "it was built for an installed FlowDesigner, expected a plug-in built for zelk-sss";
+    return expected;
+  }
+  // With a slash in it, so that the loader does not search its own path for the name.
+  if (dlopen(fs::absolute(plugin).c_str(), RTLD_LAZY | RTLD_GLOBAL)) return "";
+  const char* const reason = dlerror();
+  return reason ? reason : "unknown reason";
+}
+
 }  // namespace
 
 std::vector<fs::path> toolboxFolders() {
@@ -67,13 +95,12 @@ ToolboxReport loadToolboxes(const std::vector<fs::path>& folders) {
     report.failed.clear();
     std::vector<fs::path> failed;
     for (const fs::path& plugin : pending) {
-      // With a slash in it, so that the loader does not search its own path for the name.
-      if (dlopen(fs::absolute(plugin).c_str(), RTLD_LAZY | RTLD_GLOBAL)) {
+      const std::string reason = load(plugin);
+      if (reason.empty()) {
         report.loaded.push_back(plugin);
         progress = true;
       } else {
-        const char* const reason = dlerror();
-        report.failed.emplace_back(plugin, reason ? reason : "unknown reason");
+        report.failed.emplace_back(plugin, reason);
         failed.push_back(plugin);
       }
     }
@@ -82,4 +109,5 @@ ToolboxReport loadToolboxes(const std::vector<fs::path>& folders) {
   return report;
 }
 
+}  // namespace zelk
 }  // namespace FD

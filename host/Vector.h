@@ -6,6 +6,7 @@
 #include "ObjectRef.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// A std::vector that travels through a network as an object.
 template <class T>
@@ -26,4 +27,5 @@ class Vector : public std::vector<T>, public Object {
   ObjectRef clone() override { return ObjectRef(new Vector(*this)); }
 };
 
+}  // namespace zelk
 }  // namespace FD

@@ -5,6 +5,7 @@
 #include "ObjectRef.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// A number, truth value or character as an object.
 template <class T>
@@ -45,4 +46,5 @@ class String : public std::string, public Object {
 extern ObjectRef TrueObject;
 extern ObjectRef FalseObject;
 
+}  // namespace zelk
 }  // namespace FD

@@ -7,6 +7,7 @@
 #include "BaseException.h"
 
 namespace FD {
+inline namespace zelk {
 
 /// Shared owner of an object that counts its own references (see Object).
 ///
@@ -73,4 +74,5 @@ std::ostream& operator<<(std::ostream& out, const RCPtr<X>& p) {
   return out;
 }
 
+}  // namespace zelk
 }  // namespace FD

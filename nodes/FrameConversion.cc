@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "Source.h"
+#include "matrix/Exceptions.h"
 
 namespace {
 
@@ -47,6 +48,9 @@ void appendLocations(const FD::Vector<FD::ObjectRef>& sourceList, bool flag,
 void separateFrame(BF::BF& engine, const SpectrumMatrix& frame,
                    const std::vector<BF::SourceLocation>& locations, OutputCheck check,
                    SpectrumMap& map) {
+  // The engine would leave further columns out.
+  const bool fits = frame.ncols() <= static_cast<std::size_t>(engine.numFreq);
+  if (!fits) throw BF::IndexOutOfBoundException();
   BF::Matrix Y;
   engine.updateSources(locations);
   engine.executeBeamForming(widened(frame), Y);

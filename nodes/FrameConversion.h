@@ -31,7 +31,8 @@ using OutputCheck = void (*)(int source, int bin, const std::complex<float>& val
 /// Separates one frame: the engine's updateSources, executeBeamForming and adaptSeparationMatrices
 /// on the frame in double precision, then each output row, narrowed to single precision, into the
 /// map under the id of its location. An id that is there already keeps its first entry. check
-/// (null: none) sees every value and only reports. Passes on what the engine throws.
+/// (null: none) sees every value and only reports. Passes on what the engine throws, and throws
+/// BF::IndexOutOfBoundException for a frame with more columns than the engine has bins.
 void separateFrame(BF::BF& engine, const SpectrumMatrix& frame,
                    const std::vector<BF::SourceLocation>& locations, OutputCheck check,
                    SpectrumMap& map);

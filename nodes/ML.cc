@@ -6,7 +6,9 @@
 
 #include "FrameConversion.h"
 #include "NodeFactory.h"
+#include "NodeReports.h"
 #include "TransferFunctionLoader.h"
+#include "host/family/FrozenNodeException.h"
 #include "net_types.h"
 
 namespace {
@@ -38,8 +40,8 @@ ML::ML(std::string nodeName, FD::ParameterSet params)
   readTransferFunctionSource();
   if (bfMethod == BF::BF_ALGORITHM_CML) {
     if (!parameters.exist("REG_FACTOR")) {
-      throw new FD::NodeException(this, "ML:parameter REG_FACTOR is not set.", SOURCE_FILE,
-                                  __LINE__);
+      throw new FrozenNodeException(this, "ML:parameter REG_FACTOR is not set.", SOURCE_FILE,
+                                    __LINE__);
     }
     regFactor = FD::dereference_cast<float>(parameters.get("REG_FACTOR"));
   }
@@ -48,6 +50,7 @@ ML::ML(std::string nodeName, FD::ParameterSet params)
   }
 
   const BF::TransformFunctionDatabase database = loadDatabase();
+  warnOfOtherBins(*this, "ML", tfConjFilename, database, length / 2 + 1);
   engine = std::make_unique<BF::CML>(length / 2 + 1, samplingRate, SPEED_OF_SOUND, regFactor);
   engine->setTransformFunctionDatabase(database);
 }
@@ -56,14 +59,14 @@ int ML::translateInput(std::string inputName) {
   if (inputName == "INPUT_FRAMES") return inputFramesID;
   if (inputName == "INPUT_SOURCES") return inputSourcesID;
   if (inputName == "INPUT_NOISE_CM") return inputNoiseCMID;
-  throw new FD::NodeException(this, inputName + " is not supported.", SOURCE_FILE, __LINE__);
+  throw new FrozenNodeException(this, inputName + " is not supported.", SOURCE_FILE, __LINE__);
 }
 
 int ML::readPositiveInt(const std::string& parameter) {
   const int value = FD::dereference_cast<int>(parameters.get(parameter));
   if (value < 1) {
-    throw new FD::NodeException(this, "ML:" + parameter + " is invalid value.", SOURCE_FILE,
-                                __LINE__);
+    throw new FrozenNodeException(this, "ML:" + parameter + " is invalid value.", SOURCE_FILE,
+                                  __LINE__);
   }
   return value;
 }
@@ -71,10 +74,10 @@ int ML::readPositiveInt(const std::string& parameter) {
 void ML::readTransferFunctionSource() {
   const std::string mode = "DATABASE";
   if (mode != "DATABASE") {
-    throw new FD::NodeException(this, "Unexpected ML:TF_CONJ is set.", SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, "Unexpected ML:TF_CONJ is set.", SOURCE_FILE, __LINE__);
   }
   if (!parameters.exist("TF_CONJ_FILENAME")) {
-    throw new FD::NodeException(this, "ML:TF_CONJ_FILENAME is not set.", SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, "ML:TF_CONJ_FILENAME is not set.", SOURCE_FILE, __LINE__);
   }
   tfConjFilename = FD::object_cast<FD::String>(parameters.get("TF_CONJ_FILENAME"));
   tfConjMode = 1;
@@ -84,7 +87,7 @@ BF::TransformFunctionDatabase ML::loadDatabase() {
   try {
     return loadTransferFunctions(tfConjFilename);
   } catch (const TransferFunctionFileError& error) {
-    throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
 
@@ -101,7 +104,12 @@ void ML::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   appendLocations(sourceList, true, locations);
   if (locations.empty()) return;
 
-  separateFrame(*engine, frames, locations, enableDebug ? checkOutput : nullptr, *spectra);
+  try {
+    separateFrame(*engine, frames, locations, enableDebug ? checkOutput : nullptr, *spectra);
+  } catch (const std::exception& fault) {
+    reportEngineFault(*this, "ML", count, fault, frames, *engine);
+    throw;
+  }
 }
 
 // Refreshes the engine's M × M noise correlation matrices of K bins for this frame.
@@ -113,7 +121,7 @@ void ML::updateNoise(int M, int K, int count) {
       std::cout << "When you use ML, you must input noise correlation matrix to INPUT_NOISE_CM."
                 << std::endl;
     }
-    throw new FD::NodeException(this, "ML needs INPUT_NOISE_CM", SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, "ML needs INPUT_NOISE_CM", SOURCE_FILE, __LINE__);
   }
   std::vector<BF::Matrix>& noise = engine->noiseCorrelationMatrices;
   if (count == 0) {
@@ -139,10 +147,10 @@ void ML::requireNoiseShape(const FD::Matrix<std::complex<float>>& correlations, 
   const int rows = static_cast<int>(correlations.nrows());
   const int columns = static_cast<int>(correlations.ncols());
   if (rows == K && columns == M * M) return;
-  throw new FD::NodeException(this,
-                              "ML:INPUT_NOISE_CM has " + std::to_string(rows) + " rows and " +
-                                  std::to_string(columns) + " columns where " + std::to_string(K) +
-                                  " bins and " + std::to_string(M) + " microphones need " +
-                                  std::to_string(K) + " and " + std::to_string(M * M) + ".",
-                              SOURCE_FILE, __LINE__);
+  throw new FrozenNodeException(
+      this,
+      "ML:INPUT_NOISE_CM has " + std::to_string(rows) + " rows and " + std::to_string(columns) +
+          " columns where " + std::to_string(K) + " bins and " + std::to_string(M) +
+          " microphones need " + std::to_string(K) + " and " + std::to_string(M * M) + ".",
+      SOURCE_FILE, __LINE__);
 }

@@ -5,6 +5,8 @@
 
 #include "FrameConversion.h"
 #include "NodeFactory.h"
+#include "NodeReports.h"
+#include "host/family/FrozenNodeException.h"
 #include "net_types.h"
 
 namespace {
@@ -40,8 +42,15 @@ MSNR::MSNR(std::string nodeName, FD::ParameterSet params)
     enableDebug = FD::dereference_cast<bool>(parameters.get("ENABLE_DEBUG"));
   }
 
-  engine = std::make_unique<BF::CMSNR>(length / 2 + 1, samplingRate, SPEED_OF_SOUND,
-                                       decompositionAlgorithm, alpha);
+  try {
+    engine = std::make_unique<BF::CMSNR>(length / 2 + 1, samplingRate, SPEED_OF_SOUND,
+                                         decompositionAlgorithm, alpha);
+  } catch (const BF::InvalidStateException& fault) {
+    reportEngineFault(
+        *this, "MSNR", fault,
+        "DECOMPOSITION_ALGORITHM is \"" + decompositionAlgorithm + "\", expected GEVD or GSVD");
+    throw;
+  }
 }
 
 int MSNR::translateInput(std::string inputName) {
@@ -51,14 +60,14 @@ int MSNR::translateInput(std::string inputName) {
     inputNoiseSourcesID = addInput(inputName);
     return inputNoiseSourcesID;
   }
-  throw new FD::NodeException(this, inputName + " is not supported.", SOURCE_FILE, __LINE__);
+  throw new FrozenNodeException(this, inputName + " is not supported.", SOURCE_FILE, __LINE__);
 }
 
 int MSNR::readPositiveInt(const std::string& parameter) {
   const int value = FD::dereference_cast<int>(parameters.get(parameter));
   if (value <= 0) {
-    throw new FD::NodeException(this, "MSNR:" + parameter + " is invalid value.", SOURCE_FILE,
-                                __LINE__);
+    throw new FrozenNodeException(this, "MSNR:" + parameter + " is invalid value.", SOURCE_FILE,
+                                  __LINE__);
   }
   return value;
 }
@@ -84,5 +93,10 @@ void MSNR::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   }
   if (locations.empty()) return;
 
-  separateFrame(*engine, frames, locations, enableDebug ? checkOutput : nullptr, *spectra);
+  try {
+    separateFrame(*engine, frames, locations, enableDebug ? checkOutput : nullptr, *spectra);
+  } catch (const std::exception& fault) {
+    reportEngineFault(*this, "MSNR", count, fault, frames, *engine);
+    throw;
+  }
 }

@@ -6,11 +6,13 @@
 
 #include "FrameConversion.h"
 #include "NodeFactory.h"
+#include "NodeReports.h"
 #include "TransferFunctionLoader.h"
 #include "bf/Fixed.h"
 #include "bf/GJ.h"
 #include "bf/GSS.h"
 #include "bf/LCMV.h"
+#include "host/family/FrozenNodeException.h"
 #include "net_types.h"
 
 namespace {
@@ -54,6 +56,7 @@ BeamForming::BeamForming(std::string nodeName, FD::ParameterSet params)
   }
 
   const BF::TransformFunctionDatabase database = loadDatabase();
+  warnOfOtherBins(*this, "BeamForming", tfConjFilename, database, length / 2 + 1);
   micLocations = database.micLocations;
   engine = makeEngine();
   engine->setTransformFunctionDatabase(database);
@@ -66,7 +69,7 @@ int BeamForming::translateInput(std::string inputName) {
     inputNoiseSourcesID = addInput(inputName);
     return inputNoiseSourcesID;
   }
-  throw new FD::NodeException(this, inputName + " is not supported.", SOURCE_FILE, __LINE__);
+  throw new FrozenNodeException(this, inputName + " is not supported.", SOURCE_FILE, __LINE__);
 }
 
 void BeamForming::readMethod() {
@@ -78,8 +81,8 @@ void BeamForming::readMethod() {
       {"GHDSS", BF::BF_ALGORITHM_GHDSS}};
   const auto method = METHODS.find(stringParameter("BF_METHOD"));
   if (method == METHODS.end()) {
-    throw new FD::NodeException(this, "Unexpected BeamForming:BF_METHOD is set.", SOURCE_FILE,
-                                __LINE__);
+    throw new FrozenNodeException(this, "Unexpected BeamForming:BF_METHOD is set.", SOURCE_FILE,
+                                  __LINE__);
   }
   bfMethod = method->second;
 }
@@ -87,8 +90,8 @@ void BeamForming::readMethod() {
 int BeamForming::readPositiveInt(const std::string& parameter) {
   const int value = FD::dereference_cast<int>(parameters.get(parameter));
   if (value <= 0) {
-    throw new FD::NodeException(this, "BeamForming:" + parameter + " is invalid value.",
-                                SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, "BeamForming:" + parameter + " is invalid value.",
+                                  SOURCE_FILE, __LINE__);
   }
   return value;
 }
@@ -96,12 +99,12 @@ int BeamForming::readPositiveInt(const std::string& parameter) {
 void BeamForming::readTransferFunctionSource() {
   const std::string mode = "DATABASE";
   if (mode != "DATABASE") {
-    throw new FD::NodeException(this, "Unexpected BeamForming:TF_CONJ is set.", SOURCE_FILE,
-                                __LINE__);
+    throw new FrozenNodeException(this, "Unexpected BeamForming:TF_CONJ is set.", SOURCE_FILE,
+                                  __LINE__);
   }
   if (!has("TF_CONJ_FILENAME")) {
-    throw new FD::NodeException(this, "BeamForming:TF_CONJ_FILENAME is not set.", SOURCE_FILE,
-                                __LINE__);
+    throw new FrozenNodeException(this, "BeamForming:TF_CONJ_FILENAME is not set.", SOURCE_FILE,
+                                  __LINE__);
   }
   tfConjFilename = stringParameter("TF_CONJ_FILENAME");
   tfConjMode = 1;
@@ -149,7 +152,7 @@ BF::TransformFunctionDatabase BeamForming::loadDatabase() {
   try {
     return loadTransferFunctions(tfConjFilename);
   } catch (const TransferFunctionFileError& error) {
-    throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
 
@@ -173,7 +176,7 @@ std::unique_ptr<BF::BF> BeamForming::makeEngine() {
       return std::make_unique<BF::GICA>(numFreq, samplingRate, speed, lcAdaptive, lcMu, ssAdaptive,
                                         ssMu, ssScale, static_cast<BF::NlFuncType>(nlFuncType));
     default:
-      throw new FD::NodeException(this, "Adapter not implemented.", SOURCE_FILE, __LINE__);
+      throw new FrozenNodeException(this, "Adapter not implemented.", SOURCE_FILE, __LINE__);
   }
 }
 
@@ -204,5 +207,10 @@ void BeamForming::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   }
   if (locations.empty()) return;
 
-  separateFrame(*engine, frames, locations, enableDebug ? checkOutput : nullptr, *spectra);
+  try {
+    separateFrame(*engine, frames, locations, enableDebug ? checkOutput : nullptr, *spectra);
+  } catch (const std::exception& fault) {
+    reportEngineFault(*this, "BeamForming", count, fault, frames, *engine);
+    throw;
+  }
 }

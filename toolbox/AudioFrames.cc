@@ -33,7 +33,7 @@ AudioFrames::AudioFrames(std::string nodeName, const FD::ParameterSet& params)
   try {
     reader = openReader();
   } catch (const Audio::AudioError& error) {
-    throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
 
@@ -57,7 +57,7 @@ void AudioFrames::reset() {
   try {
     reader = openReader();
   } catch (const Audio::AudioError& error) {
-    throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
 
@@ -77,7 +77,7 @@ void AudioFrames::calculate(int /*output_id*/, int count, FD::Buffer& /*out*/) {
   try {
     exists = reader->next();
   } catch (const Audio::AudioError& error) {
-    throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
   setOutput("OUTPUT", count, spectra(exists));
   setOutput("NOT_EOF", count, exists ? FD::TrueObject : FD::FalseObject);

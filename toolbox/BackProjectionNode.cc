@@ -38,7 +38,7 @@ BackProjection::BackProjection(std::string nodeName, const FD::ParameterSet& par
     }
     projection = Audio::BackProjection(bins, floatParameter("FORGETTING"));
   } catch (const Audio::AudioError& error) {
-    throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
 
@@ -50,7 +50,7 @@ void BackProjection::reset() {
 const std::complex<float>* BackProjection::checkedReference(const SpectrumMatrix& frames) {
   if (frames.nrows() <= static_cast<std::size_t>(reference) ||
       frames.ncols() != static_cast<std::size_t>(bins)) {
-    throw new FD::NodeException(
+    throw new FrozenNodeException(
         this,
         fmt::format("INPUT_FRAMES has {} microphones and {} bins, expected REFERENCE = {} or more "
                     "microphones and LENGTH/2+1 = {} bins.",
@@ -72,7 +72,7 @@ void BackProjection::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   for (const auto& [id, spectrum] : FD::object_cast<SpectrumMap>(mapRef)) {
     const auto& Y = FD::object_cast<SpectrumVector>(spectrum);
     if (Y.size() != static_cast<std::size_t>(bins)) {
-      throw new FD::NodeException(
+      throw new FrozenNodeException(
           this,
           fmt::format("The spectrum of source {} has {} bins, expected LENGTH/2+1 = {}.", id,
                       Y.size(), bins),

@@ -53,7 +53,7 @@ NoiseCorrelation::NoiseCorrelation(std::string nodeName, const FD::ParameterSet&
       fixedResult = result();
     }
   } catch (const Audio::AudioError& error) {
-    throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
 
@@ -111,10 +111,11 @@ void NoiseCorrelation::update(int count) {
         std::make_unique<Audio::NoiseCorrelation>(microphones, bins, floatParameter("FORGETTING"));
   }
   if (microphones != noise->microphones() || bins != noise->bins()) {
-    throw new FD::NodeException(this,
-                                fmt::format("A frame of {} x {} values follows frames of {} x {}.",
-                                            microphones, bins, noise->microphones(), noise->bins()),
-                                SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(
+        this,
+        fmt::format("A frame of {} x {} values follows frames of {} x {}.", microphones, bins,
+                    noise->microphones(), noise->bins()),
+        SOURCE_FILE, __LINE__);
   }
   if (pullIds("SOURCES", count).empty() && microphones > 0) noise->add(frame[0]);
 }

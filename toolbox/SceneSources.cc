@@ -45,7 +45,7 @@ SceneSources::SceneSources(std::string nodeName, const FD::ParameterSet& params)
     samplingRate = Audio::checkedSamplingRate(intParameter("SAMPLING_RATE"));
     scene = Audio::Scene::read(stringParameter("FILENAME"));
   } catch (const Audio::AudioError& error) {
-    throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
 

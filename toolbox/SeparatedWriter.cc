@@ -56,7 +56,7 @@ SeparatedWriter::SeparatedWriter(std::string nodeName, const FD::ParameterSet& p
   try {
     files = openFiles();
   } catch (const Audio::AudioError& error) {
-    throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
 
@@ -82,7 +82,7 @@ void SeparatedWriter::calculate(int /*output_id*/, int count, FD::Buffer& out) {
     out[count] = map;
   } catch (const Audio::AudioError& error) {
     files.reset();
-    throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   } catch (...) {
     // Whatever stops the run here, the files would end in the middle.
     files.reset();
@@ -92,8 +92,8 @@ void SeparatedWriter::calculate(int /*output_id*/, int count, FD::Buffer& out) {
 
 void SeparatedWriter::write(const SpectrumMap& map, int count) {
   if (!files) {
-    throw new FD::NodeException(this, "The files were given up after an earlier error.",
-                                SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, "The files were given up after an earlier error.",
+                                  SOURCE_FILE, __LINE__);
   }
   std::optional<std::set<int>> targets;
   if (isConnected("SOURCES")) targets = pullIds("SOURCES", count);
@@ -117,7 +117,7 @@ const std::complex<float>* SeparatedWriter::checkedSpectrum(int id, const FD::Ob
   const int length = intParameter("LENGTH");
   const auto bins = static_cast<std::size_t>(Audio::FrameLayout(length, length).bins());
   if (values.size() != bins) {
-    throw new FD::NodeException(
+    throw new FrozenNodeException(
         this,
         fmt::format("The spectrum of source {} has {} bins, expected LENGTH/2+1 = {}.", id,
                     values.size(), bins),
@@ -139,7 +139,7 @@ void SeparatedWriter::stop() {
     finish();
   } catch (const Audio::AudioError& error) {
     files.reset();
-    throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
 
@@ -161,7 +161,7 @@ void SeparatedWriter::reset() {
   try {
     files = openFiles();
   } catch (const Audio::AudioError& error) {
-    throw new FD::NodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
 

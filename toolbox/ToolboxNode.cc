@@ -29,7 +29,7 @@ int ToolboxNode::translateInput(std::string inputName) {
   for (const NodeSpec::Input& input : spec.inputs) {
     if (inputName == input.name) return addInput(inputName);
   }
-  throw new FD::NodeException(this, inputName + " is not supported.", "ToolboxNode.cc", __LINE__);
+  throw new FrozenNodeException(this, inputName + " is not supported.", "ToolboxNode.cc", __LINE__);
 }
 
 bool ToolboxNode::isConnected(const char* inputName) const {
@@ -39,8 +39,8 @@ bool ToolboxNode::isConnected(const char* inputName) const {
 
 FD::ObjectRef ToolboxNode::pull(const char* inputName, int count) {
   if (!isConnected(inputName)) {
-    throw new FD::NodeException(this, std::string(inputName) + " is not connected.",
-                                "ToolboxNode.cc", __LINE__);
+    throw new FrozenNodeException(this, std::string(inputName) + " is not connected.",
+                                  "ToolboxNode.cc", __LINE__);
   }
   return getInput(numberOf(inputName), count);
 }

@@ -11,6 +11,7 @@
 #include "NodeFactory.h"
 #include "Source.h"
 #include "Vector.h"
+#include "host/family/FrozenNodeException.h"
 #include "net_types.h"
 
 /// What travels between the nodes, per frame: spectra of all microphones (microphones × bins), one

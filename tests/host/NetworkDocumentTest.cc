@@ -71,6 +71,7 @@ TEST(NetworkDocument, ADocumentThatIsWrongIsRefusedWithThePlace) {
        "line 3: not well-formed XML: Start-end tags mismatch"},
       {"<html/>", "not a network document: the root element is 'html', expected 'Document'"},
       {"<Document><Network type='subnet'/></Document>", "element Network has no attribute 'name'"},
+      {"<Document>\n<Net/></Document>", "line 2: unknown element 'Net', expected Network or Note"},
       {"<Document>" + network("OTHER", COUNT + OUT) + "</Document>",
        "there is no network named 'MAIN'"},
       {document(COUNT + OUT, network("MAIN", COUNT + OUT)), "two networks are named 'MAIN'"},
@@ -134,13 +135,31 @@ TEST(NetworkDocument, AMainNetworkThatIsWrongIsRefusedWithThePlace) {
        "node 'c' (type Constant): Missing parameter: VALUE\nGiven parameters:"},
       {constant(parameter("VALUE", "int", "1") + parameter("VALUE", "int", "2")),
        "node 'c': parameter 'VALUE': is given twice"},
-      {thrower("standard") + OUT, "node 't' (type Thrower): broken, too"},
+      {COUNT + "\n<Links/>" + OUT,
+       "line 2: unknown element 'Links', expected Node, Link, ProbeLink, NetInput, NetOutput, "
+       "NetCondition or Note"},
+      {node("n", "NOP", "\n\n<Param/>") + OUT,
+       "node 'n': line 3: unknown element 'Param', expected Parameter or Note"},
+      {linked + "<Link from='n' output='OUTPUT' to='p' input='INPUT'><Point/></Link>" + OUT,
+       "line 1: unknown element 'Point', expected none in Link"},
+      {node("n", "NOP", "<Parameter name='P' type='int' value='1'><Value/></Parameter>") + OUT,
+       "node 'n': line 1: unknown element 'Value', expected none in Parameter"},
+      {thrower("standard") + OUT, "node 't' (type Thrower): std::runtime_error: broken, too"},
       {thrower("other") + OUT, "node 't' (type Thrower): unknown exception"},
   };
   for (const auto& [content, message] : cases) {
     EXPECT_EQ(run(document(content)), "test.n: network 'MAIN': " + message + "\n");
   }
 }
+
+#ifdef __SANITIZE_ADDRESS__
+// What a node's constructor throws is read when the node is gone, as in an installed FlowDesigner.
+TEST(NetworkDocumentDeathTest, AnExceptionThatIsNotFrozenIsFoundByTheSanitizer) {
+  const std::string thrower =
+      node("t", "Thrower", parameter("AT", "int", "-1") + parameter("KIND", "string", "framework"));
+  EXPECT_DEATH(run(document(thrower + OUT)), "heap-use-after-free");
+}
+#endif
 
 TEST(NetworkDocument, InclusionThatGrowsWithoutBoundsIsRefused) {
   std::string wide;
@@ -194,14 +213,14 @@ TEST(NetworkDocument, ArgumentsReachMainAndTheNetworksItPassesThemTo) {
             "test.n: network 'MAIN': node 'b': parameter 'VALUE': 'y' is not an int\n");
 }
 
-TEST(NetworkDocument, NotesPositionsAndLinkPointsMeanNothing) {
-  EXPECT_EQ(
-      run(document("<!-- c --><Note x='1'>free text</Note>" + COUNT +
-                       "<Node name='p' type='NOP' x='left' y='' colour='red'/>"
-                       "<Link from='n' output='OUTPUT' to='p' input='INPUT'>1 2 3.5 4</Link>" +
-                       bound("NetOutput", "p", "OUTPUT"),
-                   "<Note text='x'/>")),
-      "<Int 0 >\n");
+TEST(NetworkDocument, WhatAnEditorAddsMeansNothingAndItsLinksAreLinks) {
+  EXPECT_EQ(run(document("<!-- c --><Note x='1'>free text</Note>" + COUNT +
+                             "<Node name='p' type='NOP' x='left' y='' colour='red'/>"
+                             "<ProbeLink from='n' output='OUTPUT' to='p' input='INPUT'>1 2 3.5 4"
+                             "</ProbeLink>" +
+                             bound("NetOutput", "p", "OUTPUT"),
+                         "<Note text='x'><Line/></Note>")),
+            "<Int 0 >\n");
 }
 
 TEST(NetworkDocument, AnUnlinkedNetworkInputLeavesTheNodesInputUnlinked) {

@@ -23,7 +23,7 @@ TEST(ToolboxLoader, LooksWhereTheEnvironmentSays) {
   unsetenv("FLOWDESIGNER_HOME");
   unsetenv("FLOWDESIGNER_PATH");
   ASSERT_EQ(toolboxFolders().size(), 1u);
-  EXPECT_TRUE(fs::exists(toolboxFolders()[0].parent_path() / "libflow.so"));
+  EXPECT_TRUE(fs::exists(toolboxFolders()[0].parent_path() / "libzelk-flow.so"));
   EXPECT_EQ(toolboxFolders()[0].filename(), "toolbox");
 }
 

@@ -1,15 +1,13 @@
 #!/usr/bin/env bash
-# Builds and installs for an installed FlowDesigner. The bundled host stands in for it, under a prefix
-# of its own and without the two headers that FlowDesigner lacks. FOLDER is kept, for the next build is
-# quicker then.
-#   flowdesigner.sh CMAKE SOURCE LIBFLOW VERSION FOLDER
+# Builds and installs for an installed FlowDesigner, or what stands in for it. FOLDER is kept, for the next
+# build is quicker then.
+#   flowdesigner.sh CMAKE SOURCE VERSION FOLDER
 set -euo pipefail
-cmake=$1 source=$2 libflow=$3 version=$4 folder=$5
-mkdir -p "$folder/fd/include/flowdesigner" "$folder/fd/lib"
+cmake=$1 source=$2 version=$3 folder=$4
+mkdir -p "$folder"
 cd "$folder"
 rm -rf prefix
-cp -pu "$source"/host/*.h fd/include/flowdesigner
-cp -pu "$libflow" fd/lib
+bash "$source/tests/install/other-host.sh" "$source" "$folder/fd"
 
 "$cmake" -S "$source" -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DZELK_BUILD_TESTS=OFF \
   -DZELK_FLOWDESIGNER_ROOT="$folder/fd" -DCMAKE_INSTALL_PREFIX=/usr >log 2>&1 || { cat log; exit 1; }
@@ -26,7 +24,3 @@ lib/flowdesigner/toolbox/zelk-sss/zelk-sss.def
 lib/flowdesigner/toolbox/zelk-sss/zelk-sss.tlb
 share/doc/zelk-sss/copyright
 END
-
-"${CXX:-c++}" -std=c++20 "$source/tests/install/host.cc" -Ifd/include/flowdesigner \
-  -I"$source/host/family" -Lfd/lib -lflow -Wl,-rpath,"$folder/fd/lib" -o host
-./host prefix/lib/flowdesigner/toolbox/zelk-sss/zelk-{sss,audio}.tlb

@@ -1,24 +1,16 @@
-// A host that loads the plug-ins named by its arguments and looks for their node types.
-#include <dlfcn.h>
+// A host's runner: loads the plug-ins in the folders of the environment and runs a document.
+//   batch DOCUMENT [ARGUMENT …]
+#include <iostream>
+#include <string>
+#include <vector>
 
-#include <cstdio>
+#include "Runner.h"
+#include "ToolboxLoader.h"
 
-#include "Node.h"
-
-int main(int count, char** plugins) {
-  for (int i = 1; i < count; ++i) {
-    if (dlopen(plugins[i], RTLD_LAZY | RTLD_GLOBAL)) continue;
-    std::printf("%s\n", dlerror());
-    return 1;
+int main(int count, char** words) {
+  for (const auto& [path, reason] : FD::loadToolboxes().failed) {
+    std::cerr << path.string() << ": " << reason << "\n";
   }
-  const char* const types[] = {"BeamForming",    "ML",
-                               "MSNR",           "AudioFrames",
-                               "SceneSources",   "NoiseCorrelation",
-                               "BackProjection", "SeparatedWriter"};
-  for (const char* type : types) {
-    if (FD::Node::getFactoryNamed(type)) continue;
-    std::printf("no plug-in has the node type %s\n", type);
-    return 1;
-  }
-  return 0;
+  const std::vector<std::string> arguments(words + 2, words + count);
+  return FD::runNetworkFile(words[1], arguments, std::cout, std::cerr);
 }

@@ -30,6 +30,10 @@ while read -r file; do
     [[ $path == \$ORIGIN* ]] || fail "$file looks for libraries in $path"
   done
   missing=$(ldd "$file" | grep 'not found' || true)
+  if [[ $file == *.tlb ]]; then  # to be loaded where the host is
+    grep -qE 'RUNPATH|RPATH' <<<"$dynamic" && fail "$file would load without its host"
+    missing=$(LD_LIBRARY_PATH=$libdir/zelk-sss ldd "$file" | grep 'not found' || true)
+  fi
   [ -z "$missing" ] || fail "$file: $missing"
 done < <(find bin "$libdir" -type f)
 

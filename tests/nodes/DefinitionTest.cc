@@ -26,6 +26,7 @@ TEST_P(Definition, ListsWhatTheSourceKnows) {
 
   std::ifstream in(ZELK_NODES "/" + file);
   const std::string source{std::istreambuf_iterator<char>(in), {}};
+  EXPECT_EQ(source.find("new FD::NodeException"), std::string::npos) << "throw frozen ones";
   const std::regex literal("\"([A-Z_]{4,})\"");
   std::set<std::string> known;
   for (std::sregex_iterator i(source.begin(), source.end(), literal), end; i != end; ++i) {

@@ -267,12 +267,68 @@ TEST_F(SeparationNodes, NameWhatIsWrong) {
       EXPECT_THAT(thrown, HasSubstr((type == "BeamForming" ? "beamforming" : type) + ".cc, line "));
     }
   }
-  EXPECT_THROW(makeNode("MSNR", parameters("MSNR", {text("DECOMPOSITION_ALGORITHM", "SVD")})),
-               BF::InvalidStateException);
   for (const std::string type : {"BeamForming", "ML", "MSNR"}) {
     const NodePtr node = makeNode(type, parameters(type, {}));
     EXPECT_THAT(thrownText([&] { node->translateInput("INPUT"); }),
                 HasSubstr("INPUT is not supported."));
+  }
+}
+
+/// What action writes on standard error, and the class of the C++ exception that it throws.
+template <class Action>
+std::pair<std::string, std::string> reportOf(Action action) {
+  std::string thrown = "nothing";
+  testing::internal::CaptureStderr();
+  try {
+    action();
+  } catch (const std::exception& e) {
+    thrown = FD::typeName(typeid(e));
+  }
+  return {testing::internal::GetCapturedStderr(), thrown};
+}
+
+TEST_F(SeparationNodes, EngineExceptionsPassWithALineThatSaysWhatDoesNotFit) {
+  const std::string expected =
+      "; expected the same microphones everywhere and LENGTH/2+1 = 9 bins\n";
+  const std::string database = ", the database has 4 microphones and 9 bins";
+  const std::string noise = ", INPUT_NOISE_CM has 9 matrices of 3 x 3";
+  const std::string wide = "BF::IndexOutOfBoundException: the frame has 4 microphones and 10 bins";
+  const std::string narrow =
+      "BF::MatrixSizeMismatchException: the frame has 3 microphones and 9 bins";
+  const std::string before = ", the last frame before it had 4 microphones";
+  const struct {
+    const char* type;
+    int rows, columns;
+    std::string line;
+  } cases[] = {
+      {"BeamForming", 4, 10, wide + database + expected},
+      {"BeamForming", 3, 9, narrow + database + expected},
+      {"ML", 3, 9, narrow + database + noise + expected},
+      {"MSNR", 4, 10, wide + before + expected},
+      {"MSNR", 3, 9, narrow + before + expected},
+  };
+  for (const auto& [type, rows, columns, line] : cases) {
+    const FD::ObjectRef misfit(new Spectra(rows, columns));
+    Bench bench(type, parameters(type, {}));
+    bench.feed("INPUT_FRAMES", [&](int count) { return count == 0 ? mixture({}) : misfit; })
+        .feed("INPUT_SOURCES", sourceList({at(0, 7)}));
+    if (type == std::string("ML")) bench.feed("INPUT_NOISE_CM", whiteNoise(rows * rows));
+    bench.output(0);
+    const auto& [report, thrown] = reportOf([&] { bench.output(1); });
+    EXPECT_EQ(report, std::string("node 'node' (type ") + type + "), frame 1: " + line);
+    EXPECT_EQ(thrown, line.substr(0, line.find(": ")));
+  }
+  const auto construct = [&](const char* type, const Parameter& parameter) {
+    return reportOf([&] { makeNode(type, parameters(type, {parameter})); });
+  };
+  EXPECT_EQ(construct("MSNR", text("DECOMPOSITION_ALGORITHM", "SVD")),
+            std::pair(std::string("node 'node' (type MSNR): BF::InvalidStateException: "
+                                  "DECOMPOSITION_ALGORITHM is \"SVD\", expected GEVD or GSVD\n"),
+                      std::string("BF::InvalidStateException")));
+  for (const std::string type : {"BeamForming", "ML"}) {
+    EXPECT_EQ(construct(type.c_str(), number("LENGTH", 32)).first,
+              "node 'node' (type " + type + "): " + path +
+                  " has 9 bins, expected LENGTH/2+1 = 17 bins\n");
   }
 }
 
