@@ -13,16 +13,21 @@ speech=${ZELK_DEMO_SPEECH:-/usr/share/pocketsphinx/test/data}
 talkers=("$speech/librivox/sense_and_sensibility_01_austen_64kb-0870.wav" "$speech/cards/005.wav")
 methods=(DS WDS NULL ILSE LCMV GJ GICA)
 
+# shellcheck source=scripts/counted-build.sh
+source "$repository/scripts/counted-build.sh"
 say() { echo "demo.sh: $*" >&2; }
 
+# Tests and benchmarks, and what they need, are left to scripts/test.sh; a build that has them is used.
 build() {
   if [ -n "${ZELK_SSS:-}" ]; then return; fi
-  bash "$repository/scripts/deps.sh"
-  say "building"
-  (cd "$repository" && cmake --preset release >"$out/build.log" 2>&1 &&
-    cmake --build --preset release --target zelk-sss-cli zelk-sss zelk-audio >>"$out/build.log" 2>&1) ||
-    { tail -n 30 "$out/build.log" >&2; say "the build failed, see $out/build.log"; exit 1; }
-  ZELK_SSS=$repository/build/release/bin/zelk-sss
+  bash "$repository/scripts/deps.sh" --demo
+  local folder=$repository/build/release log=$out/build.log
+  say "building; the log is $log"
+  : >"$log"
+  { [ -e "$folder/build.ninja" ] || (cd "$repository" && cmake --preset command) >"$log" 2>&1; } &&
+    counted_build "$log" "$folder" ||
+    { tail -n 30 "$log" >&2; say "the build failed, see $log"; exit 1; }
+  ZELK_SSS=$folder/bin/zelk-sss
 }
 
 # separate ARRAY METHOD: by the command and, for the methods that need no step parameters, by the
@@ -91,6 +96,7 @@ for array in head ring; do
     >>"$out/$array/log.txt"
 done
 
+# The table is printed whole, not between the lines that say what is being done.
 {
   echo "                      SI-SDR (dB)       SI-SIR (dB)"
   echo "  method  talker   before    after   before    after  SI-SIR gain"
@@ -98,10 +104,11 @@ done
   table_of ring "ring of eight microphones, 5 cm radius, computed responses"
   echo "Before: the first microphone. After: the separated talker. Both against that talker alone at"
   echo "the first microphone, with a filter of 512 taps between the two allowed (zelk-sss score)."
-} | tee "$out/table.txt"
+} >"$out/table.txt"
 
 pictures_of head
 pictures_of ring
+cat "$out/table.txt"
 
 cat <<LISTEN
 

@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that libzelk-sss needs. This is the one list.
 #   scripts/deps.sh              what building, testing and the demonstration need
-#   scripts/deps.sh --bench      also what the benchmarks compare with
+#   scripts/deps.sh --build      only what building the command and the plug-ins needs
+#   scripts/deps.sh --demo       that and what the demonstration needs
+#   scripts/deps.sh --bench      as without an option, and what the benchmarks compare with
 #   scripts/deps.sh --package    also what the Debian packages and their check need
+#   scripts/deps.sh --bare       also what scripts/check-bare.sh needs
 #   scripts/deps.sh --docs       also what the API reference needs
 #   scripts/deps.sh --fuzz       also what fuzzing needs
 #   scripts/deps.sh --valgrind   also what scripts/valgrind.sh needs
@@ -10,31 +13,40 @@
 # Quick when everything is there. Uses sudo when not root. Without apt it prints the list and goes on.
 set -euo pipefail
 
-packages=(
+building=(
   # tools
-  g++ cmake ninja-build pkg-config git ca-certificates clang-format-14
+  g++ cmake ninja-build pkg-config
   # libraries
   libboost-dev libhwy-dev libnetcdf-dev libsndfile1-dev libkissfft-dev libsoxr-dev libpugixml-dev
   nlohmann-json3-dev libcli11-dev libfmt-dev librsvg2-dev libeigen3-dev
-  # tests and benchmarks
-  libgtest-dev libgmock-dev libbenchmark-dev
-  # measured responses and real speech for the demonstration
-  libmysofa1 pocketsphinx-testdata
 )
+# measured responses and real speech
+demonstration=(libmysofa1 pocketsphinx-testdata)
+development=(git ca-certificates clang-format-14 libgtest-dev libgmock-dev libbenchmark-dev)
 yardsticks=(libopenblas-dev liblapacke-dev)
 packaging=(dpkg-dev file lintian debootstrap)
+bare=(debootstrap ccache)
 docs=(doxygen)
 fuzzing=(clang-14 libclang-rt-14-dev)
 memory=(valgrind)
 extra=(clang-tidy-14)
 
+packages=("${building[@]}" "${demonstration[@]}" "${development[@]}")
 case "${1:-}" in
+  "") ;;
+  --build) packages=("${building[@]}") ;;
+  --demo) packages=("${building[@]}" "${demonstration[@]}") ;;
   --bench) packages+=("${yardsticks[@]}") ;;
   --package) packages+=("${packaging[@]}") ;;
+  --bare) packages+=("${bare[@]}") ;;
   --docs) packages+=("${docs[@]}") ;;
   --valgrind) packages+=("${memory[@]}") ;;
   --fuzz) packages+=("${fuzzing[@]}") ;;
-  --all) packages+=("${yardsticks[@]}" "${packaging[@]}" "${docs[@]}" "${fuzzing[@]}" "${memory[@]}" "${extra[@]}") ;;
+  --all)
+    packages+=("${yardsticks[@]}" "${packaging[@]}" "${bare[@]}" "${docs[@]}" "${fuzzing[@]}" "${memory[@]}"
+      "${extra[@]}")
+    ;;
+  *) echo "deps.sh: there is no option $1; its head lists them" >&2; exit 1 ;;
 esac
 
 if ! command -v apt-get >/dev/null 2>&1; then
@@ -51,8 +63,17 @@ done
 [ ${#missing[@]} -eq 0 ] && exit 0
 
 sudo=()
-[ "$(id -u)" -eq 0 ] || sudo=(sudo)
+if [ "$(id -u)" -ne 0 ]; then
+  command -v sudo >/dev/null || {
+    echo "deps.sh: packages are missing, and without sudo only root can install them. As root, run" >&2
+    echo "  apt-get update && apt-get install --no-install-recommends ${missing[*]}" >&2
+    echo "and then this again." >&2
+    exit 1
+  }
+  sudo=(sudo)
+fi
 echo "deps.sh: installing ${missing[*]}"
-export DEBIAN_FRONTEND=noninteractive
-"${sudo[@]}" apt-get update -qq
-"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+# sudo would drop a variable of this shell's.
+apt=("${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get)
+"${apt[@]}" update -qq
+"${apt[@]}" install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

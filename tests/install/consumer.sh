@@ -12,7 +12,7 @@ cp "$project/CMakeLists.txt" .
 (cd "$prefix/include/zelk-sss" && printf '#include "%s"\n' */*.h) >main.cc
 cat "$prefix/share/doc/zelk-sss/examples/engine.cc" >>main.cc
 
-configure() { "$cmake" -S . -B "$1" -DCMAKE_PREFIX_PATH="$prefix" -DWANTED_VERSION="$2" >log 2>&1; }
+configure() { "$cmake" -S . -B "$1" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" -DWANTED_VERSION="$2" >log 2>&1; }
 separates() {
   "$1" | tr '\n' ' ' | tee log |
     grep -qE '\[ (1\.000000[+-]0\.000000i ){3} (-?0\.000000\+2\.000000i ){3} \]' || { cat log; exit 1; }

@@ -19,8 +19,8 @@ for file in "$source"/host/*.cc; do as_other "$file" "source/${file##*/}"; done
 rm -f changed
 
 compile() { nice "${CXX:-c++}" -std=c++20 -O1 -Iinclude/flowdesigner -I"$source/host/family" "$@"; }
-if [ -n "$(find include source "$source/host/family" "$source/tests/install/host.cc" -newer bin/batch 2>&1)" ]; then
+if [ -n "$(find include source "$source/host/family" "$source/tests/install/batchflow.cc" -newer bin/batchflow 2>&1)" ]; then
   compile -shared -fPIC -Wl,-soname,libflow.so.0.10 source/*.cc -o lib/libflow.so.0.10 -lpugixml -lfmt
   ln -sf libflow.so.0.10 lib/libflow.so
-  compile "$source/tests/install/host.cc" -Llib -lflow -Wl,-rpath,"$folder/lib" -o bin/batch
+  compile "$source/tests/install/batchflow.cc" -Llib -lflow -Wl,-rpath,"$folder/lib" -o bin/batchflow
 fi

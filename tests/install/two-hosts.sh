@@ -7,7 +7,7 @@ folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder"
 command=$prefix/bin/zelk-sss examples=$prefix/share/doc/zelk-sss/examples
-ours=$prefix/$libdir/zelk-sss/toolbox theirs=$other/prefix/lib/flowdesigner/toolbox
+ours=$prefix/$libdir/zelk-sss/toolbox theirs=$other/fd/lib/flowdesigner/toolbox
 # expect FILE TEXT: a file holds a text.
 expect() {
   grep -qF -e "$2" "$1" && return
@@ -36,7 +36,7 @@ diff -r alone beside
 
 # The other host, with our plug-ins before its own.
 export FLOWDESIGNER_PATH=$ours:$theirs
-"$other/fd/bin/batch" "$examples/separate.n" "${arguments[@]}" there >log 2>&1 || expect log "status 0"
+"$other/fd/bin/batchflow" "$examples/separate.n" "${arguments[@]}" there >log 2>&1 || expect log "status 0"
 for plugin in zelk-sss zelk-audio; do
   expect log "$ours/$plugin.tlb: libzelk-flow.so: cannot open shared object file"
 done
@@ -44,6 +44,6 @@ diff -r alone there
 
 # What a node's constructor throws is reported there.
 status=0
-"$other/fd/bin/batch" "$examples/separate.n" "${arguments[@]/array.sofa/no.sofa}" nothing >log 2>&1 || status=$?
+"$other/fd/bin/batchflow" "$examples/separate.n" "${arguments[@]/array.sofa/no.sofa}" nothing >log 2>&1 || status=$?
 [ "$status" = 1 ] || expect log "status 1"
 expect log "Failed to open TF data file <no.sofa>."

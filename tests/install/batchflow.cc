@@ -1,5 +1,6 @@
-// A host's runner: loads the plug-ins in the folders of the environment and runs a document.
-//   batch DOCUMENT [ARGUMENT …]
+// The command of a stand-in for an installed FlowDesigner: loads the plug-ins in the folders of the
+// environment and runs a document.
+//   batchflow DOCUMENT [ARGUMENT …]
 #include <iostream>
 #include <string>
 #include <vector>
@@ -8,6 +9,7 @@
 #include "ToolboxLoader.h"
 
 int main(int count, char** words) {
+  if (count < 2) return 1;
   for (const auto& [path, reason] : FD::loadToolboxes().failed) {
     std::cerr << path.string() << ": " << reason << "\n";
   }
