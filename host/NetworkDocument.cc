@@ -14,6 +14,8 @@ namespace FD {
 
 namespace {
 
+constexpr std::size_t LARGEST_FILE = std::size_t{16} << 20;  // bytes
+
 /// Turns the elements of one XML document into descriptions; its messages say where it is.
 class DocumentReader {
  public:
@@ -145,15 +147,23 @@ class DocumentWriter {
 
 std::string readFile(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
+  std::string text;
+  char block[16384];
   // A folder opens like a file and fails only when read.
-  if (file && file.peek() != std::ifstream::traits_type::eof()) text << file.rdbuf();
+  while (file && text.size() <= LARGEST_FILE) {
+    file.read(block, sizeof block);
+    text.append(block, static_cast<std::size_t>(file.gcount()));
+  }
   if (!file.is_open() || file.bad() || std::filesystem::is_directory(path)) {
     const int reason = std::filesystem::is_directory(path) ? EISDIR : errno;
     throw DocumentError(
         fmt::format("{}: cannot be read: {}", path.string(), std::strerror(reason)));
   }
-  return text.str();
+  if (text.size() > LARGEST_FILE) {
+    throw DocumentError(fmt::format("{}: has more than {} bytes, expected at most that",
+                                    path.string(), LARGEST_FILE));
+  }
+  return text;
 }
 
 }  // namespace

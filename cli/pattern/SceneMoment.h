@@ -5,7 +5,7 @@
 #include "geometry/Location.h"
 #include "toolbox/core/Scene.h"
 
-/// The first time in seconds at which the most sources of a scene are active, noise sources
+/// The first time in seconds, from 0 on, at which the most sources of a scene are active, noise sources
 /// included.
 double fullestTime(const Audio::Scene& scene);
 

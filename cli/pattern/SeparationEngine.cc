@@ -10,6 +10,7 @@
 #include "bf/GJ.h"
 #include "bf/GSS.h"
 #include "bf/LCMV.h"
+#include "cli/Places.h"
 
 namespace {
 
@@ -47,12 +48,7 @@ std::unique_ptr<BF::BF> bareEngine(const std::string& method,
 
 BF::TransformFunctionDatabase databaseOf(const SofaFile& file) {
   BF::TransformFunctionDatabase database;
-  int id = 0;
-  // Single precision, as positions reach the separation; the choice of the nearest depends on it.
-  for (const SofaFile::Position& p : file.sourcePositions()) {
-    database.sourceLocations.emplace_back(static_cast<float>(p[0]), static_cast<float>(p[1]),
-                                          static_cast<float>(p[2]), id++, true);
-  }
+  database.sourceLocations = sourcesAsSeparated(file);
   for (const SofaFile::Position& p : file.receiverPositions()) {
     database.micLocations.emplace_back(static_cast<float>(p[0]), static_cast<float>(p[1]),
                                        static_cast<float>(p[2]));

@@ -21,6 +21,7 @@ NonFinite nonFiniteNamed(const std::string& name);
 
 struct AudioReaderOptions {
   std::string channels;   ///< "1-4,7"; empty: all (see selectedChannels)
+  std::string channelsName = "CHANNELS";  ///< what messages call them
   int samplingRate = 0;   ///< wanted rate in Hz; 0: the file's own
   bool resample = false;  ///< convert a file of another rate; false: refuse it
   NonFinite nonFinite = NonFinite::Zero;
