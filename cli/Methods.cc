@@ -50,12 +50,13 @@ Parameters gicaSteps() {
 std::vector<Method> makeMethods() {
   return {
       {"DS", "BeamForming", "one source in mild noise; never harms, gains little", {}},
-      {"WDS", "BeamForming", "like DS, weighted by how well each microphone hears the source",
-       {}},
-      {"NULL", "BeamForming",
+      {"WDS", "BeamForming", "like DS, weighted by how well each microphone hears the source", {}},
+      {"NULL",
+       "BeamForming",
        "known positions and a database that fits the room: nulls every other listed source",
        {}},
-      {"ILSE", "BeamForming",
+      {"ILSE",
+       "BeamForming",
        "like NULL, and still exact towards the source with more sources than microphones",
        {}},
       {"LCMV", "BeamForming",

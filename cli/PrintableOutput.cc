@@ -51,8 +51,8 @@ std::string printable(const std::string& text) {
 /// Takes a stream's place in front of its buffer until it is destroyed.
 class PrintableOutput::Filter : public std::streambuf {
  public:
-  explicit Filter(std::ostream& filteredStream)
-      : stream(filteredStream), target(filteredStream.rdbuf(this)) {}
+  Filter(std::ostream& filteredStream, bool takesLines)
+      : stream(filteredStream), target(filteredStream.rdbuf(this)), isOfLines(takesLines) {}
   Filter(const Filter&) = delete;
   Filter& operator=(const Filter&) = delete;
   ~Filter() override { stream.rdbuf(target); }
@@ -61,12 +61,15 @@ class PrintableOutput::Filter : public std::streambuf {
   int_type overflow(int_type c) override {
     const char character = traits_type::to_char_type(c);
     return c == traits_type::eof() || xsputn(&character, 1) == 1 ? traits_type::not_eof(c)
-                                                                : traits_type::eof();
+                                                                 : traits_type::eof();
   }
 
   // Texts come whole: a character's bytes are not spread over calls.
   std::streamsize xsputn(const char* text, std::streamsize count) override {
-    const std::string shown = printable({text, static_cast<std::size_t>(count)});
+    std::string shown = printable({text, static_cast<std::size_t>(count)});
+    for (std::size_t i = 0; isOfLines && i + 1 < shown.size(); ++i) {
+      if (shown[i] == '\n') shown.replace(i, 1, "\\x0A");
+    }
     const auto size = static_cast<std::streamsize>(shown.size());
     return target->sputn(shown.data(), size) == size ? count : 0;
   }
@@ -76,8 +79,10 @@ class PrintableOutput::Filter : public std::streambuf {
  private:
   std::ostream& stream;
   std::streambuf* target;
+  bool isOfLines;
 };
 
 PrintableOutput::PrintableOutput()
-    : output(std::make_unique<Filter>(std::cout)), errors(std::make_unique<Filter>(std::cerr)) {}
+    : output(std::make_unique<Filter>(std::cout, false)),
+      errors(std::make_unique<Filter>(std::cerr, true)) {}
 PrintableOutput::~PrintableOutput() = default;

@@ -9,7 +9,8 @@
 std::string printable(const std::string& text);
 
 /// While it lives, all that goes to std::cout and std::cerr passes through printable(), whoever
-/// writes it: the command, the nodes or the libraries.
+/// writes it: the command, the nodes or the libraries. On std::cerr a line feed within a text that
+/// is written in one piece counts as part of a name, too: messages are lines.
 class PrintableOutput {
  public:
   PrintableOutput();

@@ -10,23 +10,25 @@
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 
 #include "ParameterValue.h"
-#include "net_types.h"
 #include "cli/NetworkRun.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputFile.h"
 #include "cli/SeparationInputs.h"
 #include "cli/SeparationNetwork.h"
+#include "net_types.h"
 #include "toolbox/core/FrameLayout.h"
+#include "toolbox/core/SeparatedFiles.h"
 
 namespace {
 
 struct Options {
   SeparationSettings settings;
   std::string method = "NULL";
-  std::vector<std::string> parameters;  ///< NAME=VALUE
+  std::vector<std::string> parameters;    ///< NAME=VALUE
   std::vector<std::string> noiseOptions;  ///< those given that say how noise is learnt
   std::string projection = "auto";
   std::string halfFrameShift = "auto";
@@ -50,8 +52,7 @@ std::string checkedValue(const MethodParameter& parameter, const std::string& va
     const float number = FD::dereference_cast<float>(parsed);
     const NumberRange& range = parameter.range;
     if (!(number >= range.least && number <= range.most)) {
-      misuse(
-          fmt::format("--param {} is \"{}\", expected {}", parameter.name, value, range.text));
+      misuse(fmt::format("--param {} is \"{}\", expected {}", parameter.name, value, range.text));
     }
   }
   const std::vector<std::string>& choices = parameter.choices;
@@ -164,19 +165,13 @@ void printReport(const SeparationSettings& s, double seconds) {
 }
 
 /// Complains before the work starts, in the command's own words; the writer checks again.
-void refuseEarlierFiles(const SeparationSettings& s, const Audio::Scene& scene) {
-  std::vector<std::string> names = {"timeline.json"};
-  for (const Audio::SceneSource& source : scene.sources()) {
-    names.push_back(fmt::format("{}{}.wav", s.prefix, source.id));
-  }
-  for (const std::string& name : names) {
-    const std::filesystem::path path = std::filesystem::path(s.directory) / name;
-    std::error_code ignored;
-    if (!std::filesystem::exists(path, ignored)) continue;
-    throw OutputError(fmt::format(
-        "{}: exists already, expected no files of an earlier run (--force replaces them)",
-        path.string()));
-  }
+void refuseEarlierFiles(const SeparationSettings& s) {
+  std::error_code ignored;
+  if (!std::filesystem::is_directory(s.directory, ignored)) return;
+  const std::optional<std::string> found = Audio::earlierFile(s.directory, s.prefix);
+  if (!found) return;
+  throw OutputError(fmt::format(
+      "{}: exists already, expected no files of an earlier run (--force replaces them)", *found));
 }
 
 void separate(Options options) {
@@ -188,7 +183,7 @@ void separate(Options options) {
     std::cout << network.toXml();
     return;
   }
-  if (!s.overwrite) refuseEarlierFiles(s, inputs.scene);
+  if (!s.overwrite) refuseEarlierFiles(s);
   for (const std::string& warning : inputs.warnings) {
     std::cerr << "zelk-sss: " << warning << std::endl;
   }

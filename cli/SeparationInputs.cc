@@ -77,11 +77,11 @@ void checkFrames(const SeparationSettings& s) {
   }
 }
 
-/// Whether a frame lies wholly within a range of times and within the recording.
+/// Whether a frame lies wholly within a range of times and within the recording, but for rounding.
 bool holdsFrame(const SeparationSettings& s, const Audio::TimeRange& range, std::int64_t samples) {
   const Audio::FrameLayout layout(s.length, s.advance);
-  const double begin = std::max(0.0, range.begin * s.samplingRate);
-  const double end = std::min(static_cast<double>(samples), range.end * s.samplingRate);
+  const double begin = std::max(0.0, range.begin * s.samplingRate - 1e-3);
+  const double end = std::min(static_cast<double>(samples), range.end * s.samplingRate + 1e-3);
   if (end - begin < s.length) return false;
   const auto frame = static_cast<std::int64_t>(std::ceil((begin + s.length) / s.advance)) - 1;
   return static_cast<double>(layout.start(frame) + s.length) <= end;

@@ -249,11 +249,11 @@ void findSharedPositions(const SeparationPlan& plan, const std::vector<Moment>& 
     }
   }
   if (pairs.empty()) return;
-  warnings.push_back(fmt::format(
-      "{}: one response of {} serves {}{}: they cannot be separated; expected sources "
-      "further apart, or a denser database",
-      plan.settings.scene, plan.settings.database, first,
-      pairs.size() == 1 ? "" : fmt::format(" and {} more pairs", pairs.size() - 1)));
+  warnings.push_back(
+      fmt::format("{}: one response of {} serves {}{}: they cannot be separated; expected sources "
+                  "further apart, or a denser database",
+                  plan.settings.scene, plan.settings.database, first,
+                  pairs.size() == 1 ? "" : fmt::format(" and {} more pairs", pairs.size() - 1)));
 }
 
 /// Warns of sources that the microphones hardly tell apart over a band of frequencies.

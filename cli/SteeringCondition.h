@@ -9,7 +9,8 @@
 struct SingularBand {
   std::size_t first = 0;  ///< bin
   std::size_t last = 0;
-  double condition = 0.0;  ///< the largest within; infinite where the responses depend on each other
+  double condition =
+      0.0;  ///< the largest within; infinite where the responses depend on each other
 };
 
 /// Looks for bins k in which the steering matrix H(k), of a column for each of some positions, is

@@ -2,10 +2,12 @@
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <sstream>
 #include <string>
 
 #include "cli/MethodsCommand.h"
 #include "cli/MixCommand.h"
+#include "cli/NetworkRun.h"
 #include "cli/PrintableOutput.h"
 #include "cli/RunCommand.h"
 #include "cli/ScoreCommand.h"
@@ -24,6 +26,14 @@ constexpr int USAGE_ERROR = 2;
 int report(const std::string& text, int status) {
   std::cerr << "zelk-sss: " << text << std::endl;
   return status;
+}
+
+/// A run can fail in several nodes, a line each.
+int reportRun(const std::string& text) {
+  std::istringstream lines(text);
+  std::cerr << "zelk-sss: ";
+  for (std::string line; std::getline(lines, line);) std::cerr << line << std::endl;
+  return DATA_ERROR;
 }
 
 /// What is wrong with the command line. A word that was mistyped is missing elsewhere, too: it says
@@ -45,6 +55,8 @@ int run(CLI::App& app, int argc, char** argv) {
     // What --help and --version ask for comes this way too.
     if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(error);
     return report(misuse(app, error) + " (--help shows the usage)", USAGE_ERROR);
+  } catch (const RunError& error) {
+    return reportRun(error.what());
   } catch (const std::bad_alloc&) {
     return report("the files need more memory than there is", DATA_ERROR);
   } catch (const std::exception& error) {

@@ -53,9 +53,9 @@ std::pair<int, int> parseChannelItem(std::string_view item, const std::string& t
   int last = 0;
   const bool isRange = item.find('-') != std::string_view::npos;
   if (!parseNumber(left, first) || (isRange && !parseNumber(right, last))) {
-    throw AudioError(fmt::format(
-        "{} is \"{}\": found \"{}\", expected channel numbers from 1 such as \"1-4,7\"", name, text,
-        item));
+    throw AudioError(
+        fmt::format("{} is \"{}\": found \"{}\", expected channel numbers from 1 such as \"1-4,7\"",
+                    name, text, item));
   }
   return {first, isRange ? last : first};
 }

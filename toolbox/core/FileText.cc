@@ -27,8 +27,7 @@ std::string fileText(const std::string& path, std::size_t most) {
   for (; got > 0; got = std::fread(block, 1, sizeof block, file.get())) {
     text.append(block, got);
     if (text.size() <= most) continue;
-    throw AudioError(
-        fmt::format("{}: has more than {} bytes, expected at most that", path, most));
+    throw AudioError(fmt::format("{}: has more than {} bytes, expected at most that", path, most));
   }
   // A folder opens like a file and fails only when read.
   if (!file || std::ferror(file.get()) != 0) {

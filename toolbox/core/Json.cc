@@ -36,8 +36,8 @@ std::string reasonOf(const json::exception& error) {
   return shortened(printable(std::move(reason)), LONGEST_REASON);
 }
 
-/// Goes through a document and refuses what the parser lets pass. Not by the parser's own call-back,
-/// which looks at all elements before an element of a list, for each of them.
+/// Goes through a document and refuses what the parser lets pass. Not by the parser's own
+/// call-back, which looks at all elements before an element of a list, for each of them.
 class DocumentGuard : public nlohmann::json_sax<json> {
  public:
   bool null() override { return element(); }

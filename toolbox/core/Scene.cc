@@ -98,10 +98,9 @@ std::vector<SceneCrowd> Scene::crowds() const {
 
 void Scene::requireFewAtOnce(const std::string& name, bool inactiveAsNoise) const {
   const std::vector<SceneCrowd> all = crowds();
-  const SceneCrowd fullest =
-      *std::max_element(all.begin(), all.end(), [](const SceneCrowd& a, const SceneCrowd& b) {
-        return a.active < b.active;
-      });
+  const SceneCrowd fullest = *std::max_element(
+      all.begin(), all.end(),
+      [](const SceneCrowd& a, const SceneCrowd& b) { return a.active < b.active; });
   if (fullest.active > MOST_AT_ONCE) {
     throw AudioError(fmt::format("{}: {} sources are active at {:g} s, expected {} at most", name,
                                  fullest.active, fullest.time, MOST_AT_ONCE));
