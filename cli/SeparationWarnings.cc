@@ -115,8 +115,8 @@ void checkNoiseTimes(const SeparationPlan& plan, Warnings& warnings) {
   }
   if (heard.empty()) return;
   warnings.push_back(
-      fmt::format("--noise-from has times at which {} of {} sound, which ML learns to suppress "
-                  "then; expected times without them",
+      fmt::format("--noise-from overlaps the active times of {} in {}, which ML then learns to "
+                  "suppress; expected times of noise alone",
                   named(heard), s.scene));
 }
 
@@ -136,8 +136,8 @@ void checkPauses(const SeparationPlan& plan, Warnings& warnings) {
   }
   if (endless.empty()) return;
   warnings.push_back(
-      fmt::format("{}: {} of {} never pause, and MSNR learns in the pauses what is noise; expected "
-                  "\"active\" times with gaps, or another method",
+      fmt::format("{}: no pause of {} lies within {}, but MSNR learns in the pauses what is noise; "
+                  "expected \"active\" times with gaps, or another method",
                   s.scene, named(endless), s.recording));
 }
 
