@@ -108,7 +108,7 @@ AudioReader::Impl::Impl(std::string name, const AudioReaderOptions& given)
         fmt::format("{}: cannot be read as an audio file: {}", path, sf_strerror(nullptr)));
   }
   try {
-    channels = selectedChannels(options.channels, info.channels);
+    channels = selectedChannels(options.channels, info.channels, options.channelsName);
   } catch (const AudioError& error) {
     throw AudioError(fmt::format("{}: {}", path, error.what()));
   }

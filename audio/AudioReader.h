@@ -20,9 +20,10 @@ enum class NonFinite {
 NonFinite nonFiniteNamed(const std::string& name);
 
 struct AudioReaderOptions {
-  std::string channels;   ///< "1-4,7"; empty: all (see selectedChannels)
-  int samplingRate = 0;   ///< wanted rate in Hz; 0: the file's own
-  bool resample = false;  ///< convert a file of another rate; false: refuse it
+  std::string channels;                   ///< "1-4,7"; empty: all (see selectedChannels)
+  std::string channelsName = "CHANNELS";  ///< what messages call them
+  int samplingRate = 0;                   ///< wanted rate in Hz; 0: the file's own
+  bool resample = false;                  ///< convert a file of another rate; false: refuse it
   NonFinite nonFinite = NonFinite::Zero;
   /// Such samples that stand less than this many samples apart are reported together.
   std::int64_t reportGap = 16000;

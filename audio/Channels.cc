@@ -46,37 +46,39 @@ std::pair<std::string_view, std::string_view> splitAtDash(std::string_view text)
 }
 
 /// First and last channel of "4" or "1-4".
-std::pair<int, int> parseChannelItem(std::string_view item, const std::string& text) {
+std::pair<int, int> parseChannelItem(std::string_view item, const std::string& text,
+                                     const std::string& name) {
   const auto [left, right] = splitAtDash(item);
   int first = 0;
   int last = 0;
   const bool isRange = item.find('-') != std::string_view::npos;
   if (!parseNumber(left, first) || (isRange && !parseNumber(right, last))) {
-    throw AudioError(fmt::format(
-        "CHANNELS is \"{}\": found \"{}\", expected channel numbers from 1 such as \"1-4,7\"", text,
-        item));
+    throw AudioError(
+        fmt::format("{} is \"{}\": found \"{}\", expected channel numbers from 1 such as \"1-4,7\"",
+                    name, text, item));
   }
   return {first, isRange ? last : first};
 }
 
 }  // namespace
 
-std::vector<int> selectedChannels(const std::string& text, int fileChannels) {
+std::vector<int> selectedChannels(const std::string& text, int fileChannels,
+                                  const std::string& name) {
   std::vector<int> channels;
   if (trimmed(text).empty()) {
     for (int c = 0; c < fileChannels; ++c) channels.push_back(c);
     return channels;
   }
   for (const std::string_view item : splitAtCommas(text)) {
-    const auto [first, last] = parseChannelItem(item, text);
+    const auto [first, last] = parseChannelItem(item, text, name);
     if (first < 1 || last > fileChannels || first > last) {
       throw AudioError(
-          fmt::format("CHANNELS is \"{}\": \"{}\" does not fit a file whose channels are 1 to {}",
+          fmt::format("{} is \"{}\": \"{}\" does not fit a file whose channels are 1 to {}", name,
                       text, item, fileChannels));
     }
     for (int c = first; c <= last; ++c) {
       if (std::find(channels.begin(), channels.end(), c - 1) != channels.end()) {
-        throw AudioError(fmt::format("CHANNELS is \"{}\": channel {} is named twice", text, c));
+        throw AudioError(fmt::format("{} is \"{}\": channel {} is named twice", name, text, c));
       }
       channels.push_back(c - 1);
     }

@@ -19,12 +19,16 @@ struct FileCloser {
 
 }  // namespace
 
-std::string fileText(const std::string& path) {
+std::string fileText(const std::string& path, std::size_t most) {
   const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
   std::string text;
   char block[16384];
   std::size_t got = file ? std::fread(block, 1, sizeof block, file.get()) : 0;
-  for (; got > 0; got = std::fread(block, 1, sizeof block, file.get())) text.append(block, got);
+  for (; got > 0; got = std::fread(block, 1, sizeof block, file.get())) {
+    text.append(block, got);
+    if (text.size() <= most) continue;
+    throw AudioError(fmt::format("{}: has more than {} bytes, expected at most that", path, most));
+  }
   // A folder opens like a file and fails only when read.
   if (!file || std::ferror(file.get()) != 0) {
     throw AudioError(fmt::format("{}: cannot be read: {}", path, std::strerror(errno)));

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace Audio {
 
-/// The bytes of a whole file. Throws AudioError naming the file and why it cannot be read.
-std::string fileText(const std::string& path);
+/// The bytes of a whole file. Throws AudioError naming the file and why it cannot be read, or that
+/// it has more than `most` bytes.
+std::string fileText(const std::string& path, std::size_t most = SIZE_MAX);
 
 }  // namespace Audio

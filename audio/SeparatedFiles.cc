@@ -53,21 +53,25 @@ SeparatedFiles::SeparatedFiles(const SeparatedFilesOptions& given,
   if (!options.overwrite) refuseEarlierFiles();
 }
 
-void SeparatedFiles::refuseEarlierFiles() const {
+std::optional<std::string> earlierFile(const std::string& directory, const std::string& prefix) {
   std::vector<std::string> found;
   std::error_code error;
-  const fs::directory_iterator entries(options.directory, error);
+  const fs::directory_iterator entries(directory, error);
   if (error) {
-    throw AudioError(fmt::format("{}: cannot be listed: {}", options.directory, error.message()));
+    throw AudioError(fmt::format("{}: cannot be listed: {}", directory, error.message()));
   }
   for (const auto& entry : entries) {
     const std::string name = entry.path().filename().string();
-    if (name == TIMELINE || isSourceFile(name, options.prefix)) found.push_back(name);
+    if (name == TIMELINE || isSourceFile(name, prefix)) found.push_back(name);
   }
-  if (found.empty()) return;
-  throw AudioError(fmt::format(
-      "{}: exists already (set OVERWRITE to true to replace it)",
-      (fs::path(options.directory) / *std::min_element(found.begin(), found.end())).string()));
+  if (found.empty()) return std::nullopt;
+  return (fs::path(directory) / *std::min_element(found.begin(), found.end())).string();
+}
+
+void SeparatedFiles::refuseEarlierFiles() const {
+  const std::optional<std::string> found = earlierFile(options.directory, options.prefix);
+  if (!found) return;
+  throw AudioError(fmt::format("{}: exists already (set OVERWRITE to true to replace it)", *found));
 }
 
 std::string SeparatedFiles::pathOf(int id) const {

@@ -31,6 +31,10 @@ struct SeparatedFile {
   float peak = 0;              ///< largest modulus before clipping
 };
 
+/// The first file of an earlier run in a folder, timeline.json or <prefix><number>.wav, with the
+/// folder's name. Throws AudioError when the folder cannot be listed.
+std::optional<std::string> earlierFile(const std::string& directory, const std::string& prefix);
+
 /// Turns the spectra of separated sources into one WAV file per source, and "timeline.json" saying
 /// when each source was active.
 ///

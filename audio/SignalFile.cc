@@ -34,6 +34,7 @@ void checkSamples(const std::string& path, const std::vector<float>& samples) {
 Signal readSignal(const std::string& path, int channel) {
   Audio::AudioReaderOptions options;
   options.nonFinite = Audio::NonFinite::Keep;
+  options.channelsName = "--channel";
   std::vector<std::string> warnings;
   options.warn = [&](const std::string& text) { warnings.push_back(text); };
   if (Audio::channelsOf(path) > 1) options.channels = std::to_string(channel);

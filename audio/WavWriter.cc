@@ -234,4 +234,6 @@ std::int64_t WavWriter::clippedSamples() const { return impl->clipped; }
 std::int64_t WavWriter::nonFiniteSamples() const { return impl->nonFinite; }
 float WavWriter::peak() const { return impl->peak; }
 
+double decibelsOver(double peak) { return std::ceil(200.0 * std::log10(peak)) / 10.0; }
+
 }  // namespace Audio

@@ -56,4 +56,7 @@ class WavWriter {
   std::unique_ptr<Impl> impl;
 };
 
+/// By how many dB a peak lies above full scale, rounded up to tenths: lowered by so much it fits.
+double decibelsOver(double peak);
+
 }  // namespace Audio

@@ -12,7 +12,6 @@ void addMethodsCommand(CLI::App& app) {
     for (const Method& method : methods()) {
       std::cout << fmt::format("{:<5} {}\n", method.name, method.choose);
       for (const MethodParameter& parameter : method.parameters) {
-        if (parameter.defaultValue.empty()) continue;
         std::cout << fmt::format("      {} = {}: {}\n", parameter.name, parameter.defaultValue,
                                  parameter.meaning);
       }

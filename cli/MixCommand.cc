@@ -160,6 +160,12 @@ void mix(const MixOptions& options) {
     files.add(noisePath, microphoneNoise(values, *options.noiseLevel, options.seed));
   }
   files.finish(options.output);
+  if (files.peak() > 1.0F) {
+    note(fmt::format(
+        "{}: the peak is {:.3f} times full scale, which players and whole-number formats clip: it "
+        "fits with {:.1f} dB less, by --gain for the dry files and by the levels of noise",
+        options.output, files.peak(), Audio::decibelsOver(files.peak())));
+  }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "cli/MixFiles.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 
 MixFiles::MixFiles(std::size_t microphoneCount, int samplingRate, bool overwrite)
@@ -13,6 +14,12 @@ void MixFiles::add(const std::string& path, const std::vector<float>& image) {
   for (std::size_t n = 0; n < image.size(); ++n) mixture[n] += image[n];
   images.emplace_back(path, format, force);
   images.back().write(image.data(), image.size() / microphones);
+}
+
+float MixFiles::peak() const {
+  float largest = 0.0F;
+  for (const float sample : mixture) largest = std::max(largest, std::abs(sample));
+  return largest;
 }
 
 void MixFiles::finish(const std::string& path) {

@@ -19,6 +19,9 @@ class MixFiles {
   /// Samples of each microphone so far.
   std::size_t length() const { return mixture.size() / microphones; }
 
+  /// The mixture's largest modulus, 1 being full scale.
+  float peak() const;
+
   /// Writes the mixture, brings every image to its length with silence and names the files. Throws
   /// AudioError.
   void finish(const std::string& path);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -17,7 +18,8 @@ CLI::Validator numberCheck(const std::string& shownInHelp, const std::string& ex
                            const std::function<bool(double)>& isGood) {
   const auto check = [=](const std::string& text) -> std::string {
     double value = 0.0;
-    if (CLI::detail::lexical_cast(text, value) && isGood(value)) return {};
+    const bool isNumber = CLI::detail::lexical_cast(text, value) && std::isfinite(value);
+    if (isNumber && isGood(value)) return {};
     return fmt::format("\"{}\", expected {}", text, expected);
   };
   return {check, shownInHelp};

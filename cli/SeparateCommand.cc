@@ -10,22 +10,26 @@
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 
 #include "ParameterValue.h"
 #include "audio/OutputFile.h"
+#include "audio/SeparatedFiles.h"
 #include "cli/NetworkRun.h"
 #include "cli/OptionChecks.h"
 #include "cli/SeparationInputs.h"
 #include "cli/SeparationNetwork.h"
 #include "dsp/FrameLayout.h"
+#include "net_types.h"
 
 namespace {
 
 struct Options {
   SeparationSettings settings;
   std::string method = "NULL";
-  std::vector<std::string> parameters;  ///< NAME=VALUE
+  std::vector<std::string> parameters;    ///< NAME=VALUE
+  std::vector<std::string> noiseOptions;  ///< those given that say how noise is learnt
   std::string projection = "auto";
   std::string halfFrameShift = "auto";
   std::string inactiveAsNoise = "auto";
@@ -38,10 +42,18 @@ struct Options {
 
 /// The value as it came, if the parameter may have it.
 std::string checkedValue(const MethodParameter& parameter, const std::string& value) {
+  FD::ObjectRef parsed;
   try {
-    FD::parseValue(parameter.type, value);
+    parsed = FD::parseValue(parameter.type, value);
   } catch (const std::invalid_argument& error) {
     misuse(fmt::format("--param {} is \"{}\": {}", parameter.name, value, error.what()));
+  }
+  if (parameter.type == "float") {
+    const float number = FD::dereference_cast<float>(parsed);
+    const NumberRange& range = parameter.range;
+    if (!(number >= range.least && number <= range.most)) {
+      misuse(fmt::format("--param {} is \"{}\", expected {}", parameter.name, value, range.text));
+    }
   }
   const std::vector<std::string>& choices = parameter.choices;
   if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end()) {
@@ -61,6 +73,9 @@ void addMethodParameter(const std::string& assignment, SeparationSettings& setti
   std::string names;
   for (const MethodParameter& parameter : settings.method->parameters) {
     if (parameter.name == name) {
+      if (settings.methodParameters.contains(name)) {
+        misuse(fmt::format("--param names \"{}\" twice, expected it once", name));
+      }
       settings.methodParameters[name] = checkedValue(parameter, assignment.substr(equals + 1));
       return;
     }
@@ -68,6 +83,14 @@ void addMethodParameter(const std::string& assignment, SeparationSettings& setti
   }
   misuse(fmt::format("--param names \"{}\", expected a parameter of {}: {}", name,
                      settings.method->name, names.empty() ? "it has none" : names));
+}
+
+/// GICA's separation step may take its size from the constraint's.
+void refuseUnusedStep(const SeparationSettings& s) {
+  const auto chosen = s.methodParameters.find("GICA_SS_METHOD");
+  if (chosen == s.methodParameters.end() || chosen->second != "LC_MYU") return;
+  if (!s.methodParameters.contains("GICA_SS_MYU")) return;
+  misuse("--param GICA_SS_MYU is not used where GICA_SS_METHOD is LC_MYU, expected one of them");
 }
 
 /// Time ranges as the command line has them, 0:1.5,4:5, to the nodes' 0-1.5,4-5.
@@ -84,6 +107,7 @@ void applyMethod(Options& options) {
     misuse(error.what());
   }
   for (const std::string& assignment : options.parameters) addMethodParameter(assignment, s);
+  refuseUnusedStep(s);
   if (s.method->needsDatabase() && s.database.empty()) {
     misuse(fmt::format("--tf is missing: {} needs a transfer-function database", s.method->name));
   }
@@ -93,6 +117,13 @@ void applyMethod(Options& options) {
   }
   if (!s.noiseRanges.empty() && !s.noiseRecording.empty()) {
     misuse("--noise-from and --noise-recording exclude each other");
+  }
+  for (const std::string& option : options.noiseOptions) {
+    if (s.method->nodeType == "ML") continue;
+    misuse(fmt::format("{} serves ML, not {}", option, s.method->name));
+  }
+  if (!s.noiseChannels.empty() && s.noiseRecording.empty()) {
+    misuse("--noise-channels selects of a noise recording, expected --noise-recording, too");
   }
   s.noiseRanges = withDashes(s.noiseRanges);
   const auto chosen = [](const std::string& choice, bool automatic) {
@@ -134,19 +165,13 @@ void printReport(const SeparationSettings& s, double seconds) {
 }
 
 /// Complains before the work starts, in the command's own words; the writer checks again.
-void refuseEarlierFiles(const SeparationSettings& s, const Audio::Scene& scene) {
-  std::vector<std::string> names = {"timeline.json"};
-  for (const Audio::SceneSource& source : scene.sources()) {
-    names.push_back(fmt::format("{}{}.wav", s.prefix, source.id));
-  }
-  for (const std::string& name : names) {
-    const std::filesystem::path path = std::filesystem::path(s.directory) / name;
-    std::error_code ignored;
-    if (!std::filesystem::exists(path, ignored)) continue;
-    throw OutputError(fmt::format(
-        "{}: exists already, expected no files of an earlier run (--force replaces them)",
-        path.string()));
-  }
+void refuseEarlierFiles(const SeparationSettings& s) {
+  std::error_code ignored;
+  if (!std::filesystem::is_directory(s.directory, ignored)) return;
+  const std::optional<std::string> found = Audio::earlierFile(s.directory, s.prefix);
+  if (!found) return;
+  throw OutputError(fmt::format(
+      "{}: exists already, expected no files of an earlier run (--force replaces them)", *found));
 }
 
 void separate(Options options) {
@@ -158,7 +183,7 @@ void separate(Options options) {
     std::cout << network.toXml();
     return;
   }
-  if (!s.overwrite) refuseEarlierFiles(s, inputs.scene);
+  if (!s.overwrite) refuseEarlierFiles(s);
   for (const std::string& warning : inputs.warnings) {
     std::cerr << "zelk-sss: " << warning << std::endl;
   }
@@ -275,5 +300,11 @@ void addSeparateCommand(CLI::App& app) {
   command->add_flag("--print-network", options->printNetwork,
                     "Print the network document instead of running it");
   command->add_flag("--quiet", options->quiet, "No progress bar, no report");
-  command->callback([options] { separate(*options); });
+  command->callback([options, command] {
+    for (const char* name :
+         {"--noise-channels", "--noise-loading", "--noise-forgetting", "--noise-normalize"}) {
+      if (command->count(name) > 0) options->noiseOptions.emplace_back(name);
+    }
+    separate(*options);
+  });
 }

@@ -4,29 +4,19 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 
 #include "audio/AudioReader.h"
 #include "audio/Channels.h"
+#include "cli/SeparationWarnings.h"
 #include "dsp/AudioError.h"
 #include "dsp/FrameLayout.h"
+#include "dsp/OverlapAdder.h"
 #include "responses/DatabaseFile.h"
 #include "responses/Places.h"
 
 namespace {
 
 constexpr int DEFAULT_LENGTH = 512;
-
-/// A source further than this from the nearest response is separated badly.
-constexpr double WIDE_ANGLE = 10.0;  // degrees
-
-double degrees(double radians) { return radians * 180.0 / std::numbers::pi; }
-
-/// As the directions of a scene file.
-std::string directionOf(const Audio::Position& p) {
-  return fmt::format("azimuth {:.1f}, elevation {:.1f}, {:.2f} m", degrees(std::atan2(p.y, p.x)),
-                     degrees(std::atan2(p.z, std::hypot(p.x, p.y))), std::hypot(p.x, p.y, p.z));
-}
 
 /// Takes frame length and sampling rate from the database; they must agree with what was asked for.
 void takeLengthAndRate(SeparationSettings& s, const SofaFile& database) {
@@ -50,6 +40,7 @@ void takeLengthAndRate(SeparationSettings& s, const SofaFile& database) {
 int examineRecording(SeparationSettings& s, SeparationInputs& inputs) {
   Audio::AudioReaderOptions reading;
   reading.channels = s.channels;
+  reading.channelsName = "--channels";
   reading.warn = [](const std::string&) {};  // the network will warn
   const Audio::AudioReader reader(s.recording, reading);
   const int rate = reader.samplingRate();
@@ -70,11 +61,47 @@ int examineRecording(SeparationSettings& s, SeparationInputs& inputs) {
   return reader.channelCount();
 }
 
-/// Refuses times of noise that the recording does not have.
+/// Refuses what makes no frames, or frames that lose samples.
+void checkFrames(const SeparationSettings& s) {
+  if (s.advance > s.length) {
+    throw Audio::AudioError(fmt::format("--advance is {}, expected 1 to {}, the samples of a frame",
+                                        s.advance, s.length));
+  }
+  const Audio::FrameLayout layout(s.length, s.advance);
+  try {
+    const Audio::FrameSynthesizer check(layout, Audio::windowNamed(s.window), false);
+  } catch (const Audio::AudioError&) {  // speaks of a node's parameters
+    throw Audio::AudioError(fmt::format(
+        "--advance is {}, with which --window {} loses samples between the frames of {} samples; "
+        "expected {} or less",
+        s.advance, s.window, s.length, s.length / 2));
+  }
+}
+
+/// Whether a frame lies wholly within a range of times and within the recording, but for rounding.
+bool holdsFrame(const SeparationSettings& s, const Audio::TimeRange& range, std::int64_t samples) {
+  const Audio::FrameLayout layout(s.length, s.advance);
+  const double begin = std::max(0.0, range.begin * s.samplingRate - 1e-3);
+  const double end = std::min(static_cast<double>(samples), range.end * s.samplingRate + 1e-3);
+  if (end - begin < s.length) return false;
+  const auto frame = static_cast<std::int64_t>(std::ceil((begin + s.length) / s.advance)) - 1;
+  return static_cast<double>(layout.start(frame) + s.length) <= end;
+}
+
+/// Refuses times of noise that the recording does not have, or that hold no frame.
 void checkNoiseRanges(const SeparationSettings& s, const SeparationInputs& inputs) {
   if (s.noiseRanges.empty() || !inputs.samples) return;
   const double duration = static_cast<double>(*inputs.samples) / s.samplingRate;
-  for (const Audio::TimeRange& range : Audio::parseTimeRanges(s.noiseRanges)) {
+  const std::vector<Audio::TimeRange> ranges = Audio::parseTimeRanges(s.noiseRanges);
+  if (std::none_of(ranges.begin(), ranges.end(), [&](const Audio::TimeRange& range) {
+        return range.begin >= duration || holdsFrame(s, range, *inputs.samples);
+      })) {
+    throw Audio::AudioError(
+        fmt::format("--noise-from holds no whole frame of {} samples ({:.4f} s) of {}, expected a "
+                    "longer time",
+                    s.length, static_cast<double>(s.length) / s.samplingRate, s.recording));
+  }
+  for (const Audio::TimeRange& range : ranges) {
     if (range.begin < duration) continue;
     throw Audio::AudioError(
         fmt::format("--noise-from has {}:{} s, expected times within {}, which lasts {:.2f} s",
@@ -82,73 +109,30 @@ void checkNoiseRanges(const SeparationSettings& s, const SeparationInputs& input
   }
 }
 
-std::vector<Audio::SceneSource> allSources(const Audio::Scene& scene) {
-  std::vector<Audio::SceneSource> all = scene.sources();
-  all.insert(all.end(), scene.noiseSources().begin(), scene.noiseSources().end());
-  return all;
-}
-
-/// Notes which response serves each source, and warns where none is near.
-void compareWithDatabase(const SeparationSettings& s, const SofaFile& database,
-                         SeparationInputs& inputs) {
-  for (const Audio::SceneSource& source : allSources(inputs.scene)) {
-    for (const Audio::TrackPoint& point : source.track) {
-      const Audio::Position wanted = source.positionAt(point.t);
-      const Audio::Position found = placeOf(database, nearestSource(database, wanted));
-      const double angle = angleBetween(wanted, found);
-      if (source.track.size() == 1) {
-        inputs.notes.push_back(fmt::format("source {} at {}: nearest response at {}", source.id,
-                                           directionOf(wanted), directionOf(found)));
-      }
-      if (angle <= WIDE_ANGLE) continue;
-      inputs.warnings.push_back(fmt::format(
-          "{}: source {} at {}: the nearest response in {} is {:.0f} degrees away, at {}; expected "
-          "one within {:.0f} degrees",
-          s.scene, source.id, directionOf(wanted), s.database, angle, directionOf(found),
-          WIDE_ANGLE));
-    }
+/// Refuses a recording of noise that the frames of the recording cannot be compared with.
+void examineNoiseRecording(const SeparationSettings& s, int microphones) {
+  if (s.noiseRecording.empty()) return;
+  Audio::AudioReaderOptions reading;
+  reading.channels = s.noiseChannels.empty() ? s.channels : s.noiseChannels;
+  reading.channelsName = s.noiseChannels.empty() ? "--channels" : "--noise-channels";
+  reading.warn = [](const std::string&) {};  // the network will warn
+  const Audio::AudioReader reader(s.noiseRecording, reading);
+  if (reader.channelCount() != microphones) {
+    throw Audio::AudioError(
+        fmt::format("--noise-recording: {} gives {} channels, expected {} as {} (--noise-channels "
+                    "selects)",
+                    s.noiseRecording, reader.channelCount(), microphones, s.recording));
   }
-}
-
-/// Warns when more sources are active at once than microphones can keep apart.
-void countSources(const SeparationSettings& s, int microphones, SeparationInputs& inputs) {
-  const std::vector<Audio::SceneSource> sources = allSources(inputs.scene);
-  std::vector<double> begins = {0.0};
-  for (const Audio::SceneSource& source : sources) {
-    for (const Audio::TimeRange& range : source.active) {
-      begins.push_back(std::max(0.0, range.begin));
-    }
-  }
-  std::sort(begins.begin(), begins.end());
-  for (const double t : begins) {
-    const auto active = std::count_if(sources.begin(), sources.end(),
-                                      [t](const auto& source) { return source.isActive(t); });
-    if (active <= microphones) continue;
-    inputs.warnings.push_back(fmt::format(
-        "{}: {} sources are active at {:.2f} s, expected no more than the {} microphones, which "
-        "cannot keep more apart",
-        s.scene, active, t, microphones));
-    return;
-  }
-}
-
-/// Warns of sources that the recording is too short for.
-void findAbsentSources(const SeparationSettings& s, SeparationInputs& inputs) {
-  if (!inputs.samples) return;
-  const double duration = static_cast<double>(*inputs.samples) / s.samplingRate;
-  for (const Audio::SceneSource& source : inputs.scene.sources()) {
-    const bool sounds = std::any_of(
-        source.active.begin(), source.active.end(),
-        [duration](const auto& range) { return range.begin < duration && range.end > 0.0; });
-    if (source.always || sounds) continue;
-    inputs.warnings.push_back(fmt::format(
-        "{}: source {} is never active in the {:.2f} s of {}, expected \"active\" times "
-        "within them; it gets no file",
-        s.scene, source.id, duration, s.recording));
+  if (reader.samplingRate() != s.samplingRate && !s.resample) {
+    throw Audio::AudioError(fmt::format(
+        "--noise-recording: the sampling rate of {} is {} Hz, expected {} Hz (--resample converts "
+        "it)",
+        s.noiseRecording, reader.samplingRate(), s.samplingRate));
   }
 }
 
 void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
+  scene.requireFewAtOnce(s.scene, s.inactiveAsNoise);
   if (scene.sources().empty()) {
     throw Audio::AudioError(fmt::format("{}: /sources: found none, expected one or more", s.scene));
   }
@@ -174,19 +158,19 @@ SeparationInputs examineInputs(SeparationSettings& s) {
   if (s.method->needsDatabase()) takeLengthAndRate(s, database.emplace(s.database));
   if (s.length == 0) s.length = DEFAULT_LENGTH;
   if (s.advance == 0) s.advance = std::max(1, s.length / 4);
-  Audio::FrameLayout(s.length, s.advance);  // refuses what makes no frames
-
+  checkFrames(s);
   const int microphones = examineRecording(s, inputs);
+  examineNoiseRecording(s, microphones);
   checkNoiseRanges(s, inputs);
-  countSources(s, microphones, inputs);
-  findAbsentSources(s, inputs);
-  if (!database) return inputs;
-  if (database->receivers() != static_cast<std::size_t>(microphones)) {
+  if (database && database->receivers() != static_cast<std::size_t>(microphones)) {
     throw Audio::AudioError(fmt::format(
         "{}: gives {} channels, expected {}, a channel for each microphone of {} (--channels "
         "selects)",
         s.recording, microphones, database->receivers(), s.database));
   }
-  compareWithDatabase(s, *database, inputs);
+  SeparationPlan plan{s, inputs.scene, microphones, std::nullopt, database ? &*database : nullptr};
+  if (inputs.samples) plan.duration = static_cast<double>(*inputs.samples) / s.samplingRate;
+  inputs.notes = nearestResponses(plan);
+  inputs.warnings = separationWarnings(plan);
   return inputs;
 }

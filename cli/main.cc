@@ -2,16 +2,20 @@
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <sstream>
 #include <string>
 
 #include "cli/MethodsCommand.h"
 #include "cli/MixCommand.h"
+#include "cli/NetworkRun.h"
 #include "cli/PatternCommand.h"
+#include "cli/PrintableOutput.h"
 #include "cli/RunCommand.h"
 #include "cli/ScoreCommand.h"
 #include "cli/SeparateCommand.h"
 #include "cli/SpectrogramCommand.h"
 #include "cli/StopSignals.h"
+#include "cli/Suggestions.h"
 #include "cli/TfdbCommands.h"
 
 namespace {
@@ -24,6 +28,25 @@ int report(const std::string& text, int status) {
   return status;
 }
 
+/// A run can fail in several nodes, a line each.
+int reportRun(const std::string& text) {
+  std::istringstream lines(text);
+  std::cerr << "zelk-sss: ";
+  for (std::string line; std::getline(lines, line);) std::cerr << line << std::endl;
+  return DATA_ERROR;
+}
+
+/// What is wrong with the command line. A word that was mistyped is missing elsewhere, too: it says
+/// more than what is missing.
+std::string misuse(const CLI::App& app, const CLI::ParseError& error) {
+  const auto code = static_cast<CLI::ExitCodes>(error.get_exit_code());
+  std::string unexpected;
+  if (code == CLI::ExitCodes::ExtrasError || code == CLI::ExitCodes::RequiredError) {
+    unexpected = unexpectedArguments(app);
+  }
+  return unexpected.empty() ? error.what() : unexpected;
+}
+
 /// Parses the command line; the sub-command it names runs in doing so.
 int run(CLI::App& app, int argc, char** argv) {
   try {
@@ -31,7 +54,9 @@ int run(CLI::App& app, int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     // What --help and --version ask for comes this way too.
     if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(error);
-    return report(std::string(error.what()) + " (--help shows the usage)", USAGE_ERROR);
+    return report(misuse(app, error) + " (--help shows the usage)", USAGE_ERROR);
+  } catch (const RunError& error) {
+    return reportRun(error.what());
   } catch (const std::bad_alloc&) {
     return report("the files need more memory than there is", DATA_ERROR);
   } catch (const std::exception& error) {
@@ -50,6 +75,7 @@ int run(CLI::App& app, int argc, char** argv) {
 
 // What run() does not catch are faults in the options' declarations themselves.
 int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
+  const PrintableOutput printable;
   // A file at the size limit is to fail like one on a full disk, with a message.
   std::signal(SIGXFSZ, SIG_IGN);
   removeUnfinishedFilesOnSignals();

@@ -7,10 +7,13 @@
 
 namespace {
 
+/// Also in single precision, as they reach the separation.
 void requireFinite(const std::vector<Audio::PlacedSource>& placed) {
   for (const Audio::PlacedSource& source : placed) {
     const Audio::Position& p = source.position;
-    require(std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z), "positions are finite");
+    const float distance =
+        std::hypot(static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z));
+    require(distance < 2e6F, "positions are within reach");
   }
 }
 
@@ -25,8 +28,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       const auto noise = scene.noiseAt(t, true);
       requireFinite(targets);
       requireFinite(noise);
+      require(targets.size() + scene.noiseAt(t, false).size() <= Audio::Scene::MOST_AT_ONCE,
+              "no more sources at once than the limit");
       require(targets.size() + noise.size() >= scene.sources().size(),
               "a target is either active or noise");
+    }
+    double before = -1.0;
+    for (const Audio::SceneCrowd& crowd : scene.crowds()) {
+      require(crowd.time > before, "crowds are in order");
+      const std::size_t there =
+          scene.targetsAt(crowd.time).size() + scene.noiseAt(crowd.time, false).size();
+      require(there == crowd.active, "crowds count who is there");
+      before = crowd.time;
     }
   } catch (const Audio::AudioError& error) {
     require(isShowable(error.what()), "messages are showable");

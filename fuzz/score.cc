@@ -3,8 +3,8 @@
 #include <cmath>
 #include <vector>
 
-#include "scoring/ScoreMetrics.h"
 #include "fuzz/Fuzzing.h"
+#include "scoring/ScoreMetrics.h"
 
 namespace {
 

@@ -15,6 +15,8 @@ inline namespace zelk {
 
 namespace {
 
+constexpr std::size_t LARGEST_FILE = std::size_t{16} << 20;  // bytes
+
 /// The number of the line with the character at this place, from 1.
 std::ptrdiff_t lineAt(const std::string& text, std::ptrdiff_t offset) {
   return 1 + std::count(text.begin(), text.begin() + std::min(offset, std::ssize(text)), '\n');
@@ -187,15 +189,23 @@ class DocumentWriter {
 
 std::string readFile(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
+  std::string text;
+  char block[16384];
   // A folder opens like a file and fails only when read.
-  if (file && file.peek() != std::ifstream::traits_type::eof()) text << file.rdbuf();
+  while (file && text.size() <= LARGEST_FILE) {
+    file.read(block, sizeof block);
+    text.append(block, static_cast<std::size_t>(file.gcount()));
+  }
   if (!file.is_open() || file.bad() || std::filesystem::is_directory(path)) {
     const int reason = std::filesystem::is_directory(path) ? EISDIR : errno;
     throw DocumentError(
         fmt::format("{}: cannot be read: {}", path.string(), std::strerror(reason)));
   }
-  return text.str();
+  if (text.size() > LARGEST_FILE) {
+    throw DocumentError(fmt::format("{}: has more than {} bytes, expected at most that",
+                                    path.string(), LARGEST_FILE));
+  }
+  return text;
 }
 
 }  // namespace

@@ -42,6 +42,7 @@ std::vector<Spectrogram> readSpectrograms(const std::string& path, const std::st
   const Audio::FrameLayout layout(frames.length, frames.advance);
   const int fileChannels = Audio::channelsOf(path);
   Audio::AudioReaderOptions options;
+  options.channelsName = "--channel";
   if (fileChannels > 1) options.channels = channels;
   Audio::FrameReader reader(Audio::AudioReader(path, options), layout, Audio::WindowType::Hann);
   const std::vector<int> numbers = Audio::selectedChannels(options.channels, fileChannels);

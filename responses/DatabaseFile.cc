@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "responses/Places.h"
+
 void requireDatabase(const SofaFile& file) {
   if (!file.isTransferFunctions()) {
     throw SofaError(
@@ -24,12 +26,7 @@ void requireDatabase(const SofaFile& file) {
 
 BF::TransformFunctionDatabase databaseOf(const SofaFile& file) {
   BF::TransformFunctionDatabase database;
-  int id = 0;
-  // Single precision, as positions reach the separation; the choice of the nearest depends on it.
-  for (const SofaFile::Position& p : file.sourcePositions()) {
-    database.sourceLocations.emplace_back(static_cast<float>(p[0]), static_cast<float>(p[1]),
-                                          static_cast<float>(p[2]), id++, true);
-  }
+  database.sourceLocations = sourcesAsSeparated(file);
   for (const SofaFile::Position& p : file.receiverPositions()) {
     database.micLocations.emplace_back(static_cast<float>(p[0]), static_cast<float>(p[1]),
                                        static_cast<float>(p[2]));

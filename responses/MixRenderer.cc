@@ -12,21 +12,11 @@ namespace {
 constexpr double RAMP = 0.005;   // seconds
 constexpr double BLOCK = 0.010;  // seconds
 
-/// Active ranges from time 0 on, in order, those that touch or overlap made one.
-std::vector<Audio::TimeRange> merged(std::vector<Audio::TimeRange> ranges) {
-  std::sort(ranges.begin(), ranges.end(),
-            [](const auto& a, const auto& b) { return a.begin < b.begin; });
-  std::vector<Audio::TimeRange> result;
-  for (Audio::TimeRange& range : ranges) {
-    if (range.end <= 0.0) continue;
-    range.begin = std::max(0.0, range.begin);
-    if (!result.empty() && range.begin <= result.back().end) {
-      result.back().end = std::max(result.back().end, range.end);
-    } else {
-      result.push_back(range);
-    }
-  }
-  return result;
+/// Active ranges from time 0 on.
+std::vector<Audio::TimeRange> fromZero(std::vector<Audio::TimeRange> ranges) {
+  std::erase_if(ranges, [](const auto& range) { return range.end <= 0.0; });
+  if (!ranges.empty()) ranges.front().begin = std::max(0.0, ranges.front().begin);
+  return ranges;
 }
 
 /// A ramp's value x seconds from the side where it is 0: ½ − ½ · cos(πx / RAMP).
@@ -43,7 +33,7 @@ std::size_t sampleAt(double seconds, double rate, std::size_t limit) {
 
 /// Where a source's first dry sample stands, in samples.
 std::size_t firstSample(const Audio::SceneSource& source, double rate) {
-  const std::vector<Audio::TimeRange> ranges = merged(source.active);
+  const std::vector<Audio::TimeRange> ranges = fromZero(source.active);
   return source.always || ranges.empty() ? 0 : sampleAt(ranges.front().begin, rate, SIZE_MAX);
 }
 
@@ -61,7 +51,7 @@ std::vector<double> MixRenderer::emitted(const Audio::SceneSource& source,
   const std::size_t first = firstSample(source, rate);
   std::vector<double> signal(dry.size());
   std::size_t last = first;
-  for (const Audio::TimeRange& range : merged(source.active)) {
+  for (const Audio::TimeRange& range : fromZero(source.active)) {
     const std::size_t end = sampleAt(range.end, rate, first + dry.size());
     for (std::size_t n = sampleAt(range.begin, rate, first + dry.size()); n < end; ++n) {
       const double t = static_cast<double>(n) / rate;

@@ -11,18 +11,28 @@ double angleBetween(const Audio::Position& a, const Audio::Position& b) {
   return std::acos(std::clamp(cosine, -1.0, 1.0)) * 180.0 / std::numbers::pi;
 }
 
-std::size_t nearestSource(const SofaFile& file, const Audio::Position& point) {
-  const auto& all = file.sourcePositions();
-  const auto distance = [&](const SofaFile::Position& p) {
-    return std::hypot(p[0] - point.x, p[1] - point.y, p[2] - point.z);
-  };
-  const auto found = std::min_element(all.begin(), all.end(), [&](const auto& a, const auto& b) {
-    return distance(a) < distance(b);
-  });
-  return static_cast<std::size_t>(found - all.begin());
+BF::SourceLocation asSeparated(const Audio::Position& point, int id, bool isTarget) {
+  return {static_cast<float>(point.x), static_cast<float>(point.y), static_cast<float>(point.z), id,
+          isTarget};
 }
 
-Audio::Position placeOf(const SofaFile& file, std::size_t number) {
-  const SofaFile::Position& p = file.sourcePositions()[number];
+std::vector<BF::SourceLocation> sourcesAsSeparated(const SofaFile& file) {
+  std::vector<BF::SourceLocation> sources;
+  int id = 0;
+  for (const SofaFile::Position& p : file.sourcePositions()) {
+    sources.push_back(asSeparated({p[0], p[1], p[2]}, id++, true));
+  }
+  return sources;
+}
+
+MeasuredPlaces::MeasuredPlaces(const SofaFile& file)
+    : grid{sourcesAsSeparated(file), {}, {}}, places(file.sourcePositions()) {}
+
+std::size_t MeasuredPlaces::nearest(const Audio::Position& point) const {
+  return static_cast<std::size_t>(grid.findNearestSourceIndex(asSeparated(point, 0, true)));
+}
+
+Audio::Position MeasuredPlaces::place(std::size_t number) const {
+  const SofaFile::Position& p = places.at(number);
   return {p[0], p[1], p[2]};
 }

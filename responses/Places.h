@@ -1,16 +1,33 @@
 #pragma once
 
 #include <cstddef>
+#include <vector>
 
 #include "fileio/SofaFile.h"
+#include "geometry/TransformFunctionDatabase.h"
 #include "scene/Scene.h"
 
 /// The angle between two places seen from the origin, in degrees; 0 if one of them is there.
 double angleBetween(const Audio::Position& a, const Audio::Position& b);
 
-/// A file's source position with the least distance to a point, as its number from 0; of equals the
-/// first, as the separation chooses.
-std::size_t nearestSource(const SofaFile& file, const Audio::Position& point);
+/// A source as the separation has it: coordinates reach it in single precision, on which the choice
+/// between two positions that are about equally near depends.
+BF::SourceLocation asSeparated(const Audio::Position& point, int id, bool isTarget);
 
-/// The place of a source position.
-Audio::Position placeOf(const SofaFile& file, std::size_t number);
+/// A file's source positions as the separation has them, with their numbers from 0 as ids.
+std::vector<BF::SourceLocation> sourcesAsSeparated(const SofaFile& file);
+
+/// The source positions of a file, and the choice between them that the separation makes.
+class MeasuredPlaces {
+ public:
+  explicit MeasuredPlaces(const SofaFile& file);
+
+  /// The position with the least distance to a point, as its number from 0; of equals the first.
+  std::size_t nearest(const Audio::Position& point) const;
+
+  Audio::Position place(std::size_t number) const;
+
+ private:
+  BF::TransformFunctionDatabase grid;  // without responses
+  std::vector<SofaFile::Position> places;
+};

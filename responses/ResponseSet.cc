@@ -41,7 +41,7 @@ std::vector<double> delayed(const float* h, std::size_t length, double delay) {
 }  // namespace
 
 ResponseSet::ResponseSet(const std::string& path, const Reverberation& roomTail)
-    : file(path), tail(roomTail) {
+    : file(path), places(file), tail(roomTail) {
   rate = static_cast<int>(std::lround(file.samplingRate()));
   if (rate < 1 || std::abs(file.samplingRate() - rate) > 1e-3) {
     throw SofaError(fmt::format("{}: the sampling rate is {} Hz, expected a whole number", path,
@@ -97,11 +97,11 @@ void ResponseSet::readImpulseResponses() {
 }
 
 std::size_t ResponseSet::nearest(const Audio::Position& point) const {
-  return nearestSource(file, point);
+  return places.nearest(point);
 }
 
 Audio::Position ResponseSet::position(std::size_t measurement) const {
-  return placeOf(file, measurement);
+  return places.place(measurement);
 }
 
 std::vector<double> ResponseSet::response(std::size_t measurement, std::size_t r) const {

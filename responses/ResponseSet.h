@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "fileio/SofaFile.h"
+#include "responses/Places.h"
 #include "responses/Reverberation.h"
 #include "scene/Scene.h"
 
@@ -21,7 +22,7 @@ class ResponseSet {
   std::size_t microphones() const { return file.receivers(); }
   std::size_t measurements() const { return file.measurements(); }
 
-  /// The measured position with the least distance to a point, as its number from 0.
+  /// The measured position that the separation takes for a point, as its number from 0.
   std::size_t nearest(const Audio::Position& point) const;
   Audio::Position position(std::size_t measurement) const;
 
@@ -40,6 +41,7 @@ class ResponseSet {
   void readImpulseResponses();
 
   SofaFile file;
+  MeasuredPlaces places;
   Reverberation tail;
   int rate = 0;
   std::size_t samples = 0;  // of an impulse response without delay

@@ -1,9 +1,14 @@
 #include "scene/Scene.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <map>
 #include <numbers>
+
+#include "dsp/AudioError.h"
 
 namespace Audio {
 
@@ -41,14 +46,17 @@ Position Direction::position() const {
 }
 
 bool SceneSource::isActive(double t) const {
-  return always || std::any_of(active.begin(), active.end(), [t](const TimeRange& range) {
-           return range.begin <= t && t < range.end;
-         });
+  if (always) return true;
+  const auto later =
+      std::upper_bound(active.begin(), active.end(), t,
+                       [](double time, const TimeRange& range) { return time < range.begin; });
+  return later != active.begin() && t < (later - 1)->end;
 }
 
 Position SceneSource::positionAt(double t) const {
-  const auto later = std::find_if(track.begin(), track.end(),
-                                  [t](const TrackPoint& point) { return point.t > t; });
+  const auto later =
+      std::upper_bound(track.begin(), track.end(), t,
+                       [](double time, const TrackPoint& point) { return time < point.t; });
   if (later == track.begin()) return track.front().position;
   if (later == track.end()) return track.back().position;
   return interpolated(*(later - 1), *later, t);
@@ -65,6 +73,44 @@ std::vector<PlacedSource> Scene::noiseAt(double t, bool inactiveAsNoise) const {
   appendPlaced(noises, t, true, placed);
   if (inactiveAsNoise) appendPlaced(targets, t, false, placed);
   return placed;
+}
+
+std::vector<SceneCrowd> Scene::crowds() const {
+  std::map<double, std::ptrdiff_t> changes = {{0.0, 0}};
+  for (const auto* list : {&targets, &noises}) {
+    for (const SceneSource& source : *list) {
+      if (source.always) ++changes[0.0];
+      for (const TimeRange& range : source.active) {
+        if (range.end <= 0.0) continue;
+        ++changes[std::max(0.0, range.begin)];
+        --changes[range.end];
+      }
+    }
+  }
+  std::vector<SceneCrowd> result;
+  std::ptrdiff_t active = 0;
+  for (const auto& [time, change] : changes) {
+    active += change;
+    if (change != 0 || result.empty()) result.push_back({time, static_cast<std::size_t>(active)});
+  }
+  return result;
+}
+
+void Scene::requireFewAtOnce(const std::string& name, bool inactiveAsNoise) const {
+  const std::vector<SceneCrowd> all = crowds();
+  const SceneCrowd fullest = *std::max_element(
+      all.begin(), all.end(),
+      [](const SceneCrowd& a, const SceneCrowd& b) { return a.active < b.active; });
+  if (fullest.active > MOST_AT_ONCE) {
+    throw AudioError(fmt::format("{}: {} sources are active at {:g} s, expected {} at most", name,
+                                 fullest.active, fullest.time, MOST_AT_ONCE));
+  }
+  if (inactiveAsNoise && targets.size() > MOST_AT_ONCE) {
+    throw AudioError(
+        fmt::format("{}: has {} sources, all of which count as noise while they are silent, "
+                    "expected {} at most",
+                    name, targets.size(), MOST_AT_ONCE));
+  }
 }
 
 }  // namespace Audio

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -37,7 +38,7 @@ struct SceneSource {
   int id = 0;
   std::vector<TrackPoint> track;  ///< one point at least, times strictly increasing
   bool always = true;             ///< no "active" was given
-  std::vector<TimeRange> active;
+  std::vector<TimeRange> active;  ///< in order; they neither overlap nor touch
 
   /// Whether t (seconds) lies in one of the active ranges: begin ≤ t < end.
   bool isActive(double t) const;
@@ -46,6 +47,12 @@ struct SceneSource {
   /// elevation and distance change evenly; else the point moves along a straight line. Before the
   /// first point and after the last one the source stays there.
   Position positionAt(double t) const;
+};
+
+/// How many sources are active from a time in seconds on.
+struct SceneCrowd {
+  double time = 0;
+  std::size_t active = 0;
 };
 
 /// A source's place at one time.
@@ -61,8 +68,13 @@ struct PlacedSource {
 ///             "position": [x, y, z]
 ///             "track": [{"t": seconds, and a direction or position as above}, …]
 ///           optional "active": [[begin, end], …] in seconds; absent: always
+/// Angles, metres and coordinates lie within ±10⁶, times within ±10⁹ s. No more than MOST_AT_ONCE
+/// sources are active at once, noise sources included.
 class Scene {
  public:
+  static constexpr std::size_t MOST_AT_ONCE = 256;
+  static constexpr std::size_t LARGEST_FILE = std::size_t{64} << 20;  ///< bytes
+
   /// Reads a scene file. Throws AudioError naming the file, the place in it (such as
   /// /sources/0/azimuth), what stands there and what was expected.
   static Scene read(const std::string& path);
@@ -79,6 +91,14 @@ class Scene {
   /// Noise sources that are active at time t; with inactiveAsNoise, the targets that are not active
   /// then follow.
   std::vector<PlacedSource> noiseAt(double t, bool inactiveAsNoise) const;
+
+  /// How many sources are active, noise sources included: from time 0 on, and from each later time
+  /// at which that changes, in order.
+  std::vector<SceneCrowd> crowds() const;
+
+  /// Throws AudioError, naming the file, when more than MOST_AT_ONCE sources are listed at a time:
+  /// those that are active and, with inactiveAsNoise, all other targets.
+  void requireFewAtOnce(const std::string& name, bool inactiveAsNoise) const;
 
  private:
   std::vector<SceneSource> targets;

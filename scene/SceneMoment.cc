@@ -1,33 +1,25 @@
 #include "scene/SceneMoment.h"
 
 #include <algorithm>
-#include <cstddef>
+
+#include "responses/Places.h"
 
 namespace {
 
 void append(const std::vector<Audio::PlacedSource>& placed, bool isTarget,
             std::vector<BF::SourceLocation>& sources) {
-  // Single precision, as positions reach the separation.
   for (const Audio::PlacedSource& source : placed) {
-    const Audio::Position& p = source.position;
-    sources.emplace_back(static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z),
-                         source.id, isTarget);
+    sources.push_back(asSeparated(source.position, source.id, isTarget));
   }
 }
 
 }  // namespace
 
 double fullestTime(const Audio::Scene& scene) {
-  std::vector<double> begins = {0.0};
-  for (const auto* list : {&scene.sources(), &scene.noiseSources()}) {
-    for (const Audio::SceneSource& source : *list) {
-      for (const Audio::TimeRange& range : source.active) begins.push_back(range.begin);
-    }
-  }
-  std::sort(begins.begin(), begins.end());
-  return *std::max_element(begins.begin(), begins.end(), [&](double a, double b) {
-    return sourcesAt(scene, a).size() < sourcesAt(scene, b).size();
-  });
+  const std::vector<Audio::SceneCrowd> crowds = scene.crowds();
+  return std::max_element(crowds.begin(), crowds.end(),
+                          [](const auto& a, const auto& b) { return a.active < b.active; })
+      ->time;
 }
 
 std::vector<BF::SourceLocation> sourcesAt(const Audio::Scene& scene, double time) {

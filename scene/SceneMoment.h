@@ -5,8 +5,8 @@
 #include "geometry/Location.h"
 #include "scene/Scene.h"
 
-/// The first time in seconds at which the most sources of a scene are active, noise sources
-/// included.
+/// The first time in seconds, from 0 on, at which the most sources of a scene are active, noise
+/// sources included.
 double fullestTime(const Audio::Scene& scene);
 
 /// The sources that are active at a time, as the separation lists them: targets, then noise.

@@ -23,6 +23,8 @@ namespace {
 
 using nlohmann::json;
 
+constexpr double LARGEST = 1e6;  // degrees or metres; beyond it single precision loses the place
+
 /// A value of the document and where it stands, for messages.
 class Place {
  public:
@@ -60,10 +62,15 @@ class Place {
     }
   }
 
-  double number(const std::string& expected) const {
+  /// A number within ±most.
+  double number(const std::string& expected, double most) const {
     if (!value->is_number()) refuse(expected);
-    return value->get<double>();
+    const auto x = value->get<double>();
+    if (!(std::abs(x) <= most)) refuse(expected);
+    return x;
   }
+
+  double seconds() const { return number("a time in seconds, within ±1e9", 1e9); }
 
  private:
   static std::string joined(const std::vector<std::string>& keys) {
@@ -85,21 +92,20 @@ int parseId(const Place& place) {
 
 Position parsePosition(const Place& place) {
   if (!place->is_array() || place->size() != 3) place.refuse("[x, y, z] in metres");
-  const char* const expected = "a coordinate in metres";
-  return {place.at(std::size_t{0}).number(expected), place.at(1).number(expected),
-          place.at(2).number(expected)};
+  const auto coordinate = [&](std::size_t i) {
+    return place.at(i).number("a coordinate in metres, within ±1e6", LARGEST);
+  };
+  return {coordinate(0), coordinate(1), coordinate(2)};
 }
 
 double parseElevation(const Place& place) {
   const char* const expected = "degrees from -90 to 90";
-  const double elevation = place.number(expected);
-  if (std::abs(elevation) > 90) place.refuse(expected);
-  return elevation;
+  return place.number(expected, 90);
 }
 
 double parseDistance(const Place& place) {
-  const char* const expected = "a distance above 0 in metres";
-  const double distance = place.number(expected);
+  const char* const expected = "a distance above 0 in metres, up to 1e6";
+  const double distance = place.number(expected, LARGEST);
   if (distance <= 0) place.refuse(expected);
   return distance;
 }
@@ -122,7 +128,7 @@ TrackPoint parsePoint(const Place& place) {
     return point;
   }
   if (!place->contains("azimuth")) place.refuse("no key \"azimuth\"", "one");
-  point.direction.azimuth = place.at("azimuth").number("degrees");
+  point.direction.azimuth = place.at("azimuth").number("degrees, within ±1e6", LARGEST);
   if (place->contains("elevation")) {
     point.direction.elevation = parseElevation(place.at("elevation"));
   }
@@ -138,13 +144,28 @@ std::vector<TrackPoint> parseTrack(const Place& place) {
     const Place entry = place.at(i);
     entry.checkKeys({"t"}, {"azimuth", "elevation", "distance", "position"});
     TrackPoint point = parsePoint(entry);
-    point.t = entry.at("t").number("a time in seconds");
+    point.t = entry.at("t").seconds();
     if (!track.empty() && point.t <= track.back().t) {
       entry.at("t").refuse(fmt::format("a time after the previous point's {}", track.back().t));
     }
     track.push_back(point);
   }
   return track;
+}
+
+/// The ranges in order, those that touch or overlap made one.
+std::vector<TimeRange> merged(std::vector<TimeRange> ranges) {
+  std::sort(ranges.begin(), ranges.end(),
+            [](const TimeRange& a, const TimeRange& b) { return a.begin < b.begin; });
+  std::vector<TimeRange> result;
+  for (const TimeRange& range : ranges) {
+    if (!result.empty() && range.begin <= result.back().end) {
+      result.back().end = std::max(result.back().end, range.end);
+    } else {
+      result.push_back(range);
+    }
+  }
+  return result;
 }
 
 std::vector<TimeRange> parseActive(const Place& place) {
@@ -154,12 +175,11 @@ std::vector<TimeRange> parseActive(const Place& place) {
   for (std::size_t i = 0; i < place->size(); ++i) {
     const Place entry = place.at(i);
     if (!entry->is_array() || entry->size() != 2) entry.refuse(expected);
-    const TimeRange range{entry.at(std::size_t{0}).number("seconds"),
-                          entry.at(1).number("seconds")};
+    const TimeRange range{entry.at(std::size_t{0}).seconds(), entry.at(1).seconds()};
     if (range.begin >= range.end) entry.refuse(expected);
     active.push_back(range);
   }
-  return active;
+  return merged(std::move(active));
 }
 
 SceneSource parseSource(const Place& place) {
@@ -203,7 +223,7 @@ json parseDocument(const std::string& text, const std::string& name) {
 
 }  // namespace
 
-Scene Scene::read(const std::string& path) { return parse(fileText(path), path); }
+Scene Scene::read(const std::string& path) { return parse(fileText(path, LARGEST_FILE), path); }
 
 Scene Scene::parse(const std::string& text, const std::string& name) {
   const json document = parseDocument(text, name);
@@ -213,6 +233,7 @@ Scene Scene::parse(const std::string& text, const std::string& name) {
   Scene scene;
   scene.targets = parseSources(root.at("sources"), idPlaces);
   if (document.contains("noise")) scene.noises = parseSources(root.at("noise"), idPlaces);
+  scene.requireFewAtOnce(name, false);
   return scene;
 }
 

@@ -3,11 +3,16 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <limits>
 #include <stdexcept>
 
 namespace {
 
 using Parameters = std::vector<MethodParameter>;
+
+constexpr float LARGEST = std::numeric_limits<float>::max();
+constexpr NumberRange NOT_NEGATIVE = {0.0F, LARGEST, "0 or more"};
+constexpr NumberRange POSITIVE = {std::numeric_limits<float>::min(), LARGEST, "a number above 0"};
 
 /// The steps' defaults are the command's own: with them a few seconds of speech suffice.
 Parameters constraintStep(const std::string& prefix, const std::string& size) {
@@ -16,8 +21,12 @@ Parameters constraintStep(const std::string& prefix, const std::string& size) {
            "ADAPTIVE",
            "ADAPTIVE: the step follows the signal's power; FIX: the step is " + prefix + "_LC_MYU",
            {"FIX", "ADAPTIVE"}},
-          {prefix + "_LC_MYU", "float", size,
-           "step size, or its multiplier when adaptive; larger learns faster, less cleanly"}};
+          {prefix + "_LC_MYU",
+           "float",
+           size,
+           "step size, or its multiplier when adaptive; larger learns faster, less cleanly",
+           {},
+           NOT_NEGATIVE}};
 }
 
 Parameters gicaSteps() {
@@ -27,46 +36,55 @@ Parameters gicaSteps() {
        "ADAPTIVE",
        "separation step: ADAPTIVE, FIX, or LC_MYU (fixed, of the size GICA_LC_MYU)",
        {"FIX", "LC_MYU", "ADAPTIVE"}},
-      {"GICA_SS_MYU", "float", "0.1", "separation step size, or its multiplier when adaptive"},
-      {"GICA_SS_SCAL", "float", "0.1", "scale of the outputs inside the tanh"}};
+      {"GICA_SS_MYU",
+       "float",
+       "0.1",
+       "separation step size, or its multiplier when adaptive",
+       {},
+       NOT_NEGATIVE},
+      {"GICA_SS_SCAL", "float", "0.1", "scale of the outputs inside the tanh", {}, POSITIVE}};
   for (const MethodParameter& parameter : constraintStep("GICA", "0.1")) steps.push_back(parameter);
   return steps;
 }
 
-/// The methods of the node BeamForming have one parameter in common, after their own.
-Parameters beamForming(Parameters parameters) {
-  parameters.push_back({"INITW_FILENAME", "string", "",
-                        "file of initial separation matrices; accepted, but not read yet"});
-  return parameters;
-}
-
 std::vector<Method> makeMethods() {
   return {
-      {"DS", "BeamForming", "one source in mild noise; never harms, gains little", beamForming({})},
-      {"WDS", "BeamForming", "like DS, weighted by how well each microphone hears the source",
-       beamForming({})},
-      {"NULL", "BeamForming",
+      {"DS", "BeamForming", "one source in mild noise; never harms, gains little", {}},
+      {"WDS", "BeamForming", "like DS, weighted by how well each microphone hears the source", {}},
+      {"NULL",
+       "BeamForming",
        "known positions and a database that fits the room: nulls every other listed source",
-       beamForming({})},
-      {"ILSE", "BeamForming",
+       {}},
+      {"ILSE",
+       "BeamForming",
        "like NULL, and still exact towards the source with more sources than microphones",
-       beamForming({})},
+       {}},
       {"LCMV", "BeamForming",
        "unlisted interference: lowers the output power, keeps the source; adapts over seconds",
-       beamForming(constraintStep("LCMV", "0.2"))},
+       constraintStep("LCMV", "0.2")},
       {"GJ", "BeamForming", "the same aim by a sidelobe canceller; forgets at every source change",
-       beamForming(constraintStep("GJ", "0.2"))},
+       constraintStep("GJ", "0.2")},
       {"GICA", "BeamForming",
        "several talkers at known positions, a database that fits roughly; adapts over seconds",
-       beamForming(gicaSteps())},
+       gicaSteps()},
       {"ML",
        "ML",
        "steady noise whose statistics can be measured (--noise-from)",
-       {{"REG_FACTOR", "float", "0.01", "regularisation, relative to the noise matrix's norm"}}},
+       {{"REG_FACTOR",
+         "float",
+         "0.01",
+         "regularisation, relative to the noise matrix's norm",
+         {},
+         NOT_NEGATIVE}}},
       {"MSNR",
        "MSNR",
        "no database: learns from when each source is active and when it is silent",
-       {{"ALPHA", "float", "0.99", "forgetting factor of the statistics, per frame"},
+       {{"ALPHA",
+         "float",
+         "0.99",
+         "forgetting factor of the statistics, per frame",
+         {},
+         {0.0F, 1.0F, "0 to 1"}},
         {"DECOMPOSITION_ALGORITHM", "string", "GEVD", "GEVD or GSVD", {"GEVD", "GSVD"}}}},
   };
 }

@@ -3,6 +3,13 @@
 #include <string>
 #include <vector>
 
+/// What a number may be.
+struct NumberRange {
+  float least = 0.0F;
+  float most = 0.0F;
+  const char* text = "";  ///< for messages, after "expected"
+};
+
 /// A parameter of a separation node that a method reads.
 struct MethodParameter {
   std::string name;
@@ -10,6 +17,7 @@ struct MethodParameter {
   std::string defaultValue;  ///< what the command sets when it is not asked otherwise
   std::string meaning;
   std::vector<std::string> choices = {};  ///< the texts it may have; empty: any of its type
+  NumberRange range = {};                 ///< of a "float"
 };
 
 /// A way of separating, as the command offers it.
@@ -20,6 +28,12 @@ struct Method {
   std::vector<MethodParameter> parameters;
 
   bool needsDatabase() const { return nodeType != "MSNR"; }
+
+  /// Whether the matrices solve for all sources at once, which sources that the microphones hardly
+  /// tell apart make nearly singular.
+  bool solvesForSources() const {
+    return nodeType == "BeamForming" && name != "DS" && name != "WDS";
+  }
 };
 
 /// Every method, in the order they are listed to users.

@@ -44,6 +44,7 @@ SceneSources::SceneSources(std::string nodeName, const FD::ParameterSet& params)
     layout = Audio::FrameLayout(intParameter("LENGTH"), intParameter("ADVANCE"));
     samplingRate = Audio::checkedSamplingRate(intParameter("SAMPLING_RATE"));
     scene = Audio::Scene::read(stringParameter("FILENAME"));
+    scene.requireFewAtOnce(stringParameter("FILENAME"), inactiveAsNoise);
   } catch (const Audio::AudioError& error) {
     throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }

@@ -22,9 +22,10 @@ const char* const SOURCE_FILE = "SeparatedWriter.cc";
 void reportFaults(const Audio::SeparatedFile& file) {
   if (file.clipped > 0) {
     std::cerr << fmt::format(
-                     "SeparatedWriter: {}: {} samples were clipped; the largest was {:.3f} times "
-                     "full scale",
-                     file.path, file.clipped, file.peak)
+                     "SeparatedWriter: {}: {} samples were clipped; the largest was {:.4g} times "
+                     "full scale: a recording softer by {:.1f} dB would fit, and the format FLOAT "
+                     "keeps them",
+                     file.path, file.clipped, file.peak, Audio::decibelsOver(file.peak))
               << std::endl;
   }
   if (file.nonFinite > 0) {

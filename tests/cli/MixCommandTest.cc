@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <numbers>
@@ -27,7 +28,7 @@ class MixCommand : public Talkers {
 };
 
 TEST_F(MixCommand, TheMixtureIsTheSumOfTheImages) {
-  const CommandRun run = mix("--noise-level -40 --diffuse-level -30 --seed 5");
+  const CommandRun run = mix("--gain -20 -20 -20 --noise-level -40 --diffuse-level -30 --seed 5");
   ASSERT_EQ(run.status, 0);
   EXPECT_EQ(run.errors + run.output, "");
   const Sound mixture = sound("m.wav");
@@ -100,19 +101,29 @@ TEST_F(MixCommand, ResamplesOnDemandOnly) {
   EXPECT_LT(differenceInDb(resampled.samples, sound("m-source4.wav").samples), -80);
 }
 
-TEST_F(MixCommand, NotesPositionsThatWereNotMeasured) {
+TEST_F(MixCommand, NotesPositionsThatWereNotMeasuredAndClipping) {
   folder.write("scene.json", R"({"sources": [{"id": 7, "azimuth": 20}]})");
-  const CommandRun run = mix("", "a.wav");
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.errors,
+  EXPECT_EQ(mix("--gain -10", "a.wav").errors,
             "zelk-sss: scene.json: source 7 is up to 20.0 degrees from the nearest position in "
             "array.sofa\n");
+  const auto peak = [&] {
+    const Samples mixture = sound("m.wav").samples;
+    return std::abs(*std::max_element(mixture.begin(), mixture.end(),
+                                      [](float a, float b) { return std::abs(a) < std::abs(b); }));
+  };
+  const CommandRun loud = mix("--force --gain 40", "a.wav");
+  EXPECT_EQ(loud.status, 0);
+  EXPECT_THAT(loud.errors, testing::HasSubstr("m.wav: the peak is "));
+  const std::string excess = loud.errors.substr(loud.errors.find("it fits with ") + 13, 4);
+  const std::string gain = " --gain " + std::to_string(40 - std::stod(excess));
+  EXPECT_THAT(mix("--force" + gain, "a.wav").errors, testing::Not(testing::HasSubstr("the peak")));
+  EXPECT_THAT(peak(), testing::AllOf(testing::Le(1.0F), testing::Gt(0.98F)));
 }
 
 TEST_F(MixCommand, RefusalsNameFileFoundAndExpected) {
   folder.write("text.txt", "no audio, scene or response");
   folder.write("odd.raw", "123");
-  folder.write("late.json", R"({"sources": [{"id": 3, "azimuth": 0, "active": [[1e9, 2e9]]}]})");
+  folder.write("late.json", R"({"sources": [{"id": 3, "azimuth": 0, "active": [[1e8, 2e8]]}]})");
   writeSound(folder / "empty.wav", RATE, 1, {});
   const std::string begin = "mix scene.json --tf array.sofa ";
   const std::string all = begin + "-o m.wav --dry a.wav b.wav c.wav ";
@@ -125,18 +136,17 @@ TEST_F(MixCommand, RefusalsNameFileFoundAndExpected) {
            "scene.json"},
           {all + "--gain 1", "--gain: 1 given, expected as many as there are dry files, 3"},
           {all + "--noise-level 3", "--noise-level: \"3\", expected -200 to 0"}});
-  expectRefused(1,
-                {{"mix text.txt --tf array.sofa --dry a.wav -o m.wav", "text.txt…"},
-                 {"mix late.json --tf array.sofa --dry a.wav -o m.wav",
-                  "late.json: source 3 is active from 1000000000 s on, expected 86400 s at most"},
-                 {"mix scene.json --tf text.txt --dry a.wav b.wav c.wav -o m.wav", "text.txt…"},
-                 {begin + "--dry absent b.wav c.wav -o m.wav", "absent: cannot be read…"},
-                 {begin + "--dry a.wav b.wav empty.wav -o m.wav", "empty.wav: …"},
-                 {begin + "--dry odd.raw b.wav c.wav --raw-rate 16000 -o m.wav",
-                  "odd.raw: has 3 bytes, expected two for each sample…"},
-                 {begin + "--dry /usr b.wav c.wav --raw-rate 16000 -o m.wav",
-                  "/usr: cannot be read: Is a directory"},
-                 {all + "--raw-rate 16000", "a.wav: begins as a WAV file does (RIFF)…"}});
+  expectRefused(1, {{"mix text.txt --tf array.sofa --dry a.wav -o m.wav", "text.txt…"},
+                    {"mix late.json --tf array.sofa --dry a.wav -o m.wav",
+                     "late.json: source 3 is active from 100000000 s on, expected 86400 s at most"},
+                    {"mix scene.json --tf text.txt --dry a.wav b.wav c.wav -o m.wav", "text.txt…"},
+                    {begin + "--dry absent b.wav c.wav -o m.wav", "absent: cannot be read…"},
+                    {begin + "--dry a.wav b.wav empty.wav -o m.wav", "empty.wav: …"},
+                    {begin + "--dry odd.raw b.wav c.wav --raw-rate 16000 -o m.wav",
+                     "odd.raw: has 3 bytes, expected two for each sample…"},
+                    {begin + "--dry /usr b.wav c.wav --raw-rate 16000 -o m.wav",
+                     "/usr: cannot be read: Is a directory"},
+                    {all + "--raw-rate 16000", "a.wav: begins as a WAV file does (RIFF)…"}});
 }
 
 }  // namespace

@@ -38,6 +38,7 @@ TEST_F(Options, SetEveryParameterThatTheNodesDescribe) {
                        node.attribute("name").value());
     }
   }
+  described.erase("BeamForming.INITW_FILENAME");  // which the node does not read
   ASSERT_GT(described.size(), 40U);
   std::set<std::string> set;
   for (const char* options : {"--method LCMV", "--method GJ", "--method GICA",
@@ -58,7 +59,6 @@ TEST_F(Options, ReachTheirParameters) {
       {"--non-finite KEEP --debug", "AudioFrames.NON_FINITE=KEEP BeamForming.ENABLE_DEBUG=true"},
       {"--format PCM_24 --prefix x", "SeparatedWriter.FORMAT=PCM_24 SeparatedWriter.PREFIX=x"},
       {"--force", "SeparatedWriter.OVERWRITE=true"},
-      {"--param INITW_FILENAME=w", "BeamForming.INITW_FILENAME=w"},
       {"--method LCMV --param LCMV_LC_MYU=0.5 --param LCMV_LC_METHOD=FIX",
        "BeamForming.LCMV_LC_MYU=0.5 BeamForming.LCMV_LC_METHOD=FIX"},
       {"--method GICA --param GICA_SS_METHOD=LC_MYU", "BeamForming.GICA_SS_METHOD=LC_MYU"},
@@ -74,8 +74,8 @@ TEST_F(Options, ReachTheirParameters) {
       {"--method MSNR --inactive-as-noise off", "SceneSources.INACTIVE_AS_NOISE=false"},
       // Where ML's noise comes from.
       {ml + ",1.1:1.25", "NoiseCorrelation.MODE=RANGES NoiseCorrelation.RANGES=0-1,1.1-1.25"},
-      {"--method ML --noise-recording n.wav --noise-channels 2-4",
-       "NoiseCorrelation.MODE=FILE NoiseCorrelation.CHANNELS=2-4"},
+      {"--method ML --noise-recording mix.wav --noise-channels 2,1,3",
+       "NoiseCorrelation.MODE=FILE NoiseCorrelation.CHANNELS=2,1,3"},
       {ml + " --noise-loading 0.1", "NoiseCorrelation.LOADING=0.1"},
       {ml + " --noise-forgetting 0.5", "NoiseCorrelation.FORGETTING=0.5"},
       {ml + " --noise-normalize false", "NoiseCorrelation.NORMALIZE=false"}};

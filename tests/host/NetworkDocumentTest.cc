@@ -187,12 +187,14 @@ TEST(NetworkDocument, InclusionThatGrowsWithoutBoundsIsRefused) {
 TEST(NetworkDocument, FilesThatCannotBeReadAreErrors) {
   const auto folder = std::filesystem::temp_directory_path();
   for (const auto& [path, reason] :
-       {std::pair(folder / "no-such-document.n", "No such file or directory"),
-        std::pair(folder, "Is a directory")}) {
+       {std::pair(folder / "no-such-document.n", "cannot be read: No such file or directory"),
+        std::pair(folder, "cannot be read: Is a directory"),
+        std::pair(std::filesystem::path("/dev/zero"),
+                  "has more than 16777216 bytes, expected at most that")}) {
     std::ostringstream out;
     std::ostringstream err;
     EXPECT_EQ(runNetworkFile(path, {}, out, err), 1);
-    EXPECT_EQ(err.str(), path.string() + ": cannot be read: " + reason + "\n");
+    EXPECT_EQ(err.str(), path.string() + ": " + reason + "\n");
   }
 }
 

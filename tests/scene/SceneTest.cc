@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <numbers>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -62,7 +63,8 @@ TEST(SceneTest, PlacesSources) {
 
 TEST(SceneTest, SourcesAppearAndVanish) {
   const Audio::Scene scene = sceneOf(R"({
-      "sources": [{"id": 7, "azimuth": 0, "active": [[1, 2], [3, 4]]}, {"id": 3, "azimuth": 1}],
+      "sources": [{"id": 7, "azimuth": 0, "active": [[3.5, 4], [1, 1.5], [1.2, 2], [3, 3.5]]},
+                  {"id": 3, "azimuth": 1}],
       "noise": [{"id": 9, "azimuth": 2, "active": [[0, 1.5]]}, {"id": 4, "azimuth": 3, "active": []}]})");
   EXPECT_THAT(ids(scene.targetsAt(0)), ElementsAre(3));
   EXPECT_THAT(ids(scene.targetsAt(1)), ElementsAre(7, 3));  // the begin belongs to it
@@ -71,6 +73,13 @@ TEST(SceneTest, SourcesAppearAndVanish) {
   EXPECT_THAT(ids(scene.noiseAt(0, false)), ElementsAre(9));
   EXPECT_THAT(ids(scene.noiseAt(0, true)), ElementsAre(9, 7));  // noise first, then who is inactive
   EXPECT_THAT(ids(scene.noiseAt(2.5, true)), ElementsAre(7));
+  std::vector<std::pair<double, std::size_t>> crowds;
+  for (const Audio::SceneCrowd& crowd : scene.crowds()) {
+    crowds.emplace_back(crowd.time, crowd.active);
+  }
+  using testing::Pair;
+  EXPECT_THAT(crowds, ElementsAre(Pair(0, 2), Pair(1, 3), Pair(1.5, 2), Pair(2, 1), Pair(3, 2),
+                                  Pair(4, 1)));
 }
 
 TEST(SceneTest, ReadsTheExampleOfEveryKey) {
@@ -85,7 +94,26 @@ TEST(SceneTest, BadScenesAreRefusedWithTheReason) {
   const std::string longText = "\"azimuth\": \"" + std::string(1000, 'x') + "\"";
   const std::string twice =
       R"({"sources": [{"id": 1, "azimuth": 1}], "noise": [{"id": 1, "azimuth": 2}]})";
+  std::ostringstream crowd;
+  for (int i = 0; i < 257; ++i) crowd << R"({"azimuth": 0, "id": )" << i << "},";
   const std::pair<std::string, std::string> cases[] = {
+      {"{\"sources\": [" + crowd.str() + R"({"azimuth": 0, "id": 257}]})",
+       "258 sources are active at 0 s, expected 256 at most"},
+      {sourceWith(R"("azimuth": 1, "azimuth": 2)"),
+       "/sources/0: found the key \"azimuth\" twice, expected it once"},
+      {sourceWith(R"("track": [{"t": 0, "azimuth": 0}, {"t": 1, "azimuth": 0, "\u0074": 2}])"),
+       "/sources/0/track/1: found the key \"t\" twice"},
+      {R"({"sources": [], "sources": []})", "/: found the key \"sources\" twice"},
+      {sourceWith(R"("azimuth": 1e308)"),
+       "/sources/0/azimuth: found 1e+308, expected degrees, within ±1e6"},
+      {sourceWith(R"("azimuth": 0, "distance": 1.1e6)"),
+       "/sources/0/distance: found 1100000.0, expected a distance above 0 in metres, up to 1e6"},
+      {sourceWith(R"("position": [0, -1e7, 0])"),
+       "/sources/0/position/1: found -10000000.0, expected a coordinate in metres, within ±1e6"},
+      {sourceWith(R"("track": [{"t": 1e10, "azimuth": 0}])"),
+       "/sources/0/track/0/t: found 10000000000.0, expected a time in seconds, within ±1e9"},
+      {sourceWith(R"("azimuth": 0, "active": [[0, 1e300]])"),
+       "/sources/0/active/0/1: found 1e+300, expected a time in seconds, within ±1e9"},
       {"", "is no valid JSON: "},
       {"{\"sources\": [}", "is no valid JSON: parse error at line 1, column 14"},
       {sourceWith(R"("azimuth": 1e999)"), "is no valid JSON: "},
@@ -137,10 +165,12 @@ TEST(SceneTest, BadScenesAreRefusedWithTheReason) {
   // What is quoted of the file cannot control a terminal.
   EXPECT_THAT(messageOf<Audio::AudioError>([] { sceneOf("{\"\x7F\xC3 "); }),
               HasSubstr("last read: '\"?? '"));
-  for (const auto& [path, reason] : {std::pair{"/no/scene.json", "No such file or directory"},
-                                     std::pair{"/usr", "Is a directory"}}) {
+  for (const auto& [path, reason] :
+       {std::pair{"/no/scene.json", "cannot be read: No such file or directory"},
+        std::pair{"/usr", "cannot be read: Is a directory"},
+        std::pair{"/dev/zero", "has more than 67108864 bytes, expected at most that"}}) {
     EXPECT_EQ(messageOf<Audio::AudioError>([&] { Audio::Scene::read(path); }),
-              std::string(path) + ": cannot be read: " + reason);
+              std::string(path) + ": " + reason);
   }
 }
 

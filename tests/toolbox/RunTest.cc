@@ -199,7 +199,9 @@ TEST_F(RunTest, ReportsClippedSamples) {
   separation.linkLength().run();
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "SeparatedWriter: " + (folder / "out/source_2.wav") +
-                ": 1 samples were clipped; the largest was 1.500 times full scale\n");
+                ": 1 samples were clipped; the largest was 1.5 times full scale: a recording "
+                "softer by 3.6 dB "
+                "would fit, and the format FLOAT keeps them\n");
 }
 
 TEST_F(RunTest, RefusesSpectraOfAnotherLength) {
