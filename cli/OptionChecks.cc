@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <utility>
 
+#include "fileio/SofaError.h"
+#include "fileio/SofaLimits.h"
 #include "toolbox/core/AudioError.h"
 
 namespace {
@@ -58,4 +61,22 @@ CLI::Validator isTimeRange() {
 
 CLI::Validator isTimeRanges() {
   return timeCheck("seconds BEGIN:END with 0 <= BEGIN < END, such as 0:1.5,4:5", SIZE_MAX);
+}
+
+void addDatabaseLimit(CLI::App& command) {
+  const char* option = "--max-database-size";
+  command
+      .add_option_function<std::string>(
+          option,
+          [option](const std::string& size) {
+            try {
+              parseDatabaseLimit(option, size);
+            } catch (const SofaError& error) {
+              throw CLI::ValidationError(error.what());
+            }
+            setenv(DATABASE_LIMIT_VARIABLE, size.c_str(), 1);
+          },
+          "Most bytes that a database may have in memory (K, M, G, T: KiB to TiB), 2G unless the "
+          "environment variable ZELK_SSS_MAX_DATABASE says otherwise")
+      ->type_name("SIZE");
 }

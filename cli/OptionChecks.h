@@ -18,3 +18,7 @@ std::vector<Audio::TimeRange> timeRangesOf(std::string text);
 /// Checks of such texts: of one range, or of any number.
 CLI::Validator isTimeRange();
 CLI::Validator isTimeRanges();
+
+/// Adds the option --max-database-size SIZE, which sets for this process what the environment
+/// variable ZELK_SSS_MAX_DATABASE sets for all: the nodes obey it, too.
+void addDatabaseLimit(CLI::App& command);

@@ -7,7 +7,7 @@
 #include <ctime>
 #include <utility>
 
-#include "fileio/NcFile.h"
+#include "fileio/SofaError.h"
 
 namespace {
 
