@@ -110,8 +110,8 @@ Descriptor raised(const Descriptor& descriptor) {
   return copy;
 }
 
-pid_t startReader(const Descriptor& file, const Descriptor& answer, bool withResponses,
-                  std::size_t limit) {
+pid_t startReader(std::string program, const Descriptor& file, const Descriptor& answer,
+                  bool withResponses, std::size_t limit) {
   const Descriptor input = raised(file);
   const Descriptor output = raised(answer);
   SpawnSettings settings;
@@ -122,7 +122,6 @@ pid_t startReader(const Descriptor& file, const Descriptor& answer, bool withRes
   posix_spawn_file_actions_adddup2(&settings.actions, *output, 3);
   posix_spawn_file_actions_addclosefrom_np(&settings.actions, 4);
 
-  std::string program = readerPath();
   std::string part = withResponses ? "all" : "head";
   std::string most = std::to_string(limit);
   char* arguments[] = {program.data(), part.data(), most.data(), nullptr};
@@ -178,28 +177,33 @@ AnswerBytes sealed(const Descriptor& answer) {
   return {{static_cast<const std::byte*>(memory), release}, size};
 }
 
-SofaAnswer readRegular(const std::string& path, bool withResponses, std::size_t limit) {
+[[noreturn]] void failOfSignal(int signal, const ReaderLimits& limits) {
+  if (signal == SIGXCPU) {
+    throw SofaError(fmt::format("reading it takes more than {} s of processor time, {}",
+                                limits.seconds, EXPECTED_SOUND_FILE));
+  }
+  throw SofaError(
+      fmt::format("reading it crashes ({}), {}", strsignal(signal), EXPECTED_SOUND_FILE));
+}
+
+/// seconds: 0 for what the file's size allows.
+SofaAnswer readRegular(const std::string& program, const std::string& path, bool withResponses,
+                       std::size_t limit, std::size_t seconds) {
   const Descriptor file = openRegular(path);
   const ReaderLimits limits(sizeOf(file), limit);
+  const std::size_t waiting = seconds == 0 ? limits.waiting : seconds;
   const Descriptor answer(memfd_create("sofa-answer", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   if (*answer < 0) failFor("no memory could be shared for it", errno);
-  const auto deadline = Clock::now() + std::chrono::seconds(limits.waiting);
-  const pid_t reader = startReader(file, answer, withResponses, limit);
+  const auto deadline = Clock::now() + std::chrono::seconds(waiting);
+  const pid_t reader = startReader(program, file, answer, withResponses, limit);
   const std::optional<int> status = waitForReader(reader, deadline);
   if (!status) {
-    throw SofaError(fmt::format("reading it does not end within {} s, {}", limits.waiting,
-                                EXPECTED_SOUND_FILE));
-  }
-  if (WIFSIGNALED(*status)) {
-    const int signal = WTERMSIG(*status);
     throw SofaError(
-        signal == SIGXCPU
-            ? fmt::format("reading it takes more than {} s of processor time, {}", limits.seconds,
-                          EXPECTED_SOUND_FILE)
-            : fmt::format("reading it crashes ({}), {}", strsignal(signal), EXPECTED_SOUND_FILE));
+        fmt::format("reading it does not end within {} s, {}", waiting, EXPECTED_SOUND_FILE));
   }
+  if (WIFSIGNALED(*status)) failOfSignal(WTERMSIG(*status), limits);
   if (WEXITSTATUS(*status) != 0) {
-    throw SofaError(fmt::format("its reader {} ends with status {}, expected 0", readerPath(),
+    throw SofaError(fmt::format("its reader {} ends with status {}, expected 0", program,
                                 WEXITSTATUS(*status)));
   }
   return {sealed(answer), limit};
@@ -208,8 +212,13 @@ SofaAnswer readRegular(const std::string& path, bool withResponses, std::size_t 
 }  // namespace
 
 SofaAnswer readInProcess(const std::string& path, bool withResponses, std::size_t limit) {
+  return readBy(readerPath(), path, withResponses, limit, 0);
+}
+
+SofaAnswer readBy(const std::string& program, const std::string& path, bool withResponses,
+                  std::size_t limit, std::size_t seconds) {
   try {
-    return readRegular(path, withResponses, limit);
+    return readRegular(program, path, withResponses, limit, seconds);
   } catch (const SofaError& error) {
     if (path.empty()) throw;
     throw SofaError(aboutFile(path, error.what()));

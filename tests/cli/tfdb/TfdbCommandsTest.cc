@@ -1,10 +1,4 @@
 #include <gmock/gmock.h>
-#include <sys/resource.h>
-
-#include <atomic>
-#include <cstdlib>
-#include <functional>
-#include <new>
 
 #include "cli/tfdb/ArrayGeometry.h"
 #include "fileio/SofaWriter.h"
@@ -67,11 +61,16 @@ TEST_F(TfdbCommands, RefuseWhatMakesNoDatabase) {
           {"tfdb import one.sofa", "OUTPUT is required"},
           {"tfdb geometry out.sofa",
            "Exactly 1 option from [--microphones,--circular,--linear] is required"},
-          {"tfdb geometry --linear two 0.1 out.sofa", "Could not convert: --linear = two,0.1"}});
+          {"tfdb geometry --linear two 0.1 out.sofa", "Could not convert: --linear = two,0.1"},
+          {"tfdb info whole.sofa --max-database-size big",
+           "--max-database-size is \"big\", expected a size from 1 to 2^46 bytes…"}});
   expectRefused(
       1,
       {{"tfdb import none.sofa whole.sofa --force", "none.sofa: there is no such file"},
        {"tfdb info broken.sofa", "broken.sofa: …"},
+       {"tfdb info whole.sofa --max-database-size 1K",
+        "whole.sofa: Data.Real of the shape [72, 2, 257] unfolds to 297904 bytes, expected at most "
+        "1024 bytes in memory (--max-database-size or ZELK_SSS_MAX_DATABASE allows more)"},
        {"tfdb check broken.sofa", "broken.sofa: …"},
        {"tfdb check one.sofa", oneFrequency},
        {"pattern --tf one.sofa --sources scene.json -o p.svg", oneFrequency},
