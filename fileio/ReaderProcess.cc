@@ -1,6 +1,5 @@
 #include "fileio/ReaderProcess.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
@@ -20,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "fileio/LibraryFolder.h"
 #include "fileio/SofaError.h"
 #include "fileio/SofaLimits.h"
 
@@ -67,15 +67,6 @@ std::size_t sizeOf(const Descriptor& file) {
   struct stat status {};
   if (fstat(*file, &status) != 0) failFor("its size", errno);
   return static_cast<std::size_t>(status.st_size);
-}
-
-/// The reader's path: in the folder of the library that this function is in.
-std::string readerPath() {
-  Dl_info info{};
-  if (dladdr(reinterpret_cast<void*>(&readerPath), &info) == 0 || !info.dli_fname) return {};
-  const std::string library = info.dli_fname;
-  const std::size_t slash = library.rfind('/');
-  return (slash == std::string::npos ? "" : library.substr(0, slash + 1)) + "zelk-sofa-reader";
 }
 
 /// Which descriptors and signals the reader gets.
@@ -212,7 +203,7 @@ SofaAnswer readRegular(const std::string& program, const std::string& path, bool
 }  // namespace
 
 SofaAnswer readInProcess(const std::string& path, bool withResponses, std::size_t limit) {
-  return readBy(readerPath(), path, withResponses, limit, 0);
+  return readBy(besideLibrary("zelk-sofa-reader"), path, withResponses, limit, 0);
 }
 
 SofaAnswer readBy(const std::string& program, const std::string& path, bool withResponses,

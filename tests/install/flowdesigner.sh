@@ -17,11 +17,13 @@ nice "$cmake" --build build -j 2 >log 2>&1 || { cat log; exit 1; }
 "$cmake" --install build --prefix "$folder/prefix" >log
 
 diff - <(cd prefix && find . -not -type d -printf '%P\n' | LC_ALL=C sort) <<END
+lib/flowdesigner/toolbox/zelk-sss/libzelk-sofa-writer.so
 lib/flowdesigner/toolbox/zelk-sss/libzelk-sss.so.${version%%.*}
 lib/flowdesigner/toolbox/zelk-sss/libzelk-sss.so.$version
 lib/flowdesigner/toolbox/zelk-sss/libzelkfileio.so
 lib/flowdesigner/toolbox/zelk-sss/zelk-audio.def
 lib/flowdesigner/toolbox/zelk-sss/zelk-audio.tlb
+lib/flowdesigner/toolbox/zelk-sss/zelk-sofa-reader
 lib/flowdesigner/toolbox/zelk-sss/zelk-sss.def
 lib/flowdesigner/toolbox/zelk-sss/zelk-sss.tlb
 share/doc/zelk-sss/copyright
