@@ -221,6 +221,7 @@ void addMixCommand(CLI::App& app) {
       ->capture_default_str();
   command->add_option("--seed", options->seed, "Start of the noise's random numbers")
       ->capture_default_str();
+  addDatabaseLimit(*command);
   command->add_flag("--force", options->force, "Replace existing output files");
   command->callback([options] { mix(*options); });
 }

@@ -5,12 +5,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <utility>
-
 #include "audio/OutputFile.h"
 #include "dsp/AudioError.h"
+#include "fileio/SofaError.h"
+#include "fileio/SofaLimits.h"
 
 namespace {
 
@@ -71,4 +73,22 @@ void checkPicture(const std::string& path, bool overwrite) {
         "--output", fmt::format("\"{}\", expected a name that ends in .svg or .png", path));
   }
   checkOutput(path, overwrite);
+}
+
+void addDatabaseLimit(CLI::App& command) {
+  const char* option = "--max-database-size";
+  command
+      .add_option_function<std::string>(
+          option,
+          [option](const std::string& size) {
+            try {
+              parseDatabaseLimit(option, size);
+            } catch (const SofaError& error) {
+              throw CLI::ValidationError(error.what());
+            }
+            setenv(DATABASE_LIMIT_VARIABLE, size.c_str(), 1);
+          },
+          "Most bytes that a database may have in memory (K, M, G, T: KiB to TiB), 2G unless the "
+          "environment variable ZELK_SSS_MAX_DATABASE says otherwise")
+      ->type_name("SIZE");
 }

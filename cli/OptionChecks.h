@@ -22,3 +22,7 @@ CLI::Validator isTimeRanges();
 /// Throws CLI::ValidationError unless the name ends in .svg or .png, and OutputError as checkOutput
 /// does. To be called before the work starts.
 void checkPicture(const std::string& path, bool overwrite);
+
+/// Adds the option --max-database-size SIZE, which sets for this process what the environment
+/// variable ZELK_SSS_MAX_DATABASE sets for all: the nodes obey it, too.
+void addDatabaseLimit(CLI::App& command);

@@ -253,6 +253,7 @@ void addPatternCommand(CLI::App& app) {
   command->add_option("--width", options->width, "Width of the picture in pixels")
       ->check(isBetween(200, 10000))
       ->capture_default_str();
+  addDatabaseLimit(*command);
   command->add_flag("--force", options->force, "Replace an existing picture");
   command->footer(
       "Example:\n  zelk-sss pattern --tf array.sofa --sources scene.json --method NULL -o "

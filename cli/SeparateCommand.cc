@@ -285,6 +285,7 @@ void addSeparateCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("separate", "Separate a recording into its sources");
   command->add_option("MIX", s.recording, "The recording, a channel per microphone")->required();
   command->add_option("--tf", s.database, "Transfer-function database (SOFA, DataType TF)");
+  addDatabaseLimit(*command);
   command->add_option("--sources", s.scene, "Scene file: which sources, where, when")->required();
   command->add_option("--method", options->method, "See: zelk-sss methods")->capture_default_str();
   command

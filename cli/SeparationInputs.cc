@@ -155,7 +155,9 @@ SeparationInputs examineInputs(SeparationSettings& s) {
   inputs.scene = Audio::Scene::read(s.scene);
   checkScene(s, inputs.scene);
   std::optional<SofaFile> database;
-  if (s.method->needsDatabase()) takeLengthAndRate(s, database.emplace(s.database));
+  if (s.method->needsDatabase()) {
+    takeLengthAndRate(s, database.emplace(s.database, SofaFile::Part::HEAD));
+  }
   if (s.length == 0) s.length = DEFAULT_LENGTH;
   if (s.advance == 0) s.advance = std::max(1, s.length / 4);
   checkFrames(s);

@@ -11,6 +11,7 @@
 
 #include "audio/OutputFile.h"
 #include "cli/ChildProcess.h"
+#include "cli/OptionChecks.h"
 #include "responses/ArrayGeometry.h"
 #include "responses/ResponseImport.h"
 #include "responses/TfdbReport.h"
@@ -49,10 +50,10 @@ void addImport(CLI::App& tfdb) {
   const auto options = std::make_shared<Options>();
   command->add_option("INPUT", options->input, "The SOFA file to read")->required();
   options->target.addOptions(*command);
+  addDatabaseLimit(*command);
   command->callback([options] {
     const std::string& input = options->input;
     checkOutput(options->target.output, options->target.force);
-    tryReading(input, true);
     ImportReport report;
     SofaTransferFunctions data = importResponses(SofaFile(input), options->target.frame, report);
     data.title = "imported from " + std::filesystem::path(input).filename().string();
@@ -107,15 +108,13 @@ void addGeometry(CLI::App& tfdb) {
   });
 }
 
-void addExamination(CLI::App& tfdb, const char* name, const char* description, bool withResponses,
+void addExamination(CLI::App& tfdb, const char* name, const char* description, SofaFile::Part part,
                     std::string (*text)(const SofaFile&)) {
   CLI::App* command = tfdb.add_subcommand(name, description);
   const auto file = std::make_shared<std::string>();
   command->add_option("FILE", *file, "The SOFA file to read")->required();
-  command->callback([file, withResponses, text] {
-    tryReading(*file, withResponses);
-    std::cout << text(SofaFile(*file));
-  });
+  addDatabaseLimit(*command);
+  command->callback([file, part, text] { std::cout << text(SofaFile(*file, part)); });
 }
 
 }  // namespace
@@ -125,7 +124,7 @@ void addTfdbCommands(CLI::App& app) {
   tfdb->require_subcommand(1);
   addImport(*tfdb);
   addGeometry(*tfdb);
-  addExamination(*tfdb, "info", "Say what a SOFA file holds", false, infoText);
-  addExamination(*tfdb, "check", "Read a whole SOFA file and say what is wrong or odd", true,
-                 checkText);
+  addExamination(*tfdb, "info", "Say what a SOFA file holds", SofaFile::Part::HEAD, infoText);
+  addExamination(*tfdb, "check", "Read a whole SOFA file and say what is wrong or odd",
+                 SofaFile::Part::ALL, checkText);
 }

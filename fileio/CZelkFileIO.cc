@@ -1,14 +1,18 @@
 #include "fileio/CZelkFileIO.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <complex>
 #include <cstdio>
 #include <functional>
 #include <limits>
 #include <new>
+#include <span>
+#include <string>
+#include <vector>
 
 #include "fileio/SofaFile.h"
 
@@ -37,7 +41,15 @@ bool reportingErrors(const char* path, const std::function<void()>& body) {
   return false;
 }
 
-SofaFile openSofa(const char* path) { return SofaFile(path ? path : ""); }
+/// What changes when a file does.
+using Identity = std::array<std::int64_t, 5>;
+
+Identity identityOf(const std::string& path) {
+  struct stat s {};
+  if (stat(path.c_str(), &s) != 0) return {};
+  return {static_cast<std::int64_t>(s.st_dev), static_cast<std::int64_t>(s.st_ino), s.st_size,
+          s.st_mtim.tv_sec, s.st_mtim.tv_nsec};
+}
 
 void requireTransferFunctions(const SofaFile& file) {
   if (file.isTransferFunctions()) return;
@@ -62,6 +74,24 @@ void fillPositions(const std::vector<SofaFile::Position>& positions, PARNIX_Loca
 }
 
 }  // namespace
+
+struct CZelkFileIO::OpenDatabase {
+  explicit OpenDatabase(const std::string& path) : identity(identityOf(path)), file(path) {
+    requireTransferFunctions(file);
+  }
+
+  Identity identity;  // from before the file was read
+  SofaFile file;
+};
+
+const CZelkFileIO::OpenDatabase& CZelkFileIO::open(const char* path) {
+  const std::string name = path ? path : "";
+  if (!kept || kept->file.path() != name || kept->identity != identityOf(name)) {
+    kept.reset();
+    kept = std::make_shared<const OpenDatabase>(name);
+  }
+  return *kept;
+}
 
 void LocationArrayAlloc(PARNIX_LocationArray* array, int count) {
   *array = {};
@@ -104,8 +134,7 @@ void TFDatabaseFree(PARNIX_TFDatabase* database) {
 
 bool CZelkFileIO::ReadHeader(const char* path, PARNIX_TFDBFileHeader* header) {
   return reportingErrors(path, [&] {
-    const SofaFile file = openSofa(path);
-    requireTransferFunctions(file);
+    const SofaFile& file = open(path).file;
     header->version = 1;
     header->samplingRate = static_cast<std::int32_t>(std::lround(file.samplingRate()));
     header->bins = static_cast<std::int32_t>(file.length());
@@ -118,8 +147,7 @@ bool CZelkFileIO::ReadInfo(const char* path, const PARNIX_TFDBFileHeader* header
                            PARNIX_LocationArray* sources, PARNIX_LocationArray* microphones,
                            PARNIX_IntArray* bins, bool checkHeader) {
   return reportingErrors(path, [&] {
-    const SofaFile file = openSofa(path);
-    requireTransferFunctions(file);
+    const SofaFile& file = open(path).file;
     if (checkHeader) {
       requireCount(file, "bins", file.length(), static_cast<std::size_t>(header->bins));
       requireCount(file, "microphones", file.receivers(),
@@ -138,29 +166,30 @@ bool CZelkFileIO::ReadInfo(const char* path, const PARNIX_TFDBFileHeader* header
 
 bool CZelkFileIO::ReadData(const char* path, PARNIX_ComplexArray* values) {
   return reportingErrors(path, [&] {
-    const SofaFile file = openSofa(path);
-    requireTransferFunctions(file);
+    const SofaFile& file = open(path).file;
     const std::size_t M = file.measurements();
     const std::size_t R = file.receivers();
     const std::size_t N = file.length();
     requireCount(file, "values", M * R * N, values->count);
-    const std::vector<std::complex<float>> H = file.readTransferFunctions();
+    const std::span<const float> real = file.values().first(M * R * N);
+    const std::span<const float> imag = file.values().last(M * R * N);
     for (std::size_t s = 0; s < M; ++s) {
       for (std::size_t m = 0; m < R; ++m) {
         for (std::size_t k = 0; k < N; ++k) {
-          const std::complex<float> h = H[(s * R + m) * N + k];
+          const std::size_t i = (s * R + m) * N + k;
           float* value = values->values + 2 * ((k * M + s) * R + m);
-          value[0] = h.real();
-          value[1] = -h.imag();
+          value[0] = real[i];
+          value[1] = -imag[i];
         }
       }
     }
+    kept.reset();
   });
 }
 
 bool CZelkFileIO::LoadPositionData(const char* path, PARNIX_LocationArray* microphones) {
   return reportingErrors(path, [&] {
-    const SofaFile file = openSofa(path);
+    const SofaFile file(path ? path : "", SofaFile::Part::HEAD);
     requireCount(file, "microphones", file.receivers(),
                  static_cast<std::size_t>(microphones->count));
     fillPositions(file.receiverPositions(), *microphones);

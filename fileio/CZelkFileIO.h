@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 // NOLINTBEGIN(readability-identifier-naming): the names are those of the product family's library.
 
@@ -81,8 +82,12 @@ void LocationArrayFree(PARNIX_LocationArray* array);
 /// are the source positions and whose receivers are the microphones.
 ///
 /// Every reader returns false on failure and writes the reason as one line on standard error. Files
-/// are untrusted: counts are checked against the file and against the arrays given before anything
-/// is read, and a database has at most 2^28 values (2 GiB) however small its file is.
+/// are untrusted: a process of its own reads them under limits (SofaFile.h), counts are checked
+/// against the file and against the arrays given before anything is filled, and a database has at
+/// most 2 GiB, or what the environment variable ZELK_SSS_MAX_DATABASE says, however small its file.
+///
+/// ReadHeader reads the whole file and keeps it for ReadInfo and ReadData, so that a file which
+/// stays as it is is read once; ReadData lets it go.
 class CZelkFileIO {
  public:
   /// Checks the file's structure and fills the header.
@@ -99,4 +104,12 @@ class CZelkFileIO {
 
   /// Fills an array allocated for the file's microphones with their positions.
   bool LoadPositionData(const char* path, PARNIX_LocationArray* microphones);
+
+ private:
+  struct OpenDatabase;
+
+  /// The database of this name, as it is kept, or read anew if the file is not the one kept.
+  const OpenDatabase& open(const char* path);
+
+  std::shared_ptr<const OpenDatabase> kept;
 };

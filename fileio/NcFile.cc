@@ -2,25 +2,22 @@
 
 #include <fmt/format.h>
 #include <netcdf.h>
+#include <netcdf_mem.h>
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
-#include <utility>
+#include <span>
+
+#include "fileio/SofaLimits.h"
 
 namespace {
 
-/// The most that deflate can shrink: a variable cannot hold more than this multiple of its file.
-constexpr std::size_t MAX_COMPRESSION = 1032;
-
-/// More values than this are not read from one variable (1 GiB of single precision).
-constexpr std::size_t MAX_VALUES = std::size_t{1} << 28;
+[[noreturn]] void fail(const std::string& text) { throw SofaError(text); }
 
 /// Pieces (chunks) up to this size may be larger than the variable they store.
 constexpr std::size_t SMALL_PIECE = std::size_t{1} << 24;  // bytes
 
 constexpr std::size_t MAX_ATTRIBUTE = std::size_t{1} << 16;
-constexpr std::size_t LONGEST_QUOTE = 80;
 
 bool isNumeric(nc_type type) { return type >= NC_BYTE && type <= NC_UINT64 && type != NC_CHAR; }
 
@@ -43,38 +40,23 @@ std::size_t bytesOf(nc_type type) {
 
 /// Where a file was never written (an interrupted measurement, say) netCDF reads its fill value.
 template <typename T>
-void requireNumbers(const NcFile& file, const std::string& variable, const std::vector<T>& values) {
+void requireNumbers(const std::string& variable, std::span<const T> values) {
   constexpr auto UNWRITTEN = static_cast<T>(NC_FILL_DOUBLE);
   for (std::size_t i = 0; i < values.size(); ++i) {
     if (std::isfinite(values[i]) && values[i] != UNWRITTEN) continue;
-    file.fail(fmt::format(
+    fail(fmt::format(
         "{}: value {} {}, expected a finite number", variable, i,
         values[i] == UNWRITTEN ? "was never written" : fmt::format("is {}", values[i])));
   }
 }
 
-bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
-
 }  // namespace
 
-std::string printable(const std::string& text) {
-  std::string result = text.substr(0, LONGEST_QUOTE);
-  for (char& c : result) {
-    if (isControl(c) || static_cast<unsigned char>(c) > 0x7F) c = '?';
-  }
-  return text.size() > LONGEST_QUOTE ? result + "..." : result;
-}
-
-NcFile::NcFile(std::string path) : name(std::move(path)) {
-  if (name.empty()) throw SofaError("the name of the transfer-function file is empty");
-  std::error_code error;
-  const std::filesystem::file_status status = std::filesystem::status(name, error);
-  if (status.type() == std::filesystem::file_type::not_found) fail("there is no such file");
-  if (!std::filesystem::status_known(status)) fail(error.message());
-  if (!std::filesystem::is_regular_file(status)) fail("is not a regular file");
-  fileSize = std::filesystem::file_size(name, error);
-  if (error) fail(error.message());
-  check(nc_open(name.c_str(), NC_NOWRITE, &id), "is not a readable netCDF file");
+NcFile::NcFile(const void* bytes, std::size_t size, std::size_t limit)
+    : fileSize(size), largest(limit) {
+  // The library takes memory that it could write to, but leaves it alone when it only reads.
+  check(nc_open_mem("database", NC_NOWRITE, size, const_cast<void*>(bytes), &id),
+        "is not a readable netCDF file");
 }
 
 NcFile::~NcFile() {
@@ -104,16 +86,15 @@ std::vector<std::size_t> NcFile::shape(const std::string& variable) const {
 std::vector<double> NcFile::readDoubles(const std::string& variable) const {
   std::vector<double> values(valueCount(variable));
   check(nc_get_var_double(id, variableId(variable), values.data()), variable);
-  requireNumbers(*this, variable, values);
+  requireNumbers<double>(variable, values);
   return values;
 }
 
-std::vector<float> NcFile::readFloats(const std::string& variable) const {
-  std::vector<float> values(valueCount(variable));
-  const int status = nc_get_var_float(id, variableId(variable), values.data());
+void NcFile::readFloats(const std::string& variable, float* values) const {
+  const std::size_t count = valueCount(variable);
+  const int status = nc_get_var_float(id, variableId(variable), values);
   if (status != NC_ERANGE) check(status, variable);  // out of range: infinite, refused below
-  requireNumbers(*this, variable, values);
-  return values;
+  requireNumbers<float>(variable, {values, count});
 }
 
 std::string NcFile::attribute(const std::string& variable, const std::string& attribute) const {
@@ -141,12 +122,6 @@ std::string NcFile::attribute(const std::string& variable, const std::string& at
   fail(fmt::format("attribute {} is not a text, expected one", attribute));
 }
 
-void NcFile::fail(const std::string& text) const {
-  std::string shown = name;
-  std::replace_if(shown.begin(), shown.end(), isControl, '?');
-  throw SofaError(fmt::format("{}: {}", shown, text));
-}
-
 int NcFile::variableId(const std::string& variable) const {
   int number = -1;
   if (nc_inq_varid(id, variable.c_str(), &number) != NC_NOERR) {
@@ -163,8 +138,9 @@ std::size_t NcFile::valueCount(const std::string& variable) const {
 
   std::size_t size = 1;
   for (const std::size_t length : shape(variable)) {
-    if (length != 0 && size > MAX_VALUES / length) {
-      fail(fmt::format("variable {} holds more than {} values", variable, MAX_VALUES));
+    if (length != 0 && size > largest / sizeof(float) / length) {
+      fail(fmt::format("variable {} has more than {} values, {}", variable, largest / sizeof(float),
+                       expectedAtMost(largest)));
     }
     size *= length;
   }
@@ -195,6 +171,6 @@ void NcFile::checkPieces(int variableNumber, const std::string& variable, std::s
   }
 }
 
-void NcFile::check(int status, const std::string& what) const {
+void NcFile::check(int status, const std::string& what) {
   if (status != NC_NOERR) fail(fmt::format("{}: {}", what, nc_strerror(status)));
 }

@@ -1,31 +1,38 @@
 #pragma once
 
-#include <array>
 #include <complex>
 #include <cstddef>
+#include <span>
 #include <string>
 #include <vector>
 
-#include "fileio/NcFile.h"
+#include "fileio/SofaAnswer.h"
+#include "fileio/SofaError.h"
 
 /// Measured or computed responses in a SOFA file (AES69): M source positions (measurements), R
 /// receivers (microphones), N frequencies (DataType "TF") or samples (DataType "FIR").
 ///
-/// The constructor reads and checks everything but the responses, and refuses counts of responses
-/// that the file cannot hold (NcFile::valueCount), more than 2^20 measurements, and sampling rates
-/// above 10 MHz. Throws SofaError.
+/// The file is read and checked by a process of its own under limits (ReaderProcess.h), so that a
+/// file which breaks the libraries for its format does no harm; here every size and number that
+/// comes back is checked again. A database of more than databaseLimit() bytes is refused.
 class SofaFile {
  public:
-  using Position = std::array<double, 3>;  ///< metres: x forward, y left, z up
+  using Position = SofaPosition;  ///< metres: x forward, y left, z up
 
-  explicit SofaFile(const std::string& path);
+  enum class Part { HEAD, ALL };  ///< whether the responses are read, too
 
-  const std::string& path() const { return file.path(); }
-  bool isTransferFunctions() const { return dataType == "TF"; }
-  std::size_t measurements() const { return M; }
-  std::size_t receivers() const { return R; }
-  std::size_t length() const { return N; }
-  double samplingRate() const { return rate; }
+  /// Throws SofaError, which names the file.
+  explicit SofaFile(const std::string& path, Part part = Part::ALL);
+
+  /// What a reader handed back for the file of this name.
+  SofaFile(std::string path, SofaAnswer handedBack);
+
+  const std::string& path() const { return name; }
+  bool isTransferFunctions() const { return answer.head().isTransferFunctions != 0; }
+  std::size_t measurements() const { return answer.head().measurements; }
+  std::size_t receivers() const { return answer.head().receivers; }
+  std::size_t length() const { return answer.head().length; }
+  double samplingRate() const { return answer.head().samplingRate; }
 
   /// Source positions seen from the listener, M of them, and receiver positions, R of them.
   const std::vector<Position>& sourcePositions() const { return sources; }
@@ -34,31 +41,25 @@ class SofaFile {
   /// What is odd about the file but no reason to refuse it, a sentence each.
   const std::vector<std::string>& warnings() const { return remarks; }
 
-  /// H as the file holds it, value (m, r, n) at (m · R + r) · N + n. DataType "TF" only.
+  /// H as the file holds it, value (m, r, n) at (m · R + r) · N + n. DataType "TF" only, as the
+  /// next two are for "FIR". std::logic_error where the responses were not read or have been
+  /// dropped.
   std::vector<std::complex<float>> readTransferFunctions() const;
 
   /// Impulse responses in the same order, and the delay in samples of each (m, r) at m · R + r, by
-  /// which a response is to be shifted. DataType "FIR" only.
+  /// which a response is to be shifted.
   std::vector<float> readImpulseResponses() const;
   std::vector<double> readDelays() const;
 
- private:
-  void readDataShape();
-  void readFrequencies();
-  void readSamplingRate();
-  std::vector<Position> readPositions(const std::string& variable, const std::string& type);
-  std::vector<Position> readListener(const std::string& variable, const std::string& typeOf,
-                                     const Position& absent);
-  void readSources();
-  void readReceivers();
-  void noteUnits(const std::string& variable);
+  /// All values as they came, M · R · N: samples, or real parts and then as many imaginary parts.
+  std::span<const float> values() const;
 
-  NcFile file;
-  std::string dataType;
-  std::size_t M = 0;
-  std::size_t R = 0;
-  std::size_t N = 0;
-  double rate = 0.0;
+  /// Frees the memory of the responses; everything else stays.
+  void dropResponses() { answer.dropArrays(); }
+
+ private:
+  std::string name;
+  SofaAnswer answer;
   std::vector<Position> sources;
   std::vector<Position> microphones;
   std::vector<std::string> remarks;

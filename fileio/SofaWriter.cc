@@ -7,7 +7,7 @@
 #include <ctime>
 #include <utility>
 
-#include "fileio/NcFile.h"
+#include "fileio/SofaError.h"
 
 namespace {
 
@@ -129,7 +129,7 @@ std::vector<double> frequenciesOf(const SofaTransferFunctions& data) {
 
 }  // namespace
 
-void writeSofa(const std::string& path, const SofaTransferFunctions& data) {
+void zelkWriteSofa(const std::string& path, const SofaTransferFunctions& data) {
   const std::size_t M = data.sourcePositions.size();
   const std::size_t R = data.receiverPositions.size();
   const std::size_t N = data.frequencies;

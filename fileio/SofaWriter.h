@@ -19,3 +19,6 @@ struct SofaTransferFunctions {
 /// Writes a GeneralTF file (AES69, netCDF-4, compressed) and replaces what is there. Throws
 /// SofaError naming the file; then no complete file is left at the path.
 void writeSofa(const std::string& path, const SofaTransferFunctions& data);
+
+/// The same in the module libzelk-sofa-writer.so, which writeSofa loads when it is first called.
+extern "C" void zelkWriteSofa(const std::string& path, const SofaTransferFunctions& data);

@@ -52,6 +52,7 @@ ResponseSet::ResponseSet(const std::string& path, const Reverberation& roomTail)
   } else {
     readImpulseResponses();
   }
+  file.dropResponses();
 }
 
 void ResponseSet::readTransferFunctions() {

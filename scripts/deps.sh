@@ -17,8 +17,8 @@ building=(
   # tools
   g++ cmake ninja-build pkg-config
   # libraries
-  libboost-dev libhwy-dev libnetcdf-dev libsndfile1-dev libkissfft-dev libsoxr-dev libpugixml-dev
-  nlohmann-json3-dev libcli11-dev libfmt-dev librsvg2-dev libeigen3-dev
+  libboost-dev libhwy-dev libnetcdf-dev libseccomp-dev libsndfile1-dev libkissfft-dev libsoxr-dev
+  libpugixml-dev nlohmann-json3-dev libcli11-dev libfmt-dev librsvg2-dev libeigen3-dev
 )
 # measured responses and real speech
 demonstration=(libmysofa1 pocketsphinx-testdata)

@@ -1,16 +1,23 @@
-// Files made to break the reader. scripts/fuzz.sh makes many more.
+// Files made to break the reader, and readers that were broken. scripts/fuzz.sh makes many more.
 
 #include <gmock/gmock.h>
 #include <netcdf.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <limits>
+#include <memory>
+#include <random>
 
 #include "CZelkFileIO.h"
+#include "fileio/ReaderProcess.h"
+#include "fileio/SofaError.h"
 #include "tests/fileio/NetcdfEdits.h"
 #include "tests/fileio/SofaFiles.h"
 
@@ -93,7 +100,9 @@ TEST(BrokenFiles, AreRefusedWithAReasonOnOneLine) {
        "Data.Imag has the shape [3, 2, 6], expected that of Data.Real, [3, 2, 5]"},
       {building("TF", text), "variable Data.Real does not hold numbers"},
       {claiming({1, 1, 100000000}), "bytes can hold"},
-      {claiming({1, 1, 2000000000}), "variable Data.Real holds more than"},
+      {claiming({1, 1, 2000000000}),
+       "Data.Real of the shape [1, 1, 2000000000] unfolds to 16000000112 bytes, expected at most "
+       "2147483648 bytes in memory (--max-database-size or"},
       {claiming({(1 << 20) + 1, 1, 1}),
        "Data.Real has 1048577 measurements, expected at most 1048576"},
       {building("TF", putHugePiece),
@@ -106,7 +115,13 @@ TEST(BrokenFiles, AreRefusedWithAReasonOnOneLine) {
       {editing(setting("SourcePosition", {1, 2}, INF)),
        "SourcePosition: value 5 is inf, expected a finite number"},
       {editing(setting("SourcePosition", {1, 2}, -1e10)),
-       "SourcePosition: value 5 is -10000000000, expected coordinates within ±1000000000"},
+       "SourcePosition: value 5 is -10000000000, expected coordinates from -1000000000 to "
+       "1000000000"},
+      {editing(setting("Data.Imag", {0, 0, 1}, std::nan(""))),
+       "Data.Imag: value 1 is nan, expected a finite number"},
+      {editing(setting("Data.Real", {0, 0, 1}, -HUGE_VAL)), "Data.Real: value 1 is -inf, expected"},
+      {editing(setting("Data.Imag", {0, 0, 1}, NC_FILL_FLOAT)),
+       "Data.Imag: value 1 was never written, expected"},
       {editing(setting("ListenerView", {0, 0}, 0.0)),
        "ListenerView and ListenerUp of measurement 0 are parallel or zero, expected two "
        "directions"},
@@ -127,20 +142,154 @@ TEST(BrokenFiles, AreRefusedWithAReasonOnOneLine) {
   }
 }
 
-TEST(BrokenFiles, DataThatAreNoNumbersAreRefused) {
+/// Every way to reach a file refuses one that was mangled, or reads it; none crashes or hangs.
+TEST(BrokenFiles, MangledFilesDoNoHarm) {
   const TemporaryFolder folder;
   const std::string path = folder / "db.sofa";
-  const std::pair<double, const char*> cases[] = {
-      {std::nan(""), "is nan"}, {-HUGE_VAL, "is -inf"}, {NC_FILL_FLOAT, "was never written"}};
-  for (const auto& [value, reason] : cases) {
-    writeSofa(path, randomTransferFunctions(M, R, N));
-    editing(setting("Data.Imag", {0, 0, 1}, value))(path);
-    std::vector<float> values(2 * M * R * N);
-    PARNIX_ComplexArray array{values.data(), M * R * N};
+  writeSofa(path, randomTransferFunctions(M, R, N));
+  std::ifstream file(path, std::ios::binary);
+  const std::string sound((std::istreambuf_iterator<char>(file)), {});
+  std::mt19937 random(1);
+  for (int i = 0; i < 45; ++i) {
+    std::string bytes = sound;
+    if (i % 3 == 0) bytes.resize(random() % bytes.size());
+    for (int flips = i % 3 * 10; flips > 0; --flips) {
+      bytes[random() % bytes.size()] ^= static_cast<char>(1 << random() % 8);
+    }
+    std::ofstream(path, std::ios::binary) << bytes;
+    PARNIX_TFDBFileHeader header{};
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(CZelkFileIO().ReadData(path.c_str(), &array));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              path + ": Data.Imag: value 1 " + reason + ", expected a finite number\n");
+    const bool good = CZelkFileIO().ReadHeader(path.c_str(), &header);
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), good ? 0 : 1) << i << ": " << told;
+    EXPECT_TRUE(good || told.starts_with(path + ": ")) << told;
+  }
+}
+
+TEST(DatabaseLimit, IsThatOfTheEnvironmentAndNamedInTheRefusal) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "db.sofa";
+  writeSofa(path, randomTransferFunctions(M, R, N));
+  // A head of 64 bytes, M + R positions of 24 and M · R · N values of 8.
+  const std::pair<const char*, std::string> cases[] = {
+      {"424", ""},
+      {"1K", ""},
+      {"423",
+       path + ": Data.Real of the shape [3, 2, 5] unfolds to 424 bytes, expected at most 423 bytes "
+              "in memory (--max-database-size or ZELK_SSS_MAX_DATABASE allows more)"},
+      {"65T", "ZELK_SSS_MAX_DATABASE is \"65T\", expected a size from 1 to 2^46 bytes"},
+      {"0", "ZELK_SSS_MAX_DATABASE is \"0\", expected"},
+      {"4Gi", "ZELK_SSS_MAX_DATABASE is \"4Gi\", expected"},
+  };
+  for (const auto& [limit, reason] : cases) {
+    setenv("ZELK_SSS_MAX_DATABASE", limit, 1);
+    PARNIX_TFDBFileHeader header{};
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(CZelkFileIO().ReadHeader(path.c_str(), &header), reason.empty()) << limit;
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::StartsWith(reason));
+  }
+  unsetenv("ZELK_SSS_MAX_DATABASE");
+}
+
+TEST(BrokenReaders, AreReportedByNameOfTheFile) {
+  const TemporaryFolder folder;
+  const std::string path = folder / "db.sofa";
+  const std::string program = folder / "reader";
+  std::ofstream(path) << "any";
+  const std::pair<const char*, std::string> cases[] = {
+      {"kill -SEGV $$", "reading it crashes (Segmentation fault), expected a sound netCDF-4 file"},
+      {"kill -XCPU $$", "reading it takes more than 5 s of processor time, expected"},
+      {"exec sleep 100", "reading it does not end within 1 s, expected"},
+      {"exit 5", "its reader " + program + " ends with status 5, expected 0"},
+      {"exit 0", "its reader handed back 0 bytes, expected a sound answer"},
+      {"head -c 1000 /dev/zero >&3", "its reader handed back no answer, expected"},
+      {"sleep 1.5 & exit 0", "its reader handed back 0 bytes"},
+      // What it is to know and to have, and nothing else; then it fails.
+      {"[ \"$*\" = 'head 99' ] && [ -z \"$HOME$USER\" ] && [ ! -e /proc/$$/fd/4 ] && "
+       "[ \"$(cat)\" = any ] && exit 6",
+       "its reader " + program + " ends with status 6"},
+  };
+  for (const auto& [script, reason] : cases) {
+    // Written anew each time: a program that still runs is not to be written to.
+    std::filesystem::remove(program);
+    std::ofstream(program) << "#!/bin/bash\n" << script << "\n";
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    EXPECT_THAT([&] { readBy(program, path, false, 99, 1); },
+                testing::ThrowsMessage<SofaError>(testing::StartsWith(path + ": " + reason)));
+  }
+  EXPECT_THAT(
+      [&] { readBy(folder / "none", path, false, 99, 1); },
+      testing::ThrowsMessage<SofaError>(testing::HasSubstr("no process could be made for it")));
+}
+
+/// A sound answer of 2 positions, 1 microphone and 3 frequencies, and its warning.
+std::vector<std::byte> soundAnswer() {
+  AnswerHead head;
+  head.state = AnswerState::RESPONSES;
+  head.isTransferFunctions = 1;
+  head.measurements = 2;
+  head.receivers = 1;
+  head.length = 3;
+  head.samplingRate = 16000.0;
+  const std::string warning = "odd\x1B[2J\n";
+  head.textBytes = warning.size();
+  const AnswerLayout layout = layoutOf(head).value();
+  std::vector<std::byte> bytes(layout.size);
+  std::memcpy(bytes.data(), &head, sizeof head);
+  std::memcpy(bytes.data() + layout.text, warning.data(), warning.size());
+  return bytes;
+}
+
+SofaAnswer answerOf(const std::vector<std::byte>& bytes) {
+  const auto kept = std::make_shared<std::vector<std::byte>>(bytes);
+  return {{std::shared_ptr<const std::byte>(kept, kept->data()), kept->size()}, 1 << 20};
+}
+
+TEST(SofaAnswer, OfALyingReaderIsRefused) {
+  const SofaAnswer sound = answerOf(soundAnswer());
+  EXPECT_EQ(sound.values().size(), 12U);
+  EXPECT_THAT(sound.warnings(), testing::ElementsAre("odd?[2J"));
+
+  // Every change of the head by a number that is wrong at its place, in bytes of the same size and
+  // (where the counts claim it) of another.
+  constexpr std::uint64_t WRONG[] = {0,       5,          1U << 31,   1ULL << 32, (1ULL << 62) + 1,
+                                     1 << 20, ~0ULL >> 1, 1ULL << 63, ~0ULL};
+  for (std::size_t at = 0; at < sizeof(AnswerHead); at += sizeof(std::uint64_t)) {
+    if (at == offsetof(AnswerHead, samplingRate)) continue;
+    for (const std::uint64_t wrong : WRONG) {
+      std::vector<std::byte> bytes = soundAnswer();
+      std::memcpy(bytes.data() + at, &wrong, sizeof wrong);
+      if (at == offsetof(AnswerHead, isTransferFunctions) && wrong != 0) continue;  // below
+      EXPECT_THROW(answerOf(bytes), SofaError) << at << " " << wrong;
+    }
+  }
+  const double NaN = std::nan("");
+  const auto put = [](std::vector<std::byte>& bytes, std::size_t at, auto value) {
+    std::memcpy(bytes.data() + at, &value, sizeof value);
+  };
+  std::vector<std::byte> bytes = soundAnswer();
+  put(bytes, offsetof(AnswerHead, isTransferFunctions), std::uint64_t{2});
+  EXPECT_THROW(answerOf(bytes), SofaError);
+  for (const double rate : {NaN, -1.0, 1e8}) {
+    bytes = soundAnswer();
+    put(bytes, offsetof(AnswerHead, samplingRate), rate);
+    EXPECT_THROW(answerOf(bytes), SofaError) << rate;
+  }
+  for (const std::size_t place : {sizeof(AnswerHead), sizeof(AnswerHead) + 64}) {
+    for (const double x : {NaN, 1e300, -HUGE_VAL}) {
+      bytes = soundAnswer();
+      put(bytes, place, x);
+      EXPECT_THROW(answerOf(bytes), SofaError) << place << " " << x;
+    }
+  }
+  bytes = soundAnswer();
+  put(bytes, bytes.size() - std::string("odd\x1B[2J\n").size() - sizeof(float),
+      std::numeric_limits<float>::infinity());
+  EXPECT_THROW(answerOf(bytes), SofaError);
+  for (const std::size_t size : {0, 8, 63, 64, 100, 1000}) {
+    bytes = soundAnswer();
+    bytes.resize(size);
+    EXPECT_THROW(answerOf(bytes), SofaError) << size;
   }
 }
 

@@ -15,11 +15,13 @@ grep -qF "$folder/none/include/flowdesigner/BufferedNode.h: " log || { cat log; 
 env -u FLOWDESIGNER_HOME PATH="$folder/fd/bin:$PATH" ZELK_BUILD="$build" CMAKE_BUILD_PARALLEL_LEVEL=2 \
   nice bash "$source/scripts/flowdesigner.sh"
 diff - <(cd fd/lib/flowdesigner/toolbox && find . -not -type d -printf '%P\n' | LC_ALL=C sort) <<END
+zelk-sss/libzelk-sofa-writer.so
 zelk-sss/libzelk-sss.so.${version%%.*}
 zelk-sss/libzelk-sss.so.$version
 zelk-sss/libzelkfileio.so
 zelk-sss/zelk-audio.def
 zelk-sss/zelk-audio.tlb
+zelk-sss/zelk-sofa-reader
 zelk-sss/zelk-sss.def
 zelk-sss/zelk-sss.tlb
 END

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "fileio/SofaLimits.h"
+
+/// Takes from this process, until it ends, everything that reading a file in memory does not need:
+/// memory, processor time and file sizes beyond the limits, new privileges, processes, core files,
+/// and all system calls but those that manage its own memory, resize the file `answer` and end it.
+/// Other calls fail with EPERM, so that libraries that try one go on without. The process also ends
+/// when the one that started it does. Throws SofaError where the system cannot do that.
+void confine(const ReaderLimits& limits, int answer);

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+
+/// A file cannot be used; what() names the file, the place in it, what was found and expected.
+class SofaError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// A text from a file, fit to be shown on one line: what is not printable ASCII becomes '?', and
+/// only the first `longest` characters are kept.
+std::string printable(const std::string& text, std::size_t longest = 80);
+
+/// "<file>: <text>", in which control characters of the name are replaced.
+std::string aboutFile(const std::string& path, const std::string& text);

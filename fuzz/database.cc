@@ -1,0 +1,25 @@
+// Raw bytes as a transfer-function file, through the confined reader: the libraries for the format
+// may do what they like with them, this process must get a database or one line of reason.
+#include <cmath>
+
+#include "fileio/CZelkFileIO.h"
+#include "fileio/SofaFile.h"
+#include "fuzz/Fuzzing.h"
+#include "responses/TfdbReport.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const ScratchFile scratch;
+  scratch.fill(data, size);
+  bool isRead = false;
+  try {
+    const SofaFile file(scratch.path());
+    isRead = file.isTransferFunctions();
+    require(!checkText(file).empty(), "there is a report");
+  } catch (const SofaError& error) {
+    require(isShowable(error.what()), "messages are showable");
+  }
+  PARNIX_TFDBFileHeader header{};
+  const bool good = CZelkFileIO().ReadHeader(scratch.path().c_str(), &header);
+  require(good == isRead, "a node reads what the command reads");
+  return 0;
+}
