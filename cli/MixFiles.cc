@@ -18,8 +18,10 @@ void MixFiles::add(const std::string& path, const std::vector<float>& image) {
 void MixFiles::finish(const std::string& path) {
   Audio::WavWriter writer(path, format, force);
   writer.write(mixture.data(), length());
+  writer.sync();
   for (Audio::WavWriter& image : images) {
     image.writeSilence(static_cast<std::int64_t>(length()) - image.samplesWritten());
+    image.sync();
   }
   for (Audio::WavWriter& image : images) image.finish();
   writer.finish();

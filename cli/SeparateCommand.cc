@@ -15,10 +15,13 @@
 #include "ParameterValue.h"
 #include "cli/NetworkRun.h"
 #include "cli/OptionChecks.h"
-#include "cli/OutputFile.h"
+#include "cli/OutputCheck.h"
 #include "cli/SeparationInputs.h"
 #include "cli/SeparationNetwork.h"
+#include "toolbox/core/AudioError.h"
+#include "toolbox/core/FolderLock.h"
 #include "toolbox/core/FrameLayout.h"
+#include "toolbox/core/SeparatedFiles.h"
 
 namespace {
 
@@ -134,18 +137,25 @@ void printReport(const SeparationSettings& s, double seconds) {
 }
 
 /// Complains before the work starts, in the command's own words; the writer checks again.
-void refuseEarlierFiles(const SeparationSettings& s, const Audio::Scene& scene) {
-  std::vector<std::string> names = {"timeline.json"};
+void checkFolder(const SeparationSettings& s, const Audio::Scene& scene) {
+  std::error_code ignored;
+  if (!std::filesystem::is_directory(s.directory, ignored)) return;
+  const Audio::FolderLock lock(s.directory);
+  const std::filesystem::path folder = s.directory;
+  std::vector<std::string> paths = {(folder / "timeline.json").string()};
   for (const Audio::SceneSource& source : scene.sources()) {
-    names.push_back(fmt::format("{}{}.wav", s.prefix, source.id));
+    paths.push_back((folder / fmt::format("{}{}.wav", s.prefix, source.id)).string());
   }
-  for (const std::string& name : names) {
-    const std::filesystem::path path = std::filesystem::path(s.directory) / name;
-    std::error_code ignored;
-    if (!std::filesystem::exists(path, ignored)) continue;
-    throw OutputError(fmt::format(
-        "{}: exists already, expected no files of an earlier run (--force replaces them)",
-        path.string()));
+  for (const std::string& path : paths) {
+    if (s.overwrite || !std::filesystem::exists(path, ignored)) continue;
+    throw Audio::AudioError(fmt::format(
+        "{}: exists already, expected no files of an earlier run (--force replaces them)", path));
+  }
+  for (const std::string& path : Audio::SeparatedFiles::filesOfEarlierRun(s.directory)) {
+    paths.push_back(path);  // the run removes them or replaces them
+  }
+  for (const std::string& path : paths) {
+    refuseInput(path, {s.recording, s.database, s.scene, s.noiseRecording});
   }
 }
 
@@ -158,7 +168,7 @@ void separate(Options options) {
     std::cout << network.toXml();
     return;
   }
-  if (!s.overwrite) refuseEarlierFiles(s, inputs.scene);
+  checkFolder(s, inputs.scene);
   for (const std::string& warning : inputs.warnings) {
     std::cerr << "zelk-sss: " << warning << std::endl;
   }

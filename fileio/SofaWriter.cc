@@ -3,28 +3,25 @@
 #include <fmt/format.h>
 #include <netcdf.h>
 
-#include <cstdio>
 #include <ctime>
 #include <utility>
 
 #include "fileio/NcFile.h"
+#include "toolbox/core/OutputFile.h"
 
 namespace {
 
 constexpr int COMPRESSION_LEVEL = 5;
 
-/// A netCDF-4 file under construction. Until close succeeds the destructor removes it.
+/// A netCDF-4 file under construction. One that is not closed stays open in the library, whose own
+/// way to give a file up crashes after a failed write.
 class NcWriter {
  public:
-  explicit NcWriter(std::string path) : name(std::move(path)) {
-    check(nc_create(name.c_str(), NC_NETCDF4 | NC_CLOBBER, &id));
+  explicit NcWriter(Audio::OutputFile& file) : name(file.path()) {
+    check(nc_create(file.temporaryName().c_str(), NC_NETCDF4 | NC_CLOBBER, &id));
   }
   NcWriter(const NcWriter&) = delete;
   NcWriter& operator=(const NcWriter&) = delete;
-  ~NcWriter() {
-    // The library's own way to give a file up crashes after a failed write.
-    if (id >= 0) std::remove(name.c_str());
-  }
 
   int dimension(const char* label, std::size_t length) {
     int dimensionId = 0;
@@ -60,12 +57,7 @@ class NcWriter {
     check(nc_put_var_float(id, variable, values.data()));
   }
 
-  void close() {
-    const int status = nc_close(id);
-    id = -1;
-    if (status != NC_NOERR) std::remove(name.c_str());
-    check(status);
-  }
+  void close() const { check(nc_close(id)); }
 
  private:
   void check(int status) const {
@@ -130,6 +122,12 @@ std::vector<double> frequenciesOf(const SofaTransferFunctions& data) {
 }  // namespace
 
 void writeSofa(const std::string& path, const SofaTransferFunctions& data) {
+  Audio::OutputFile file(path, true);
+  writeSofa(file, data);
+  file.finish();
+}
+
+void writeSofa(Audio::OutputFile& output, const SofaTransferFunctions& data) {
   const std::size_t M = data.sourcePositions.size();
   const std::size_t R = data.receiverPositions.size();
   const std::size_t N = data.frequencies;
@@ -137,10 +135,10 @@ void writeSofa(const std::string& path, const SofaTransferFunctions& data) {
     throw SofaError(
         fmt::format("{}: {} values do not fill {} positions × {} receivers × {} "
                     "frequencies, each 1 or more",
-                    path, data.values.size(), M, R, N));
+                    output.path(), data.values.size(), M, R, N));
   }
 
-  NcWriter file(path);
+  NcWriter file(output);
   putGlobals(file, data.title);
   const int dimM = file.dimension("M", M);
   const int dimR = file.dimension("R", R);

@@ -9,9 +9,10 @@
 #include <filesystem>
 #include <memory>
 
-#include "cli/OutputFile.h"
+#include "cli/OutputCheck.h"
 #include "cli/plot/PlotError.h"
 #include "cli/plot/PngBytes.h"
+#include "toolbox/core/OutputFile.h"
 
 namespace {
 
@@ -33,17 +34,17 @@ void require(bool success, GError* error) {
 
 }  // namespace
 
-void checkPicture(const std::string& path, bool overwrite) {
+void checkPicture(const std::string& path, bool overwrite, const std::vector<std::string>& inputs) {
   const std::filesystem::path ending = std::filesystem::path(path).extension();
   if (ending != ".svg" && ending != ".png") {
     throw CLI::ValidationError(
         "--output", fmt::format("\"{}\", expected a name that ends in .svg or .png", path));
   }
-  checkOutput(path, overwrite);
+  checkOutput(path, overwrite, inputs);
 }
 
 void writePicture(const std::string& path, const Drawing& drawing, bool overwrite) {
-  OutputFile file(path, overwrite);
+  Audio::OutputFile file(path, overwrite);
   file.write(std::filesystem::path(path).extension() == ".png" ? pngOf(drawing) : drawing.svg());
   file.finish();
 }

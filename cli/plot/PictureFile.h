@@ -1,15 +1,16 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "cli/plot/Drawing.h"
 
-/// Throws CLI::ValidationError unless the name ends in .svg or .png, and OutputError as checkOutput
+/// Throws CLI::ValidationError unless the name ends in .svg or .png, and AudioError as checkOutput
 /// does. To be called before the work starts.
-void checkPicture(const std::string& path, bool overwrite);
+void checkPicture(const std::string& path, bool overwrite, const std::vector<std::string>& inputs);
 
 /// Writes the drawing in the format that the name's ending says; a PNG image has the drawing's size
-/// in pixels. The file appears when it is complete. Throws OutputError or PlotError.
+/// in pixels. The file appears when it is complete. Throws AudioError or PlotError.
 void writePicture(const std::string& path, const Drawing& drawing, bool overwrite);
 
 /// The drawing as the bytes of a PNG file. Throws PlotError.

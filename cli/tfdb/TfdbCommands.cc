@@ -9,11 +9,12 @@
 #include <tuple>
 #include <vector>
 
-#include "cli/OutputFile.h"
+#include "cli/OutputCheck.h"
 #include "cli/tfdb/ArrayGeometry.h"
 #include "cli/tfdb/ChildProcess.h"
 #include "cli/tfdb/ResponseImport.h"
 #include "cli/tfdb/TfdbReport.h"
+#include "toolbox/core/OutputFile.h"
 
 namespace {
 
@@ -33,8 +34,9 @@ struct Target {
   }
 
   void write(const SofaTransferFunctions& data) const {
-    OutputFile file(output, force);
-    writeInChild(file.temporaryPath(), [&] { writeSofa(file.temporaryPath(), data); });
+    Audio::OutputFile file(output, force);
+    file.temporaryName();  // this process's, which outlives the child
+    writeInChild(output, [&] { writeSofa(file, data); });
     file.finish();
   }
 };
@@ -51,7 +53,7 @@ void addImport(CLI::App& tfdb) {
   options->target.addOptions(*command);
   command->callback([options] {
     const std::string& input = options->input;
-    checkOutput(options->target.output, options->target.force);
+    checkOutput(options->target.output, options->target.force, {input});
     tryReading(input, true);
     ImportReport report;
     SofaTransferFunctions data = importResponses(SofaFile(input), options->target.frame, report);
@@ -96,7 +98,7 @@ void addGeometry(CLI::App& tfdb) {
       ->allow_extra_args(false)
       ->capture_default_str();
   command->callback([options, circular, linear] {
-    checkOutput(options->target.output, options->target.force);
+    checkOutput(options->target.output, options->target.force, {options->file});
     const Positions microphones = *circular ? std::apply(circularArray, options->circular)
                                   : *linear ? std::apply(linearArray, options->linear)
                                             : readMicrophones(options->file);
