@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 #include <netcdf.h>
+#include <netcdf_mem.h>
 
+#include <cstdlib>
 #include <ctime>
+#include <memory>
 #include <utility>
 
 #include "fileio/NcFile.h"
@@ -13,15 +16,17 @@ namespace {
 
 constexpr int COMPRESSION_LEVEL = 5;
 
-/// A netCDF-4 file under construction. One that is not closed stays open in the library, whose own
-/// way to give a file up crashes after a failed write.
+/// A netCDF-4 file under construction, in memory: the library crashes when the disk fails it.
 class NcWriter {
  public:
-  explicit NcWriter(Audio::OutputFile& file) : name(file.path()) {
-    check(nc_create(file.temporaryName().c_str(), NC_NETCDF4 | NC_CLOBBER, &id));
+  NcWriter(std::string path, std::size_t expectedSize) : name(std::move(path)) {
+    check(nc_create_mem(name.c_str(), NC_NETCDF4, expectedSize, &id));
   }
   NcWriter(const NcWriter&) = delete;
   NcWriter& operator=(const NcWriter&) = delete;
+  ~NcWriter() {
+    if (id >= 0) nc_abort(id);
+  }
 
   int dimension(const char* label, std::size_t length) {
     int dimensionId = 0;
@@ -57,13 +62,19 @@ class NcWriter {
     check(nc_put_var_float(id, variable, values.data()));
   }
 
-  void close() const { check(nc_close(id)); }
+  /// Closes the file and writes its bytes.
+  void finish(Audio::OutputFile& output) {
+    NC_memio bytes = {};
+    const int status = nc_close_memio(std::exchange(id, -1), &bytes);
+    const std::unique_ptr<void, void (*)(void*)> owner(bytes.memory, std::free);
+    check(status);
+    output.write({static_cast<const char*>(bytes.memory), bytes.size});
+  }
 
  private:
   void check(int status) const {
     if (status == NC_NOERR) return;
-    throw SofaError(fmt::format("{}: cannot write: {}{}", name, nc_strerror(status),
-                                status == NC_EHDFERR ? " (is there room on the disk?)" : ""));
+    throw SofaError(fmt::format("{}: cannot write: {}", name, nc_strerror(status)));
   }
 
   std::string name;
@@ -121,13 +132,7 @@ std::vector<double> frequenciesOf(const SofaTransferFunctions& data) {
 
 }  // namespace
 
-void writeSofa(const std::string& path, const SofaTransferFunctions& data) {
-  Audio::OutputFile file(path, true);
-  writeSofa(file, data);
-  file.finish();
-}
-
-void writeSofa(Audio::OutputFile& output, const SofaTransferFunctions& data) {
+void writeSofa(const std::string& path, const SofaTransferFunctions& data, bool overwrite) {
   const std::size_t M = data.sourcePositions.size();
   const std::size_t R = data.receiverPositions.size();
   const std::size_t N = data.frequencies;
@@ -135,10 +140,11 @@ void writeSofa(Audio::OutputFile& output, const SofaTransferFunctions& data) {
     throw SofaError(
         fmt::format("{}: {} values do not fill {} positions × {} receivers × {} "
                     "frequencies, each 1 or more",
-                    output.path(), data.values.size(), M, R, N));
+                    path, data.values.size(), M, R, N));
   }
 
-  NcWriter file(output);
+  Audio::OutputFile output(path, overwrite);
+  NcWriter file(path, data.values.size() * sizeof data.values[0]);
   putGlobals(file, data.title);
   const int dimM = file.dimension("M", M);
   const int dimR = file.dimension("R", R);
@@ -171,5 +177,6 @@ void writeSofa(Audio::OutputFile& output, const SofaTransferFunctions& data) {
   file.put(real, part);
   for (std::size_t i = 0; i < part.size(); ++i) part[i] = data.values[i].imag();
   file.put(imaginary, part);
-  file.close();
+  file.finish(output);
+  output.finish();
 }

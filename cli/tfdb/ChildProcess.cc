@@ -50,8 +50,8 @@ void limitResources() {
 #endif
 }
 
-[[noreturn]] void runChild(const std::function<void()>& work, bool limited, int reasonPipe) {
-  if (limited) limitResources();
+[[noreturn]] void runChild(const std::function<void()>& work, int reasonPipe) {
+  limitResources();
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // an interrupted command leaves no reader behind
   // The parent says what is wrong, not the libraries below.
   const int null = open("/dev/null", O_WRONLY);
@@ -81,14 +81,14 @@ struct ChildEnd {
   std::string reason;
 };
 
-ChildEnd runInChild(const std::string& path, const std::function<void()>& work, bool limited) {
+ChildEnd runInChild(const std::string& path, const std::function<void()>& work) {
   Pipe reasons;
   const pid_t child = pipe2(reasons.ends, O_CLOEXEC) == 0 ? fork() : -1;
   if (child < 0) {
     throw SofaError(
         fmt::format("{}: no process could be made for it: {}", path, std::strerror(errno)));
   }
-  if (child == 0) runChild(work, limited, reasons.ends[1]);
+  if (child == 0) runChild(work, reasons.ends[1]);
   reasons.close(reasons.ends[1]);
   ChildEnd end;
   while (waitpid(child, &end.status, 0) < 0) {
@@ -104,7 +104,7 @@ ChildEnd runInChild(const std::string& path, const std::function<void()>& work, 
 }  // namespace
 
 void tryInChild(const std::string& path, const std::function<void()>& work) {
-  const auto [status, reason] = runInChild(path, work, true);
+  const auto [status, reason] = runInChild(path, work);
   const std::string expected = "expected a sound netCDF-4 file";
   if (WIFSIGNALED(status)) {
     const int signal = WTERMSIG(status);
@@ -120,17 +120,6 @@ void tryInChild(const std::string& path, const std::function<void()>& work) {
   if (WEXITSTATUS(status) == 0) return;
   throw SofaError(reason.empty() ? fmt::format("{}: reading it fails, {}", path, expected)
                                  : reason);
-}
-
-void writeInChild(const std::string& path, const std::function<void()>& work) {
-  const auto [status, reason] = runInChild(path, work, false);
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return;
-  if (WIFEXITED(status) && WEXITSTATUS(status) == OUT_OF_MEMORY) throw std::bad_alloc();
-  throw SofaError(!reason.empty()
-                      ? reason
-                      : fmt::format("{}: cannot write: the library for it fails (is there room on "
-                                    "the disk?)",
-                                    path));
 }
 
 void tryReading(const std::string& path, bool withResponses) {

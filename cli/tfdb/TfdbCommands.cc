@@ -14,7 +14,6 @@
 #include "cli/tfdb/ChildProcess.h"
 #include "cli/tfdb/ResponseImport.h"
 #include "cli/tfdb/TfdbReport.h"
-#include "toolbox/core/OutputFile.h"
 
 namespace {
 
@@ -33,12 +32,7 @@ struct Target {
     command.add_flag("--force", force, "Replace the output if it exists");
   }
 
-  void write(const SofaTransferFunctions& data) const {
-    Audio::OutputFile file(output, force);
-    file.temporaryName();  // this process's, which outlives the child
-    writeInChild(output, [&] { writeSofa(file, data); });
-    file.finish();
-  }
+  void write(const SofaTransferFunctions& data) const { writeSofa(output, data, force); }
 };
 
 void addImport(CLI::App& tfdb) {

@@ -160,11 +160,6 @@ void OutputFile::makeTemporaryName() {
   first = this;
 }
 
-const std::string& OutputFile::temporaryName() {
-  if (partPath.empty()) makeTemporaryName();
-  return partPath;
-}
-
 void OutputFile::giveUpTemporaryName() {
   if (partPath.empty()) return;
   const ListChange change;
@@ -203,7 +198,7 @@ void OutputFile::write(std::string_view text) {
 
 void OutputFile::suspend() {
   if (file < 0) return;
-  temporaryName();
+  if (partPath.empty()) makeTemporaryName();
   const int status = close(file);
   file = -1;
   if (status != 0) fail(errno);
@@ -227,7 +222,7 @@ void OutputFile::sync() {
 void OutputFile::finish() {
   resume();
   sync();
-  temporaryName();
+  if (partPath.empty()) makeTemporaryName();
   {
     const ListChange change;
     const unsigned flags = replaces ? 0 : RENAME_NOREPLACE;
