@@ -30,8 +30,7 @@ std::vector<std::filesystem::path> plugInFolders() {
 
 /// A plug-in has files of its own that a signal may interrupt.
 void removeFilesOnSignals(const std::filesystem::path& plugIn) {
-  void* const library =
-      dlopen(std::filesystem::absolute(plugIn).c_str(), RTLD_LAZY | RTLD_NOLOAD);
+  void* const library = dlopen(std::filesystem::absolute(plugIn).c_str(), RTLD_LAZY | RTLD_NOLOAD);
   void* const remover = library ? dlsym(library, "zelkRemoveUnfinishedFiles") : nullptr;
   if (remover) addUnfinishedFiles(reinterpret_cast<void (*)()>(remover));
 }

@@ -33,7 +33,6 @@ void refuseInput(const std::string& path, const std::vector<std::string>& inputs
   for (const std::string& input : inputs) {
     std::error_code missing;
     if (!std::filesystem::equivalent(path, input, missing) || missing) continue;
-    throw AudioError(
-        fmt::format("{}: is the input {} itself, expected another file", path, input));
+    throw AudioError(fmt::format("{}: is the input {} itself, expected another file", path, input));
   }
 }

@@ -26,8 +26,8 @@ timer_t patienceTimer = {};
 
 void endNow(int signal) {
   if (getpid() == owner) {
-    for (void (*const remover)() : removers) {
-      if (remover) remover();
+    for (auto remover = removers.rbegin(); remover != removers.rend(); ++remover) {
+      if (*remover) (*remover)();
     }
     constexpr std::string_view TEXT = "zelk-sss: stopped by a signal; nothing unfinished is left\n";
     // Nobody reads what follows SIGPIPE.

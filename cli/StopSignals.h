@@ -7,8 +7,8 @@
 /// that was ignored (as by nohup) or handled when the process started stays so.
 void removeUnfinishedFilesOnSignals();
 
-/// Adds what a signal is to remove. The function may call nothing but what handlers may call. One
-/// that is there already is not added again.
+/// Adds what a signal is to remove, before what was added earlier. The function may call nothing
+/// but what handlers may call. One that is there already is not added again.
 void addUnfinishedFiles(void (*removeAll)());
 
 /// SIGINT, SIGTERM and SIGHUP are noted instead of ending the process, for one scope at a time. The

@@ -2,11 +2,8 @@
 
 #include <fmt/format.h>
 #include <netcdf.h>
-#include <netcdf_mem.h>
 
-#include <cstdlib>
 #include <ctime>
-#include <memory>
 #include <utility>
 
 #include "fileio/NcFile.h"
@@ -16,17 +13,15 @@ namespace {
 
 constexpr int COMPRESSION_LEVEL = 5;
 
-/// A netCDF-4 file under construction, in memory: the library crashes when the disk fails it.
+/// A netCDF-4 file under construction. One that is not closed stays open in the library, whose own
+/// way to give a file up crashes after a failed write.
 class NcWriter {
  public:
-  NcWriter(std::string path, std::size_t expectedSize) : name(std::move(path)) {
-    check(nc_create_mem(name.c_str(), NC_NETCDF4, expectedSize, &id));
+  explicit NcWriter(Audio::OutputFile& file) : name(file.path()) {
+    check(nc_create(file.temporaryName().c_str(), NC_NETCDF4 | NC_CLOBBER, &id));
   }
   NcWriter(const NcWriter&) = delete;
   NcWriter& operator=(const NcWriter&) = delete;
-  ~NcWriter() {
-    if (id >= 0) nc_abort(id);
-  }
 
   int dimension(const char* label, std::size_t length) {
     int dimensionId = 0;
@@ -62,19 +57,13 @@ class NcWriter {
     check(nc_put_var_float(id, variable, values.data()));
   }
 
-  /// Closes the file and writes its bytes.
-  void finish(Audio::OutputFile& output) {
-    NC_memio bytes = {};
-    const int status = nc_close_memio(std::exchange(id, -1), &bytes);
-    const std::unique_ptr<void, void (*)(void*)> owner(bytes.memory, std::free);
-    check(status);
-    output.write({static_cast<const char*>(bytes.memory), bytes.size});
-  }
+  void close() const { check(nc_close(id)); }
 
  private:
   void check(int status) const {
     if (status == NC_NOERR) return;
-    throw SofaError(fmt::format("{}: cannot write: {}", name, nc_strerror(status)));
+    throw SofaError(fmt::format("{}: cannot write: {}{}", name, nc_strerror(status),
+                                status == NC_EHDFERR ? " (is there room on the disk?)" : ""));
   }
 
   std::string name;
@@ -132,7 +121,13 @@ std::vector<double> frequenciesOf(const SofaTransferFunctions& data) {
 
 }  // namespace
 
-void writeSofa(const std::string& path, const SofaTransferFunctions& data, bool overwrite) {
+void writeSofa(const std::string& path, const SofaTransferFunctions& data) {
+  Audio::OutputFile file(path, true);
+  writeSofa(file, data);
+  file.finish();
+}
+
+void writeSofa(Audio::OutputFile& output, const SofaTransferFunctions& data) {
   const std::size_t M = data.sourcePositions.size();
   const std::size_t R = data.receiverPositions.size();
   const std::size_t N = data.frequencies;
@@ -140,11 +135,10 @@ void writeSofa(const std::string& path, const SofaTransferFunctions& data, bool 
     throw SofaError(
         fmt::format("{}: {} values do not fill {} positions × {} receivers × {} "
                     "frequencies, each 1 or more",
-                    path, data.values.size(), M, R, N));
+                    output.path(), data.values.size(), M, R, N));
   }
 
-  Audio::OutputFile output(path, overwrite);
-  NcWriter file(path, data.values.size() * sizeof data.values[0]);
+  NcWriter file(output);
   putGlobals(file, data.title);
   const int dimM = file.dimension("M", M);
   const int dimR = file.dimension("R", R);
@@ -177,6 +171,5 @@ void writeSofa(const std::string& path, const SofaTransferFunctions& data, bool 
   file.put(real, part);
   for (std::size_t i = 0; i < part.size(); ++i) part[i] = data.values[i].imag();
   file.put(imaginary, part);
-  file.finish(output);
-  output.finish();
+  file.close();
 }

@@ -6,6 +6,10 @@
 #include <string>
 #include <vector>
 
+namespace Audio {
+class OutputFile;
+}
+
 /// Transfer functions and their geometry, to be written as a SOFA file of DataType "TF".
 struct SofaTransferFunctions {
   std::vector<std::array<double, 3>> sourcePositions;    ///< M, metres: x forward, y left, z up
@@ -16,6 +20,10 @@ struct SofaTransferFunctions {
   std::string title;
 };
 
-/// Writes a GeneralTF file (AES69, netCDF-4, compressed), which appears when it is complete. Throws
-/// SofaError naming the file, or AudioError as Audio::OutputFile does.
-void writeSofa(const std::string& path, const SofaTransferFunctions& data, bool overwrite = true);
+/// Writes a GeneralTF file (AES69, netCDF-4, compressed) as the content of an output file, which
+/// stays unfinished. Throws SofaError naming the file.
+void writeSofa(Audio::OutputFile& file, const SofaTransferFunctions& data);
+
+/// Writes the file and finishes it, in place of one that is there. Throws SofaError, or AudioError
+/// as Audio::OutputFile does.
+void writeSofa(const std::string& path, const SofaTransferFunctions& data);

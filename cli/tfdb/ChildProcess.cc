@@ -14,6 +14,7 @@
 #include <new>
 #include <string_view>
 
+#include "cli/StopSignals.h"
 #include "fileio/SofaFile.h"
 
 namespace {
@@ -22,6 +23,29 @@ constexpr rlim_t SECONDS = 30;  // of processor time
 constexpr rlim_t GIBIBYTES = 6;
 constexpr int OUT_OF_MEMORY = 3;
 constexpr int FAILED = 4;
+volatile pid_t running = 0;  // the child process of which the end is awaited
+
+/// For the handler of a signal that ends this process: a child that lives on would make the file
+/// again whose temporary name is removed.
+void endChild() {
+  if (running <= 0) return;
+  kill(running, SIGKILL);
+  waitpid(running, nullptr, 0);
+}
+
+/// fork, which no signal finds half done.
+pid_t startChild() {
+  addUnfinishedFiles(endChild);
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  sigprocmask(SIG_BLOCK, &all, &before);
+  const pid_t child = fork();
+  running = child;
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+  return child;
+}
+
 constexpr std::size_t LONGEST_REASON = 4096;  // a pipe takes so much without anyone reading it
 
 /// The two ends of a pipe, closed at the end of the scope.
@@ -50,8 +74,8 @@ void limitResources() {
 #endif
 }
 
-[[noreturn]] void runChild(const std::function<void()>& work, int reasonPipe) {
-  limitResources();
+[[noreturn]] void runChild(const std::function<void()>& work, bool limited, int reasonPipe) {
+  if (limited) limitResources();
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // an interrupted command leaves no reader behind
   // The parent says what is wrong, not the libraries below.
   const int null = open("/dev/null", O_WRONLY);
@@ -81,14 +105,14 @@ struct ChildEnd {
   std::string reason;
 };
 
-ChildEnd runInChild(const std::string& path, const std::function<void()>& work) {
+ChildEnd runInChild(const std::string& path, const std::function<void()>& work, bool limited) {
   Pipe reasons;
-  const pid_t child = pipe2(reasons.ends, O_CLOEXEC) == 0 ? fork() : -1;
+  const pid_t child = pipe2(reasons.ends, O_CLOEXEC) == 0 ? startChild() : -1;
   if (child < 0) {
     throw SofaError(
         fmt::format("{}: no process could be made for it: {}", path, std::strerror(errno)));
   }
-  if (child == 0) runChild(work, reasons.ends[1]);
+  if (child == 0) runChild(work, limited, reasons.ends[1]);
   reasons.close(reasons.ends[1]);
   ChildEnd end;
   while (waitpid(child, &end.status, 0) < 0) {
@@ -96,6 +120,7 @@ ChildEnd runInChild(const std::string& path, const std::function<void()>& work) 
       throw SofaError(fmt::format("{}: waiting for it: {}", path, std::strerror(errno)));
     }
   }
+  running = 0;
   const bool gaveReason = WIFEXITED(end.status) && WEXITSTATUS(end.status) == FAILED;
   if (gaveReason) end.reason = readReason(reasons.ends[0]);
   return end;
@@ -104,7 +129,7 @@ ChildEnd runInChild(const std::string& path, const std::function<void()>& work) 
 }  // namespace
 
 void tryInChild(const std::string& path, const std::function<void()>& work) {
-  const auto [status, reason] = runInChild(path, work);
+  const auto [status, reason] = runInChild(path, work, true);
   const std::string expected = "expected a sound netCDF-4 file";
   if (WIFSIGNALED(status)) {
     const int signal = WTERMSIG(status);
@@ -120,6 +145,17 @@ void tryInChild(const std::string& path, const std::function<void()>& work) {
   if (WEXITSTATUS(status) == 0) return;
   throw SofaError(reason.empty() ? fmt::format("{}: reading it fails, {}", path, expected)
                                  : reason);
+}
+
+void writeInChild(const std::string& path, const std::function<void()>& work) {
+  const auto [status, reason] = runInChild(path, work, false);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return;
+  if (WIFEXITED(status) && WEXITSTATUS(status) == OUT_OF_MEMORY) throw std::bad_alloc();
+  throw SofaError(!reason.empty()
+                      ? reason
+                      : fmt::format("{}: cannot write: the library for it fails (is there room on "
+                                    "the disk?)",
+                                    path));
 }
 
 void tryReading(const std::string& path, bool withResponses) {

@@ -14,3 +14,8 @@ void tryInChild(const std::string& path, const std::function<void()>& work);
 ///
 /// withResponses: also read the responses and delays, not just counts and positions.
 void tryReading(const std::string& path, bool withResponses);
+
+/// Writes the file of this name in a child process without limits: the library for SOFA files
+/// crashes, at the latest when the process ends, after a disk was full. Throws SofaError with the
+/// text of the exception that the work threw, or one that names the file.
+void writeInChild(const std::string& path, const std::function<void()>& work);

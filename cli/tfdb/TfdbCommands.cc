@@ -14,6 +14,7 @@
 #include "cli/tfdb/ChildProcess.h"
 #include "cli/tfdb/ResponseImport.h"
 #include "cli/tfdb/TfdbReport.h"
+#include "toolbox/core/OutputFile.h"
 
 namespace {
 
@@ -32,7 +33,12 @@ struct Target {
     command.add_flag("--force", force, "Replace the output if it exists");
   }
 
-  void write(const SofaTransferFunctions& data) const { writeSofa(output, data, force); }
+  void write(const SofaTransferFunctions& data) const {
+    Audio::OutputFile file(output, force);
+    file.temporaryName();  // this process's, which outlives the child
+    writeInChild(output, [&] { writeSofa(file, data); });
+    file.finish();
+  }
 };
 
 void addImport(CLI::App& tfdb) {

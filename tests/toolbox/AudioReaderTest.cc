@@ -165,12 +165,9 @@ TEST(AudioReaderTest, ComparesTheHeaderWithTheFile) {
     int format;
     std::uint64_t sizeAt;  // where the header says how much sound there is; 0: at two places
     int sizeBytes;
-  } cases[] = {{SF_FORMAT_WAV, 40, 4},
-               {SF_FORMAT_WAV | SF_ENDIAN_BIG, 40, 4},
-               {SF_FORMAT_RF64, 28, 8},
-               {SF_FORMAT_AIFF, 0, 0},
-               {SF_FORMAT_AU, 8, 4},
-               {SF_FORMAT_AU | SF_ENDIAN_LITTLE, 8, 4}};
+  } cases[] = {{SF_FORMAT_WAV, 40, 4},  {SF_FORMAT_WAV | SF_ENDIAN_BIG, 40, 4},
+               {SF_FORMAT_RF64, 28, 8}, {SF_FORMAT_AIFF, 0, 0},
+               {SF_FORMAT_AU, 8, 4},    {SF_FORMAT_AU | SF_ENDIAN_LITTLE, 8, 4}};
   for (const auto& [format, sizeAt, sizeBytes] : cases) {
     SCOPED_TRACE(format);
     const std::string path = folder / "sound";
@@ -198,7 +195,8 @@ TEST(AudioReaderTest, ComparesTheHeaderWithTheFile) {
                 AllOf(testing::StartsWith(path + ": the header announces no samples, but "),
                       HasSubstr(" bytes follow it")));
     writeSound(path, 16000, 1, {}, format | SF_FORMAT_PCM_16);
-    EXPECT_EQ(messageOf<Audio::AudioError>(count), path + ": holds no samples, expected one at least");
+    EXPECT_EQ(messageOf<Audio::AudioError>(count),
+              path + ": holds no samples, expected one at least");
   }
 }
 

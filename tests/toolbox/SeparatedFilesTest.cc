@@ -255,7 +255,8 @@ TEST_F(SeparatedFilesTest, CountsWhatIsSpoiltAndSpoilsNothingElse) {
 
 TEST_F(SeparatedFilesTest, RemovesFilesOfAnEarlierRunThatTheNewOneLacksAndNoOthers) {
   std::filesystem::create_directory(folder / "out");
-  folder.write("out/timeline.json", R"({"sources": [{"file": "source_9.wav"}, {"file": "other_1.wav"},
+  folder.write("out/timeline.json",
+               R"({"sources": [{"file": "source_9.wav"}, {"file": "other_1.wav"},
       {"file": "../mine.wav"}, {"file": "source_3.wav"}, {"file": "notes.txt"}]})");
   for (const char* name : {"mine.wav", "out/source_9.wav", "out/other_1.wav", "out/source_3.wav",
                            "out/notes.txt", "out/source_8.wav", "out/source_3.wav.abcdefgh.part"}) {
@@ -270,7 +271,8 @@ TEST_F(SeparatedFilesTest, RemovesFilesOfAnEarlierRunThatTheNewOneLacksAndNoOthe
   EXPECT_EQ(folder.names("out").size(), 6U);  // what was left unfinished is gone
   Audio::SeparatedFiles files = filesOf(options);
   pass(noise(1000, 11), files, [](auto) { return std::vector{3}; });
-  EXPECT_THAT(files.removed(), ElementsAre(folder / "out/source_9.wav", folder / "out/other_1.wav"));
+  EXPECT_THAT(files.removed(),
+              ElementsAre(folder / "out/source_9.wav", folder / "out/other_1.wav"));
   EXPECT_THAT(folder.names("out"),
               ElementsAre("notes.txt", "source_3.wav", "source_8.wav", "timeline.json"));
   EXPECT_TRUE(std::filesystem::exists(folder / "mine.wav"));

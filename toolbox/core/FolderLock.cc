@@ -19,8 +19,8 @@ FolderLock::FolderLock(const std::string& folder)
   }
   if (flock(descriptor, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return;
   close(descriptor);
-  throw AudioError(
-      fmt::format("{}: another run is writing into it, expected a folder of this run's own", folder));
+  throw AudioError(fmt::format(
+      "{}: another run is writing into it, expected a folder of this run's own", folder));
 }
 
 FolderLock::~FolderLock() { close(descriptor); }

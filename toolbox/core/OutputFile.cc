@@ -60,7 +60,8 @@ std::string folderOf(const std::string& path) {
 
 std::string randomLetters() {
   unsigned char bytes[RANDOM_LETTERS] = {};
-  [[maybe_unused]] const ssize_t got = getrandom(bytes, sizeof bytes, 0);  // names need not be secret
+  [[maybe_unused]] const ssize_t got =
+      getrandom(bytes, sizeof bytes, 0);  // names need not be secret
   std::string letters;
   for (const unsigned char byte : bytes) letters += LETTERS[byte % LETTERS.size()];
   return letters;
@@ -74,9 +75,7 @@ std::string nameBeside(const std::string& path) {
          ending;
 }
 
-std::string nameOfDescriptor(int descriptor) {
-  return fmt::format("/proc/self/fd/{}", descriptor);
-}
+std::string nameOfDescriptor(int descriptor) { return fmt::format("/proc/self/fd/{}", descriptor); }
 
 /// A folder's entries are on the disk only when the folder is synced itself.
 void syncFolder(const std::string& folder) {
@@ -160,6 +159,11 @@ void OutputFile::makeTemporaryName() {
   first = this;
 }
 
+const std::string& OutputFile::temporaryName() {
+  if (partPath.empty()) makeTemporaryName();
+  return partPath;
+}
+
 void OutputFile::giveUpTemporaryName() {
   if (partPath.empty()) return;
   const ListChange change;
@@ -198,7 +202,7 @@ void OutputFile::write(std::string_view text) {
 
 void OutputFile::suspend() {
   if (file < 0) return;
-  if (partPath.empty()) makeTemporaryName();
+  temporaryName();
   const int status = close(file);
   file = -1;
   if (status != 0) fail(errno);
@@ -222,7 +226,7 @@ void OutputFile::sync() {
 void OutputFile::finish() {
   resume();
   sync();
-  if (partPath.empty()) makeTemporaryName();
+  temporaryName();
   {
     const ListChange change;
     const unsigned flags = replaces ? 0 : RENAME_NOREPLACE;

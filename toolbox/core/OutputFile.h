@@ -8,9 +8,9 @@ namespace Audio {
 /// A file that gets its name only when it is complete. Every file of the project is made by it.
 ///
 /// Until finish() the file has no name at all, so that nothing is left of it however the process
-/// ends. While it is suspended, and where the file system has no unnamed files, it stands beside
-/// its final name as <name>.<8 random letters and digits>.part, which never names another file and
-/// follows no link; the destructor removes it.
+/// ends. While it is suspended or once a library needs a name for it, and where the file system has
+/// no unnamed files, it stands beside its final name as <name>.<8 random letters and digits>.part,
+/// which never names another file and follows no link; the destructor removes it.
 ///
 /// What stands under the final name is replaced in one step, and only if it was there when the
 /// object was made: a file that came into being since is another run's, and is kept.
@@ -27,6 +27,10 @@ class OutputFile {
 
   /// Open for reading and writing, owned by this object; −1 while suspended.
   int descriptor() const { return file; }
+
+  /// Gives the file its temporary name, unless it has one, and returns it: for libraries that open
+  /// files by name. A child process that is to use it comes later. Throws AudioError.
+  const std::string& temporaryName();
 
   /// Appends the text. Throws AudioError.
   void write(std::string_view text);

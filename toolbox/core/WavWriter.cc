@@ -172,8 +172,8 @@ void WavWriter::write(const float* samples, std::size_t count) {
   const std::int64_t size = (impl->written + static_cast<std::int64_t>(count)) *
                             impl->format.channels * bytesPerValue(impl->format.samples);
   if (size > LARGEST_FILE) {
-    throw AudioError(
-        fmt::format("{}: the recording is too long for a WAV file, which holds 4 GB", impl->output.path()));
+    throw AudioError(fmt::format("{}: the recording is too long for a WAV file, which holds 4 GB",
+                                 impl->output.path()));
   }
   if (!impl->file) impl->resume();
   impl->writeValues(samples, count * static_cast<std::size_t>(impl->format.channels));

@@ -144,16 +144,16 @@ TEST_F(Faults, ACutOffWavIsSeparatedAsFarAsItGoes) {
 
 TEST_F(Faults, RecordingsWithoutSamplesAreRefusedByEveryCommand) {
   writeSound(folder / "empty.wav", RATE, MICROPHONES, {});
-  const CommandRun network =
-      run("separate mix.wav --quiet --print-network -o out/n" + files);
+  const CommandRun network = run("separate mix.wav --quiet --print-network -o out/n" + files);
   std::string document = network.output;
   document.replace(document.find("mix.wav"), 7, "empty.wav");
   folder.write("empty.n", document);
   const std::string refusal = "empty.wav: holds no samples, expected one at least";
-  expectRefused(1, {{"separate empty.wav --quiet -o out" + files, refusal},
-                    {"spectrogram empty.wav -o out/s.png", refusal},
-                    {"score --reference empty.wav --estimate mix.wav", refusal},
-                    {"mix scene.json --tf array.sofa --dry mix.wav empty.wav -o out/m.wav", refusal}});
+  expectRefused(1,
+                {{"separate empty.wav --quiet -o out" + files, refusal},
+                 {"spectrogram empty.wav -o out/s.png", refusal},
+                 {"score --reference empty.wav --estimate mix.wav", refusal},
+                 {"mix scene.json --tf array.sofa --dry mix.wav empty.wav -o out/m.wav", refusal}});
   EXPECT_THAT(run("run empty.n").errors, HasSubstr(refusal));
 }
 
@@ -277,10 +277,12 @@ TEST_F(Faults, EverySignalThatEndsTheProcessLeavesNoUnfinishedFile) {
   for (int id = 0; id < 20; ++id) {
     const std::string t = std::to_string(id / 50.0);
     scene += (id == 0 ? "{\"sources\": [" : ", ") + ("{\"id\": " + std::to_string(id)) +
-             ", \"azimuth\": 45, \"active\": [[" + t + ", " + std::to_string((id + 1) / 50.0) + "]]}";
+             ", \"azimuth\": 45, \"active\": [[" + t + ", " + std::to_string((id + 1) / 50.0) +
+             "]]}";
   }
   folder.write("turns.json", scene + "]}");
-  const std::string turns = "separate long.wav --tf array.sofa --sources turns.json --advance 16 -o out";
+  const std::string turns =
+      "separate long.wav --tf array.sofa --sources turns.json --advance 16 -o out";
   const std::string geometry =
       "tfdb geometry out/g.sofa --circular 16 0.1 --azimuth-step 1 --elevations 0,9";
   const auto hasName = [&](const auto&) { return !folder.names("out").empty(); };
@@ -290,7 +292,9 @@ TEST_F(Faults, EverySignalThatEndsTheProcessLeavesNoUnfinishedFile) {
     EXPECT_EQ(run.signal, signal) << arguments;
     EXPECT_EQ(run.output, "");
     EXPECT_EQ(run.errors, signal == SIGPIPE ? "" : STOPPED);
-    EXPECT_THAT(folder.names("out"), IsEmpty());
+    EXPECT_THAT(folder.names("out"), IsEmpty()) << arguments;
+    fs::remove_all(folder / "out");
+    fs::create_directory(folder / "out");
   };
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     end(LONG_MIX, signal, writes(0));
