@@ -6,23 +6,21 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "audio/Channels.h"
 #include "audio/SamplingRates.h"
+#include "audio/SoundExtent.h"
 #include "dsp/AudioError.h"
 
 namespace Audio {
 
 namespace {
 
-constexpr long long UNKNOWN_LENGTH = 0xFFFFF000;  // sizes from here on mean "not known"
-constexpr std::size_t BLOCK = 4096;               // samples per channel read from the file at once
+constexpr std::size_t BLOCK = 4096;  // samples per channel read from the file at once
 
 // Beyond any sound, and far from where powers of a spectrum leave the range of their numbers: what
 // has such samples is a damaged file.
@@ -48,24 +46,6 @@ std::unique_ptr<soxr, ResamplerDeleter> makeResampler(const std::string& path, i
   return resampler;
 }
 
-/// Whether a WAV or AIFF file has fewer bytes than its header announces, which the library puts
-/// right without a word except in its log, as in "RIFF : 160036 (should be 96018)". Sizes near 2^32
-/// are what programs write that do not know the length beforehand.
-bool isCutOff(SNDFILE* file) {
-  char log[8192] = "";
-  sf_command(file, SFC_GET_LOG_INFO, log, sizeof log);
-  std::istringstream lines{std::string(log)};
-  for (std::string line; std::getline(lines, line);) {
-    char chunk[8] = "";
-    long long announced = 0;
-    long long present = 0;
-    const int fields = std::sscanf(line.c_str(), " %7[A-Za-z] : %lld (should be %lld)", chunk,
-                                   &announced, &present);
-    if (fields == 3) return announced > present && announced < UNKNOWN_LENGTH;
-  }
-  return false;
-}
-
 }  // namespace
 
 NonFinite nonFiniteNamed(const std::string& name) {
@@ -79,6 +59,8 @@ struct AudioReader::Impl {
 
   std::size_t readFile(float* samples, std::size_t count);
   std::size_t readResampled(float* samples, std::size_t count);
+  void checkExtent() const;
+  [[noreturn]] void refuseEmpty() const;
   void noteEnd();
   void checkFinite(float* samples, std::size_t count);
   void warn(const std::string& text) const;
@@ -124,11 +106,27 @@ AudioReader::Impl::Impl(std::string name, const AudioReaderOptions& given)
     resampler = makeResampler(path, info.samplerate, outputRate, static_cast<int>(channels.size()));
     pending.resize(BLOCK * channels.size());
   }
-  if (isCutOff(file.get())) {
-    warn(fmt::format("{}: the file is cut off: it holds {} samples, and its header announces more",
-                     path, info.frames));
-  }
+  checkExtent();
   block.resize(BLOCK * static_cast<std::size_t>(info.channels));
+}
+
+void AudioReader::Impl::checkExtent() const {
+  if (info.frames == 0) refuseEmpty();
+  const std::optional<SoundExtent> extent = soundExtentOf(path);
+  if (!extent || !extent->isCutOff()) return;
+  warn(fmt::format("{}: the file is cut off: it holds {} samples, and its header announces more",
+                   path, info.frames));
+}
+
+void AudioReader::Impl::refuseEmpty() const {
+  const std::optional<SoundExtent> extent = soundExtentOf(path);
+  if (extent && extent->announced == 0 && extent->present > 0) {
+    throw AudioError(fmt::format(
+        "{}: the header announces no samples, but {} bytes follow it; expected a file that was "
+        "closed by the program that recorded it",
+        path, extent->present));
+  }
+  throw AudioError(fmt::format("{}: holds no samples, expected one at least", path));
 }
 
 void AudioReader::Impl::warn(const std::string& text) const {
@@ -164,6 +162,7 @@ void AudioReader::Impl::noteEnd() {
     throw AudioError(fmt::format("{}: cannot be decoded after sample {}: {}", path, position,
                                  sf_strerror(file.get())));
   }
+  if (position == 0) refuseEmpty();
   if (info.frames != SF_COUNT_MAX && position < info.frames) {
     warn(fmt::format("{}: the file ends after {} of the {} samples it announces", path, position,
                      info.frames));

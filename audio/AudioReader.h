@@ -36,8 +36,9 @@ struct AudioReaderOptions {
 class AudioReader {
  public:
   /// Opens any file libsndfile can read. A file that is shorter than its header says draws a
-  /// warning. Throws AudioError when the file cannot be opened, lacks a selected channel, or has
-  /// another sampling rate than the one wanted and resample is false or checkConversion refuses.
+  /// warning. Throws AudioError when the file cannot be opened, holds no samples, lacks a selected
+  /// channel, or has another sampling rate than the one wanted and resample is false or
+  /// checkConversion refuses.
   explicit AudioReader(const std::string& path, const AudioReaderOptions& options = {});
   ~AudioReader();
   AudioReader(AudioReader&&) noexcept;

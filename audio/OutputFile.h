@@ -1,47 +1,76 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
-#include "audio/TemporaryFile.h"
+namespace Audio {
 
-/// An output cannot be made; what() names the file, what was found and what was expected.
-class OutputError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-/// Throws OutputError when nothing can or may be written at `path`: its folder does not exist, it
-/// is itself a folder, or it exists and `overwrite` is false. To be called before the work starts.
-void checkOutput(const std::string& path, bool overwrite);
-
-/// A file that appears under its name only when it is complete: until finish() its content stands
-/// beside it, under temporaryPath().
+/// A file that gets its name only when it is complete. Every file of the project is made by it.
+///
+/// Until finish() the file has no name at all, so that nothing is left of it however the process
+/// ends. While it is suspended or once a library needs a name for it, and where the file system has
+/// no unnamed files, it stands beside its final name as <name>.<8 random letters and digits>.part,
+/// which never names another file and follows no link; the destructor removes it.
+///
+/// What stands under the final name is replaced in one step, and only if it was there when the
+/// object was made: a file that came into being since is another run's, and is kept.
 class OutputFile {
  public:
-  /// Checks the path as checkOutput does; makes no file yet.
-  OutputFile(const std::string& path, bool overwrite);
+  /// Throws AudioError when there can be no file of this name, or there is one that may not be
+  /// replaced (overwrite is false), that is no regular file, or that this process is reading.
+  OutputFile(std::string finalPath, bool overwrite);
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
+  ~OutputFile();
 
-  /// Removes the temporary file unless finish() was called.
-  ~OutputFile() = default;
+  const std::string& path() const { return lastPath; }
 
-  const std::string& path() const { return finalPath; }
+  /// Open for reading and writing, owned by this object; −1 while suspended.
+  int descriptor() const { return file; }
 
-  /// In the same folder as path(), and unlike that of any other process.
-  const std::string& temporaryPath() const { return part.path(); }
+  /// Gives the file its temporary name, unless it has one, and returns it: for libraries that open
+  /// files by name. A child process that is to use it comes later. Throws AudioError.
+  const std::string& temporaryName();
 
-  /// Makes the temporary file and writes the text as its whole content. Throws OutputError.
+  /// Appends the text. Throws AudioError.
   void write(std::string_view text);
 
-  /// Gives the temporary file its name. Throws OutputError when path() has come into being since
-  /// the check and may not be overwritten, or the file cannot be renamed.
+  /// Closes the file, so that it is none of the process's open files; resume() opens it again.
+  /// Throw AudioError.
+  void suspend();
+  void resume();
+
+  /// Waits until the content is on the disk. Throws AudioError.
+  void sync();
+
+  /// Syncs the file, gives it its name and waits until that is on the disk. Throws AudioError.
   void finish();
 
+  /// Whether this process has the file open, as it has a recording that it reads.
+  static bool isOpenHere(const std::string& path);
+
+  /// Whether a file of this name, without its folder, is one that stood for `name` and was left
+  /// behind by a process that could not remove it.
+  static bool isLeftover(std::string_view fileName, std::string_view name);
+
+  /// Removes the temporary names that this copy of the library has given. For handlers of signals:
+  /// calls nothing but unlink, and no signal is handled while the list of them changes in the
+  /// thread that changes it.
+  static void removeAll() noexcept;
+
  private:
-  std::string finalPath;
-  Audio::TemporaryFile part;
-  bool mayOverwrite;
+  void create();
+  void makeTemporaryName();
+  void giveUpTemporaryName();
+  void unlist();
+  [[noreturn]] void fail(int error) const;
+
+  std::string lastPath;
+  std::string partPath;  // "": it has no temporary name
+  bool replaces = false;
+  int file = -1;
+  OutputFile* previous = nullptr;  // among those with a temporary name
+  OutputFile* next = nullptr;
 };
+
+}  // namespace Audio

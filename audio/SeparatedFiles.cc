@@ -3,14 +3,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "audio/FileText.h"
+#include "audio/OutputFile.h"
 #include "audio/TemporaryFile.h"
 #include "dsp/AudioError.h"
+#include "scene/Json.h"
 
 namespace Audio {
 
@@ -19,6 +20,9 @@ namespace fs = std::filesystem;
 namespace {
 
 const char* const TIMELINE = "timeline.json";
+
+// From here on files of sources that pause are closed: a process may have about a thousand open.
+constexpr std::size_t MANY_SOURCES = 16;
 
 bool isNumber(const std::string& text) {
   const std::size_t sign = !text.empty() && text[0] == '-' ? 1 : 0;
@@ -31,6 +35,20 @@ bool isSourceFile(const std::string& name, const std::string& prefix) {
   if (name.size() <= prefix.size() + suffix.size()) return false;
   if (!name.starts_with(prefix) || !name.ends_with(suffix)) return false;
   return isNumber(name.substr(prefix.size(), name.size() - prefix.size() - suffix.size()));
+}
+
+/// Whether a name is that of an unfinished source file or timeline of a run that was killed.
+bool isLeftover(const std::string& name, const std::string& prefix) {
+  if (OutputFile::isLeftover(name, TIMELINE)) return true;
+  const std::string source = name.substr(0, name.find(".wav") + 4);
+  return isSourceFile(source, prefix) && OutputFile::isLeftover(name, source);
+}
+
+fs::directory_iterator entriesOf(const std::string& directory) {
+  std::error_code error;
+  fs::directory_iterator entries(directory, error);
+  if (!error) return entries;
+  throw AudioError(fmt::format("{}: cannot be listed: {}", directory, error.message()));
 }
 
 }  // namespace
@@ -50,17 +68,15 @@ SeparatedFiles::SeparatedFiles(const SeparatedFilesOptions& given,
     throw AudioError(fmt::format("{}: cannot be made or is no folder{}{}", options.directory,
                                  error ? ": " : "", error ? error.message() : ""));
   }
+  lock.emplace(options.directory);
+  removeLeftovers();
   if (!options.overwrite) refuseEarlierFiles();
+  earlierFiles = filesOfEarlierRun(options.directory);
 }
 
 std::optional<std::string> earlierFile(const std::string& directory, const std::string& prefix) {
   std::vector<std::string> found;
-  std::error_code error;
-  const fs::directory_iterator entries(directory, error);
-  if (error) {
-    throw AudioError(fmt::format("{}: cannot be listed: {}", directory, error.message()));
-  }
-  for (const auto& entry : entries) {
+  for (const auto& entry : entriesOf(directory)) {
     const std::string name = entry.path().filename().string();
     if (name == TIMELINE || isSourceFile(name, prefix)) found.push_back(name);
   }
@@ -72,6 +88,34 @@ void SeparatedFiles::refuseEarlierFiles() const {
   const std::optional<std::string> found = earlierFile(options.directory, options.prefix);
   if (!found) return;
   throw AudioError(fmt::format("{}: exists already (set OVERWRITE to true to replace it)", *found));
+}
+
+void SeparatedFiles::removeLeftovers() const {
+  for (const auto& entry : entriesOf(options.directory)) {
+    std::error_code ignored;  // what cannot be removed disturbs nothing
+    const bool isFile = entry.symlink_status(ignored).type() == fs::file_type::regular;
+    if (isFile && isLeftover(entry.path().filename().string(), options.prefix)) {
+      fs::remove(entry.path(), ignored);
+    }
+  }
+}
+
+std::vector<std::string> SeparatedFiles::filesOfEarlierRun(const std::string& directory) {
+  std::vector<std::string> files;
+  try {
+    const nlohmann::json document = parseJson(fileText((fs::path(directory) / TIMELINE).string()));
+    for (const nlohmann::json& source : document.at("sources")) {
+      const fs::path name = source.at("file").get<std::string>();
+      const fs::path path = fs::path(directory) / name;
+      const bool isHere = name == name.filename() && name.extension() == ".wav";
+      if (isHere && fs::symlink_status(path).type() == fs::file_type::regular) {
+        files.push_back(path.string());
+      }
+    }
+  } catch (const std::exception&) {
+    return {};  // not a timeline of ours: it is none of our files either
+  }
+  return files;
 }
 
 std::string SeparatedFiles::pathOf(int id) const {
@@ -140,7 +184,7 @@ void SeparatedFiles::suspendSilent() {
   std::erase_if(sounding, [&](int id) {
     Source& source = sources.at(id);
     const bool isSilent = frame - source.activeFrames.back().second >= reach;
-    if (isSilent) source.writer.suspend();
+    if (isSilent && sources.size() > MANY_SOURCES) source.writer.suspend();
     return isSilent;
   });
 }
@@ -153,12 +197,16 @@ void SeparatedFiles::finish() {
     writeFinished(static_cast<std::size_t>(position - layout.start(frame)),
                   static_cast<std::size_t>(end - position));
   }
+  // Whatever can fail is done before the first file gets its name.
   for (auto& [id, source] : sources) {
     source.writer.writeSilence(position - source.writer.samplesWritten());
-    source.writer.suspend();
+    source.writer.sync();
+    if (sources.size() > MANY_SOURCES) source.writer.suspend();
   }
   for (auto& [id, source] : sources) source.writer.finish();
   writeTimeline();
+  removeFilesOfEarlierRun();
+  lock.reset();
   finished = true;
 }
 
@@ -200,15 +248,18 @@ std::string SeparatedFiles::timeline() const {
 }
 
 void SeparatedFiles::writeTimeline() const {
-  const fs::path path = fs::path(options.directory) / TIMELINE;
-  TemporaryFile part(path.string() + ".part", path.string());
-  std::ofstream out(part.path(), std::ios::binary);
-  out << timeline() << '\n';
-  out.close();
-  std::error_code error(out ? 0 : errno, std::generic_category());
-  if (!error) error = part.rename();
-  if (!out || error) {
-    throw AudioError(fmt::format("{}: cannot be written: {}", path.string(), error.message()));
+  OutputFile file((fs::path(options.directory) / TIMELINE).string(), options.overwrite);
+  file.write(timeline() + "\n");
+  file.finish();
+}
+
+void SeparatedFiles::removeFilesOfEarlierRun() {
+  std::set<std::string> written;
+  for (const auto& [id, source] : sources) written.insert(pathOf(id));
+  for (const std::string& path : earlierFiles) {
+    std::error_code ignored;  // it may be gone already
+    if (written.count(path) != 0 || OutputFile::isOpenHere(path)) continue;
+    if (fs::remove(path, ignored)) removedFiles.push_back(path);
   }
 }
 

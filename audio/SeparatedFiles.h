@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "audio/FolderLock.h"
 #include "audio/WavWriter.h"
 #include "dsp/OverlapAdder.h"
 
@@ -39,17 +40,22 @@ std::optional<std::string> earlierFile(const std::string& directory, const std::
 /// when each source was active.
 ///
 /// All files begin at the recording's sample 0 and have the same length; a source is silent
-/// wherever it is not listed. Files carry a temporary name (".part") until finish(); without
-/// finish() they vanish, so that whatever has its final name is complete. Only the files of sources
-/// that sound are open, so that there may be more sources, one after the other, than open files.
+/// wherever it is not listed. Files get their names in finish() and vanish without it (see
+/// OutputFile), so that whatever has its final name is complete. Where there are many sources, only
+/// the files of those that sound are open, so that there may be more sources, one after the other,
+/// than open files.
+///
+/// The directory is this object's alone while it lives (see FolderLock). With overwrite, finish()
+/// also removes the files that the replaced timeline.json lists and the new one does not.
 ///
 /// timeline.json: {"sampling_rate": Hz, "samples": length of every file, "sources": [{"id", "file",
 /// "active": [[begin, end], …] in seconds, "clipped_samples", "non_finite_samples", "peak"}, …]}. A
 /// frame stands for the `advance` samples around its centre.
 class SeparatedFiles {
  public:
-  /// Throws AudioError when the directory cannot be made, or holds files of an earlier run
-  /// (timeline.json or <prefix><number>.wav) and overwrite is false.
+  /// Throws AudioError when the directory cannot be made or another run is writing into it, or when
+  /// it holds files of an earlier run (timeline.json or <prefix><number>.wav) and overwrite is
+  /// false. Removes what a run that was killed left there unfinished.
   SeparatedFiles(const SeparatedFilesOptions& given, FrameSynthesizer frameSynthesizer);
 
   /// Removes what was not finished.
@@ -72,6 +78,13 @@ class SeparatedFiles {
   /// One entry per source, by id; complete after finish().
   std::vector<SeparatedFile> report() const;
 
+  /// Paths of the files of an earlier run that finish() removed.
+  const std::vector<std::string>& removed() const { return removedFiles; }
+
+  /// Paths of the sources' files that a directory's timeline.json lists, none without a readable
+  /// one. Only WAV files in the directory itself count.
+  static std::vector<std::string> filesOfEarlierRun(const std::string& directory);
+
  private:
   struct Source {
     OverlapAdder adder;
@@ -81,15 +94,20 @@ class SeparatedFiles {
 
   std::string pathOf(int id) const;
   void refuseEarlierFiles() const;
+  void removeLeftovers() const;
   Source& sourceOf(int id);
   void noteActive(Source& source) const;
   void writeFinished(std::size_t offset, std::size_t count);
   void suspendSilent();
   std::string timeline() const;
   void writeTimeline() const;
+  void removeFilesOfEarlierRun();
 
   SeparatedFilesOptions options;
   FrameSynthesizer synthesizer;
+  std::optional<FolderLock> lock;
+  std::vector<std::string> earlierFiles;  // of the run whose timeline is replaced
+  std::vector<std::string> removedFiles;
   std::map<int, Source> sources;
   std::set<int> sounding;     // whose last frame may have samples left
   std::int64_t frame = -1;    // the newest one

@@ -1,18 +1,15 @@
 #include "audio/WavWriter.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <sndfile.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
-#include <filesystem>
 #include <utility>
 #include <vector>
 
+#include "audio/OutputFile.h"
 #include "audio/TemporaryFile.h"
 #include "dsp/AudioError.h"
 
@@ -66,17 +63,6 @@ double fullScale(SampleFormat format) {
   return 0.0;
 }
 
-/// Waits until a file's content is on the disk; only then may a full one show. Sets errno.
-bool isOnDisk(const std::string& path) {
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) return false;
-  const int status = fsync(descriptor);
-  const int reason = errno;
-  close(descriptor);
-  errno = reason;
-  return status == 0;
-}
-
 }  // namespace
 
 SampleFormat sampleFormatNamed(const std::string& name) {
@@ -90,15 +76,14 @@ struct WavWriter::Impl {
   Impl(std::string name, const WavFormat& wavFormat, bool overwrite);
 
   void open(int mode);
-  void reopen();
+  void resume();
   void writeValues(const float* values, std::size_t count);
   float cleaned(float value);
   int quantized(float value);
   void close();
   [[noreturn]] void fail(const std::string& reason) const;
 
-  std::string path;
-  TemporaryFile part;
+  OutputFile output;
   WavFormat format;
   double scale;
   std::unique_ptr<SNDFILE, FileCloser> file;  // null: suspended or finished
@@ -112,19 +97,12 @@ struct WavWriter::Impl {
 };
 
 WavWriter::Impl::Impl(std::string name, const WavFormat& wavFormat, bool overwrite)
-    : path(std::move(name)),
-      part(path + ".part", path),
-      format(wavFormat),
-      scale(fullScale(wavFormat.samples)) {
-  std::error_code ignored;  // what is wrong with the name shows when the file is made
-  if (!overwrite && std::filesystem::exists(path, ignored)) {
-    throw AudioError(fmt::format("{}: exists already (set OVERWRITE to true to replace it)", path));
-  }
+    : output(std::move(name), overwrite), format(wavFormat), scale(fullScale(wavFormat.samples)) {
   open(SFM_WRITE);
 }
 
 void WavWriter::Impl::fail(const std::string& reason) const {
-  throw AudioError(fmt::format("{}: cannot be written: {}", part.path(), reason));
+  throw AudioError(fmt::format("{}: cannot be written: {}", output.path(), reason));
 }
 
 void WavWriter::Impl::open(int mode) {
@@ -132,16 +110,12 @@ void WavWriter::Impl::open(int mode) {
   info.samplerate = format.samplingRate;
   info.channels = format.channels;
   info.format = SF_FORMAT_WAV | libraryFormat(format.samples);
-  file.reset(sf_open(part.path().c_str(), mode, &info));
+  file.reset(sf_open_fd(output.descriptor(), mode, &info, SF_FALSE));
   if (!file) fail(sf_strerror(nullptr));
 }
 
-void WavWriter::Impl::reopen() {
-  // Opening to read and write makes a file that is not there.
-  std::error_code error;
-  if (!std::filesystem::exists(part.path(), error)) {
-    fail(error ? error.message() : "the file was removed");
-  }
+void WavWriter::Impl::resume() {
+  output.resume();
   open(SFM_RDWR);
   if (sf_seek(file.get(), 0, SEEK_END | SFM_WRITE) != written) {
     fail(fmt::format("the file was changed, expected {} samples in it", written));
@@ -180,9 +154,11 @@ void WavWriter::Impl::writeValues(const float* values, std::size_t count) {
 }
 
 void WavWriter::Impl::close() {
+  if (!file) return;
   const int error = sf_close(file.release());
   if (error != SF_ERR_NO_ERROR) {
-    throw AudioError(fmt::format("{}: cannot be closed: {}", part.path(), sf_error_number(error)));
+    throw AudioError(
+        fmt::format("{}: cannot be closed: {}", output.path(), sf_error_number(error)));
   }
 }
 
@@ -193,14 +169,14 @@ WavWriter::WavWriter(WavWriter&&) noexcept = default;
 WavWriter& WavWriter::operator=(WavWriter&&) noexcept = default;
 
 void WavWriter::write(const float* samples, std::size_t count) {
-  if (impl->finished) throw AudioError(fmt::format("{}: is finished already", impl->path));
+  if (impl->finished) throw AudioError(fmt::format("{}: is finished already", impl->output.path()));
   const std::int64_t size = (impl->written + static_cast<std::int64_t>(count)) *
                             impl->format.channels * bytesPerValue(impl->format.samples);
   if (size > LARGEST_FILE) {
-    throw AudioError(
-        fmt::format("{}: the recording is too long for a WAV file, which holds 4 GB", impl->path));
+    throw AudioError(fmt::format("{}: the recording is too long for a WAV file, which holds 4 GB",
+                                 impl->output.path()));
   }
-  if (!impl->file) impl->reopen();
+  if (!impl->file) impl->resume();
   impl->writeValues(samples, count * static_cast<std::size_t>(impl->format.channels));
   impl->written += static_cast<std::int64_t>(count);
 }
@@ -215,18 +191,20 @@ void WavWriter::writeSilence(std::int64_t count) {
 }
 
 void WavWriter::suspend() {
-  if (impl->file) impl->close();
+  impl->close();
+  impl->output.suspend();
+}
+
+void WavWriter::sync() {
+  impl->close();
+  impl->output.sync();
 }
 
 void WavWriter::finish() {
   if (impl->finished) return;
-  suspend();
+  impl->close();
   impl->finished = true;
-  if (!isOnDisk(impl->part.path())) impl->fail(std::strerror(errno));
-  if (const std::error_code error = impl->part.rename()) {
-    throw AudioError(
-        fmt::format("{}: cannot be named {}: {}", impl->part.path(), impl->path, error.message()));
-  }
+  impl->output.finish();
 }
 
 std::int64_t WavWriter::samplesWritten() const { return impl->written; }

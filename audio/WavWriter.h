@@ -19,14 +19,13 @@ struct WavFormat {
   SampleFormat samples = SampleFormat::Pcm16;
 };
 
-/// Writes a WAV file that appears under its name only when it is complete: until finish() it is
-/// called `path` + ".part".
+/// Writes a WAV file that appears under its name only when it is complete (see OutputFile).
 ///
 /// Samples beyond the range of a whole-number format are clipped and counted; samples that are not
 /// finite are written as 0 and counted.
 class WavWriter {
  public:
-  /// Throws AudioError when path exists and overwrite is false, or when the file cannot be made.
+  /// Throws AudioError as OutputFile does.
   WavWriter(const std::string& path, const WavFormat& wavFormat, bool overwrite);
 
   /// Removes the file unless it was finished.
@@ -43,7 +42,10 @@ class WavWriter {
   /// which there may be about a thousand. Throws AudioError.
   void suspend();
 
-  /// Closes the file and gives it its name. Nothing can be written after it. Throws AudioError.
+  /// Ends the file's content and waits until it is on the disk. Throws AudioError.
+  void sync();
+
+  /// Syncs the file and gives it its name. Nothing can be written after it. Throws AudioError.
   void finish();
 
   std::int64_t samplesWritten() const;  ///< per channel

@@ -13,12 +13,37 @@
 #include <new>
 #include <string_view>
 
+#include "cli/StopSignals.h"
 #include "fileio/SofaError.h"
+#include "fileio/SofaFile.h"
 
 namespace {
 
 constexpr int OUT_OF_MEMORY = 3;
 constexpr int FAILED = 4;
+volatile pid_t running = 0;  // the child process of which the end is awaited
+
+/// For the handler of a signal that ends this process: a child that lives on would make the file
+/// again whose temporary name is removed.
+void endChild() {
+  if (running <= 0) return;
+  kill(running, SIGKILL);
+  waitpid(running, nullptr, 0);
+}
+
+/// fork, which no signal finds half done.
+pid_t startChild() {
+  addUnfinishedFiles(endChild);
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  sigprocmask(SIG_BLOCK, &all, &before);
+  const pid_t child = fork();
+  running = child;
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+  return child;
+}
+
 constexpr std::size_t LONGEST_REASON = 4096;  // a pipe takes so much without anyone reading it
 
 /// The two ends of a pipe, closed at the end of the scope.
@@ -68,7 +93,7 @@ struct ChildEnd {
 
 ChildEnd runInChild(const std::string& path, const std::function<void()>& work) {
   Pipe reasons;
-  const pid_t child = pipe2(reasons.ends, O_CLOEXEC) == 0 ? fork() : -1;
+  const pid_t child = pipe2(reasons.ends, O_CLOEXEC) == 0 ? startChild() : -1;
   if (child < 0) {
     throw SofaError(
         fmt::format("{}: no process could be made for it: {}", path, std::strerror(errno)));
@@ -81,6 +106,7 @@ ChildEnd runInChild(const std::string& path, const std::function<void()>& work) 
       throw SofaError(fmt::format("{}: waiting for it: {}", path, std::strerror(errno)));
     }
   }
+  running = 0;
   const bool gaveReason = WIFEXITED(end.status) && WEXITSTATUS(end.status) == FAILED;
   if (gaveReason) end.reason = readReason(reasons.ends[0]);
   return end;

@@ -16,6 +16,7 @@
 #include "audio/SignalFile.h"
 #include "cli/MixFiles.h"
 #include "cli/OptionChecks.h"
+#include "cli/OutputCheck.h"
 #include "responses/MixNoise.h"
 #include "responses/MixRenderer.h"
 #include "responses/ResponseSet.h"
@@ -127,11 +128,14 @@ void mix(const MixOptions& options) {
   }
   const std::vector<MixSource> sources = sourcesOf(Audio::Scene::read(options.scene), options);
   const std::string noisePath = besideOutput(options.output, "microphone-noise");
-  checkOutput(options.output, options.force);
-  for (const MixSource& source : sources) checkOutput(source.imagePath, options.force);
-  if (options.noiseLevel) checkOutput(noisePath, options.force);
   const std::string diffusePath = besideOutput(options.output, "diffuse-noise");
-  if (options.diffuseLevel) checkOutput(diffusePath, options.force);
+  std::vector<std::string> outputs = {options.output};
+  for (const MixSource& source : sources) outputs.push_back(source.imagePath);
+  if (options.noiseLevel) outputs.push_back(noisePath);
+  if (options.diffuseLevel) outputs.push_back(diffusePath);
+  std::vector<std::string> inputs = options.dry;
+  inputs.insert(inputs.end(), {options.scene, options.responses});
+  for (const std::string& output : outputs) checkOutput(output, options.force, inputs);
 
   Reverberation reverberation = options.reverberation;
   reverberation.seed = options.seed;

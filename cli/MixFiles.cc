@@ -25,8 +25,10 @@ float MixFiles::peak() const {
 void MixFiles::finish(const std::string& path) {
   Audio::WavWriter writer(path, format, force);
   writer.write(mixture.data(), length());
+  writer.sync();
   for (Audio::WavWriter& image : images) {
     image.writeSilence(static_cast<std::int64_t>(length()) - image.samplesWritten());
+    image.sync();
   }
   for (Audio::WavWriter& image : images) image.finish();
   writer.finish();

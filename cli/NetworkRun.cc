@@ -1,5 +1,6 @@
 #include "cli/NetworkRun.h"
 
+#include <dlfcn.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -25,6 +26,13 @@ std::vector<std::filesystem::path> plugInFolders() {
   std::vector<fs::path> folders = FD::toolboxFolders();
   folders.front() = fs::is_directory(installed, error) ? installed : prefix / "toolbox";
   return folders;
+}
+
+/// A plug-in has files of its own that a signal may interrupt.
+void removeFilesOnSignals(const std::filesystem::path& plugIn) {
+  void* const library = dlopen(std::filesystem::absolute(plugIn).c_str(), RTLD_LAZY | RTLD_NOLOAD);
+  void* const remover = library ? dlsym(library, "zelkRemoveUnfinishedFiles") : nullptr;
+  if (remover) addUnfinishedFiles(reinterpret_cast<void (*)()>(remover));
 }
 
 /// One line on standard error that is drawn again at every hundredth of the work.
@@ -61,6 +69,7 @@ void loadPlugIns() {
     std::cerr << "zelk-sss: " << fmt::format("{}: cannot be loaded: {}", path.string(), reason)
               << std::endl;
   }
+  for (const std::filesystem::path& plugIn : REPORT.loaded) removeFilesOnSignals(plugIn);
   if (!REPORT.loaded.empty()) return;
   std::string folders;
   for (const std::filesystem::path& folder : plugInFolders())

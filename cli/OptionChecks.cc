@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <functional>
 #include <utility>
-#include "audio/OutputFile.h"
+#include "cli/OutputCheck.h"
 #include "dsp/AudioError.h"
 #include "fileio/SofaError.h"
 #include "fileio/SofaLimits.h"
@@ -66,13 +66,13 @@ CLI::Validator isTimeRanges() {
   return timeCheck("seconds BEGIN:END with 0 <= BEGIN < END, such as 0:1.5,4:5", SIZE_MAX);
 }
 
-void checkPicture(const std::string& path, bool overwrite) {
+void checkPicture(const std::string& path, bool overwrite, const std::vector<std::string>& inputs) {
   const std::filesystem::path ending = std::filesystem::path(path).extension();
   if (ending != ".svg" && ending != ".png") {
     throw CLI::ValidationError(
         "--output", fmt::format("\"{}\", expected a name that ends in .svg or .png", path));
   }
-  checkOutput(path, overwrite);
+  checkOutput(path, overwrite, inputs);
 }
 
 void addDatabaseLimit(CLI::App& command) {

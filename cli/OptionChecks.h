@@ -19,9 +19,9 @@ std::vector<Audio::TimeRange> timeRangesOf(std::string text);
 CLI::Validator isTimeRange();
 CLI::Validator isTimeRanges();
 
-/// Throws CLI::ValidationError unless the name ends in .svg or .png, and OutputError as checkOutput
+/// Throws CLI::ValidationError unless the name ends in .svg or .png, and AudioError as checkOutput
 /// does. To be called before the work starts.
-void checkPicture(const std::string& path, bool overwrite);
+void checkPicture(const std::string& path, bool overwrite, const std::vector<std::string>& inputs);
 
 /// Adds the option --max-database-size SIZE, which sets for this process what the environment
 /// variable ZELK_SSS_MAX_DATABASE sets for all: the nodes obey it, too.

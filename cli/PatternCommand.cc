@@ -74,7 +74,7 @@ void checkUsage(const Options& options) {
         "--frequency",
         fmt::format("{} given, expected {} at most", options.frequencies.size(), MOST_FREQUENCIES));
   }
-  checkPicture(options.output, options.force);
+  checkPicture(options.output, options.force, {options.database, options.scene});
 }
 
 Setup readInputs(const Options& options) {

@@ -13,6 +13,7 @@
 #include "audio/OutputFile.h"
 #include "audio/SignalFile.h"
 #include "cli/OptionChecks.h"
+#include "cli/OutputCheck.h"
 #include "scoring/ScoreMetrics.h"
 #include "scoring/ScoreReport.h"
 
@@ -52,6 +53,14 @@ void checkUsage(const ScoreOptions& options) {
         fmt::format("{} taps for {} references, expected at most {} in all", options.filterTaps,
                     options.references.size(), LARGEST_SYSTEM));
   }
+}
+
+std::vector<std::string> inputsOf(const ScoreOptions& options) {
+  std::vector<std::string> inputs = {options.mixture};
+  for (const auto* files : {&options.references, &options.estimates}) {
+    inputs.insert(inputs.end(), files->begin(), files->end());
+  }
+  return inputs;
 }
 
 struct LoadedSignals {
@@ -166,7 +175,7 @@ ScoreReport makeReport(const ScoreOptions& options) {
 
 void score(const ScoreOptions& options) {
   checkUsage(options);
-  if (!options.output.empty()) checkOutput(options.output, options.force);
+  if (!options.output.empty()) checkOutput(options.output, options.force, inputsOf(options));
   const ScoreReport report = makeReport(options);
   for (const std::string& note : report.notes) std::cerr << "zelk-sss: " << note << std::endl;
   const std::string text = options.json ? report.json() : report.table();
@@ -174,7 +183,7 @@ void score(const ScoreOptions& options) {
     std::cout << text;
     return;
   }
-  OutputFile file(options.output, options.force);
+  Audio::OutputFile file(options.output, options.force);
   file.write(text);
   file.finish();
 }

@@ -14,12 +14,15 @@
 #include <sstream>
 
 #include "ParameterValue.h"
+#include "audio/FolderLock.h"
 #include "audio/OutputFile.h"
 #include "audio/SeparatedFiles.h"
 #include "cli/NetworkRun.h"
 #include "cli/OptionChecks.h"
+#include "cli/OutputCheck.h"
 #include "cli/SeparationInputs.h"
 #include "cli/SeparationNetwork.h"
+#include "dsp/AudioError.h"
 #include "dsp/FrameLayout.h"
 #include "net_types.h"
 
@@ -165,13 +168,25 @@ void printReport(const SeparationSettings& s, double seconds) {
 }
 
 /// Complains before the work starts, in the command's own words; the writer checks again.
-void refuseEarlierFiles(const SeparationSettings& s) {
+void checkFolder(const SeparationSettings& s, const Audio::Scene& scene) {
   std::error_code ignored;
   if (!std::filesystem::is_directory(s.directory, ignored)) return;
+  const Audio::FolderLock lock(s.directory);
   const std::optional<std::string> found = Audio::earlierFile(s.directory, s.prefix);
-  if (!found) return;
-  throw OutputError(fmt::format(
-      "{}: exists already, expected no files of an earlier run (--force replaces them)", *found));
+  if (found && !s.overwrite) {
+    throw Audio::AudioError(fmt::format(
+        "{}: exists already, expected no files of an earlier run (--force replaces them)", *found));
+  }
+  // The run replaces these or removes them.
+  std::vector<std::string> paths = Audio::SeparatedFiles::filesOfEarlierRun(s.directory);
+  const std::filesystem::path folder = s.directory;
+  paths.push_back((folder / "timeline.json").string());
+  for (const Audio::SceneSource& source : scene.sources()) {
+    paths.push_back((folder / fmt::format("{}{}.wav", s.prefix, source.id)).string());
+  }
+  for (const std::string& path : paths) {
+    refuseInput(path, {s.recording, s.database, s.scene, s.noiseRecording});
+  }
 }
 
 void separate(Options options) {
@@ -183,7 +198,7 @@ void separate(Options options) {
     std::cout << network.toXml();
     return;
   }
-  if (!s.overwrite) refuseEarlierFiles(s);
+  checkFolder(s, inputs.scene);
   for (const std::string& warning : inputs.warnings) {
     std::cerr << "zelk-sss: " << warning << std::endl;
   }

@@ -34,7 +34,7 @@ void drawSpectrograms(const Options& options) {
     throw CLI::ValidationError("--advance", fmt::format("{}, expected --length, {}, at most",
                                                         frames.advance, frames.length));
   }
-  checkPicture(options.output, options.force);
+  checkPicture(options.output, options.force, options.files);
   std::vector<Spectrogram> panels;
   for (const std::string& file : options.files) {
     std::vector<Spectrogram> more = readSpectrograms(file, options.channels, frames);

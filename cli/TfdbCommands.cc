@@ -12,6 +12,7 @@
 #include "audio/OutputFile.h"
 #include "cli/ChildProcess.h"
 #include "cli/OptionChecks.h"
+#include "cli/OutputCheck.h"
 #include "responses/ArrayGeometry.h"
 #include "responses/ResponseImport.h"
 #include "responses/TfdbReport.h"
@@ -34,8 +35,9 @@ struct Target {
   }
 
   void write(const SofaTransferFunctions& data) const {
-    OutputFile file(output, force);
-    writeInChild(file.temporaryPath(), [&] { writeSofa(file.temporaryPath(), data); });
+    Audio::OutputFile file(output, force);
+    file.temporaryName();  // this process's, which outlives the child
+    writeInChild(output, [&] { writeSofa(file, data); });
     file.finish();
   }
 };
@@ -53,7 +55,7 @@ void addImport(CLI::App& tfdb) {
   addDatabaseLimit(*command);
   command->callback([options] {
     const std::string& input = options->input;
-    checkOutput(options->target.output, options->target.force);
+    checkOutput(options->target.output, options->target.force, {input});
     ImportReport report;
     SofaTransferFunctions data = importResponses(SofaFile(input), options->target.frame, report);
     data.title = "imported from " + std::filesystem::path(input).filename().string();
@@ -97,7 +99,7 @@ void addGeometry(CLI::App& tfdb) {
       ->allow_extra_args(false)
       ->capture_default_str();
   command->callback([options, circular, linear] {
-    checkOutput(options->target.output, options->target.force);
+    checkOutput(options->target.output, options->target.force, {options->file});
     const Positions microphones = *circular ? std::apply(circularArray, options->circular)
                                   : *linear ? std::apply(linearArray, options->linear)
                                             : readMicrophones(options->file);

@@ -47,13 +47,22 @@ std::string misuse(const CLI::App& app, const CLI::ParseError& error) {
   return unexpected.empty() ? error.what() : unexpected;
 }
 
+/// The status of a run that succeeded, if all it said arrived.
+int finishOutput() {
+  std::cout.flush();
+  return std::cout ? 0 : report("standard output: cannot be written", DATA_ERROR);
+}
+
 /// Parses the command line; the sub-command it names runs in doing so.
 int run(CLI::App& app, int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     // What --help and --version ask for comes this way too.
-    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) return app.exit(error);
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+      app.exit(error);
+      return finishOutput();
+    }
     return report(misuse(app, error) + " (--help shows the usage)", USAGE_ERROR);
   } catch (const RunError& error) {
     return reportRun(error.what());
@@ -67,8 +76,7 @@ int run(CLI::App& app, int argc, char** argv) {
     for (const CLI::App* command : app.get_subcommands({})) names += " " + command->get_name();
     return report("no command is given, expected one of:" + names, USAGE_ERROR);
   }
-  std::cout.flush();
-  return std::cout ? 0 : report("standard output: cannot be written", DATA_ERROR);
+  return finishOutput();
 }
 
 }  // namespace

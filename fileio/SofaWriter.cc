@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <netcdf.h>
 
-#include <cstdio>
 #include <ctime>
 #include <utility>
 
@@ -13,18 +12,15 @@ namespace {
 
 constexpr int COMPRESSION_LEVEL = 5;
 
-/// A netCDF-4 file under construction. Until close succeeds the destructor removes it.
+/// A netCDF-4 file under construction. One that is not closed stays open in the library, whose own
+/// way to give a file up crashes after a failed write.
 class NcWriter {
  public:
-  explicit NcWriter(std::string path) : name(std::move(path)) {
-    check(nc_create(name.c_str(), NC_NETCDF4 | NC_CLOBBER, &id));
+  NcWriter(const std::string& path, std::string nameInMessages) : name(std::move(nameInMessages)) {
+    check(nc_create(path.c_str(), NC_NETCDF4 | NC_CLOBBER, &id));
   }
   NcWriter(const NcWriter&) = delete;
   NcWriter& operator=(const NcWriter&) = delete;
-  ~NcWriter() {
-    // The library's own way to give a file up crashes after a failed write.
-    if (id >= 0) std::remove(name.c_str());
-  }
 
   int dimension(const char* label, std::size_t length) {
     int dimensionId = 0;
@@ -60,12 +56,7 @@ class NcWriter {
     check(nc_put_var_float(id, variable, values.data()));
   }
 
-  void close() {
-    const int status = nc_close(id);
-    id = -1;
-    if (status != NC_NOERR) std::remove(name.c_str());
-    check(status);
-  }
+  void close() const { check(nc_close(id)); }
 
  private:
   void check(int status) const {
@@ -129,7 +120,8 @@ std::vector<double> frequenciesOf(const SofaTransferFunctions& data) {
 
 }  // namespace
 
-void zelkWriteSofa(const std::string& path, const SofaTransferFunctions& data) {
+void zelkWriteSofa(const std::string& path, const std::string& name,
+                   const SofaTransferFunctions& data) {
   const std::size_t M = data.sourcePositions.size();
   const std::size_t R = data.receiverPositions.size();
   const std::size_t N = data.frequencies;
@@ -137,10 +129,10 @@ void zelkWriteSofa(const std::string& path, const SofaTransferFunctions& data) {
     throw SofaError(
         fmt::format("{}: {} values do not fill {} positions × {} receivers × {} "
                     "frequencies, each 1 or more",
-                    path, data.values.size(), M, R, N));
+                    name, data.values.size(), M, R, N));
   }
 
-  NcWriter file(path);
+  NcWriter file(path, name);
   putGlobals(file, data.title);
   const int dimM = file.dimension("M", M);
   const int dimR = file.dimension("R", R);

@@ -6,6 +6,10 @@
 #include <string>
 #include <vector>
 
+namespace Audio {
+class OutputFile;
+}
+
 /// Transfer functions and their geometry, to be written as a SOFA file of DataType "TF".
 struct SofaTransferFunctions {
   std::vector<std::array<double, 3>> sourcePositions;    ///< M, metres: x forward, y left, z up
@@ -16,9 +20,15 @@ struct SofaTransferFunctions {
   std::string title;
 };
 
-/// Writes a GeneralTF file (AES69, netCDF-4, compressed) and replaces what is there. Throws
-/// SofaError naming the file; then no complete file is left at the path.
+/// Writes a GeneralTF file (AES69, netCDF-4, compressed) as the content of an output file, which
+/// stays unfinished. Throws SofaError naming the file.
+void writeSofa(Audio::OutputFile& file, const SofaTransferFunctions& data);
+
+/// Writes the file and finishes it, in place of one that is there. Throws SofaError, or AudioError
+/// as Audio::OutputFile does.
 void writeSofa(const std::string& path, const SofaTransferFunctions& data);
 
-/// The same in the module libzelk-sofa-writer.so, which writeSofa loads when it is first called.
-extern "C" void zelkWriteSofa(const std::string& path, const SofaTransferFunctions& data);
+/// The writing itself, in the module libzelk-sofa-writer.so, which writeSofa loads: to the file
+/// `path`, which messages call `name`.
+extern "C" void zelkWriteSofa(const std::string& path, const std::string& name,
+                              const SofaTransferFunctions& data);

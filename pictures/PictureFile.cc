@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "audio/OutputFile.h"
+#include "cli/OutputCheck.h"
 #include "pictures/PlotError.h"
 #include "pictures/PngBytes.h"
 
@@ -32,7 +33,7 @@ void require(bool success, GError* error) {
 }  // namespace
 
 void writePicture(const std::string& path, const Drawing& drawing, bool overwrite) {
-  OutputFile file(path, overwrite);
+  Audio::OutputFile file(path, overwrite);
   file.write(std::filesystem::path(path).extension() == ".png" ? pngOf(drawing) : drawing.svg());
   file.finish();
 }

@@ -57,6 +57,17 @@ rm "$out"/minute.wav "$out"/minute-source?.wav "$out"/dry?.raw
 
 resident() { awk '/^VmRSS/ {print $2}' "/proc/$1/status" 2>/dev/null || true; }
 
+# Bytes in the largest file of the output folder that a process has open; it has no name yet.
+written() {
+  local largest=0 size file
+  for file in /proc/"$1"/fd/*; do
+    [[ "$(readlink "$file")" == "$(realpath "$out")"/separated/* ]] || continue
+    size=$(stat -Lc %s "$file" 2>/dev/null || echo 0)
+    [ "$size" -gt "$largest" ] && largest=$size
+  done
+  echo "$largest"
+}
+
 # Prints a row: resident size once a minute of sound is written, and the last one seen.
 watch() { # METHOD
   local options=(--tf "$out/ring.sofa" --sources "$out/four.json") sources=4 first='' last='' now
@@ -68,10 +79,7 @@ watch() { # METHOD
   while kill -0 $process 2>/dev/null; do
     now=$(resident $process)
     [ -n "$now" ] && last=$now
-    if [ -z "$first" ] && [ -f "$out/separated/source_0.wav.part" ] &&
-      [ "$(stat -c %s "$out/separated/source_0.wav.part")" -ge $((minute * 32000)) ]; then
-      first=$now
-    fi
+    [ -z "$first" ] && [ "$(written $process)" -ge $((minute * 32000)) ] && first=$now
     sleep 0.2
   done
   wait $process || { cat "$out/errors.txt" >&2; exit 1; }

@@ -1,6 +1,7 @@
 #include "SeparatedWriter.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <exception>
 #include <iostream>
@@ -132,6 +133,10 @@ const std::complex<float>* SeparatedWriter::checkedSpectrum(int id, const FD::Ob
 void SeparatedWriter::finish() {
   files->finish();
   for (const Audio::SeparatedFile& file : files->report()) reportFaults(file);
+  if (files->removed().empty()) return;
+  std::cerr << fmt::format("SeparatedWriter: removed from an earlier run: {}",
+                           fmt::join(files->removed(), ", "))
+            << std::endl;
 }
 
 void SeparatedWriter::stop() {

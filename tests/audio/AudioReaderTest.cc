@@ -5,6 +5,8 @@
 #include <sndfile.h>
 
 #include <cmath>
+#include <filesystem>
+#include <fstream>
 #include <limits>
 #include <numbers>
 #include <string>
@@ -154,6 +156,48 @@ TEST(AudioReaderTest, RefusesWhatItCannotUse) {
   EXPECT_NO_THROW(Audio::AudioReader(folder / "16000000", converting(true)));
   Audio::AudioReader slowest(folder / "16", converting(true));
   EXPECT_EQ(readAll(slowest).size(), 100 * 1000U);
+}
+
+TEST(AudioReaderTest, ComparesTheHeaderWithTheFile) {
+  const TestFolder folder;
+  const int samples = 1000;
+  const struct {
+    int format;
+    std::uint64_t sizeAt;  // where the header says how much sound there is; 0: at two places
+    int sizeBytes;
+  } cases[] = {{SF_FORMAT_WAV, 40, 4},  {SF_FORMAT_WAV | SF_ENDIAN_BIG, 40, 4},
+               {SF_FORMAT_RF64, 28, 8}, {SF_FORMAT_AIFF, 0, 0},
+               {SF_FORMAT_AU, 8, 4},    {SF_FORMAT_AU | SF_ENDIAN_LITTLE, 8, 4}};
+  for (const auto& [format, sizeAt, sizeBytes] : cases) {
+    SCOPED_TRACE(format);
+    const std::string path = folder / "sound";
+    std::vector<std::string> warnings;
+    Audio::AudioReaderOptions options;
+    options.warn = [&](const std::string& text) { warnings.push_back(text); };
+    const auto count = [&] {
+      Audio::AudioReader reader(path, options);
+      return readAll(reader).size();
+    };
+    writeSound(path, 16000, 1, noise(samples, 7), format | SF_FORMAT_PCM_16);
+    EXPECT_EQ(count(), samples);
+    EXPECT_THAT(warnings, testing::IsEmpty());
+    const auto whole = std::filesystem::file_size(path);
+    std::filesystem::resize_file(path, whole - samples);
+    EXPECT_EQ(count(), samples / 2);
+    EXPECT_THAT(warnings, ElementsAre(path + ": the file is cut off: it holds 500 samples, and its "
+                                             "header announces more"));
+
+    if (sizeAt == 0) continue;
+    std::fstream(path, std::ios::in | std::ios::out | std::ios::binary)
+        .seekp(static_cast<std::streamoff>(sizeAt))
+        .write("\0\0\0\0\0\0\0", sizeBytes);
+    EXPECT_THAT(messageOf<Audio::AudioError>(count),
+                AllOf(testing::StartsWith(path + ": the header announces no samples, but "),
+                      HasSubstr(" bytes follow it")));
+    writeSound(path, 16000, 1, {}, format | SF_FORMAT_PCM_16);
+    EXPECT_EQ(messageOf<Audio::AudioError>(count),
+              path + ": holds no samples, expected one at least");
+  }
 }
 
 TEST(AudioReaderTest, ReplacesOrKeepsWhatIsNotFinite) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "audio/FrameReader.h"
+#include "audio/OutputFile.h"
 #include "audio/WavWriter.h"
 #include "dsp/AudioError.h"
 #include "gtest/gtest.h"
@@ -45,7 +46,7 @@ TEST_P(WavFormatTest, KeepsSamplesAlsoWhenClosedBetween) {
   writer.write(sound.data(), 1001);
   writer.suspend();
   writer.write(&sound[2 * 1001], 3999);
-  EXPECT_THAT(folder.names(), ElementsAre("a.wav.part"));
+  EXPECT_THAT(folder.names(), ElementsAre(testing::MatchesRegex("a\\.wav\\.[a-z0-5]{8}\\.part")));
   writer.finish();
   EXPECT_THAT(folder.names(), ElementsAre("a.wav"));
 
@@ -83,24 +84,46 @@ TEST(WavWriterTest, CountsWhatItClipsOrReplaces) {
   }
 }
 
-TEST(WavWriterTest, ReplacesAFileOnlyWhenAskedAndOnlyWithAWholeOne) {
+TEST(OutputFileTest, ReplacesOnlyWhatItMayAndOnlyWithAWholeFile) {
   const TestFolder folder;
-  const std::string path = folder.write("a.wav", "precious");
-  EXPECT_EQ(messageOf<Audio::AudioError>([&] { Audio::WavWriter(path, {}, false); }),
-            path + ": exists already (set OVERWRITE to true to replace it)");
-  { Audio::WavWriter abandoned(path, {}, true); }
-  std::ifstream in(path);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "precious");
-  EXPECT_THAT(folder.names(), ElementsAre("a.wav"));
-  Audio::WavWriter writer(path, {}, true);
-  writer.finish();
-  EXPECT_TRUE(readSound(path).samples.empty());
+  const std::string path = folder.write("a", "precious");
+  const auto refusal = [](const std::string& name, bool overwrite) {
+    return messageOf<Audio::AudioError>([&] { Audio::OutputFile(name, overwrite).finish(); });
+  };
+  const auto content = [](const std::string& name) {
+    std::ifstream in(name);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  };
+  EXPECT_EQ(refusal(path, false), path + ": exists already, expected a new name");
+  EXPECT_EQ(refusal("/dev/null", true),
+            "/dev/null: is no file that could be replaced, expected a new name");
+  {
+    const std::ifstream reading(path);
+    EXPECT_EQ(refusal(path, true), path + ": is being read by this run, expected another name");
+  }
+  {
+    Audio::OutputFile abandoned(path, true);
+    abandoned.write("half");
+    abandoned.suspend();  // now it has a temporary name
+    EXPECT_THAT(folder.names(), testing::SizeIs(2));
+  }
+  EXPECT_EQ(content(path), "precious");
 
-  Audio::WavWriter removed(path, {}, true);
+  Audio::OutputFile removed(path, true);
   removed.suspend();
-  std::filesystem::remove(path + ".part");
-  EXPECT_EQ(messageOf<Audio::AudioError>([&] { removed.writeSilence(1); }),
-            path + ".part: cannot be written: the file was removed");
+  Audio::OutputFile::removeAll();
+  EXPECT_THAT(folder.names(), ElementsAre("a"));
+  EXPECT_EQ(messageOf<Audio::AudioError>([&] { removed.resume(); }),
+            path + ": cannot be written: No such file or directory");
+
+  Audio::OutputFile whole(path, true);
+  Audio::OutputFile late(folder / "b", true);
+  folder.write("b", "another run's");  // it came into being since
+  whole.write("whole");
+  whole.finish();
+  EXPECT_EQ(content(path), "whole");
+  EXPECT_THROW(late.finish(), Audio::AudioError);
+  EXPECT_EQ(content(folder / "b"), "another run's");
 }
 
 // ---- all files of a run
@@ -201,13 +224,13 @@ TEST_F(SeparatedFilesTest, HasOpenFilesOnlyForSourcesThatSound) {
   Audio::SeparatedFiles files = filesOf(options);
   const auto before = openFiles();
   auto most = before;
-  // Every third frame has an id of its own, which returns 51 frames later.
+  // Every second frame has an id of its own, which returns 50 ids later.
   pass(noise(1600, 17), files, [&](std::int64_t frame) {
     most = std::max(most, openFiles());
-    return frame % 3 == 0 ? std::vector{static_cast<int>(frame % 51)} : std::vector<int>();
+    return frame % 2 == 0 ? std::vector{static_cast<int>(frame % 100)} : std::vector<int>();
   });
-  EXPECT_EQ(files.report().size(), 17U);
-  EXPECT_LE(most - before, 4);  // the recording, and two sources at once, or what was just closed
+  EXPECT_EQ(files.report().size(), 50U);
+  EXPECT_LE(most - before, 20);  // the first sources, the recording, and what sounds or just did
 }
 
 TEST_F(SeparatedFilesTest, CountsWhatIsSpoiltAndSpoilsNothingElse) {
@@ -230,6 +253,31 @@ TEST_F(SeparatedFilesTest, CountsWhatIsSpoiltAndSpoilsNothingElse) {
   }
 }
 
+TEST_F(SeparatedFilesTest, RemovesFilesOfAnEarlierRunThatTheNewOneLacksAndNoOthers) {
+  std::filesystem::create_directory(folder / "out");
+  folder.write("out/timeline.json",
+               R"({"sources": [{"file": "source_9.wav"}, {"file": "other_1.wav"},
+      {"file": "../mine.wav"}, {"file": "source_3.wav"}, {"file": "notes.txt"}]})");
+  for (const char* name : {"mine.wav", "out/source_9.wav", "out/other_1.wav", "out/source_3.wav",
+                           "out/notes.txt", "out/source_8.wav", "out/source_3.wav.abcdefgh.part"}) {
+    folder.write(name, "earlier");
+  }
+  options.overwrite = true;
+  {
+    Audio::SeparatedFiles abandoned = filesOf(options);
+    EXPECT_THAT(messageOf<Audio::AudioError>([&] { filesOf(options); }),
+                testing::HasSubstr("out: another run is writing into it"));
+  }
+  EXPECT_EQ(folder.names("out").size(), 6U);  // what was left unfinished is gone
+  Audio::SeparatedFiles files = filesOf(options);
+  pass(noise(1000, 11), files, [](auto) { return std::vector{3}; });
+  EXPECT_THAT(files.removed(),
+              ElementsAre(folder / "out/source_9.wav", folder / "out/other_1.wav"));
+  EXPECT_THAT(folder.names("out"),
+              ElementsAre("notes.txt", "source_3.wav", "source_8.wav", "timeline.json"));
+  EXPECT_TRUE(std::filesystem::exists(folder / "mine.wav"));
+}
+
 TEST_F(SeparatedFilesTest, RefusesFilesOfAnEarlierRunAndUnusableNames) {
   const auto refusal = [&] { return messageOf<Audio::AudioError>([&] { filesOf(options); }); };
   std::filesystem::create_directory(folder / "out");
@@ -249,7 +297,7 @@ TEST_F(SeparatedFilesTest, RefusesFilesOfAnEarlierRunAndUnusableNames) {
   options.directory = tooLong;
   EXPECT_EQ(refusal(), tooLong + ": cannot be made or is no folder: File name too long");
   EXPECT_THAT(messageOf<Audio::AudioError>([&] { Audio::WavWriter(tooLong, {}, false); }),
-              testing::StartsWith(tooLong + ".part: cannot be written: "));
+              testing::StartsWith(tooLong + ": cannot be written: "));
   EXPECT_EQ(messageOf<Audio::AudioError>([] { Audio::sampleFormatNamed("PCM_32"); }),
             "FORMAT is \"PCM_32\", expected PCM_16, PCM_24 or FLOAT");
 }

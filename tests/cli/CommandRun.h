@@ -24,6 +24,7 @@ class RunningCommand {
   /// Kills it unless wait() was called.
   ~RunningCommand();
 
+  int id() const { return process; }
   void send(int signal) const;
   CommandRun wait();
 

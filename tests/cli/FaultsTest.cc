@@ -4,6 +4,7 @@
 
 #include <sndfile.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <csignal>
@@ -33,24 +34,37 @@ class Faults : public Talkers {
     return run("separate " + what + files + "-o out");
   }
 
-  /// Starts a command, waits until it has an unfinished file of that many bytes, 20 s at most, and
-  /// does something to it.
-  template <class Act>
-  CommandRun disturbed(const std::string& arguments, std::uintmax_t bytes, Act act) const {
+  /// Starts a command, waits until it is ready for it, 20 s at most, and does something to it.
+  template <class Ready, class Act>
+  CommandRun disturbed(const std::string& arguments, Ready isReady, Act act) const {
     RunningCommand command(wordsOf(arguments), folder / "");
     for (int i = 0; i < 4000; ++i) {
-      std::error_code missing;
-      for (const auto& entry : fs::directory_iterator(folder / "out", missing)) {
-        if (entry.path().extension() != ".part") continue;
-        const std::uintmax_t size = entry.file_size(missing);
-        if (missing || size < bytes) continue;
+      if (isReady(command)) {
         act(command);
         return command.wait();
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    ADD_FAILURE() << "no unfinished file";
+    ADD_FAILURE() << "never ready: " << arguments;
     return {};
+  }
+
+  /// Whether a command has a file in out/ open, whatever its name, with so many bytes in it.
+  auto writes(off_t bytes) const {
+    return [this, bytes](const RunningCommand& command) {
+      const std::string out = fs::canonical(folder / "").string() + "/out/";
+      std::error_code gone;
+      const fs::path descriptors = "/proc/" + std::to_string(command.id()) + "/fd";
+      for (const auto& entry : fs::directory_iterator(descriptors, gone)) {
+        struct stat file {};
+        const std::string target = fs::read_symlink(entry.path(), gone).string();
+        if (stat(entry.path().c_str(), &file) == 0 && file.st_size >= bytes &&
+            target.starts_with(out)) {
+          return true;
+        }
+      }
+      return false;
+    };
   }
 };
 
@@ -112,7 +126,7 @@ INSTANTIATE_TEST_SUITE_P(
                     "-o OUT/s.json"));
 
 TEST_F(Faults, AFolderThatVanishesDuringARunFails) {
-  const CommandRun run = disturbed("separate long.wav -o out --advance 64" + files, 8192,
+  const CommandRun run = disturbed("separate long.wav -o out --advance 64" + files, writes(8192),
                                    [&](const RunningCommand&) { fs::remove_all(folder / "out"); });
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.errors, AllOf(HasSubstr("out/source_"),
@@ -126,6 +140,21 @@ TEST_F(Faults, ACutOffWavIsSeparatedAsFarAsItGoes) {
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.errors, HasSubstr("mix.wav: the file is cut off: it holds 11"));
   EXPECT_NEAR(static_cast<double>(sound("out/source_3.wav").samples.size()), 12000, 10);
+}
+
+TEST_F(Faults, RecordingsWithoutSamplesAreRefusedByEveryCommand) {
+  writeSound(folder / "empty.wav", RATE, MICROPHONES, {});
+  const CommandRun network = run("separate mix.wav --quiet --print-network -o out/n" + files);
+  std::string document = network.output;
+  document.replace(document.find("mix.wav"), 7, "empty.wav");
+  folder.write("empty.n", document);
+  const std::string refusal = "empty.wav: holds no samples, expected one at least";
+  expectRefused(1,
+                {{"separate empty.wav --quiet -o out" + files, refusal},
+                 {"spectrogram empty.wav -o out/s.png", refusal},
+                 {"score --reference empty.wav --estimate mix.wav", refusal},
+                 {"mix scene.json --tf array.sofa --dry mix.wav empty.wav -o out/m.wav", refusal}});
+  EXPECT_THAT(run("run empty.n").errors, HasSubstr(refusal));
 }
 
 TEST_F(Faults, ACutOffFlacLeavesNothing) {
@@ -149,6 +178,55 @@ TEST_F(Faults, APlugInThatDoesNotLoadIsNamedAndDoesNotStopTheOthers) {
   EXPECT_THAT(run.errors, HasSubstr("zelk-sss: " + garbage + ": cannot be loaded: "));
 }
 
+// ---- several runs, and what one run reads and writes
+
+TEST_F(Faults, AFolderThatARunWritesIntoIsRefused) {
+  const std::string again = "separate mix.wav -o out --force" + files;
+  const std::string refusal = "out: another run is writing into it, expected a folder of this";
+  const CommandRun first =
+      disturbed("separate long.wav -o out --advance 16" + files, writes(8192), [&](const auto& it) {
+        const CommandRun second = run(again);
+        EXPECT_EQ(second.status, 1);
+        EXPECT_THAT(second.errors, HasSubstr(refusal));
+        folder.write("again.n", run(again + "--print-network").output);
+        EXPECT_THAT(run("run again.n").errors, HasSubstr(refusal));
+        it.send(SIGKILL);
+      });
+  EXPECT_EQ(first.signal, SIGKILL);
+  EXPECT_THAT(folder.names("out"), IsEmpty());
+  EXPECT_EQ(run(again).status, 0);  // the lock went with its owner
+}
+
+TEST_F(Faults, AnOutputThatIsAnInputIsRefused) {
+  fs::copy_file(folder / "mix.wav", folder / "out/source_3.wav");
+  fs::copy_file(folder / "mix.wav", folder / "out/source_9.wav");
+  folder.write("out/timeline.json", R"({"sources": [{"file": "source_9.wav"}]})");
+  fs::create_symlink("out/source_3.wav", folder / "link.wav");
+  fs::create_hard_link(folder / "array.sofa", folder / "hard.svg");
+  const auto refusal = [](const std::string& output, const std::string& input) {
+    return output + ": is the input " + input + " itself, expected another file";
+  };
+  const std::string source = "out/source_3.wav";
+  expectRefused(
+      1, {{"separate out/source_3.wav -o out --force" + files, refusal(source, source)},
+          {"separate link.wav -o ./out/../out --force" + files,
+           refusal("./out/../out/source_3.wav", "link.wav")},
+          {"separate out/source_9.wav -o out --force" + files,
+           refusal("out/source_9.wav", "out/source_9.wav")},
+          {"mix scene.json --tf array.sofa --dry mix.wav link.wav -o out/source_3.wav --force",
+           refusal(source, "link.wav")},
+          {"tfdb import array.sofa ./array.sofa --force", refusal("./array.sofa", "array.sofa")},
+          {"score --reference mix.wav --estimate link.wav -o out/source_3.wav --force",
+           refusal(source, "link.wav")},
+          {"pattern --tf array.sofa --sources scene.json -o hard.svg --force",
+           refusal("hard.svg", "array.sofa")}});
+  std::string document = run("separate mix.wav --print-network -o out --force" + files).output;
+  document.replace(document.find("mix.wav"), 7, "link.wav");
+  folder.write("link.n", document);
+  EXPECT_THAT(run("run link.n").errors, HasSubstr(source + ": is being read by this run"));
+  EXPECT_EQ(content(source), content("mix.wav"));
+}
+
 // ---- signals
 
 const char* const LONG_MIX = "mix scene.json --tf array.sofa --dry long.wav long.wav -o out/m.wav";
@@ -157,7 +235,7 @@ class Signals : public Faults, public testing::WithParamInterface<int> {};
 
 TEST_P(Signals, ASeparationEndsAfterAFrameWithItsFilesComplete) {
   const int signal = GetParam();
-  const CommandRun run = disturbed("separate long.wav -o out --advance 16" + files, 8192,
+  const CommandRun run = disturbed("separate long.wav -o out --advance 16" + files, writes(8192),
                                    [&](const auto& command) { command.send(signal); });
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.output, "");
@@ -170,23 +248,72 @@ TEST_P(Signals, ASeparationEndsAfterAFrameWithItsFilesComplete) {
   EXPECT_EQ(sound("out/source_7.wav").samples.size(), samples);
 }
 
-TEST_P(Signals, OtherCommandsLeaveNoUnfinishedFile) {
-  for (const char* arguments :
-       {LONG_MIX, "tfdb geometry out/g.sofa --circular 16 0.1 --azimuth-step 1 --elevations 0,9"}) {
-    const CommandRun run =
-        disturbed(arguments, 0, [](const auto& command) { command.send(GetParam()); });
-    EXPECT_EQ(run.signal, GetParam());
-    EXPECT_EQ(run.output, "");
-    EXPECT_EQ(run.errors, "zelk-sss: stopped by a signal; nothing unfinished is left\n");
-    EXPECT_THAT(folder.names("out"), IsEmpty());
+INSTANTIATE_TEST_SUITE_P(, Signals, testing::Values(SIGINT, SIGTERM, SIGHUP));
+
+const char* const STOPPED = "zelk-sss: stopped by a signal; nothing unfinished is left\n";
+
+// A frame of two million samples takes many seconds; neither signal waits for its end.
+TEST_F(Faults, ASignalEndsASeparationWithinAFrame) {
+  for (const bool isRepeated : {false, true}) {
+    const CommandRun run = disturbed(
+        "separate long.wav --sources scene.json --method MSNR --length 2097152 -o slow",
+        [&](const auto&) { return fs::exists(folder / "slow"); },
+        [&](const auto& command) {
+          std::this_thread::sleep_for(std::chrono::milliseconds(100));
+          command.send(SIGTERM);
+          std::this_thread::sleep_for(std::chrono::milliseconds(100));
+          if (isRepeated) command.send(SIGINT);
+        });
+    EXPECT_EQ(run.signal, isRepeated ? SIGINT : SIGTERM);
+    EXPECT_EQ(run.errors, STOPPED);
+    EXPECT_THAT(folder.names("slow"), IsEmpty());
+    fs::remove_all(folder / "slow");
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(, Signals, testing::Values(SIGINT, SIGTERM, SIGHUP));
+// The separation has so many sources that files of those that pause have temporary names.
+TEST_F(Faults, EverySignalThatEndsTheProcessLeavesNoUnfinishedFile) {
+  std::string scene;
+  for (int id = 0; id < 20; ++id) {
+    const std::string t = std::to_string(id / 50.0);
+    scene += (id == 0 ? "{\"sources\": [" : ", ") + ("{\"id\": " + std::to_string(id)) +
+             ", \"azimuth\": 45, \"active\": [[" + t + ", " + std::to_string((id + 1) / 50.0) +
+             "]]}";
+  }
+  folder.write("turns.json", scene + "]}");
+  const std::string turns =
+      "separate long.wav --tf array.sofa --sources turns.json --advance 16 -o out";
+  const std::string geometry =
+      "tfdb geometry out/g.sofa --circular 16 0.1 --azimuth-step 1 --elevations 0,9";
+  const auto hasName = [&](const auto&) { return !folder.names("out").empty(); };
+  const auto end = [&](const std::string& arguments, int signal, auto isReady) {
+    const CommandRun run =
+        disturbed(arguments, isReady, [&](const auto& command) { command.send(signal); });
+    EXPECT_EQ(run.signal, signal) << arguments;
+    EXPECT_EQ(run.output, "");
+    EXPECT_EQ(run.errors, signal == SIGPIPE ? "" : STOPPED);
+    EXPECT_THAT(folder.names("out"), IsEmpty()) << arguments;
+    fs::remove_all(folder / "out");
+    fs::create_directory(folder / "out");
+  };
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    end(LONG_MIX, signal, writes(0));
+    end(geometry, signal, hasName);
+  }
+  for (const int signal : {SIGQUIT, SIGPIPE, SIGXCPU, SIGALRM, SIGUSR1, SIGUSR2, SIGRTMIN}) {
+    end(turns, signal, hasName);
+  }
+  const CommandRun killed =
+      disturbed(turns, hasName, [](const auto& command) { command.send(SIGKILL); });
+  EXPECT_FALSE(folder.names("out").empty());
+  EXPECT_EQ(separate("mix.wav --force").status, 0);
+  EXPECT_THAT(folder.names("out"), ElementsAre("source_3.wav", "source_7.wav", "timeline.json"));
+}
 
 TEST_F(Faults, AnIgnoredSignalStaysIgnored) {
   void (*const before)(int) = std::signal(SIGHUP, SIG_IGN);  // as nohup does
-  const CommandRun run = disturbed(LONG_MIX, 0, [&](const auto& command) { command.send(SIGHUP); });
+  const CommandRun run =
+      disturbed(LONG_MIX, writes(0), [&](const auto& command) { command.send(SIGHUP); });
   std::signal(SIGHUP, before);
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(folder.names("out"), ElementsAre("m-source3.wav", "m-source7.wav", "m.wav"));
