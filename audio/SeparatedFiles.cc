@@ -9,9 +9,7 @@
 
 #include "audio/FileText.h"
 #include "audio/OutputFile.h"
-#include "audio/TemporaryFile.h"
 #include "dsp/AudioError.h"
-#include "scene/Json.h"
 
 namespace Audio {
 
@@ -103,7 +101,8 @@ void SeparatedFiles::removeLeftovers() const {
 std::vector<std::string> SeparatedFiles::filesOfEarlierRun(const std::string& directory) {
   std::vector<std::string> files;
   try {
-    const nlohmann::json document = parseJson(fileText((fs::path(directory) / TIMELINE).string()));
+    const nlohmann::json document =
+        nlohmann::json::parse(fileText((fs::path(directory) / TIMELINE).string()));
     for (const nlohmann::json& source : document.at("sources")) {
       const fs::path name = source.at("file").get<std::string>();
       const fs::path path = fs::path(directory) / name;

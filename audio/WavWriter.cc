@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "audio/OutputFile.h"
-#include "audio/TemporaryFile.h"
 #include "dsp/AudioError.h"
 
 namespace Audio {

@@ -8,7 +8,6 @@
 #include <string_view>
 
 #include "audio/OutputFile.h"
-#include "audio/TemporaryFile.h"
 
 namespace {
 
