@@ -28,8 +28,8 @@ BF::TransformFunctionDatabase databaseOf(const SofaFile& file) {
   BF::TransformFunctionDatabase database;
   database.sourceLocations = sourcesAsSeparated(file);
   for (const SofaFile::Position& p : file.receiverPositions()) {
-    database.micLocations.emplace_back(static_cast<float>(p[0]), static_cast<float>(p[1]),
-                                       static_cast<float>(p[2]));
+    const BF::SourceLocation place = asSeparated({p[0], p[1], p[2]}, 0, true);
+    database.micLocations.emplace_back(place.x, place.y, place.z);
   }
   const std::vector<std::complex<float>> values = file.readTransferFunctions();
   const std::size_t M = file.receivers();

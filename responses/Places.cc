@@ -4,6 +4,17 @@
 #include <cmath>
 #include <numbers>
 
+namespace {
+
+/// Through memory: where two such conversions stand side by side, the vectoriser of g++ 12 leaves
+/// out the way to single precision and back.
+double inSinglePrecision(double x) {
+  const volatile float narrowed = static_cast<float>(x);
+  return narrowed;
+}
+
+}  // namespace
+
 double angleBetween(const Audio::Position& a, const Audio::Position& b) {
   const double product = std::hypot(a.x, a.y, a.z) * std::hypot(b.x, b.y, b.z);
   if (product == 0.0) return 0.0;
@@ -12,7 +23,7 @@ double angleBetween(const Audio::Position& a, const Audio::Position& b) {
 }
 
 BF::SourceLocation asSeparated(const Audio::Position& point, int id, bool isTarget) {
-  return {static_cast<float>(point.x), static_cast<float>(point.y), static_cast<float>(point.z), id,
+  return {inSinglePrecision(point.x), inSinglePrecision(point.y), inSinglePrecision(point.z), id,
           isTarget};
 }
 

@@ -7,7 +7,6 @@
 #include "bf/GJ.h"
 #include "bf/GSS.h"
 #include "bf/LCMV.h"
-#include "responses/Places.h"
 
 namespace {
 
