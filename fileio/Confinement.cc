@@ -64,8 +64,8 @@ void filterSystemCalls(int answer) {
     if (status != 0) failToConfine(-status);
   };
   // Memory that can be executed is none of what reading needs.
-  const scmp_arg_cmp noCode = SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0);
-  const scmp_arg_cmp onAnswer = SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(answer));
+  const scmp_arg_cmp noCode = {2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0};
+  const scmp_arg_cmp onAnswer = {0, SCMP_CMP_EQ, static_cast<scmp_datum_t>(answer), 0};
   // Names that this processor's system lacks (those of 32 bits) are passed over by the library.
   for (const int call : {SCMP_SYS(mmap), SCMP_SYS(mmap2), SCMP_SYS(mprotect)}) {
     allow(call, {noCode});
@@ -76,7 +76,7 @@ void filterSystemCalls(int answer) {
         SCMP_SYS(rt_sigreturn), SCMP_SYS(exit), SCMP_SYS(exit_group)}) {
     allow(call);
   }
-  allow(SCMP_SYS(prlimit64), {SCMP_A0(SCMP_CMP_EQ, 0), SCMP_A1(SCMP_CMP_EQ, RLIMIT_CPU)});
+  allow(SCMP_SYS(prlimit64), {{0, SCMP_CMP_EQ, 0, 0}, {1, SCMP_CMP_EQ, RLIMIT_CPU, 0}});
   const int status = seccomp_load(filter.get());
   if (status != 0) failToConfine(-status);
 }
