@@ -44,7 +44,8 @@ void limitTo(__rlimit_resource resource, std::size_t most, std::size_t grace = 0
 }
 
 void limitResources(const ReaderLimits& limits) {
-  limitTo(RLIMIT_CPU, limits.seconds, 2);  // SIGXCPU first, which says why
+  // SIGXCPU first, which says why.
+  limitTo(RLIMIT_CPU, ReaderLimits::HEAD_SECONDS, limits.seconds + 2 - ReaderLimits::HEAD_SECONDS);
   limitTo(RLIMIT_CORE, 0);
   limitTo(RLIMIT_NPROC, 0);
   limitTo(RLIMIT_NOFILE, 0);
@@ -63,8 +64,8 @@ void filterSystemCalls(int answer) {
     if (status != 0) failToConfine(-status);
   };
   // Memory that can be executed is none of what reading needs.
-  const scmp_arg_cmp noCode = SCMP_A2(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0);
-  const scmp_arg_cmp onAnswer = SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(answer));
+  const scmp_arg_cmp noCode = {2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0};
+  const scmp_arg_cmp onAnswer = {0, SCMP_CMP_EQ, static_cast<scmp_datum_t>(answer), 0};
   // Names that this processor's system lacks (those of 32 bits) are passed over by the library.
   for (const int call : {SCMP_SYS(mmap), SCMP_SYS(mmap2), SCMP_SYS(mprotect)}) {
     allow(call, {noCode});
@@ -75,6 +76,7 @@ void filterSystemCalls(int answer) {
         SCMP_SYS(rt_sigreturn), SCMP_SYS(exit), SCMP_SYS(exit_group)}) {
     allow(call);
   }
+  allow(SCMP_SYS(prlimit64), {{0, SCMP_CMP_EQ, 0, 0}, {1, SCMP_CMP_EQ, RLIMIT_CPU, 0}});
   const int status = seccomp_load(filter.get());
   if (status != 0) failToConfine(-status);
 }
@@ -86,4 +88,11 @@ void confine(const ReaderLimits& limits, int answer) {
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) failToConfine(errno);
   limitResources(limits);
   filterSystemCalls(answer);
+}
+
+void allowResponses(std::size_t bytes) {
+  rlimit limit{};
+  getrlimit(RLIMIT_CPU, &limit);
+  limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, ReaderLimits::secondsFor(bytes));
+  setrlimit(RLIMIT_CPU, &limit);
 }

@@ -8,3 +8,7 @@
 /// Other calls fail with EPERM, so that libraries that try one go on without. The process also ends
 /// when the one that started it does. Throws SofaError where the system cannot do that.
 void confine(const ReaderLimits& limits, int answer);
+
+/// Processor time is limited to what a head takes until this says that an answer of so many bytes
+/// is to be read; never to more than confine() was told.
+void allowResponses(std::size_t bytes);

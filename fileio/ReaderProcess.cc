@@ -168,10 +168,10 @@ AnswerBytes sealed(const Descriptor& answer) {
   return {{static_cast<const std::byte*>(memory), release}, size};
 }
 
-[[noreturn]] void failOfSignal(int signal, const ReaderLimits& limits) {
+[[noreturn]] void failOfSignal(int signal) {
   if (signal == SIGXCPU) {
-    throw SofaError(fmt::format("reading it takes more than {} s of processor time, {}",
-                                limits.seconds, EXPECTED_SOUND_FILE));
+    throw SofaError("reading it takes more processor time than its size allows, " +
+                    EXPECTED_SOUND_FILE);
   }
   throw SofaError(
       fmt::format("reading it crashes ({}), {}", strsignal(signal), EXPECTED_SOUND_FILE));
@@ -181,8 +181,7 @@ AnswerBytes sealed(const Descriptor& answer) {
 SofaAnswer readRegular(const std::string& program, const std::string& path, bool withResponses,
                        std::size_t limit, std::size_t seconds) {
   const Descriptor file = openRegular(path);
-  const ReaderLimits limits(sizeOf(file), limit);
-  const std::size_t waiting = seconds == 0 ? limits.waiting : seconds;
+  const std::size_t waiting = seconds == 0 ? ReaderLimits(sizeOf(file), limit).waiting : seconds;
   const Descriptor answer(memfd_create("sofa-answer", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   if (*answer < 0) failFor("no memory could be shared for it", errno);
   const auto deadline = Clock::now() + std::chrono::seconds(waiting);
@@ -192,7 +191,7 @@ SofaAnswer readRegular(const std::string& program, const std::string& path, bool
     throw SofaError(
         fmt::format("reading it does not end within {} s, {}", waiting, EXPECTED_SOUND_FILE));
   }
-  if (WIFSIGNALED(*status)) failOfSignal(WTERMSIG(*status), limits);
+  if (WIFSIGNALED(*status)) failOfSignal(WTERMSIG(*status));
   if (WEXITSTATUS(*status) != 0) {
     throw SofaError(fmt::format("its reader {} ends with status {}, expected 0", program,
                                 WEXITSTATUS(*status)));

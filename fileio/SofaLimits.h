@@ -32,18 +32,25 @@ std::size_t parseDatabaseLimit(const std::string& name, const std::string& text)
 std::string expectedAtMost(std::size_t limit);
 
 /// What a file of this size may take to read, given the database limit: bytes that its responses
-/// unfold to and of the answer, seconds of processor time and of waiting, bytes of address space.
+/// unfold to and of the answer, seconds of processor time for the head alone (and for all, were it
+/// as large as it can be) and of waiting, bytes of address space.
 struct ReaderLimits {
   ReaderLimits(std::size_t fileSize, std::size_t databaseLimit)
       : unfolded(fileSize < databaseLimit / MAX_COMPRESSION ? fileSize * MAX_COMPRESSION
                                                             : databaseLimit),
         answer(databaseLimit + TEXT),
-        seconds(5 + unfolded / SLOWEST),
+        seconds(secondsFor(unfolded)),
         waiting(4 * seconds),
         // The answer, and a variable in the file's own precision, as one piece and converted.
         addressSpace(PROGRAM + fileSize + 3 * unfolded) {}
 
-  static constexpr std::size_t SLOWEST = 50'000'000;  // bytes per second
+  static constexpr std::size_t HEAD_SECONDS = 5;
+
+  /// Seconds of processor time to read so many bytes of an answer.
+  static constexpr std::size_t secondsFor(std::size_t bytes) {
+    return HEAD_SECONDS + bytes / 50'000'000;
+  }
+
   static constexpr std::size_t PROGRAM = std::size_t{512} << 20;
 
   static constexpr std::size_t TEXT = std::size_t{1} << 20;

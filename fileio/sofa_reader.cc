@@ -33,14 +33,16 @@ void answer(bool withResponses, std::size_t limit) {
   confine({size, limit}, ANSWER);
   // Never closed: the libraries are not to tidy up what a hostile file left them with.
   const NcFile& netcdf = *new NcFile(bytes, size, limit);
-  writeAnswer(ANSWER, SofaParser(netcdf, limit), withResponses);
+  const SofaParser parser(netcdf, limit);
+  if (withResponses) allowResponses(layoutOf(parser.head(AnswerState::RESPONSES)).value().size);
+  writeAnswer(ANSWER, parser, withResponses);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::fputs("usage: zelk-sofa-reader head|all LIMIT, started by libzelkfileio.so\n", stderr);
+    std::fputs("usage: zelk-sofa-reader PART LIMIT, started by libzelkfileio.so\n", stderr);
     return 2;
   }
   try {

@@ -1,6 +1,5 @@
 // What a reader of transfer-function files hands back when it lies: the input is its whole answer.
 #include <cmath>
-#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -9,8 +8,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   // Of the alignment that memory files have, and no byte longer than the answer.
-  const auto memory = std::make_shared<std::vector<std::byte>>(size);
-  std::memcpy(memory->data(), data, size);
+  const auto* begin = reinterpret_cast<const std::byte*>(data);
+  const auto memory = std::make_shared<std::vector<std::byte>>(begin, begin + size);
   const AnswerBytes bytes = {{memory, memory->data()}, size};
   try {
     const SofaFile file("file", SofaAnswer(bytes, 1 << 20));

@@ -1,10 +1,10 @@
 // Raw bytes as a transfer-function file, through the confined reader: the libraries for the format
 // may do what they like with them, this process must get a database or one line of reason.
 #include <cmath>
-
 #include "fileio/CZelkFileIO.h"
 #include "fileio/SofaFile.h"
 #include "fuzz/Fuzzing.h"
+#include "responses/ResponseSet.h"
 #include "responses/TfdbReport.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -15,6 +15,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const SofaFile file(scratch.path());
     isRead = file.isTransferFunctions();
     require(!checkText(file).empty(), "there is a report");
+    const ResponseSet responses(file.path());
+    // At a high rate a delay may be many samples.
+    if (responses.samplingRate() <= 48000) require(!responses.response(0, 0).empty(), "responses");
   } catch (const SofaError& error) {
     require(isShowable(error.what()), "messages are showable");
   }

@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -11,6 +12,8 @@
 
 #include "NetworkDocument.h"
 #include "audio/WavWriter.h"
+#include "fileio/SofaAnswer.h"
+#include "fileio/SofaWriter.h"
 
 namespace fs = std::filesystem;
 
@@ -101,6 +104,28 @@ void makeArguments(const fs::path& folder) {
   for (const char* text : texts) write(folder / std::to_string(*text + text[1]), text);
 }
 
+void makeDatabases(const fs::path& folder) {
+  SofaTransferFunctions data;
+  data.sourcePositions = {{1, 0, 0}, {0, 1, 0}};
+  data.receiverPositions = {{0, 0.1, 0}};
+  data.samplingRate = 16000;
+  data.frequencies = 5;
+  data.values.assign(10, {1.0F, 0.5F});
+  fs::create_directories(folder);
+  writeSofa(folder / "tf", data);
+}
+
+void makeAnswers(const fs::path& folder) {
+  for (const AnswerState state : {AnswerState::HEAD, AnswerState::RESPONSES}) {
+    for (const std::uint64_t isTransferFunctions : {0, 1}) {
+      const AnswerHead head = {AnswerHead::MAGIC, state, isTransferFunctions, 3, 2, 5, 16000.0, 4};
+      std::string bytes(layoutOf(head).value().size, '\0');
+      std::memcpy(bytes.data(), &head, sizeof head);
+      write(folder / std::to_string(bytes.size()), bytes);
+    }
+  }
+}
+
 /// For targets that read choices from the bytes. With `odd` of 256 bytes random and the others 0.
 void makeChoices(const fs::path& folder, std::size_t size, unsigned odd) {
   std::mt19937 random(1);
@@ -126,6 +151,8 @@ int main(int argc, char** argv) {
   makeMicrophones(folder / "microphones");
   makeNetworks(folder / "network");
   makeArguments(folder / "arguments");
+  makeDatabases(folder / "database");
+  makeAnswers(folder / "answer");
   makeChoices(folder / "network", 100, 256);
   makeChoices(folder / "decompositions", 800, 256);
   makeChoices(folder / "sofa", 400, 16);

@@ -32,7 +32,7 @@ fuzz() { # TARGET: one run, whose log ends with the statistics
   local leaks=1
   [[ "$1" =~ ^(sofa|separation)$ ]] && leaks=0
   nice "$out/bin/fuzz-$1" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
-    -max_len=20000 -detect_leaks=$leaks -close_fd_mask=3 -print_final_stats=1 -artifact_prefix="$out/findings/$1-" \
+    -max_len=65536 -detect_leaks=$leaks -close_fd_mask=3 -print_final_stats=1 -artifact_prefix="$out/findings/$1-" \
     "${inputs[@]}" >"$out/logs/$1" 2>&1
 }
 
