@@ -104,8 +104,13 @@ ZELK_PROCESSOR_CLONES void descend(const Matrix& W, double mu_ss, const Matrix& 
 
 }  // namespace
 
-/// The matrices of one bin's step, allocated once for all bins.
+/// The matrices of one bin's step, for all bins and, while the shapes stay, all frames.
 struct GSS::Work {
+  /// Whether it has these shapes.
+  bool fits(int N, int M, int outputs) const {
+    return J_lc.getRowCount() == N && J_lc.getColumnCount() == M && y.getRowCount() == outputs;
+  }
+
   Work(int N, int M, int outputs)
       : x(M, 1),
         y(outputs, 1),
@@ -142,6 +147,8 @@ GHDSS::GHDSS(int numFreqValue, int samplingRateValue, double soundSpeedValue, bo
       numFreq, samplingRate, soundSpeed, mu, mu_ss, scale, static_cast<int>(nlFuncType));
 }
 
+GSS::~GSS() = default;
+
 void GSS::updateSources(const std::vector<SourceLocation>& newSources) {
   const std::vector<int> previous = previousIndices(newSources);
   if (nothingChanges(newSources, previous)) {
@@ -175,9 +182,10 @@ void GSS::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
   const int M = inputSpectrum.getRowCount();
   if (numFreq > 0) requireSeparationMatrices();
-  Work work(N, M, outputSpectrum.getRowCount());
+  const int outputs = outputSpectrum.getRowCount();
+  if (!bench || !bench->fits(N, M, outputs)) bench = std::make_unique<Work>(N, M, outputs);
   prepare(spareMatrices, N, M);
-  for (int k = 0; k < numFreq; ++k) adaptBin(k, work, spareMatrices[k]);
+  for (int k = 0; k < numFreq; ++k) adaptBin(k, *bench, spareMatrices[k]);
   separationMatrices.swap(spareMatrices);
 }
 

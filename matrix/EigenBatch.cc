@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <mutex>
 
 #include "matrix/JacobiRotation.h"
 #include "matrix/ProcessorClones.h"
@@ -11,7 +12,11 @@ namespace BF {
 
 namespace {
 
+// eigenValues keeps work vectors that all threads share.
+std::mutex oneAtATime;
+
 Matrix principalVectorOf(const Matrix& matrix) {
+  const std::lock_guard<std::mutex> lock(oneAtATime);
   Matrix values;
   Matrix V;
   matrix.eigenValues(values, V);
