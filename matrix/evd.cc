@@ -143,6 +143,7 @@ void evd<double>(KernelMatrix<double>& A, KernelVector<double>& d, KernelMatrix<
       converged = true;
       break;
     }
+    turns.reserve(turns.size() + n * (n - 1) / 2);  // exceptions do not get out of a clone
     const double threshold = sweep <= 3 ? 0.2 * sm / static_cast<double>(n * n) : 0.0;
     sweepOnce(sweep, threshold, work, d, z, turns);
     for (std::size_t i = 0; i < n; ++i) {

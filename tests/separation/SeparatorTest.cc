@@ -4,8 +4,6 @@
 #include "separation/Separator.h"
 
 #include <algorithm>
-#include <atomic>
-#include <cstdlib>
 #include <limits>
 #include <map>
 #include <new>
@@ -14,26 +12,10 @@
 #include <utility>
 
 #include "gtest/gtest.h"
+#include "tests/separation/CountedMemory.h"
 #include "tests/support/Databases.h"
 #include "toolbox/core/FrameAnalyzer.h"
 #include "toolbox/core/OverlapAdder.h"
-
-namespace {
-
-std::atomic<long> allocations = 0;
-std::atomic<bool> isArmed = false;  // whether allocations count down to the one that fails
-long untilFailure = -1;             // below zero: none
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  ++allocations;
-  if (isArmed && untilFailure-- == 0) throw std::bad_alloc();
-  if (void* memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
