@@ -26,11 +26,11 @@ namespace Separation {
 ///
 /// GJ learns while the list stays: a new or moved source lets its adaptive part begin anew.
 ///
-/// An exception (memory that runs out, above all) costs nothing: what it interrupted is done by the
-/// next call, whose output then holds the interrupted call's, too. Once a frame with the same
-/// sources has gone before, a frame with unchanged sources allocates no memory, except with CMSNR
-/// and while `noise.times` last. A separator is used by one thread at a time; several work on
-/// several threads at once.
+/// An exception (memory that runs out, above all) costs nothing: samples() says how much of its
+/// block an interrupted push took, and what was interrupted is done by the next call, whose output
+/// then holds the interrupted call's, too. In blocks of the same size, frames with unchanged
+/// sources allocate no memory, except with CMSNR and while `noise.times` last. A separator is used
+/// by one thread at a time; several work on several threads at once.
 class Separator {
  public:
   /// Throws SettingError for settings out of range and a database that does not fit them; the

@@ -253,6 +253,7 @@ TEST(SeparatorTest, AFrameWithTheSameSourcesAllocatesNothing) {
   const Sources sources = support::locationsOf({{1, 2}, {2, 5, false}}, world.database);
   const std::vector<float> block(static_cast<std::size_t>(world.advance * world.M), 0.5F);
   for (const Settings& settings : allSettings(world)) {
+    if (settings.method == BF::BF_ALGORITHM_CMSNR) continue;  // decomposes with every frame
     Separator separator(settings, world.database);
     long before = 0;
     for (int frame = 0; frame < 60; ++frame) {
