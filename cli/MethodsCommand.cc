@@ -4,7 +4,7 @@
 
 #include <iostream>
 
-#include "cli/Methods.h"
+#include "separation/Methods.h"
 
 void addMethodsCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("methods", "List the separation methods");

@@ -12,14 +12,14 @@
 #include <utility>
 #include <vector>
 
+#include "audio/OutputFile.h"
+#include "audio/SignalFile.h"
 #include "cli/MixFiles.h"
-#include "cli/MixNoise.h"
-#include "cli/MixRenderer.h"
 #include "cli/OptionChecks.h"
-#include "cli/OutputFile.h"
-#include "cli/ResponseSet.h"
-#include "cli/SignalFile.h"
-#include "toolbox/core/Scene.h"
+#include "responses/MixNoise.h"
+#include "responses/MixRenderer.h"
+#include "responses/ResponseSet.h"
+#include "scene/Scene.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "toolbox/core/WavWriter.h"
+#include "audio/WavWriter.h"
 
 /// The files of a mixture and of the images it is the sum of, all of one length, as 32-bit floating
 /// point. They appear under their names together, when all of them are complete.

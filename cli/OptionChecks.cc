@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <utility>
 
-#include "toolbox/core/AudioError.h"
+#include "audio/OutputFile.h"
+#include "dsp/AudioError.h"
 
 namespace {
 
@@ -58,4 +60,13 @@ CLI::Validator isTimeRange() {
 
 CLI::Validator isTimeRanges() {
   return timeCheck("seconds BEGIN:END with 0 <= BEGIN < END, such as 0:1.5,4:5", SIZE_MAX);
+}
+
+void checkPicture(const std::string& path, bool overwrite) {
+  const std::filesystem::path ending = std::filesystem::path(path).extension();
+  if (ending != ".svg" && ending != ".png") {
+    throw CLI::ValidationError(
+        "--output", fmt::format("\"{}\", expected a name that ends in .svg or .png", path));
+  }
+  checkOutput(path, overwrite);
 }

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "toolbox/core/Channels.h"
+#include "audio/Channels.h"
 
 /// Checks of numbers given to options, for CLI::Option::check. Their messages say what was found
 /// and expected, and NaN passes none of them.
@@ -18,3 +18,7 @@ std::vector<Audio::TimeRange> timeRangesOf(std::string text);
 /// Checks of such texts: of one range, or of any number.
 CLI::Validator isTimeRange();
 CLI::Validator isTimeRanges();
+
+/// Throws CLI::ValidationError unless the name ends in .svg or .png, and OutputError as checkOutput
+/// does. To be called before the work starts.
+void checkPicture(const std::string& path, bool overwrite);

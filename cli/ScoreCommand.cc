@@ -10,11 +10,11 @@
 #include <utility>
 #include <vector>
 
+#include "audio/OutputFile.h"
+#include "audio/SignalFile.h"
 #include "cli/OptionChecks.h"
-#include "cli/OutputFile.h"
-#include "cli/ScoreMetrics.h"
-#include "cli/ScoreReport.h"
-#include "cli/SignalFile.h"
+#include "scoring/ScoreMetrics.h"
+#include "scoring/ScoreReport.h"
 
 namespace {
 

@@ -13,12 +13,12 @@
 #include <sstream>
 
 #include "ParameterValue.h"
+#include "audio/OutputFile.h"
 #include "cli/NetworkRun.h"
 #include "cli/OptionChecks.h"
-#include "cli/OutputFile.h"
 #include "cli/SeparationInputs.h"
 #include "cli/SeparationNetwork.h"
-#include "toolbox/core/FrameLayout.h"
+#include "dsp/FrameLayout.h"
 
 namespace {
 

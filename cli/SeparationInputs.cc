@@ -6,12 +6,12 @@
 #include <cmath>
 #include <numbers>
 
-#include "cli/DatabaseFile.h"
-#include "cli/Places.h"
-#include "toolbox/core/AudioError.h"
-#include "toolbox/core/AudioReader.h"
-#include "toolbox/core/Channels.h"
-#include "toolbox/core/FrameLayout.h"
+#include "audio/AudioReader.h"
+#include "audio/Channels.h"
+#include "dsp/AudioError.h"
+#include "dsp/FrameLayout.h"
+#include "responses/DatabaseFile.h"
+#include "responses/Places.h"
 
 namespace {
 

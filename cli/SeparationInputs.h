@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "cli/SeparationSettings.h"
-#include "toolbox/core/Scene.h"
+#include "scene/Scene.h"
 
 /// What the files of a separation say, found out before it starts.
 struct SeparationInputs {

@@ -3,7 +3,7 @@
 #include <map>
 #include <string>
 
-#include "cli/Methods.h"
+#include "separation/Methods.h"
 
 /// Everything that a separation is made of; texts are as the nodes' parameters want them.
 struct SeparationSettings {

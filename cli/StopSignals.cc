@@ -6,7 +6,7 @@
 #include <csignal>
 #include <string_view>
 
-#include "toolbox/core/TemporaryFile.h"
+#include "audio/TemporaryFile.h"
 
 namespace {
 

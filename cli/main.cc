@@ -6,13 +6,13 @@
 
 #include "cli/MethodsCommand.h"
 #include "cli/MixCommand.h"
+#include "cli/PatternCommand.h"
 #include "cli/RunCommand.h"
 #include "cli/ScoreCommand.h"
 #include "cli/SeparateCommand.h"
+#include "cli/SpectrogramCommand.h"
 #include "cli/StopSignals.h"
-#include "cli/pattern/PatternCommand.h"
-#include "cli/spectrogram/SpectrogramCommand.h"
-#include "cli/tfdb/TfdbCommands.h"
+#include "cli/TfdbCommands.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 
 #include "ObjectRef.h"
 #include "ParameterValue.h"
+#include "audio/Channels.h"
+#include "dsp/AudioError.h"
 #include "fuzz/Fuzzing.h"
-#include "toolbox/core/AudioError.h"
-#include "toolbox/core/Channels.h"
 
 namespace {
 

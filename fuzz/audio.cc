@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "audio/AudioReader.h"
+#include "dsp/AudioError.h"
 #include "fuzz/Fuzzing.h"
-#include "toolbox/core/AudioError.h"
-#include "toolbox/core/AudioReader.h"
 
 namespace {
 

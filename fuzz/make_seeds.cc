@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "NetworkDocument.h"
-#include "toolbox/core/WavWriter.h"
+#include "audio/WavWriter.h"
 
 namespace fs = std::filesystem;
 

@@ -1,8 +1,8 @@
 // Microphone positions: any text as a file, and the database of an array that was accepted.
 #include <cmath>
 
-#include "cli/tfdb/ArrayGeometry.h"
 #include "fuzz/Fuzzing.h"
+#include "responses/ArrayGeometry.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const ScratchFile file;

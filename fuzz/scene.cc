@@ -1,9 +1,9 @@
 // Scene files: any text, read and asked for the sources at many times.
 #include <cmath>
 
+#include "dsp/AudioError.h"
 #include "fuzz/Fuzzing.h"
-#include "toolbox/core/AudioError.h"
-#include "toolbox/core/Scene.h"
+#include "scene/Scene.h"
 
 namespace {
 

@@ -3,12 +3,12 @@
 #include <array>
 #include <cmath>
 
-#include "cli/ResponseSet.h"
-#include "cli/tfdb/ResponseImport.h"
-#include "cli/tfdb/TfdbReport.h"
 #include "fileio/CZelkFileIO.h"
 #include "fileio/SofaFile.h"
 #include "fuzz/SofaComposer.h"
+#include "responses/ResponseImport.h"
+#include "responses/ResponseSet.h"
+#include "responses/TfdbReport.h"
 
 // What netCDF loses when it refuses a variable is not the reader's.
 extern "C" const char* __lsan_default_suppressions() { return "leak:libnetcdf\nleak:libhdf5\n"; }

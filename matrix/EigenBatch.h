@@ -6,9 +6,6 @@
 
 namespace BF {
 
-/// How many decompositions this processor runs side by side: 8, 4 or 1.
-int eigenLanes();
-
 /// vectors[i] (n × 1) becomes, bit for bit, the eigenvector that matrices[i].eigenValues(values, V)
 /// gives for the eigenvalue of largest modulus: column values.getMaximumValueIndexInColumn(0) of V
 /// (NaN aside, of which there are many). Several decompositions run side by side in the lanes of
@@ -16,8 +13,7 @@ int eigenLanes();
 /// the other eigenvectors are never formed. All matrices are n × n with n > 0: otherwise throws
 /// NotSquareMatrixException, MatrixSizeMismatchException or IndexOutOfBoundException. For
 /// several threads at once, but not beside eigenValues, which it calls where the lanes do not
-/// serve. Fewer lanes than the processor has give the same.
-void principalEigenVectors(const std::vector<Matrix>& matrices, std::vector<Matrix>& vectors,
-                           int lanes = eigenLanes());
+/// serve. Every kind of processor gives the same.
+void principalEigenVectors(const std::vector<Matrix>& matrices, std::vector<Matrix>& vectors);
 
 }  // namespace BF

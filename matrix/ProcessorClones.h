@@ -9,8 +9,4 @@
 #else
 #define ZELK_PROCESSOR_CLONES
 #endif
-/// Defined where parts of a file can be compiled for AVX2 and AVX-512F.
-#if defined(__x86_64__) && defined(__gnu_linux__) && !defined(__clang__)
-#define ZELK_HAS_VECTOR_TARGETS
-#endif
 #define ZELK_INLINE inline __attribute__((always_inline))

@@ -4,6 +4,9 @@
 
 namespace BF {
 
+/// A decomposition that has not converged after this many sweeps ends all the same.
+constexpr int JACOBI_MAX_SWEEPS = 50;
+
 /// Eigen-decomposition of a Hermitian matrix, A = V · diag(d) · Vᴴ, by cyclic Jacobi rotations with
 /// a threshold.
 ///

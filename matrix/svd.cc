@@ -137,7 +137,7 @@ class TallSvd {
   // above d(k). Each reflection vector stays where the elements were that it annihilated.
   void bidiagonalise() {
     for (std::size_t k = 0; k < n; ++k) {
-      left[k] = makeReflection(A.re(k) + k, A.im(k) + k, m - k, n);
+      left[k] = makeReflection(A.re(k) + k, A.im(k) + k, m - k, A.stride());
       d[k] = left[k].norm;
       if (!left[k].skipped) reflectFromLeft(k);
       if (k + 1 == n) break;

@@ -14,7 +14,7 @@ packages=(
   # tools
   g++ cmake ninja-build pkg-config git ca-certificates clang-format-14
   # libraries
-  libboost-dev libnetcdf-dev libsndfile1-dev libkissfft-dev libsoxr-dev libpugixml-dev
+  libboost-dev libhwy-dev libnetcdf-dev libsndfile1-dev libkissfft-dev libsoxr-dev libpugixml-dev
   nlohmann-json3-dev libcli11-dev libfmt-dev librsvg2-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <vector>
 
+#include "dsp/FrameLayout.h"
+#include "separation/NoiseCorrelation.h"
 #include "separation/Settings.h"
-#include "toolbox/core/FrameLayout.h"
-#include "toolbox/core/NoiseCorrelation.h"
 
 namespace Separation {
 

@@ -8,14 +8,14 @@
 #include <string>
 #include <utility>
 
+#include "dsp/AudioError.h"
+#include "dsp/FrameAnalyzer.h"
+#include "dsp/FrameLayout.h"
+#include "dsp/Window.h"
+#include "separation/BackProjection.h"
 #include "separation/NoiseModel.h"
 #include "separation/SourceSignals.h"
 #include "separation/SourceTimeline.h"
-#include "toolbox/core/AudioError.h"
-#include "toolbox/core/BackProjection.h"
-#include "toolbox/core/FrameAnalyzer.h"
-#include "toolbox/core/FrameLayout.h"
-#include "toolbox/core/Window.h"
 
 namespace Separation {
 

@@ -6,8 +6,8 @@
 #include <memory>
 #include <vector>
 
+#include "dsp/OverlapAdder.h"
 #include "separation/Output.h"
-#include "toolbox/core/OverlapAdder.h"
 
 namespace Separation {
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ToolboxNode.h"
-#include "toolbox/core/FrameReader.h"
+#include "audio/FrameReader.h"
 
 /// Reads a multichannel audio file as frames of spectra, streamed.
 ///

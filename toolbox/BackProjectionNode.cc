@@ -6,8 +6,8 @@
 #include <set>
 #include <utility>
 
-#include "toolbox/core/AudioError.h"
-#include "toolbox/core/FrameLayout.h"
+#include "dsp/AudioError.h"
+#include "dsp/FrameLayout.h"
 
 namespace {
 

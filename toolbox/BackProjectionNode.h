@@ -3,7 +3,7 @@
 #include <string>
 
 #include "ToolboxNode.h"
-#include "toolbox/core/BackProjection.h"
+#include "separation/BackProjection.h"
 
 /// Scales separated spectra to what the reference microphone hears of each source (node type
 /// "BackProjection"; formula: Audio::BackProjection).

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "toolbox/core/AudioError.h"
-#include "toolbox/core/NoiseFile.h"
+#include "dsp/AudioError.h"
+#include "separation/NoiseFile.h"
 
 namespace {
 

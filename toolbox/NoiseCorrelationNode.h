@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ToolboxNode.h"
-#include "toolbox/core/NoiseCorrelation.h"
+#include "separation/NoiseCorrelation.h"
 
 /// Estimates the spatial correlation matrices of the noise (node type "NoiseCorrelation").
 ///

@@ -3,7 +3,7 @@
 #include <memory>
 #include <utility>
 
-#include "toolbox/core/AudioError.h"
+#include "dsp/AudioError.h"
 
 namespace {
 

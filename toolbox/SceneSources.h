@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "ToolboxNode.h"
-#include "toolbox/core/FrameLayout.h"
-#include "toolbox/core/Scene.h"
+#include "dsp/FrameLayout.h"
+#include "scene/Scene.h"
 
 /// Says which sources a scene file has in each frame, and where.
 ///

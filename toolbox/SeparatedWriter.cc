@@ -8,7 +8,7 @@
 #include <set>
 #include <utility>
 
-#include "toolbox/core/AudioError.h"
+#include "dsp/AudioError.h"
 
 namespace {
 

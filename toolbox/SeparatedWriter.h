@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ToolboxNode.h"
-#include "toolbox/core/SeparatedFiles.h"
+#include "audio/SeparatedFiles.h"
 
 /// Writes the separated sources to one WAV file each, and timeline.json (see
 /// Audio::SeparatedFiles).

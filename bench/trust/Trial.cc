@@ -8,7 +8,7 @@
 #include <random>
 #include <stdexcept>
 
-#include "tests/cli/process/CommandRun.h"
+#include "tests/cli/CommandRun.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/toolbox/AudioTesting.h"
+#include "tests/support/AudioTesting.h"
 
 /// What goes wrong in a recording of two talkers, or in the scene: all of it within
 /// [Trial::BEGIN, Trial::END) seconds unless `lasts`.

@@ -50,7 +50,9 @@ bool isProse(const std::string& text) {
 
 std::vector<SourceStatement> allStatements() {
   std::vector<SourceStatement> all;
-  for (const char* folder : {"cli", "toolbox", "fileio", "host", "nodes", "matrix", "bf"}) {
+  for (const char* folder :
+       {"matrix", "bf", "dsp", "audio", "scene", "fileio", "responses", "separation", "scoring",
+        "pictures", "host", "nodes", "toolbox", "cli"}) {
     for (const auto& entry : fs::recursive_directory_iterator(fs::path(ZELK_SOURCE) / folder)) {
       const fs::path extension = entry.path().extension();
       if (extension != ".cc" && extension != ".h") continue;

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
+#include <hwy/targets.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -437,16 +439,19 @@ TEST(PrincipalEigenVectors, GivesToTheBitWhatEachGivesAlone) {
       }
     }
     std::vector<Matrix> vectors(2, Matrix(3, 1));
-    const int lanes[] = {1, 4, 8};
-    BF::principalEigenVectors(matrices, vectors,
-                              std::min(lanes[random.integer(0, 2)], BF::eigenLanes()));
+    // Every kind of vectors that this processor has.
+    const std::vector<std::int64_t> targets = hwy::SupportedAndGeneratedTargets();
+    const std::int64_t target = targets[random.integer(0, static_cast<int>(targets.size()) - 1)];
+    hwy::SetSupportedTargetsForTest(target);
+    BF::principalEigenVectors(matrices, vectors);
+    hwy::SetSupportedTargetsForTest(0);
     ASSERT_EQ(vectors.size(), matrices.size());
     for (std::size_t i = 0; i < matrices.size(); ++i) {
       Matrix d;
       Matrix V;
       matrices[i].eigenValues(d, V);
       const Matrix expected = V.getColumn(d.getMaximumValueIndexInColumn(0));
-      ASSERT_TRUE(sameNumbers(vectors[i], expected)) << i;
+      ASSERT_TRUE(sameNumbers(vectors[i], expected)) << i << ", " << hwy::TargetName(target);
     }
   }
   std::vector<Matrix> vectors;

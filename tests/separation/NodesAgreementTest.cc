@@ -6,17 +6,17 @@
 #include <string>
 #include <vector>
 
-#include "cli/Methods.h"
+#include "audio/FrameReader.h"
 #include "cli/NetworkRun.h"
 #include "cli/SeparationNetwork.h"
-#include "cli/pattern/SeparationEngine.h"
 #include "gtest/gtest.h"
+#include "responses/DatabaseFile.h"
+#include "scene/Scene.h"
+#include "separation/Methods.h"
+#include "separation/NoiseFile.h"
 #include "separation/Separator.h"
 #include "tests/fileio/SofaFiles.h"
-#include "tests/toolbox/AudioTesting.h"
-#include "toolbox/core/FrameReader.h"
-#include "toolbox/core/NoiseFile.h"
-#include "toolbox/core/Scene.h"
+#include "tests/support/AudioTesting.h"
 
 namespace {
 

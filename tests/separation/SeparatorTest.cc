@@ -11,11 +11,11 @@
 #include <thread>
 #include <utility>
 
+#include "dsp/FrameAnalyzer.h"
+#include "dsp/OverlapAdder.h"
 #include "gtest/gtest.h"
 #include "tests/separation/CountedMemory.h"
 #include "tests/support/Databases.h"
-#include "toolbox/core/FrameAnalyzer.h"
-#include "toolbox/core/OverlapAdder.h"
 
 namespace {
 

@@ -9,13 +9,13 @@
 #include <vector>
 
 #include "AudioFrames.h"
-#include "AudioTesting.h"
 #include "BackProjectionNode.h"
 #include "NodeTesting.h"
 #include "NoiseCorrelationNode.h"
 #include "SceneSources.h"
+#include "audio/FrameReader.h"
 #include "gtest/gtest.h"
-#include "toolbox/core/FrameReader.h"
+#include "tests/support/AudioTesting.h"
 
 using testing::HasSubstr;
 

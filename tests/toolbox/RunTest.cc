@@ -9,11 +9,11 @@
 #include <vector>
 
 #include "AudioFrames.h"
-#include "AudioTesting.h"
 #include "Iterator.h"
 #include "NodeTesting.h"
 #include "SeparatedWriter.h"
 #include "gtest/gtest.h"
+#include "tests/support/AudioTesting.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -1,0 +1,240 @@
+#include "audio/AudioReader.h"
+
+#include <fmt/format.h>
+#include <sndfile.h>
+#include <soxr.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "audio/Channels.h"
+#include "audio/SamplingRates.h"
+#include "dsp/AudioError.h"
+
+namespace Audio {
+
+namespace {
+
+constexpr long long UNKNOWN_LENGTH = 0xFFFFF000;  // sizes from here on mean "not known"
+constexpr std::size_t BLOCK = 4096;               // samples per channel read from the file at once
+
+// Beyond any sound, and far from where powers of a spectrum leave the range of their numbers: what
+// has such samples is a damaged file.
+constexpr float LARGEST_SAMPLE = 1e15F;
+
+struct FileCloser {
+  void operator()(SNDFILE* file) const { sf_close(file); }
+};
+struct ResamplerDeleter {
+  void operator()(soxr* resampler) const { soxr_delete(resampler); }
+};
+
+std::unique_ptr<soxr, ResamplerDeleter> makeResampler(const std::string& path, int fromRate,
+                                                      int toRate, int channels) {
+  soxr_error_t error = nullptr;
+  const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_VHQ, 0);
+  std::unique_ptr<soxr, ResamplerDeleter> resampler(soxr_create(
+      fromRate, toRate, static_cast<unsigned>(channels), &error, nullptr, &quality, nullptr));
+  if (error) {
+    throw AudioError(
+        fmt::format("{}: resampling from {} to {} Hz: {}", path, fromRate, toRate, error));
+  }
+  return resampler;
+}
+
+/// Whether a WAV or AIFF file has fewer bytes than its header announces, which the library puts
+/// right without a word except in its log, as in "RIFF : 160036 (should be 96018)". Sizes near 2^32
+/// are what programs write that do not know the length beforehand.
+bool isCutOff(SNDFILE* file) {
+  char log[8192] = "";
+  sf_command(file, SFC_GET_LOG_INFO, log, sizeof log);
+  std::istringstream lines{std::string(log)};
+  for (std::string line; std::getline(lines, line);) {
+    char chunk[8] = "";
+    long long announced = 0;
+    long long present = 0;
+    const int fields = std::sscanf(line.c_str(), " %7[A-Za-z] : %lld (should be %lld)", chunk,
+                                   &announced, &present);
+    if (fields == 3) return announced > present && announced < UNKNOWN_LENGTH;
+  }
+  return false;
+}
+
+}  // namespace
+
+NonFinite nonFiniteNamed(const std::string& name) {
+  if (name == "ZERO") return NonFinite::Zero;
+  if (name == "KEEP") return NonFinite::Keep;
+  throw AudioError(fmt::format("NON_FINITE is \"{}\", expected ZERO or KEEP", name));
+}
+
+struct AudioReader::Impl {
+  Impl(std::string name, const AudioReaderOptions& given);
+
+  std::size_t readFile(float* samples, std::size_t count);
+  std::size_t readResampled(float* samples, std::size_t count);
+  void noteEnd();
+  void checkFinite(float* samples, std::size_t count);
+  void warn(const std::string& text) const;
+
+  std::string path;
+  AudioReaderOptions options;
+  SF_INFO info{};
+  std::unique_ptr<SNDFILE, FileCloser> file;
+  std::vector<int> channels;
+  int outputRate = 0;
+  std::vector<float> block;     // as the file has it: all channels
+  std::int64_t position = 0;    // samples per channel read from the file
+  std::int64_t lastFault = -1;  // the last sample that was not usable
+  bool fileEnded = false;
+
+  std::unique_ptr<soxr, ResamplerDeleter> resampler;  // null: the rates agree
+  std::vector<float> pending;                         // input for the resampler
+  std::size_t pendingBegin = 0;                       // in samples per channel
+  std::size_t pendingEnd = 0;
+};
+
+AudioReader::Impl::Impl(std::string name, const AudioReaderOptions& given)
+    : path(std::move(name)), options(given) {
+  file.reset(sf_open(path.c_str(), SFM_READ, &info));
+  if (!file) {
+    throw AudioError(
+        fmt::format("{}: cannot be read as an audio file: {}", path, sf_strerror(nullptr)));
+  }
+  try {
+    channels = selectedChannels(options.channels, info.channels);
+  } catch (const AudioError& error) {
+    throw AudioError(fmt::format("{}: {}", path, error.what()));
+  }
+  outputRate = options.samplingRate > 0 ? options.samplingRate : info.samplerate;
+  if (outputRate != info.samplerate) {
+    if (!options.resample) {
+      throw AudioError(
+          fmt::format("{}: the sampling rate is {} Hz, expected {} Hz (set RESAMPLE to true to "
+                      "convert it)",
+                      path, info.samplerate, outputRate));
+    }
+    checkConversion(path, info.samplerate, outputRate);
+    resampler = makeResampler(path, info.samplerate, outputRate, static_cast<int>(channels.size()));
+    pending.resize(BLOCK * channels.size());
+  }
+  if (isCutOff(file.get())) {
+    warn(fmt::format("{}: the file is cut off: it holds {} samples, and its header announces more",
+                     path, info.frames));
+  }
+  block.resize(BLOCK * static_cast<std::size_t>(info.channels));
+}
+
+void AudioReader::Impl::warn(const std::string& text) const {
+  if (options.warn) {
+    options.warn(text);
+  } else {
+    std::cerr << text << std::endl;
+  }
+}
+
+std::size_t AudioReader::Impl::readFile(float* samples, std::size_t count) {
+  std::size_t done = 0;
+  while (done < count && !fileEnded) {
+    const std::size_t wanted = std::min(BLOCK, count - done);
+    const auto got = static_cast<std::size_t>(
+        sf_readf_float(file.get(), block.data(), static_cast<sf_count_t>(wanted)));
+    float* out = samples + done * channels.size();
+    for (std::size_t n = 0; n < got; ++n) {
+      const float* in = block.data() + n * static_cast<std::size_t>(info.channels);
+      for (const int channel : channels) *out++ = in[channel];
+    }
+    checkFinite(samples + done * channels.size(), got);
+    position += static_cast<std::int64_t>(got);
+    done += got;
+    if (got < wanted) noteEnd();
+  }
+  return done;
+}
+
+void AudioReader::Impl::noteEnd() {
+  fileEnded = true;
+  if (sf_error(file.get()) != SF_ERR_NO_ERROR) {
+    throw AudioError(fmt::format("{}: cannot be decoded after sample {}: {}", path, position,
+                                 sf_strerror(file.get())));
+  }
+  if (info.frames != SF_COUNT_MAX && position < info.frames) {
+    warn(fmt::format("{}: the file ends after {} of the {} samples it announces", path, position,
+                     info.frames));
+  }
+}
+
+void AudioReader::Impl::checkFinite(float* samples, std::size_t count) {
+  for (std::size_t n = 0; n < count; ++n) {
+    for (std::size_t c = 0; c < channels.size(); ++c) {
+      float& value = samples[n * channels.size() + c];
+      if (std::abs(value) <= LARGEST_SAMPLE) continue;
+      const std::int64_t here = position + static_cast<std::int64_t>(n);
+      if (lastFault < 0 || here - lastFault >= options.reportGap) {
+        warn(fmt::format("{}: samples that are {} from {:.6f} s on (sample {}, channel {}); {}",
+                         path, std::isfinite(value) ? "no sound (beyond 1e15)" : "not finite",
+                         static_cast<double>(here) / info.samplerate, here, channels[c] + 1,
+                         options.nonFinite == NonFinite::Zero ? "replaced by 0" : "passed on"));
+      }
+      lastFault = here;
+      if (options.nonFinite == NonFinite::Zero) value = 0;
+    }
+  }
+}
+
+std::size_t AudioReader::Impl::readResampled(float* samples, std::size_t count) {
+  std::size_t done = 0;
+  while (done < count) {
+    if (pendingBegin == pendingEnd && !fileEnded) {
+      pendingBegin = 0;
+      pendingEnd = readFile(pending.data(), BLOCK);
+    }
+    const std::size_t available = pendingEnd - pendingBegin;
+    std::size_t used = 0;
+    std::size_t given = 0;
+    // Without input the resampler gives out what it still holds.
+    const float* input = available > 0 ? pending.data() + pendingBegin * channels.size() : nullptr;
+    const soxr_error_t error = soxr_process(resampler.get(), input, available, &used,
+                                            samples + done * channels.size(), count - done, &given);
+    if (error) throw AudioError(fmt::format("{}: resampling: {}", path, error));
+    pendingBegin += used;
+    done += given;
+    if (!input && given == 0) break;
+  }
+  return done;
+}
+
+AudioReader::AudioReader(const std::string& path, const AudioReaderOptions& options)
+    : impl(std::make_unique<Impl>(path, options)) {}
+AudioReader::~AudioReader() = default;
+AudioReader::AudioReader(AudioReader&&) noexcept = default;
+AudioReader& AudioReader::operator=(AudioReader&&) noexcept = default;
+
+const std::string& AudioReader::path() const { return impl->path; }
+int AudioReader::channelCount() const { return static_cast<int>(impl->channels.size()); }
+int AudioReader::samplingRate() const { return impl->outputRate; }
+
+std::optional<std::int64_t> AudioReader::announcedSamples() const {
+  if (impl->info.frames == SF_COUNT_MAX) return std::nullopt;
+  if (!impl->resampler) return impl->info.frames;
+  const double ratio = static_cast<double>(impl->outputRate) / impl->info.samplerate;
+  return std::llround(static_cast<double>(impl->info.frames) * ratio);
+}
+
+std::size_t AudioReader::read(float* samples, std::size_t count) {
+  return impl->resampler ? impl->readResampled(samples, count) : impl->readFile(samples, count);
+}
+
+int channelsOf(const std::string& path) {
+  AudioReaderOptions options;
+  options.warn = [](const std::string&) {};
+  return AudioReader(path, options).channelCount();
+}
+
+}  // namespace Audio

@@ -1,7 +1,0 @@
-#pragma once
-
-#include "fileio/SofaFile.h"
-
-/// Throws SofaError unless a method can separate with the file: if it holds impulse responses, or
-/// its frequencies reach to less than half a hertz (one alone is 0 Hz).
-void requireDatabase(const SofaFile& file);

@@ -1,0 +1,48 @@
+#include "dsp/FrameLayout.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "dsp/AudioError.h"
+
+namespace Audio {
+
+namespace {
+
+constexpr int LONGEST_FRAME = 1 << 24;
+constexpr int HIGHEST_RATE = 10'000'000;
+
+}  // namespace
+
+int checkedSamplingRate(int samplingRate) {
+  if (samplingRate < 1 || samplingRate > HIGHEST_RATE) {
+    throw AudioError(
+        fmt::format("SAMPLING_RATE is {}, expected 1 to {} Hz", samplingRate, HIGHEST_RATE));
+  }
+  return samplingRate;
+}
+
+FrameLayout::FrameLayout(int lengthValue, int advanceValue)
+    : samplesPerFrame(lengthValue), samplesPerStep(advanceValue) {
+  if (lengthValue < 1 || lengthValue > LONGEST_FRAME) {
+    throw AudioError(
+        fmt::format("LENGTH is {}, expected 1 to {} samples", lengthValue, LONGEST_FRAME));
+  }
+  if (advanceValue < 1 || advanceValue > lengthValue) {
+    throw AudioError(
+        fmt::format("ADVANCE is {}, expected 1 to LENGTH = {} samples", advanceValue, lengthValue));
+  }
+}
+
+double FrameLayout::time(std::int64_t frame, int samplingRate) const {
+  const double centre = static_cast<double>(start(frame)) + samplesPerFrame / 2.0;
+  return std::max(0.0, centre) / samplingRate;
+}
+
+std::int64_t FrameLayout::frameCount(std::int64_t samples) const {
+  if (samples <= 0) return 0;
+  return (samples + samplesPerFrame - 1) / samplesPerStep;
+}
+
+}  // namespace Audio

@@ -1,0 +1,68 @@
+#include "dsp/OverlapAdder.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+
+#include "dsp/AudioError.h"
+
+namespace Audio {
+
+namespace {
+
+constexpr double SMALLEST_SHARE = 1e-4;
+
+/// D(r) = Σ_j w(r + j · advance)² for r = 0 … advance − 1.
+std::vector<double> sumsOfSquares(const std::vector<float>& w, int advance) {
+  std::vector<double> D(static_cast<std::size_t>(advance));
+  for (std::size_t n = 0; n < w.size(); ++n) {
+    D[n % D.size()] += static_cast<double>(w[n]) * static_cast<double>(w[n]);
+  }
+  return D;
+}
+
+}  // namespace
+
+FrameSynthesizer::FrameSynthesizer(const FrameLayout& frameLayout, WindowType windowType,
+                                   bool halfFrameShift)
+    : layout(frameLayout),
+      negateOddBins(halfFrameShift),
+      gains(makeWindow(windowType, frameLayout.length())),
+      fft(frameLayout.length()),
+      turned(static_cast<std::size_t>(frameLayout.bins())),
+      samples(gains.size()) {
+  const std::vector<double> D = sumsOfSquares(gains, layout.advance());
+  const auto [least, most] = std::minmax_element(D.begin(), D.end());
+  if (*least <= *most * SMALLEST_SHARE) {
+    throw AudioError(
+        fmt::format("frames of LENGTH {} with ADVANCE {} do not overlap enough for this WINDOW: "
+                    "some samples would be lost; expected an ADVANCE of at most half of LENGTH",
+                    layout.length(), layout.advance()));
+  }
+  for (std::size_t n = 0; n < gains.size(); ++n) {
+    gains[n] = static_cast<float>(gains[n] / D[n % D.size()]);
+  }
+}
+
+const std::vector<float>& FrameSynthesizer::synthesize(const std::complex<float>* spectrum) {
+  for (std::size_t k = 0; k < turned.size(); ++k) {
+    turned[k] = negateOddBins && k % 2 == 1 ? -spectrum[k] : spectrum[k];
+  }
+  fft.inverse(turned.data(), samples.data());
+  for (std::size_t n = 0; n < samples.size(); ++n) samples[n] *= gains[n];
+  return samples;
+}
+
+OverlapAdder::OverlapAdder(const FrameLayout& frameLayout)
+    : layout(frameLayout), sums(static_cast<std::size_t>(frameLayout.length())) {}
+
+void OverlapAdder::add(const float* frameSamples) {
+  const auto advance = static_cast<std::ptrdiff_t>(layout.advance());
+  std::copy(sums.begin() + advance, sums.end(), sums.begin());
+  std::fill(sums.end() - advance, sums.end(), 0.0F);
+  if (!frameSamples) return;
+  for (std::size_t n = 0; n < sums.size(); ++n) sums[n] += frameSamples[n];
+}
+
+}  // namespace Audio

@@ -1,0 +1,34 @@
+#include "pictures/LevelColumns.h"
+
+#include <algorithm>
+#include <cmath>
+
+void LevelColumns::add(const std::complex<float>* spectrum) {
+  if (frames == 2 * FEWEST * perColumn) halve();
+  const std::size_t column = frames / perColumn;
+  sums.resize((column + 1) * bins);
+  for (std::size_t k = 0; k < bins; ++k) {
+    sums[column * bins + k] += std::norm(std::complex<double>(spectrum[k]));
+  }
+  ++frames;
+}
+
+void LevelColumns::halve() {
+  for (std::size_t c = 0; c < FEWEST; ++c) {
+    for (std::size_t k = 0; k < bins; ++k) {
+      sums[c * bins + k] = sums[2 * c * bins + k] + sums[(2 * c + 1) * bins + k];
+    }
+  }
+  sums.resize(FEWEST * bins);
+  perColumn *= 2;
+}
+
+std::vector<float> LevelColumns::levels(double unity) const {
+  std::vector<float> result(sums.size());
+  for (std::size_t i = 0; i < sums.size(); ++i) {
+    const std::size_t first = i / bins * perColumn;
+    const auto count = static_cast<double>(std::min(perColumn, frames - first));
+    result[i] = static_cast<float>(10.0 * std::log10(sums[i] / (count * unity)));
+  }
+  return result;
+}

@@ -1,0 +1,85 @@
+// Reads microphone positions from JSON.
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "audio/FileText.h"
+#include "responses/ArrayGeometry.h"
+#include "scene/Json.h"
+
+namespace {
+
+using Audio::quotedJson;
+using nlohmann::json;
+
+constexpr std::uintmax_t MAX_FILE = 1 << 20;  // bytes
+constexpr std::size_t MAX_MICROPHONES = 1024;
+constexpr double MAX_COORDINATE = 100.0;  // metres
+
+std::string readText(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) {
+    throw GeometryError(fmt::format("{}: is no file, expected microphone positions in JSON", path));
+  }
+  const std::uintmax_t size = std::filesystem::file_size(path, error);
+  if (error || size > MAX_FILE) {
+    throw GeometryError(fmt::format("{}: has {} bytes, expected at most {}", path, size, MAX_FILE));
+  }
+  return Audio::fileText(path);
+}
+
+json parse(const std::string& path) {
+  try {
+    return Audio::parseJson(readText(path));
+  } catch (const Audio::JsonError& error) {
+    throw GeometryError(fmt::format("{}: {}, expected {}", path, error.what(),
+                                    "{\"microphones\": [[x, y, z], …]}"));
+  }
+}
+
+std::array<double, 3> readPosition(const std::string& path, std::size_t index, const json& row) {
+  const bool sound =
+      row.is_array() && row.size() == 3 && std::all_of(row.begin(), row.end(), [](const json& x) {
+        return x.is_number() && std::abs(x.get<double>()) <= MAX_COORDINATE;
+      });
+  if (!sound) {
+    throw GeometryError(
+        fmt::format("{}: /microphones/{}: found {}, expected [x, y, z] in metres, each within ±{}",
+                    path, index, quotedJson(row), MAX_COORDINATE));
+  }
+  return row.get<std::array<double, 3>>();
+}
+
+}  // namespace
+
+Positions readMicrophones(const std::string& path) {
+  const json document = parse(path);
+  if (!document.is_object() || document.size() != 1 || !document.contains("microphones")) {
+    throw GeometryError(
+        fmt::format("{}: found {}, expected an object with the key \"microphones\" and no other",
+                    path, quotedJson(document)));
+  }
+  const json& rows = document.at("microphones");
+  if (!rows.is_array() || rows.empty() || rows.size() > MAX_MICROPHONES) {
+    throw GeometryError(
+        fmt::format("{}: /microphones: found {}, expected a list of 1 to {} positions", path,
+                    rows.is_array() ? fmt::format("{} elements", rows.size()) : quotedJson(rows),
+                    MAX_MICROPHONES));
+  }
+  Positions microphones;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const auto position = readPosition(path, i, rows[i]);
+    const auto same = std::find(microphones.begin(), microphones.end(), position);
+    if (same != microphones.end()) {
+      throw GeometryError(fmt::format(
+          "{}: /microphones/{}: found {}, the place of /microphones/{}, expected different places",
+          path, i, quotedJson(rows[i]), same - microphones.begin()));
+    }
+    microphones.push_back(position);
+  }
+  return microphones;
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "fileio/SofaWriter.h"
+#include "responses/MeasuredResponses.h"
+
+/// The frame that transfer functions are made for.
+struct FrameShape {
+  int rate = 16000;  ///< Hz, 1 or more
+  int length = 512;  ///< samples, even: length / 2 + 1 bins from 0 to rate / 2
+};
+
+/// The bins of the frame, so many values per position and microphone.
+inline std::size_t binsOf(const FrameShape& frame) {
+  return static_cast<std::size_t>(frame.length) / 2 + 1;
+}
+
+/// Throws SofaError "<what>: …" unless the rate is 1 … 1 000 000 Hz, the length even and 16 … 65536
+/// samples, and `responses` (positions times microphones) times the bins can be written.
+void checkFrame(const std::string& what, const FrameShape& frame, std::size_t responses);
+
+/// What became of the responses.
+struct ImportReport {
+  bool copied = false;        ///< rate and bins fitted: every value is the file's own
+  double removedDelay = 0.0;  ///< seconds taken off all responses alike; below 0: added
+  double lostEnergy = 0.0;    ///< part of all energy that did not fit the frame, 0 … 1
+  double worstLoss = 0.0;     ///< the largest such part of one response
+  std::size_t worstPosition = 0;
+  std::size_t worstMicrophone = 0;
+  std::vector<std::string> warnings;  ///< a sentence each
+};
+
+/// Transfer functions of the file's responses at the frame's frequencies f(k) = k · rate / length:
+///
+///   H(k) = Σ w(n) h(n) e^(−j2πf(k)(n + delay − start) / file's rate)
+///
+/// where `start` is common to the whole file: the earliest onset less a lead of 16 samples (an
+/// eighth of the frame if that is less). What arrives earlier or later than the frame is cut off
+/// with a short fade and reported. Sampling the spectrum at these frequencies is the ideal change
+/// of the sampling rate; bins above half the file's rate continue the last known one as a pure
+/// delay, with a warning. A file of transfer functions that fits already is copied.
+///
+/// The report is replaced. Throws SofaError naming the file.
+SofaTransferFunctions importResponses(const SofaFile& file, const FrameShape& frame,
+                                      ImportReport& report);
+
+/// Decibels of a ratio of energies; −∞ for 0.
+double decibels(double energyRatio);

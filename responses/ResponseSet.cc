@@ -1,0 +1,110 @@
+#include "responses/ResponseSet.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "dsp/RealFft.h"
+#include "responses/Places.h"
+
+namespace {
+
+constexpr double LONGEST_DELAY = 10.0;  // seconds
+
+// Half the length of the interpolator for delays between samples.
+constexpr int SINC_REACH = 32;
+
+/// h'(n) = Σ_k h(k) · w(n − k − delay) · sinc(n − k − delay), with a Hann window w.
+std::vector<double> delayed(const float* h, std::size_t length, double delay) {
+  const int whole = static_cast<int>(std::floor(delay));
+  const double part = delay - whole;
+  std::vector<double> result(length + static_cast<std::size_t>(whole + SINC_REACH));
+  if (part == 0.0) {
+    result.resize(length + static_cast<std::size_t>(whole));
+    std::copy(h, h + length, result.begin() + whole);
+    return result;
+  }
+  for (int tap = 1 - SINC_REACH; tap < SINC_REACH; ++tap) {
+    const double x = tap - part;
+    const double window = 0.5 + 0.5 * std::cos(std::numbers::pi * x / SINC_REACH);
+    const double value = window * std::sin(std::numbers::pi * x) / (std::numbers::pi * x);
+    for (std::size_t k = 0; k < length; ++k) {
+      const int n = static_cast<int>(k) + whole + tap;
+      if (n >= 0) result[static_cast<std::size_t>(n)] += value * static_cast<double>(h[k]);
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+ResponseSet::ResponseSet(const std::string& path, const Reverberation& roomTail)
+    : file(path), tail(roomTail) {
+  rate = static_cast<int>(std::lround(file.samplingRate()));
+  if (rate < 1 || std::abs(file.samplingRate() - rate) > 1e-3) {
+    throw SofaError(fmt::format("{}: the sampling rate is {} Hz, expected a whole number", path,
+                                file.samplingRate()));
+  }
+  if (file.isTransferFunctions()) {
+    readTransferFunctions();
+  } else {
+    readImpulseResponses();
+  }
+}
+
+void ResponseSet::readTransferFunctions() {
+  const std::size_t N = file.length();
+  if (N < 2) {
+    throw SofaError(fmt::format("{}: N is {}, expected two frequencies at least", path(), N));
+  }
+  const std::vector<std::complex<float>> H = file.readTransferFunctions();
+  const std::size_t count = file.measurements() * file.receivers();
+  samples = 2 * (N - 1);
+  impulseResponses.resize(count * samples);
+  delays.assign(count, 0.0);
+  Audio::RealFft transform(static_cast<int>(samples));
+  const std::size_t eighth = samples / 8;
+  double last = 0.0;
+  double before = 0.0;
+  for (std::size_t i = 0; i < count; ++i) {
+    float* h = impulseResponses.data() + i * samples;
+    transform.inverse(H.data() + i * N, h);
+    for (std::size_t n = samples - eighth; n < samples; ++n) {
+      last += static_cast<double>(h[n]) * h[n];
+      before += static_cast<double>(h[n - eighth]) * h[n - eighth];
+    }
+  }
+  if (last <= 2.0 * before) return;
+  lead = eighth;
+  for (std::size_t i = 0; i < count; ++i) {
+    float* h = impulseResponses.data() + i * samples;
+    std::rotate(h, h + samples - lead, h + samples);
+  }
+}
+
+void ResponseSet::readImpulseResponses() {
+  samples = file.length();
+  impulseResponses = file.readImpulseResponses();
+  delays = file.readDelays();
+  for (const double delay : delays) {
+    if (delay < 0.0 || delay > LONGEST_DELAY * rate) {
+      throw SofaError(fmt::format("{}: Data.Delay holds {}, expected 0 to {} samples ({} s)",
+                                  path(), delay, LONGEST_DELAY * rate, LONGEST_DELAY));
+    }
+  }
+}
+
+std::size_t ResponseSet::nearest(const Audio::Position& point) const {
+  return nearestSource(file, point);
+}
+
+Audio::Position ResponseSet::position(std::size_t measurement) const {
+  return placeOf(file, measurement);
+}
+
+std::vector<double> ResponseSet::response(std::size_t measurement, std::size_t r) const {
+  const std::size_t i = measurement * file.receivers() + r;
+  return tail.added(delayed(impulseResponses.data() + i * samples, samples, delays[i]), rate, i);
+}

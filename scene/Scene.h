@@ -1,0 +1,88 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "audio/Channels.h"
+
+namespace Audio {
+
+/// A point in metres, in the coordinates of the transfer functions: x forward, y left, z up.
+struct Position {
+  double x = 0;
+  double y = 0;
+  double z = 0;
+};
+
+/// A direction and a distance: azimuth counter-clockwise from x and elevation up from the
+/// horizontal plane in degrees, distance in metres.
+struct Direction {
+  double azimuth = 0;
+  double elevation = 0;
+  double distance = 1;
+
+  Position position() const;
+};
+
+/// Where a source is at one time of its track.
+struct TrackPoint {
+  double t = 0;              ///< seconds
+  bool isDirection = false;  ///< given as a direction, which is then interpolated as such
+  Direction direction;
+  Position position;
+};
+
+/// A source of a scene, standing still or moving, present always or at times.
+struct SceneSource {
+  int id = 0;
+  std::vector<TrackPoint> track;  ///< one point at least, times strictly increasing
+  bool always = true;             ///< no "active" was given
+  std::vector<TimeRange> active;
+
+  /// Whether t (seconds) lies in one of the active ranges: begin ≤ t < end.
+  bool isActive(double t) const;
+
+  /// Between two points of the track: if both are directions, azimuth (the short way round),
+  /// elevation and distance change evenly; else the point moves along a straight line. Before the
+  /// first point and after the last one the source stays there.
+  Position positionAt(double t) const;
+};
+
+/// A source's place at one time.
+struct PlacedSource {
+  int id = 0;
+  Position position;
+};
+
+/// The sources of a recording over time, as a scene file (JSON) states them:
+///   {"sources": [SOURCE, …], "noise": [SOURCE, …]}
+///   SOURCE: "id": whole number from 0, unlike any other; and one of
+///             "azimuth": degrees, with optional "elevation" (default 0) and "distance" (default 1)
+///             "position": [x, y, z]
+///             "track": [{"t": seconds, and a direction or position as above}, …]
+///           optional "active": [[begin, end], …] in seconds; absent: always
+class Scene {
+ public:
+  /// Reads a scene file. Throws AudioError naming the file, the place in it (such as
+  /// /sources/0/azimuth), what stands there and what was expected.
+  static Scene read(const std::string& path);
+
+  /// The same for a text; name stands for the file in messages.
+  static Scene parse(const std::string& text, const std::string& name);
+
+  const std::vector<SceneSource>& sources() const { return targets; }
+  const std::vector<SceneSource>& noiseSources() const { return noises; }
+
+  /// Targets that are active at time t (seconds), in the file's order.
+  std::vector<PlacedSource> targetsAt(double t) const;
+
+  /// Noise sources that are active at time t; with inactiveAsNoise, the targets that are not active
+  /// then follow.
+  std::vector<PlacedSource> noiseAt(double t, bool inactiveAsNoise) const;
+
+ private:
+  std::vector<SceneSource> targets;
+  std::vector<SceneSource> noises;
+};
+
+}  // namespace Audio

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <vector>
+
+#include "geometry/Location.h"
+#include "scene/Scene.h"
+
+/// The first time in seconds at which the most sources of a scene are active, noise sources
+/// included.
+double fullestTime(const Audio::Scene& scene);
+
+/// The sources that are active at a time, as the separation lists them: targets, then noise.
+std::vector<BF::SourceLocation> sourcesAt(const Audio::Scene& scene, double time);

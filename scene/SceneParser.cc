@@ -1,0 +1,219 @@
+// Reads and checks scene files.
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <initializer_list>
+#include <limits>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "audio/FileText.h"
+#include "dsp/AudioError.h"
+#include "scene/Json.h"
+#include "scene/Scene.h"
+
+namespace Audio {
+
+namespace {
+
+using nlohmann::json;
+
+/// A value of the document and where it stands, for messages.
+class Place {
+ public:
+  Place(const std::string& fileName, std::string documentPath, const json& documentValue)
+      : file(&fileName), path(std::move(documentPath)), value(&documentValue) {}
+
+  const json& operator*() const { return *value; }
+  const json* operator->() const { return value; }
+  const std::string& where() const { return path; }
+
+  Place at(const std::string& key) const { return {*file, path + "/" + key, value->at(key)}; }
+  Place at(std::size_t i) const { return {*file, fmt::format("{}/{}", path, i), value->at(i)}; }
+
+  [[noreturn]] void refuse(const std::string& found, const std::string& expected) const {
+    throw AudioError(fmt::format("{}: {}: found {}, expected {}", *file, path.empty() ? "/" : path,
+                                 found, expected));
+  }
+  [[noreturn]] void refuse(const std::string& expected) const {
+    refuse(quotedJson(*value), expected);
+  }
+
+  /// Refuses an object that lacks one of the required keys or has one that is in neither list.
+  void checkKeys(std::initializer_list<const char*> required,
+                 std::initializer_list<const char*> optional) const {
+    std::vector<std::string> known(required.begin(), required.end());
+    known.insert(known.end(), optional.begin(), optional.end());
+    if (!value->is_object()) refuse(fmt::format("an object with the keys {}", joined(known)));
+    for (const auto& [key, unused] : value->items()) {
+      if (std::find(known.begin(), known.end(), key) == known.end()) {
+        refuse("the unknown key " + quotedJson(key), "only " + joined(known));
+      }
+    }
+    for (const char* key : required) {
+      if (!value->contains(key)) refuse(fmt::format("no key \"{}\"", key), "one");
+    }
+  }
+
+  double number(const std::string& expected) const {
+    if (!value->is_number()) refuse(expected);
+    return value->get<double>();
+  }
+
+ private:
+  static std::string joined(const std::vector<std::string>& keys) {
+    return fmt::format("{}", fmt::join(keys, ", "));
+  }
+
+  const std::string* file;
+  std::string path;
+  const json* value;
+};
+
+int parseId(const Place& place) {
+  const char* const expected = "a whole number from 0 to 2147483647";
+  if (!place->is_number_integer()) place.refuse(expected);
+  const double id = place->get<double>();
+  if (id < 0 || id > std::numeric_limits<int>::max()) place.refuse(expected);
+  return place->get<int>();
+}
+
+Position parsePosition(const Place& place) {
+  if (!place->is_array() || place->size() != 3) place.refuse("[x, y, z] in metres");
+  const char* const expected = "a coordinate in metres";
+  return {place.at(std::size_t{0}).number(expected), place.at(1).number(expected),
+          place.at(2).number(expected)};
+}
+
+double parseElevation(const Place& place) {
+  const char* const expected = "degrees from -90 to 90";
+  const double elevation = place.number(expected);
+  if (std::abs(elevation) > 90) place.refuse(expected);
+  return elevation;
+}
+
+double parseDistance(const Place& place) {
+  const char* const expected = "a distance above 0 in metres";
+  const double distance = place.number(expected);
+  if (distance <= 0) place.refuse(expected);
+  return distance;
+}
+
+/// Whether an object has one of the keys of a direction.
+bool hasDirection(const Place& place) {
+  return place->contains("azimuth") || place->contains("elevation") || place->contains("distance");
+}
+
+/// The position that an object states by "position" or by "azimuth" with its companions.
+TrackPoint parsePoint(const Place& place) {
+  TrackPoint point;
+  point.isDirection = hasDirection(place);
+  if (point.isDirection == place->contains("position")) {
+    place.refuse(point.isDirection ? "both a direction and \"position\"" : "no position",
+                 "\"azimuth\" (with \"elevation\" and \"distance\") or \"position\"");
+  }
+  if (!point.isDirection) {
+    point.position = parsePosition(place.at("position"));
+    return point;
+  }
+  if (!place->contains("azimuth")) place.refuse("no key \"azimuth\"", "one");
+  point.direction.azimuth = place.at("azimuth").number("degrees");
+  if (place->contains("elevation")) {
+    point.direction.elevation = parseElevation(place.at("elevation"));
+  }
+  if (place->contains("distance")) point.direction.distance = parseDistance(place.at("distance"));
+  point.position = point.direction.position();
+  return point;
+}
+
+std::vector<TrackPoint> parseTrack(const Place& place) {
+  if (!place->is_array() || place->empty()) place.refuse("a list of one point or more");
+  std::vector<TrackPoint> track;
+  for (std::size_t i = 0; i < place->size(); ++i) {
+    const Place entry = place.at(i);
+    entry.checkKeys({"t"}, {"azimuth", "elevation", "distance", "position"});
+    TrackPoint point = parsePoint(entry);
+    point.t = entry.at("t").number("a time in seconds");
+    if (!track.empty() && point.t <= track.back().t) {
+      entry.at("t").refuse(fmt::format("a time after the previous point's {}", track.back().t));
+    }
+    track.push_back(point);
+  }
+  return track;
+}
+
+std::vector<TimeRange> parseActive(const Place& place) {
+  const char* const expected = "[begin, end] in seconds with begin < end";
+  if (!place->is_array()) place.refuse(fmt::format("a list of {}", expected));
+  std::vector<TimeRange> active;
+  for (std::size_t i = 0; i < place->size(); ++i) {
+    const Place entry = place.at(i);
+    if (!entry->is_array() || entry->size() != 2) entry.refuse(expected);
+    const TimeRange range{entry.at(std::size_t{0}).number("seconds"),
+                          entry.at(1).number("seconds")};
+    if (range.begin >= range.end) entry.refuse(expected);
+    active.push_back(range);
+  }
+  return active;
+}
+
+SceneSource parseSource(const Place& place) {
+  place.checkKeys({"id"}, {"azimuth", "elevation", "distance", "position", "track", "active"});
+  SceneSource source;
+  source.id = parseId(place.at("id"));
+  if (place->contains("track")) {
+    if (hasDirection(place) || place->contains("position")) {
+      place.refuse("both \"track\" and a position beside it", "one of them");
+    }
+    source.track = parseTrack(place.at("track"));
+  } else {
+    source.track = {parsePoint(place)};
+  }
+  source.always = !place->contains("active");
+  if (!source.always) source.active = parseActive(place.at("active"));
+  return source;
+}
+
+/// idPlaces: where each id of the document stands.
+std::vector<SceneSource> parseSources(const Place& place, std::map<int, std::string>& idPlaces) {
+  if (!place->is_array()) place.refuse("a list of sources");
+  std::vector<SceneSource> sources;
+  for (std::size_t i = 0; i < place->size(); ++i) {
+    const Place entry = place.at(i);
+    sources.push_back(parseSource(entry));
+    const Place id = entry.at("id");
+    const auto [known, isNew] = idPlaces.emplace(sources.back().id, id.where());
+    if (!isNew) id.refuse(fmt::format("an id that no other source has ({} has it)", known->second));
+  }
+  return sources;
+}
+
+json parseDocument(const std::string& text, const std::string& name) {
+  try {
+    return parseJson(text);
+  } catch (const JsonError& error) {
+    throw AudioError(fmt::format("{}: {}", name, error.what()));
+  }
+}
+
+}  // namespace
+
+Scene Scene::read(const std::string& path) { return parse(fileText(path), path); }
+
+Scene Scene::parse(const std::string& text, const std::string& name) {
+  const json document = parseDocument(text, name);
+  const Place root(name, "", document);
+  root.checkKeys({"sources"}, {"noise"});
+  std::map<int, std::string> idPlaces;
+  Scene scene;
+  scene.targets = parseSources(root.at("sources"), idPlaces);
+  if (document.contains("noise")) scene.noises = parseSources(root.at("noise"), idPlaces);
+  return scene;
+}
+
+}  // namespace Audio

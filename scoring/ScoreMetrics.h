@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "scoring/ReferenceSpan.h"
+
+/// Signals cannot be scored; what() names the signal, what was found and what was expected.
+class ScoreError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// How well a source was separated, in dB, each from −∞ to ∞.
+struct SourceScore {
+  double sdr;  ///< SI-SDR: target against everything else
+  double sir;  ///< SI-SIR: target against what came from the other sources
+  double sar;  ///< SI-SAR: target against what came from no source
+};
+
+/// A signal and what to call it in messages.
+struct NamedSignal {
+  std::string name;
+  std::vector<double> samples;
+};
+
+/// Scale-invariant scores of estimated sources, as docs/scores.md defines them.
+class ScoreMetrics {
+ public:
+  /// One reference per source, all of one length; filterTaps ≥ 1 is the length of the filter that
+  /// an estimate may have been through without loss. Throws ScoreError when a reference is silent,
+  /// or is made by filters of that length of those before it, or there are no references.
+  ScoreMetrics(std::vector<NamedSignal> referenceSignals, int filterTaps);
+
+  /// Scores an estimate of source `source`, of the references' length. Throws ScoreError when it is
+  /// silent.
+  SourceScore score(const NamedSignal& estimate, std::size_t source) const;
+
+ private:
+  std::vector<NamedSignal> references;
+  std::unique_ptr<ReferenceSpan> all;
+  std::vector<ReferenceSpan> single;  // of each reference alone
+};

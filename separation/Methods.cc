@@ -1,0 +1,88 @@
+#include "separation/Methods.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace {
+
+using Parameters = std::vector<MethodParameter>;
+
+/// The steps' defaults are the command's own: with them a few seconds of speech suffice.
+Parameters constraintStep(const std::string& prefix, const std::string& size) {
+  return {{prefix + "_LC_METHOD",
+           "string",
+           "ADAPTIVE",
+           "ADAPTIVE: the step follows the signal's power; FIX: the step is " + prefix + "_LC_MYU",
+           {"FIX", "ADAPTIVE"}},
+          {prefix + "_LC_MYU", "float", size,
+           "step size, or its multiplier when adaptive; larger learns faster, less cleanly"}};
+}
+
+Parameters gicaSteps() {
+  Parameters steps = {
+      {"GICA_SS_METHOD",
+       "string",
+       "ADAPTIVE",
+       "separation step: ADAPTIVE, FIX, or LC_MYU (fixed, of the size GICA_LC_MYU)",
+       {"FIX", "LC_MYU", "ADAPTIVE"}},
+      {"GICA_SS_MYU", "float", "0.1", "separation step size, or its multiplier when adaptive"},
+      {"GICA_SS_SCAL", "float", "0.1", "scale of the outputs inside the tanh"}};
+  for (const MethodParameter& parameter : constraintStep("GICA", "0.1")) steps.push_back(parameter);
+  return steps;
+}
+
+/// The methods of the node BeamForming have one parameter in common, after their own.
+Parameters beamForming(Parameters parameters) {
+  parameters.push_back({"INITW_FILENAME", "string", "",
+                        "file of initial separation matrices; accepted, but not read yet"});
+  return parameters;
+}
+
+std::vector<Method> makeMethods() {
+  return {
+      {"DS", "BeamForming", "one source in mild noise; never harms, gains little", beamForming({})},
+      {"WDS", "BeamForming", "like DS, weighted by how well each microphone hears the source",
+       beamForming({})},
+      {"NULL", "BeamForming",
+       "known positions and a database that fits the room: nulls every other listed source",
+       beamForming({})},
+      {"ILSE", "BeamForming",
+       "like NULL, and still exact towards the source with more sources than microphones",
+       beamForming({})},
+      {"LCMV", "BeamForming",
+       "unlisted interference: lowers the output power, keeps the source; adapts over seconds",
+       beamForming(constraintStep("LCMV", "0.2"))},
+      {"GJ", "BeamForming", "the same aim by a sidelobe canceller; forgets at every source change",
+       beamForming(constraintStep("GJ", "0.2"))},
+      {"GICA", "BeamForming",
+       "several talkers at known positions, a database that fits roughly; adapts over seconds",
+       beamForming(gicaSteps())},
+      {"ML",
+       "ML",
+       "steady noise whose statistics can be measured (--noise-from)",
+       {{"REG_FACTOR", "float", "0.01", "regularisation, relative to the noise matrix's norm"}}},
+      {"MSNR",
+       "MSNR",
+       "no database: learns from when each source is active and when it is silent",
+       {{"ALPHA", "float", "0.99", "forgetting factor of the statistics, per frame"},
+        {"DECOMPOSITION_ALGORITHM", "string", "GEVD", "GEVD or GSVD", {"GEVD", "GSVD"}}}},
+  };
+}
+
+}  // namespace
+
+const std::vector<Method>& methods() {
+  static const std::vector<Method> ALL = makeMethods();
+  return ALL;
+}
+
+const Method& methodNamed(const std::string& name) {
+  const auto found = std::find_if(methods().begin(), methods().end(),
+                                  [&](const Method& method) { return method.name == name; });
+  if (found != methods().end()) return *found;
+  std::string names;
+  for (const Method& method : methods()) names += (names.empty() ? "" : ", ") + method.name;
+  throw std::invalid_argument(fmt::format("--method is \"{}\", expected one of {}", name, names));
+}

@@ -1,0 +1,69 @@
+#include "separation/NoiseCorrelation.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+#include "dsp/AudioError.h"
+
+namespace Audio {
+
+namespace {
+
+bool allFinite(const std::complex<float>* values, std::size_t count) {
+  return std::all_of(values, values + count, [](const std::complex<float>& value) {
+    return std::isfinite(value.real()) && std::isfinite(value.imag());
+  });
+}
+
+}  // namespace
+
+NoiseCorrelation::NoiseCorrelation(int microphoneCount, int binCount, double forgettingFactor)
+    : M(microphoneCount), K(binCount), forgetting(forgettingFactor) {
+  if (!(forgetting >= 0 && forgetting <= 1)) {
+    throw AudioError(fmt::format("FORGETTING is {}, expected 0 to 1", forgetting));
+  }
+  R.resize(static_cast<std::size_t>(K) * static_cast<std::size_t>(M) * static_cast<std::size_t>(M));
+}
+
+void NoiseCorrelation::add(const std::complex<float>* spectra) {
+  if (!allFinite(spectra, static_cast<std::size_t>(M) * static_cast<std::size_t>(K))) return;
+  ++n;
+  const double w = std::max(1.0 / static_cast<double>(n), 1.0 - forgetting);
+  std::complex<double>* element = R.data();
+  for (int k = 0; k < K; ++k) {
+    for (int i = 0; i < M; ++i) {
+      const std::complex<double> xi(spectra[static_cast<std::ptrdiff_t>(i) * K + k]);
+      for (int j = 0; j < M; ++j, ++element) {
+        const std::complex<double> xj(spectra[static_cast<std::ptrdiff_t>(j) * K + k]);
+        *element = (1.0 - w) * *element + w * (xi * std::conj(xj));
+      }
+    }
+  }
+}
+
+void NoiseCorrelation::write(double loading, bool normalize, std::complex<float>* matrices) const {
+  const std::ptrdiff_t size = static_cast<std::ptrdiff_t>(M) * M;
+  for (std::ptrdiff_t k = 0; k < K; ++k) {
+    const std::complex<double>* bin = R.data() + k * size;
+    std::complex<float>* out = matrices + k * size;
+    double trace = 0;
+    for (std::ptrdiff_t i = 0; i < M; ++i) trace += bin[i * M + i].real();
+    const double sigma = trace / M;
+    const bool isSilent = !(sigma > 0);
+
+    const double scale = normalize && !isSilent ? 1.0 / sigma : 1.0;
+    double diagonal = loading * (normalize ? 1.0 : sigma);
+    if (normalize && isSilent) diagonal += 1.0;
+    for (std::ptrdiff_t i = 0; i < M; ++i) {
+      for (std::ptrdiff_t j = 0; j < M; ++j) {
+        const std::complex<double> loaded = bin[i * M + j] * scale + (i == j ? diagonal : 0.0);
+        out[i * M + j] = std::complex<float>(loaded);
+      }
+    }
+  }
+}
+
+}  // namespace Audio

@@ -1,0 +1,257 @@
+// Sound out: WAV files, alignment, sources that come and go, the timeline.
+
+#include "audio/SeparatedFiles.h"
+
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "audio/FrameReader.h"
+#include "audio/WavWriter.h"
+#include "dsp/AudioError.h"
+#include "gtest/gtest.h"
+#include "tests/support/AudioTesting.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+constexpr float NOT_A_NUMBER = std::numeric_limits<float>::quiet_NaN();
+
+// ---- one file
+
+struct Format {
+  const char* name;
+  int libraryFormat;
+  float step;  // largest error
+};
+
+class WavFormatTest : public testing::TestWithParam<Format> {};
+
+TEST_P(WavFormatTest, KeepsSamplesAlsoWhenClosedBetween) {
+  const TestFolder folder;
+  const std::vector<float> sound = noise(2 * 5000, 10, 0.99F);
+  const Audio::WavFormat format{22050, 2, Audio::sampleFormatNamed(GetParam().name)};
+  Audio::WavWriter writer(folder / "a.wav", format, false);
+  writer.writeSilence(5000);
+  writer.write(sound.data(), 1001);
+  writer.suspend();
+  writer.write(&sound[2 * 1001], 3999);
+  EXPECT_THAT(folder.names(), ElementsAre("a.wav.part"));
+  writer.finish();
+  EXPECT_THAT(folder.names(), ElementsAre("a.wav"));
+
+  const Sound read = readSound(folder / "a.wav");
+  EXPECT_EQ(read.samplingRate, 22050);
+  EXPECT_EQ(read.channels, 2);
+  EXPECT_EQ(read.format, SF_FORMAT_WAV | GetParam().libraryFormat);
+  ASSERT_EQ(read.samples.size(), 20000U);
+  for (std::size_t n = 0; n < 10000; ++n) {
+    ASSERT_EQ(read.samples[n], 0.0F);
+    ASSERT_NEAR(read.samples[10000 + n], sound[n], GetParam().step);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, WavFormatTest,
+                         testing::Values(Format{"PCM_16", SF_FORMAT_PCM_16, 0.501F / 32768},
+                                         Format{"PCM_24", SF_FORMAT_PCM_24, 0.51F / 8388608},
+                                         Format{"FLOAT", SF_FORMAT_FLOAT, 0.0F}));
+
+TEST(WavWriterTest, CountsWhatItClipsOrReplaces) {
+  const TestFolder folder;
+  const float top = 32767.0F / 32768.0F;
+  const std::vector<float> sound = {0.5F, 1.0F, -1.0F, 1.5F, -3.0F, NOT_A_NUMBER, top};
+  for (const char* name : {"PCM_16", "FLOAT"}) {
+    const bool isFloat = std::string(name) == "FLOAT";
+    Audio::WavWriter writer(folder / name, {16000, 1, Audio::sampleFormatNamed(name)}, false);
+    writer.write(sound.data(), sound.size());
+    writer.finish();
+    EXPECT_EQ(writer.clippedSamples(), isFloat ? 0 : 3);  // 1.0 is just beyond the largest number
+    EXPECT_EQ(writer.nonFiniteSamples(), 1);
+    EXPECT_EQ(writer.peak(), 3.0F);
+    EXPECT_THAT(readSound(folder / name).samples,
+                isFloat ? ElementsAre(0.5F, 1.0F, -1.0F, 1.5F, -3.0F, 0.0F, top)
+                        : ElementsAre(0.5F, top, -1.0F, top, -1.0F, 0.0F, top));
+  }
+}
+
+TEST(WavWriterTest, ReplacesAFileOnlyWhenAskedAndOnlyWithAWholeOne) {
+  const TestFolder folder;
+  const std::string path = folder.write("a.wav", "precious");
+  EXPECT_EQ(messageOf<Audio::AudioError>([&] { Audio::WavWriter(path, {}, false); }),
+            path + ": exists already (set OVERWRITE to true to replace it)");
+  { Audio::WavWriter abandoned(path, {}, true); }
+  std::ifstream in(path);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "precious");
+  EXPECT_THAT(folder.names(), ElementsAre("a.wav"));
+  Audio::WavWriter writer(path, {}, true);
+  writer.finish();
+  EXPECT_TRUE(readSound(path).samples.empty());
+
+  Audio::WavWriter removed(path, {}, true);
+  removed.suspend();
+  std::filesystem::remove(path + ".part");
+  EXPECT_EQ(messageOf<Audio::AudioError>([&] { removed.writeSilence(1); }),
+            path + ".part: cannot be written: the file was removed");
+}
+
+// ---- all files of a run
+
+constexpr int RATE = 1000;
+const Audio::FrameLayout LAYOUT(64, 16);
+
+class SeparatedFilesTest : public testing::Test {
+ protected:
+  SeparatedFilesTest() {
+    options.directory = folder / "out";
+    options.samplingRate = RATE;
+    options.format = Audio::SampleFormat::Float;
+  }
+
+  Audio::SeparatedFiles filesOf(const Audio::SeparatedFilesOptions& given) const {
+    return {given, Audio::FrameSynthesizer(LAYOUT, Audio::WindowType::Hann, false)};
+  }
+
+  /// Sends a sound's spectra to the ids that idsAt names for each frame.
+  template <class IdsAt>
+  void pass(const std::vector<float>& sound, Audio::SeparatedFiles& files, IdsAt idsAt,
+            int brokenFrame = -1) const {
+    writeSound(folder / "in.wav", RATE, 1, sound);
+    Audio::FrameReader reader(Audio::AudioReader(folder / "in.wav"), LAYOUT,
+                              Audio::WindowType::Hann);
+    while (reader.next()) {
+      auto spectrum = reader.spectra();
+      if (reader.frame() == brokenFrame) spectrum[3] = NOT_A_NUMBER;
+      Audio::SeparatedFiles::Spectra spectra;
+      for (const int id : idsAt(reader.frame())) spectra[id] = spectrum.data();
+      files.addFrame(spectra, reader.finishedSamples());
+    }
+    files.finish();
+  }
+
+  std::vector<float> written(int id) const {
+    return readSound(folder / ("out/source_" + std::to_string(id) + ".wav")).samples;
+  }
+
+  nlohmann::json timeline() const {
+    std::ifstream in(folder / "out/timeline.json");
+    return nlohmann::json::parse(in);
+  }
+
+  const TestFolder folder;
+  Audio::SeparatedFilesOptions options;
+};
+
+TEST_F(SeparatedFilesTest, EachFileIsTheRecordingSampleBySample) {
+  options.overwrite = true;
+  for (const int samples : {1000, 1008, 1, 17}) {  // 1008: a whole number of steps
+    const std::vector<float> sound = noise(static_cast<std::size_t>(samples), 11);
+    Audio::SeparatedFiles files = filesOf(options);
+    pass(sound, files, [](auto) { return std::vector{3, 12}; });
+    EXPECT_LT(differenceInDb(written(3), sound), -100);
+    EXPECT_LT(differenceInDb(written(12), sound), -100);
+  }
+}
+
+TEST_F(SeparatedFilesTest, ASourceThatReturnsContinuesAfterSilence) {
+  const std::vector<float> sound = noise(1600, 12);  // 103 frames
+  Audio::SeparatedFiles files = filesOf(options);
+  // Source 5 is there in frames 10 to 29 and 60 to 79, and source 4 in the others.
+  pass(sound, files, [](std::int64_t frame) {
+    return std::vector{(frame >= 10 && frame < 30) || (frame >= 60 && frame < 80) ? 5 : 4};
+  });
+
+  const std::vector<float> out = written(5);
+  std::vector<float> sum = written(4);
+  ASSERT_EQ(out.size(), sum.size());
+  for (std::size_t n = 0; n < out.size(); ++n) {
+    sum[n] += out[n];
+    // Frame f covers samples 16 f - 48 to 16 f + 15.
+    const auto isIn = [n](std::size_t begin, std::size_t end) { return n >= begin && n < end; };
+    if (!isIn(16 * 10 - 48, 16 * 30) && !isIn(16 * 60 - 48, 16 * 80)) {
+      ASSERT_EQ(out[n], 0.0F) << n;
+    }
+  }
+  EXPECT_LT(differenceInDb(sum, sound), -100);
+
+  const nlohmann::json document = timeline();
+  EXPECT_EQ(document["samples"], 1600);
+  EXPECT_EQ(document["sampling_rate"], RATE);
+  EXPECT_EQ(document["sources"][1]["id"], 5);
+  EXPECT_EQ(document["sources"][1]["file"], "source_5.wav");
+  // The 16 samples around the centre 16 f - 16 of each frame, within the recording.
+  EXPECT_EQ(document["sources"][1]["active"], nlohmann::json({{0.136, 0.456}, {0.936, 1.256}}));
+  EXPECT_EQ(document["sources"][0]["active"],
+            nlohmann::json({{0.0, 0.136}, {0.456, 0.936}, {1.256, 1.6}}));
+}
+
+TEST_F(SeparatedFilesTest, HasOpenFilesOnlyForSourcesThatSound) {
+  const auto openFiles = [] {
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    return std::distance(begin(entries), end(entries));
+  };
+  Audio::SeparatedFiles files = filesOf(options);
+  const auto before = openFiles();
+  auto most = before;
+  // Every third frame has an id of its own, which returns 51 frames later.
+  pass(noise(1600, 17), files, [&](std::int64_t frame) {
+    most = std::max(most, openFiles());
+    return frame % 3 == 0 ? std::vector{static_cast<int>(frame % 51)} : std::vector<int>();
+  });
+  EXPECT_EQ(files.report().size(), 17U);
+  EXPECT_LE(most - before, 4);  // the recording, and two sources at once, or what was just closed
+}
+
+TEST_F(SeparatedFilesTest, CountsWhatIsSpoiltAndSpoilsNothingElse) {
+  std::vector<float> sound(1000, 0.25F);
+  for (const std::size_t n : {100, 200, 900}) sound[n] = 1.75F;
+  options.format = Audio::SampleFormat::Pcm24;
+  Audio::SeparatedFiles files = filesOf(options);
+  pass(
+      sound, files, [](auto) { return std::vector{0}; }, 30);
+  ASSERT_EQ(files.report().size(), 1U);
+  EXPECT_EQ(files.report()[0].clipped, 3);
+  EXPECT_EQ(files.report()[0].nonFinite, 64);
+  EXPECT_NEAR(files.report()[0].peak, 1.75F, 1e-5F);
+  EXPECT_EQ(timeline()["sources"][0]["clipped_samples"], 3);
+  EXPECT_EQ(timeline()["sources"][0]["non_finite_samples"], 64);
+  const std::vector<float> out = written(0);
+  for (std::size_t n = 0; n < out.size(); ++n) {
+    const bool isSpoilt = n >= 16 * 30 - 48 && n < 16 * 30 + 16;
+    ASSERT_NEAR(out[n], isSpoilt ? 0.0F : std::min(sound[n], 1.0F), 1e-5) << n;
+  }
+}
+
+TEST_F(SeparatedFilesTest, RefusesFilesOfAnEarlierRunAndUnusableNames) {
+  const auto refusal = [&] { return messageOf<Audio::AudioError>([&] { filesOf(options); }); };
+  std::filesystem::create_directory(folder / "out");
+  folder.write("out/source_mixture.wav", "not ours");
+  EXPECT_NO_THROW(filesOf(options));
+  for (const char* name : {"out/timeline.json", "out/source_17.wav"}) {
+    const std::string path = folder.write(name, "earlier");
+    EXPECT_EQ(refusal(), path + ": exists already (set OVERWRITE to true to replace it)");
+    std::filesystem::remove(path);
+  }
+  options.prefix = "../source_";
+  EXPECT_EQ(refusal(), "PREFIX is \"../source_\", expected the begin of a file name without \"/\"");
+  options.prefix = "source_";
+  options.directory = folder.write("file", "") + "/out";
+  EXPECT_EQ(refusal(), folder / "file/out: cannot be made or is no folder: Not a directory");
+  const std::string tooLong = folder / std::string(300, 'x');
+  options.directory = tooLong;
+  EXPECT_EQ(refusal(), tooLong + ": cannot be made or is no folder: File name too long");
+  EXPECT_THAT(messageOf<Audio::AudioError>([&] { Audio::WavWriter(tooLong, {}, false); }),
+              testing::StartsWith(tooLong + ".part: cannot be written: "));
+  EXPECT_EQ(messageOf<Audio::AudioError>([] { Audio::sampleFormatNamed("PCM_32"); }),
+            "FORMAT is \"PCM_32\", expected PCM_16, PCM_24 or FLOAT");
+}
+
+}  // namespace

@@ -1,0 +1,119 @@
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <functional>
+#include <new>
+
+#include "cli/ChildProcess.h"
+#include "fileio/SofaWriter.h"
+#include "responses/ArrayGeometry.h"
+#include "tests/cli/CommandTest.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+using TfdbCommands = CommandTest;
+
+TEST_F(TfdbCommands, GeometryInfoCheckAndImportWorkTogether) {
+  const CommandRun made =
+      run("tfdb geometry --circular 8 0.05 --elevations -30,0,30 --azimuth-step 30 --distances 1.5 "
+          "db.sofa");
+  EXPECT_EQ(made.output,
+            "db.sofa: 36 source positions, 8 microphones, 257 frequencies (16000 Hz, frames of 512 "
+            "samples)\n");
+  EXPECT_EQ(made.errors, "");
+  EXPECT_THAT(run("tfdb info db.sofa").output,
+              testing::AllOf(HasSubstr("counts:        36 source positions, 8 microphones, "
+                                       "257 frequencies (frames of 512 samples)\n"),
+                             HasSubstr("elevation -30 … 30°, distance 1.5 … 1.5 m\n")));
+  const CommandRun checked = run("tfdb check db.sofa");
+  EXPECT_EQ(checked.status, 0);
+  EXPECT_THAT(checked.output, testing::Not(HasSubstr("warning")));
+  EXPECT_THAT(checked.output,
+              HasSubstr("usable as a database for frames of 512 samples at 16000 Hz"));
+  EXPECT_THAT(run("tfdb import db.sofa half.sofa --rate 8000 --length 256").output,
+              HasSubstr("8 microphones, 129 frequencies (8000 Hz"));
+  EXPECT_EQ(SofaFile(folder / "half.sofa").samplingRate(), 8000.0);
+}
+
+TEST_F(TfdbCommands, WarnWhenTheFileContradictsItself) {
+  auto data = freeFieldResponses(linearArray(2, 0.1), gridPositions({}), {});
+  std::swap(data.receiverPositions[0], data.receiverPositions[1]);
+  writeSofa(folder / "db.sofa", data);
+  const std::string warning = "the responses contradict the positions: between microphones 0 and 1";
+  EXPECT_THAT(run("tfdb check db.sofa").output, HasSubstr("warning: " + warning));
+  const CommandRun imported = run("tfdb import db.sofa out.sofa");
+  EXPECT_EQ(imported.status, 0);
+  EXPECT_THAT(imported.errors, HasSubstr("zelk-sss: db.sofa: " + warning));
+}
+
+TEST_F(TfdbCommands, RefuseWhatMakesNoDatabase) {
+  folder.write("ends.json", R"({"microphones": [[0, 0.05, 0], [0, 100, 0]]})");
+  run("tfdb geometry --linear 2 0.1 whole.sofa");
+  folder.write("broken.sofa", content("whole.sofa").substr(0, 4000));
+  folder.write("scene.json", R"({"sources": [{"id": 0, "azimuth": 0}]})");
+  auto data = freeFieldResponses(linearArray(2, 0.1), gridPositions({}), {});
+  data.values.resize(data.values.size() / data.frequencies);
+  data.frequencies = 1;
+  writeSofa(folder / "one.sofa", data);
+  const std::string oneFrequency =
+      "one.sofa: the sampling rate, twice the last of the 1 frequencies, is 0 Hz, expected 1 Hz or "
+      "more";
+  const std::string circle = "tfdb geometry out.sofa --circular 4 0.1 ";
+  expectRefused(
+      2, {{"tfdb", "A subcommand is required"},
+          {"tfdb import one.sofa", "OUTPUT is required"},
+          {"tfdb geometry out.sofa",
+           "Exactly 1 option from [--microphones,--circular,--linear] is required"},
+          {"tfdb geometry --linear two 0.1 out.sofa", "Could not convert: --linear = two,0.1"}});
+  expectRefused(
+      1,
+      {{"tfdb import none.sofa whole.sofa --force", "none.sofa: there is no such file"},
+       {"tfdb info broken.sofa", "broken.sofa: …"},
+       {"tfdb check broken.sofa", "broken.sofa: …"},
+       {"tfdb check one.sofa", oneFrequency},
+       {"pattern --tf one.sofa --sources scene.json -o p.svg", oneFrequency},
+       {"tfdb geometry out.sofa --circular 0 0.1",
+        "--circular: COUNT is 0, expected 1 to 1024 microphones"},
+       {"tfdb geometry out.sofa --circular 4 -1", "--circular: RADIUS is -1 m, expected above 0…"},
+       {"tfdb geometry out.sofa --linear 4 nan", "--linear: SPACING is nan m, expected above 0…"},
+       {circle + "--azimuth-step 0", "--azimuth-step is 0, expected above 0…"},
+       {circle + "--azimuth-step 1e-9",
+        "--azimuth-step 1e-09 with 1 elevations and 1 distances makes 360000000000 positions, "
+        "expected at most 1000000"},
+       {circle + "--elevations 91", "--elevations holds 91, expected -90 to 90…"},
+       {circle + "--distances 0", "--distances is 0 m, expected above 0…"},
+       {circle + "--distances 0.1",
+        "the source at (0.1, 0, 0) m is 0 m away from microphone 0, expected 0.01 m or more…"},
+       {"tfdb geometry out.sofa --microphones ends.json",
+        "microphone 0 at (0, 0.05, 0) m is 50 m away from the array's centre, expected less than "
+        "5.49 m, the way of sound in half a frame of 512 samples at 16000 Hz"},
+       {circle + "--rate 0", "tfdb geometry: --rate is 0, expected 1 to 1000000 Hz"},
+       {circle + "--length 511",
+        "tfdb geometry: --length is 511, expected an even number from 16 to 65536"}});
+}
+
+TEST(ChildProcess, ReportsACrashARunawayAndTooMuchMemory) {
+  const std::pair<std::function<void()>, const char*> cases[] = {
+      {[] { throw SofaError("file: its own words"); }, "file: its own words"},
+      {[] { _exit(1); }, "file: reading it fails, expected a sound netCDF-4 file"},
+      {[] { std::abort(); }, "file: reading it crashes (Aborted), expected a sound netCDF-4 file"},
+      {[] { throw std::bad_alloc(); }, "file: reading it takes more than 6 GiB of memory"},
+      {[] {
+         const rlimit oneSecond = {1, 2};
+         setrlimit(RLIMIT_CPU, &oneSecond);
+         for (std::atomic<int> turns = 0;;) ++turns;
+       },
+       "file: reading it takes more than 30 s"},
+  };
+  tryInChild("file", [] {});
+  for (const auto& [work, reason] : cases) {
+    EXPECT_THAT(messageOf<SofaError>([&] { tryInChild("file", work); }),
+                testing::StartsWith(reason));
+  }
+}
+
+}  // namespace

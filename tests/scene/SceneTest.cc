@@ -1,0 +1,147 @@
+// Scene files: who is where and when, and what is wrong with a file.
+
+#include "scene/Scene.h"
+
+#include <cmath>
+#include <numbers>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "dsp/AudioError.h"
+#include "gtest/gtest.h"
+#include "tests/support/AudioTesting.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+Audio::Scene sceneOf(const std::string& text) { return Audio::Scene::parse(text, "scene.json"); }
+
+/// A scene with one source, which has an id and these further members.
+std::string sourceWith(const std::string& members) {
+  return R"({"sources": [{"id": 0, )" + members + "}]}";
+}
+
+std::vector<int> ids(const std::vector<Audio::PlacedSource>& sources) {
+  std::vector<int> list;
+  for (const auto& source : sources) list.push_back(source.id);
+  return list;
+}
+
+TEST(SceneTest, PlacesSources) {
+  const std::string line =
+      R"("track": [{"t": 1, "position": [0, 0, 0]}, {"t": 3, "position": [2, 4, -2]}])";
+  // By the short way, across 180 degrees: from 170 to 210.
+  const std::string turn =
+      R"("track": [{"t": 0, "azimuth": 170}, {"t": 2, "azimuth": -150, "distance": 3}])";
+  const std::string mixed = R"("track": [{"t": 0, "azimuth": 0}, {"t": 2, "position": [0, 1, 0]}])";
+  const double degree = std::numbers::pi / 180;
+  const struct {
+    std::string members;
+    double t;
+    Audio::Position position;
+  } cases[] = {{R"("azimuth": 90, "distance": 2)", 100, {0, 2, 0}},
+               {R"("azimuth": -180, "elevation": 30)", 0, {-std::sqrt(0.75), 0, 0.5}},
+               {R"("position": [1, -2, 0.5])", 0, {1, -2, 0.5}},
+               {line, 0, {0, 0, 0}},
+               {line, 1.5, {0.5, 1, -0.5}},
+               {line, 3, {2, 4, -2}},
+               {line, 9, {2, 4, -2}},
+               {turn, 1, {2 * std::cos(190 * degree), 2 * std::sin(190 * degree), 0}},
+               {mixed, 1, {0.5, 0.5, 0}}};
+  for (const auto& [members, t, position] : cases) {
+    SCOPED_TRACE(members + " at " + std::to_string(t));
+    const Audio::Position actual = sceneOf(sourceWith(members)).targetsAt(t).at(0).position;
+    EXPECT_NEAR(actual.x, position.x, 1e-12);
+    EXPECT_NEAR(actual.y, position.y, 1e-12);
+    EXPECT_NEAR(actual.z, position.z, 1e-12);
+  }
+}
+
+TEST(SceneTest, SourcesAppearAndVanish) {
+  const Audio::Scene scene = sceneOf(R"({
+      "sources": [{"id": 7, "azimuth": 0, "active": [[1, 2], [3, 4]]}, {"id": 3, "azimuth": 1}],
+      "noise": [{"id": 9, "azimuth": 2, "active": [[0, 1.5]]}, {"id": 4, "azimuth": 3, "active": []}]})");
+  EXPECT_THAT(ids(scene.targetsAt(0)), ElementsAre(3));
+  EXPECT_THAT(ids(scene.targetsAt(1)), ElementsAre(7, 3));  // the begin belongs to it
+  EXPECT_THAT(ids(scene.targetsAt(2)), ElementsAre(3));     // the end does not
+  EXPECT_THAT(ids(scene.targetsAt(3.999)), ElementsAre(7, 3));
+  EXPECT_THAT(ids(scene.noiseAt(0, false)), ElementsAre(9));
+  EXPECT_THAT(ids(scene.noiseAt(0, true)), ElementsAre(9, 7));  // noise first, then who is inactive
+  EXPECT_THAT(ids(scene.noiseAt(2.5, true)), ElementsAre(7));
+}
+
+TEST(SceneTest, ReadsTheExampleOfEveryKey) {
+  const Audio::Scene scene = Audio::Scene::read(ZELK_EXAMPLES "/scene.json");
+  EXPECT_THAT(ids(scene.targetsAt(0)), ElementsAre(0, 2));
+  EXPECT_THAT(ids(scene.targetsAt(9)), ElementsAre(0, 1, 2));
+  EXPECT_THAT(ids(scene.noiseAt(0, false)), ElementsAre(9));
+}
+
+TEST(SceneTest, BadScenesAreRefusedWithTheReason) {
+  const std::string deep = "{\"sources\": " + std::string(100000, '[');
+  const std::string longText = "\"azimuth\": \"" + std::string(1000, 'x') + "\"";
+  const std::string twice =
+      R"({"sources": [{"id": 1, "azimuth": 1}], "noise": [{"id": 1, "azimuth": 2}]})";
+  const std::pair<std::string, std::string> cases[] = {
+      {"", "is no valid JSON: "},
+      {"{\"sources\": [}", "is no valid JSON: parse error at line 1, column 14"},
+      {sourceWith(R"("azimuth": 1e999)"), "is no valid JSON: "},
+      {deep, "is nested deeper than 8 levels"},
+      {"[1]", "/: found [1], expected an object with the keys sources, noise"},
+      {"{}", "/: found no key \"sources\", expected one"},
+      {R"({"sources": [], "nose": []})",
+       R"(/: found the unknown key "nose", expected only sources, noise)"},
+      {R"({"\n\u001b[2J": 1})", R"(/: found the unknown key "\n\u001b[2J", expected)"},
+      {R"({"sources": {}})", "/sources: found {}, expected a list of sources"},
+      {sourceWith(R"("azimut": 1)"),
+       R"(/sources/0: found the unknown key "azimut", expected only id, azimuth, elevation, )"},
+      {R"({"sources": [{"azimuth": 1}]})", R"(/sources/0: found no key "id", expected one)"},
+      {R"({"sources": [{"id": 1.5, "azimuth": 1}]})",
+       "/sources/0/id: found 1.5, expected a whole number from 0 to 2147483647"},
+      {R"({"sources": [{"id": -1, "azimuth": 1}]})", "/sources/0/id: found -1"},
+      {R"({"sources": [{"id": 2147483648, "azimuth": 1}]})", "/sources/0/id: found 2147483648"},
+      {twice, "/noise/0/id: found 1, expected an id that no other source has (/sources/0/id has "},
+      {R"({"sources": [{"id": 0}]})", R"(/sources/0: found no position, expected "azimuth")"},
+      {sourceWith(R"("azimuth": 1, "position": [1, 2, 3])"),
+       R"(/sources/0: found both a direction and "position", expected )"},
+      {sourceWith(R"("distance": 1)"), R"(/sources/0: found no key "azimuth", expected one)"},
+      {sourceWith(R"("azimuth": "left")"), R"(/sources/0/azimuth: found "left", expected degrees)"},
+      {sourceWith(R"("azimuth": 0, "elevation": 91)"),
+       "/sources/0/elevation: found 91, expected degrees from -90 to 90"},
+      {sourceWith(R"("azimuth": 0, "distance": 0)"),
+       "/sources/0/distance: found 0, expected a distance above 0 in metres"},
+      {sourceWith(R"("position": [1, 2])"),
+       "/sources/0/position: found [1,2], expected [x, y, z] in metres"},
+      {sourceWith(R"("position": [1, null, 3])"),
+       "/sources/0/position/1: found null, expected a coordinate in metres"},
+      {sourceWith(R"("track": [])"), "/sources/0/track: found [], expected a list of one point"},
+      {sourceWith(R"("azimuth": 0, "track": [])"),
+       R"(/sources/0: found both "track" and a position beside it, expected one of them)"},
+      {sourceWith(R"("track": [{"azimuth": 0}])"), R"(/sources/0/track/0: found no key "t")"},
+      {sourceWith(R"("track": [{"t": 1, "azimuth": 0}, {"t": 1, "azimuth": 5}])"),
+       "/sources/0/track/1/t: found 1, expected a time after the previous point's 1"},
+      {sourceWith(R"("azimuth": 0, "active": [1, 2])"),
+       "/sources/0/active/0: found 1, expected [begin, end] in seconds with begin < end"},
+      {sourceWith(R"("azimuth": 0, "active": [[0, 1], [3, 2]])"),
+       "/sources/0/active/1: found [3,2], expected [begin, end]"},
+      {sourceWith(longText), "/sources/0/azimuth: found \"" + std::string(59, 'x') + "…, expected"},
+  };
+  for (const auto& [text, message] : cases) {
+    EXPECT_THAT(messageOf<Audio::AudioError>([&] { sceneOf(text); }),
+                testing::StartsWith("scene.json: " + message))
+        << text.substr(0, 100);
+  }
+  // What is quoted of the file cannot control a terminal.
+  EXPECT_THAT(messageOf<Audio::AudioError>([] { sceneOf("{\"\x7F\xC3 "); }),
+              HasSubstr("last read: '\"?? '"));
+  for (const auto& [path, reason] : {std::pair{"/no/scene.json", "No such file or directory"},
+                                     std::pair{"/usr", "Is a directory"}}) {
+    EXPECT_EQ(messageOf<Audio::AudioError>([&] { Audio::Scene::read(path); }),
+              std::string(path) + ": cannot be read: " + reason);
+  }
+}
+
+}  // namespace
