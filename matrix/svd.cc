@@ -418,8 +418,8 @@ class TallSvd {
   SplitMatrix work;  // U, then V, until transposed
 };
 
-/// Everything that decompose() calls becomes part of each clone. It allocates nothing: exceptions do
-/// not get out of a clone.
+/// Everything that decompose() calls becomes part of each clone. It allocates nothing: exceptions
+/// do not get out of a clone.
 ZELK_PROCESSOR_CLONES __attribute__((flatten)) void decompose(TallSvd& svd) { svd.decompose(); }
 
 }  // namespace
