@@ -10,13 +10,9 @@ FrameReader::FrameReader(AudioReader audioFile, const FrameLayout& frameLayout,
                          WindowType windowType)
     : audio(std::move(audioFile)),
       layout(frameLayout),
-      window(makeWindow(windowType, frameLayout.length())),
-      fft(frameLayout.length()),
-      windowed(window.size()) {
-  const auto channels = static_cast<std::size_t>(audio.channelCount());
-  samples.resize(channels * window.size());
-  values.resize(channels * static_cast<std::size_t>(layout.bins()));
-  ahead.resize(channels * static_cast<std::size_t>(layout.advance()));
+      analyzer(audio.channelCount(), frameLayout, windowType) {
+  ahead.resize(static_cast<std::size_t>(audio.channelCount()) *
+               static_cast<std::size_t>(layout.advance()));
   readAhead();
 }
 
@@ -28,35 +24,9 @@ void FrameReader::readAhead() {
 bool FrameReader::next() {
   if (!hasFrame(current + 1)) return false;
   ++current;
-  shiftIn();
+  analyzer.add(ahead.data(), aheadCount);
   readAhead();
-  transform();
   return true;
-}
-
-// Every channel: the frame moves on by `advance` samples, with zeros after the recording's end.
-void FrameReader::shiftIn() {
-  const auto channels = static_cast<std::size_t>(audio.channelCount());
-  const std::size_t length = window.size();
-  const auto advance = static_cast<std::size_t>(layout.advance());
-  for (std::size_t c = 0; c < channels; ++c) {
-    float* row = samples.data() + c * length;
-    std::copy(row + advance, row + length, row);
-    float* newest = row + (length - advance);
-    for (std::size_t n = 0; n < advance; ++n) {
-      newest[n] = n < aheadCount ? ahead[n * channels + c] : 0.0F;
-    }
-  }
-}
-
-void FrameReader::transform() {
-  const auto channels = static_cast<std::size_t>(audio.channelCount());
-  const std::size_t length = window.size();
-  for (std::size_t c = 0; c < channels; ++c) {
-    const float* row = samples.data() + c * length;
-    for (std::size_t n = 0; n < length; ++n) windowed[n] = row[n] * window[n];
-    fft.forward(windowed.data(), values.data() + c * static_cast<std::size_t>(layout.bins()));
-  }
 }
 
 int FrameReader::finishedSamples() const {

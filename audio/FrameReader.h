@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "audio/AudioReader.h"
+#include "dsp/FrameAnalyzer.h"
 #include "dsp/FrameLayout.h"
-#include "dsp/RealFft.h"
 #include "dsp/Window.h"
 
 namespace Audio {
@@ -34,7 +34,7 @@ class FrameReader {
   std::int64_t start() const { return layout.start(current); }
 
   /// channelCount() × bins() values, a row per channel.
-  const std::vector<std::complex<float>>& spectra() const { return values; }
+  const std::vector<std::complex<float>>& spectra() const { return analyzer.spectra(); }
 
   /// How many samples of the recording have this frame as their last one. The frames' counts add
   /// up to the recording's length exactly, so a writer that writes as many per frame makes a file
@@ -53,16 +53,10 @@ class FrameReader {
     return aheadCount > 0 || (total > 0 && layout.start(frame) < total);
   }
   void readAhead();
-  void shiftIn();
-  void transform();
 
   AudioReader audio;
   FrameLayout layout;
-  std::vector<float> window;
-  RealFft fft;
-  std::vector<float> samples;  // channelCount() × length: the frame, before the window
-  std::vector<float> windowed;
-  std::vector<std::complex<float>> values;
+  FrameAnalyzer analyzer;
   std::vector<float> ahead;  // the samples that the next frame brings, interleaved
   std::size_t aheadCount = 0;
   std::int64_t total = 0;  // samples read, those ahead included

@@ -133,11 +133,7 @@ bool BF::nothingChanges(const std::vector<SourceLocation>& newSources,
 
 void BF::prepare(std::vector<Matrix>& list, int rows, int columns) const {
   list.resize(static_cast<std::size_t>(std::max(numFreq, 0)));
-  for (Matrix& matrix : list) {
-    if (matrix.getRowCount() != rows || matrix.getColumnCount() != columns) {
-      matrix = Matrix(rows, columns);
-    }
-  }
+  for (Matrix& matrix : list) reshape(matrix, rows, columns);
 }
 
 void BF::requireSeparationMatrices() const {
@@ -149,8 +145,10 @@ void BF::requireSeparationMatrices() const {
 
 void BF::executeBeamForming(const Matrix& input, Matrix& output) {
   requireSeparationMatrices();
-  Matrix X(input);
-  Matrix Y(separationMatrices[0].getRowCount(), numFreq);
+  Matrix& X = spareInput;
+  Matrix& Y = spareOutput;
+  X = input;
+  reshape(Y, separationMatrices[0].getRowCount(), numFreq);
   for (int k = 0; k < numFreq; ++k) multiplyColumn(separationMatrices[k], X, k, Y);
   output = Y;
   inputSpectrum.swap(X);

@@ -108,6 +108,10 @@ class BF {
 
   /// Storage of the separation matrices that were replaced last.
   std::vector<Matrix> spareMatrices;
+
+ private:
+  Matrix spareInput;   // storage of the frame before the last
+  Matrix spareOutput;  // and of its result
 };
 
 }  // namespace BF

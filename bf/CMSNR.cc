@@ -122,7 +122,7 @@ void CMSNR::average(const Matrix& P, const Matrix& old, Matrix& result) const {
   // A sum of different shapes would be fatal, and numMic comes from outside.
   const int M = P.getRowCount();
   if (M != old.getRowCount() || M != old.getColumnCount()) throw MatrixSizeMismatchException();
-  if (result.getRowCount() != M || result.getColumnCount() != M) result = Matrix(M, M);
+  reshape(result, M, M);
   const std::complex<double> fresh(1.0 - alpha, 0.0);
   const std::complex<double> kept(alpha, 0.0);
   for (std::ptrdiff_t i = 0; i < std::ptrdiff_t{M} * M; ++i) {

@@ -33,8 +33,9 @@ void GJ::updateSources(const std::vector<SourceLocation>& newSources) {
   const std::vector<int> previous = previousIndices(newSources);
   if (nothingChanges(newSources, previous)) {
     sources = newSources;
-    for (Matrix& wa : adaptiveWeights) {
-      std::fill_n(wa.data(), std::ptrdiff_t{wa.getRowCount()} * wa.getColumnCount(), 0.0);
+    for (Matrix& weights : adaptiveWeights) {
+      std::fill_n(weights.data(), std::ptrdiff_t{weights.getRowCount()} * weights.getColumnCount(),
+                  0.0);
     }
     return;
   }
@@ -85,11 +86,11 @@ void GJ::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
   const int M = inputSpectrum.getRowCount();
   if (numFreq > 0) requireSeparationMatrices();
-  Matrix x(M, 1);
   const int blocked = std::max(M - 1, 0);
-  Matrix z(blocked, 1);
-  Matrix wa(1, blocked);
-  Matrix waB(1, M);
+  reshape(x, M, 1);
+  reshape(z, blocked, 1);
+  reshape(wa, 1, blocked);
+  reshape(waB, 1, M);
   prepare(spareAdaptive, N, blocked);
   prepare(spareMatrices, N, M);
   for (int k = 0; k < numFreq; ++k) {
@@ -100,7 +101,7 @@ void GJ::adaptSeparationMatrices() {
       const Matrix& B = blockingMatrices[k * N + n];
       multiplyInto(B, x, z);
       const std::complex<double>& y = outputSpectrum.getElementAt(n, k);
-      const double step = lcAdaptive ? normalisedStep(z) : mu;
+      const double step = lcAdaptive ? normalisedStep() : mu;
       const std::complex<double> stepY = y * std::complex<double>(step, 0.0);
       copyRow(adaptiveWeights[k], n, wa, 0);
       for (int i = 0; i < blocked; ++i) wa.data()[i] += std::conj(z.data()[i]) * stepY;
@@ -117,7 +118,7 @@ void GJ::adaptSeparationMatrices() {
 
 // mu over twice the blocked signals' power p = ‖z‖². The guard looks at p truncated to an integer,
 // so it applies to every p below 1.
-double GJ::normalisedStep(const Matrix& z) const {
+double GJ::normalisedStep() const {
   const double p = z.norm().real();
   if (BF_EPS > std::abs(std::trunc(p))) return mu * 1.0 / (2.0 * p + BF_EPS);
   return mu * 1.0 / (2.0 * p);

@@ -31,9 +31,12 @@ class GJ : public BF {
   bool lcAdaptive;                       ///< whether the step follows the signal's power
 
  private:
-  double normalisedStep(const Matrix& z) const;
+  double normalisedStep() const;
 
   std::vector<Matrix> spareAdaptive;  // storage of the adaptive weights that were replaced last
+  // A bin's observation x (M × 1) and, of one source, z = B · x (M − 1 × 1), its adaptive row
+  // (1 × M − 1) and wa · B (1 × M).
+  Matrix x, z, wa, waB;
 };
 
 }  // namespace BF

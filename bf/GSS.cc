@@ -104,8 +104,14 @@ ZELK_PROCESSOR_CLONES void descend(const Matrix& W, double mu_ss, const Matrix& 
 
 }  // namespace
 
-/// The matrices of one bin's step, allocated once for all bins.
+/// The matrices of one bin's step, for all bins and, while the shapes stay, all frames.
 struct GSS::Work {
+  /// Whether it has these shapes.
+  bool fits(int N, int M, int inputs, int outputs) const {
+    return J_lc.getRowCount() == N && J_lc.getColumnCount() == M && x.getRowCount() == inputs &&
+           y.getRowCount() == outputs;
+  }
+
   Work(int N, int M, int inputs, int outputs)
       : x(inputs, 1),
         y(outputs, 1),
@@ -142,6 +148,8 @@ GHDSS::GHDSS(int numFreqValue, int samplingRateValue, double soundSpeedValue, bo
       numFreq, samplingRate, soundSpeed, mu, mu_ss, scale, static_cast<int>(nlFuncType));
 }
 
+GSS::~GSS() = default;
+
 void GSS::updateSources(const std::vector<SourceLocation>& newSources) {
   const std::vector<int> previous = previousIndices(newSources);
   if (nothingChanges(newSources, previous)) {
@@ -175,9 +183,13 @@ void GSS::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
   if (numFreq > 0) requireSeparationMatrices();
   const int M = numFreq > 0 ? separationMatrices[0].getColumnCount() : 0;
-  Work work(N, M, inputSpectrum.getRowCount(), outputSpectrum.getRowCount());
+  const int inputs = inputSpectrum.getRowCount();
+  const int outputs = outputSpectrum.getRowCount();
+  if (!bench || !bench->fits(N, M, inputs, outputs)) {
+    bench = std::make_unique<Work>(N, M, inputs, outputs);
+  }
   prepare(spareMatrices, N, M);
-  for (int k = 0; k < numFreq; ++k) adaptBin(k, work, spareMatrices[k]);
+  for (int k = 0; k < numFreq; ++k) adaptBin(k, *bench, spareMatrices[k]);
   separationMatrices.swap(spareMatrices);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <complex>
+#include <memory>
 #include <vector>
 
 #include "bf/BF.h"
@@ -29,6 +30,8 @@ class GSS : public BF {
   GSS(int numFreq, int samplingRate, double soundSpeed, bool lcAdaptive, double mu, bool ssAdaptive,
       double mu_ss, double scale, NlFuncType nlFuncType);
 
+  ~GSS() override;
+
   int getBfAlgorithmType() const override { return BF_ALGORITHM_GSS; }
   void updateSources(const std::vector<SourceLocation>& newSources) override;
   void adaptSeparationMatrices() override;
@@ -49,6 +52,8 @@ class GSS : public BF {
   std::complex<double> nonLinear(const std::complex<double>& y) const;
   double constraintStep(const Work& work) const;
   double separationStep(Work& work) const;
+
+  std::unique_ptr<Work> bench;  // of the last step
 };
 
 /// Geometric source separation with the independent-component update rule.

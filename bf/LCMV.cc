@@ -72,14 +72,14 @@ void LCMV::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
   const int M = inputSpectrum.getRowCount();
   if (numFreq > 0) requireSeparationMatrices();
-  Matrix x(M, 1);
-  Matrix stepped(1, M);
-  Matrix projected(1, M);
+  reshape(x, M, 1);
+  reshape(stepped, 1, M);
+  reshape(projected, 1, M);
   prepare(spareMatrices, N, M);
   for (int k = 0; k < numFreq; ++k) {
     Matrix& W = spareMatrices[k];
     copyColumn(inputSpectrum, k, x);
-    const double step = lcAdaptive ? normalisedStep(x) : mu;
+    const double step = lcAdaptive ? normalisedStep() : mu;
     for (int n = 0; n < N; ++n) {
       copyRow(separationMatrices[k], n, stepped, 0);
       const std::complex<double>& y = outputSpectrum.getElementAt(n, k);
@@ -95,7 +95,7 @@ void LCMV::adaptSeparationMatrices() {
 }
 
 // mu over twice the input power p = ‖x‖².
-double LCMV::normalisedStep(const Matrix& x) const {
+double LCMV::normalisedStep() const {
   const double p = x.norm().real();
   if (BF_EPS > p) return mu * 1.0 / (2.0 * p + BF_EPS);
   return mu * 1.0 / (2.0 * p);

@@ -27,7 +27,10 @@ class LCMV : public BF {
   bool lcAdaptive;         ///< whether the step follows the signal's power
 
  private:
-  double normalisedStep(const Matrix& x) const;
+  double normalisedStep() const;
+
+  // A bin's observation (M × 1), and a row of W after the step and after the projection (1 × M).
+  Matrix x, stepped, projected;
 };
 
 }  // namespace BF

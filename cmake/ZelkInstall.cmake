@@ -20,8 +20,14 @@ set(ZELK_GENERATED ${PROJECT_BINARY_DIR}/generated)
 install(TARGETS zelk-sss-engine EXPORT ZelkSSSTargets
         ARCHIVE COMPONENT development
         FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zelk-sss COMPONENT development)
-install(EXPORT ZelkSSSTargets NAMESPACE ZelkSSS:: DESTINATION ${ZELK_PACKAGE_DESTINATION}
-        COMPONENT development)
+# Apart, because whoever wants the engine alone needs not what the separator needs.
+install(TARGETS zelk-sss-separation EXPORT ZelkSSSSeparationTargets
+        ARCHIVE COMPONENT development
+        FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zelk-sss COMPONENT development)
+foreach(export IN ITEMS ZelkSSSTargets ZelkSSSSeparationTargets)
+  install(EXPORT ${export} NAMESPACE ZelkSSS:: DESTINATION ${ZELK_PACKAGE_DESTINATION}
+          COMPONENT development)
+endforeach()
 configure_package_config_file(cmake/ZelkSSSConfig.cmake.in ${ZELK_GENERATED}/ZelkSSSConfig.cmake
                               INSTALL_DESTINATION ${ZELK_PACKAGE_DESTINATION}
                               NO_SET_AND_CHECK_MACRO)
@@ -34,9 +40,11 @@ install(FILES ${ZELK_GENERATED}/ZelkSSSConfig.cmake ${ZELK_GENERATED}/ZelkSSSCon
 set(ZELK_PC_DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH ZELK_PREFIX_FROM_PC /${ZELK_PC_DESTINATION} /)
 string(REGEX REPLACE "/$" "" ZELK_PREFIX_FROM_PC "${ZELK_PREFIX_FROM_PC}")
-configure_file(cmake/zelk-sss.pc.in ${ZELK_GENERATED}/zelk-sss.pc @ONLY)
-install(FILES ${ZELK_GENERATED}/zelk-sss.pc DESTINATION ${ZELK_PC_DESTINATION}
-        COMPONENT development)
+foreach(module IN ITEMS zelk-sss zelk-sss-separation)
+  configure_file(cmake/${module}.pc.in ${ZELK_GENERATED}/${module}.pc @ONLY)
+  install(FILES ${ZELK_GENERATED}/${module}.pc DESTINATION ${ZELK_PC_DESTINATION}
+          COMPONENT development)
+endforeach()
 
 # ---- manual pages, completion, documents
 if(TARGET zelk-sss-cli)
@@ -54,8 +62,8 @@ install(FILES docs/architecture.md docs/embedding.md docs/errors.md docs/formats
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(FILES docs/pictures/pattern.svg docs/pictures/spectrogram.png
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs/pictures)
-install(FILES examples/engine.cc examples/microphones.json examples/scene.json examples/separate.n
-              examples/two-talkers.json
+install(FILES examples/engine.cc examples/separator.cc examples/microphones.json examples/scene.json
+              examples/separate.n examples/two-talkers.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 if(PROJECT_IS_TOP_LEVEL)

@@ -26,11 +26,13 @@ manual pages and documents.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libzelk-sss-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS libhwy-dev)
+# The libraries are static, and what they call is not.
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libhwy-dev, libkissfft-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-"The separation engine of zelk-sss for C++20 programs: headers, a static library
-that needs no dataflow host, and the files by which CMake (package ZelkSSS) and
-pkg-config find them.")
+"The separator of zelk-sss, which takes samples and gives one signal per sound
+source, and its engine for C++20 programs: headers, static libraries that need
+no dataflow host, and the files by which CMake (package ZelkSSS) and pkg-config
+find them.")
 
 # Debian wants some files compressed and a change log of its own.
 set(CPACK_ZELK_RELEASE_DATE ${ZELK_RELEASE_DATE})

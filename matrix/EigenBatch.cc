@@ -14,10 +14,15 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <mutex>
 
 namespace BF {
 
+// eigenValues keeps work vectors that all threads share.
+inline std::mutex oneAtATime;
+
 inline Matrix principalVectorOf(const Matrix& matrix) {
+  const std::lock_guard<std::mutex> lock(oneAtATime);
   Matrix values;
   Matrix V;
   matrix.eigenValues(values, V);
@@ -245,7 +250,7 @@ void rotateBack(Batch& batch) {
 /// vectors[i] of matrices[i] for i = first … first + LANES − 1, or to the end.
 void principalVectorsFrom(int first, const std::vector<Matrix>& matrices,
                           std::vector<Matrix>& vectors) {
-  static Batch batch;  // its storage is kept between calls
+  thread_local Batch batch;  // its storage is kept between calls
   const int n = matrices[first].getRowCount();
   const int used = std::min(LANES, static_cast<int>(matrices.size()) - first);
   batch.clear(n);

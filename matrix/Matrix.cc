@@ -106,7 +106,10 @@ Matrix::Matrix(const Matrix& other) : rows(other.rows), columns(other.columns) {
 }
 
 Matrix& Matrix::operator=(const Matrix& other) {
-  if (this != &other) {
+  if (this == &other) return *this;
+  if (sameShape(*this, other)) {
+    std::copy_n(other.elements.get(), elementCount(other), elements.get());
+  } else {
     Matrix copy(other);
     swap(copy);
   }
@@ -374,6 +377,12 @@ void multiplyAdjointInto(const Matrix& a, const Matrix& b, Matrix& result) {
           dotProductWithConjugate(a.data() + static_cast<std::ptrdiff_t>(i) * count,
                                   b.data() + static_cast<std::ptrdiff_t>(j) * count, count);
     }
+  }
+}
+
+void reshape(Matrix& matrix, int rows, int columns) {
+  if (matrix.getRowCount() != rows || matrix.getColumnCount() != columns) {
+    matrix = Matrix(rows, columns);
   }
 }
 

@@ -33,7 +33,8 @@ class Matrix {
   /// Takes the elements; other is empty afterwards.
   Matrix(Matrix&& other) noexcept { swap(other); }
 
-  /// Becomes a copy with elements of its own.
+  /// Becomes a copy with elements of its own, in the storage that is there when the shapes are
+  /// equal.
   Matrix& operator=(const Matrix& other);
 
   /// Exchanges the elements with other's.
@@ -228,6 +229,10 @@ void multiplyInto(const Matrix& a, const Matrix& b, Matrix& result);
 
 /// result := a · bᴴ, in the same way.
 void multiplyAdjointInto(const Matrix& a, const Matrix& b, Matrix& result);
+
+/// Makes matrix rows × columns, to be filled whole: zeros, or whatever it holds when it has this
+/// shape already.
+void reshape(Matrix& matrix, int rows, int columns);
 
 /// Whether two matrices have the same shape and the same bytes, so that what follows from one
 /// follows from the other to the bit.

@@ -100,7 +100,8 @@ class TallSvd {
         d(n, 0.0),
         e(n, 0.0),
         wr(m, 0.0),
-        wi(m, 0.0) {
+        wi(m, 0.0),
+        work(m, m) {
     for (std::size_t i = 0; i < matrix.size1(); ++i) {
       for (std::size_t j = 0; j < matrix.size2(); ++j) {
         const std::complex<double> z = matrix(i, j);
@@ -188,7 +189,8 @@ class TallSvd {
   // U = Π H_k · diag(−phase_k at k), built from the last factor to the first, so that factor k
   // meets only rows and columns k … of what follows it. w = vᴴ · U; U := U − v · w / β.
   void accumulateU() {
-    SplitMatrix U(m, m);
+    SplitMatrix& U = work;
+    U.setToZeros(m, m);
     for (std::size_t i = 0; i < m; ++i) U.re(i)[i] = 1.0;
     for (std::size_t k = n; k-- > 0;) {
       const Reflection& h = left[k];
@@ -211,7 +213,8 @@ class TallSvd {
   // V = Π H_k · diag(−conj(phase_k) at k) with H_k = I − v̄ · vᵀ / β, v standing in row k−1 of A;
   // built like U. w = vᵀ · V; V := V − v̄ · w / β.
   void accumulateV() {
-    SplitMatrix V(n, n);
+    SplitMatrix& V = work;
+    V.setToZeros(n, n);
     for (std::size_t i = 0; i < n; ++i) V.re(i)[i] = 1.0;
     for (std::size_t k = n; k-- > 1;) {
       const Reflection& h = right[k];
@@ -412,9 +415,11 @@ class TallSvd {
   std::vector<double> e;
   std::vector<double> wr;  // scratch row w
   std::vector<double> wi;
+  SplitMatrix work;  // U, then V, until transposed
 };
 
-/// Everything that decompose() calls becomes part of each clone.
+/// Everything that decompose() calls becomes part of each clone. It allocates nothing: exceptions
+/// do not get out of a clone.
 ZELK_PROCESSOR_CLONES __attribute__((flatten)) void decompose(TallSvd& svd) { svd.decompose(); }
 
 }  // namespace

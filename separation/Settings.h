@@ -1,0 +1,78 @@
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bf/EngineFactory.h"
+#include "geometry/TransformFunctionDatabase.h"
+
+/// Separation of sampled sound, on top of the engine of namespace BF.
+namespace Separation {
+
+/// A value that cannot be used, for whoever tells a person in words of its own. Thrown by value.
+class SettingError : public std::invalid_argument {
+ public:
+  /// what() is "<field> is <actual>, expected <expected>".
+  SettingError(std::string fieldName, std::string actualValue, std::string expectedValues);
+
+  std::string field;     ///< the member of Settings or the argument, as "noise.forgetting"
+  std::string actual;    ///< the value found, as text
+  std::string expected;  ///< what it may be, in English
+};
+
+/// Where CML has the statistics of the noise from: `matrices`, `times`, or, if both are empty, the
+/// frames for which no target is listed.
+///
+/// Of the frames' observations x (M × 1, per bin) the mean R of x · xᴴ is taken, n counting them:
+///   R ← (1 − w) · R + w · x · xᴴ,  w = max(1/n, 1 − forgetting).
+/// With σ = tr(R)/M, the mean power of a microphone, the engine gets R/σ + loading · I, or, without
+/// normalisation, R + loading · σ · I. Frames with values that are not finite are left out.
+struct NoiseSettings {
+  /// Begin and end, in seconds of what is pushed, of stretches that hold noise alone. Every frame
+  /// that lies wholly in one counts, and serves from itself on; the mean is the plain one.
+  std::vector<std::pair<double, double>> times;
+  /// One M × M matrix per bin, as the engine is to have it: measured in advance.
+  std::vector<BF::Matrix> matrices;
+  double forgetting = 0.98;  ///< 0 to 1, of the mean over frames without targets
+  double loading = 0.001;    ///< 0 or more
+  bool normalize = true;     ///< whether the recording's level shall not count
+};
+
+/// Everything that a separation is made of but the database.
+struct Settings {
+  /// DS, WDS, NULL, ILSE, LCMV, GJ, GICA, CML or CMSNR.
+  BF::BfAlgorithmType method = BF::BF_ALGORITHM_NULL;
+  BF::EngineParameters parameters;  ///< those of the method count
+  int samplingRate = 16000;         ///< Hz, 1 to 10 000 000
+  int length = 512;   ///< samples per frame, 1 to 2²⁴; the database has length/2 + 1 bins
+  int advance = 128;  ///< samples from frame to frame, 1 to length
+  std::string window = "HANN";  ///< HANN, HAMMING, SINE or RECTANGULAR: before and after
+  NoiseSettings noise;          ///< for CML
+  /// Whether each output is scaled, bin by bin, to what the reference microphone X hears of it:
+  /// by P/Q with P ← α · P + X · conj(Y) and Q ← α · Q + |Y|². Unset: for CMSNR, whose outputs have
+  /// an arbitrary scale.
+  std::optional<bool> project;
+  double projectionForgetting = 0.97;  ///< α, 0 to 1
+  int referenceMicrophone = 0;         ///< X's row, from 0
+  /// Whether the outputs' circular shift by half a frame is undone. Unset: for CML, unless it is
+  /// projected, which undoes it by itself.
+  std::optional<bool> undoHalfFrameShift;
+  /// Whether a target that is no longer listed stays in the list as a noise source where it was
+  /// last. Unset: for CMSNR, which learns from such frames what is not the target.
+  std::optional<bool> inactiveAsNoise;
+  /// Samples that are not finite or beyond 10¹⁵ are passed on instead of being replaced by 0.
+  bool keepNonFinite = false;
+};
+
+/// A copy in which every optional member is set. Throws SettingError for a value out of its range,
+/// a method that does not separate, and a decomposition with an unknown name.
+Settings checkedSettings(const Settings& given, int microphones);
+
+/// Throws SettingError unless the database has positions, microphones, one matrix of microphones ×
+/// positions per bin, and length/2 + 1 bins.
+void checkDatabase(const BF::TransformFunctionDatabase& database, int length);
+
+}  // namespace Separation
