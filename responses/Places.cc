@@ -4,27 +4,11 @@
 #include <cmath>
 #include <numbers>
 
-namespace {
-
-/// Through memory: where two such conversions stand side by side, the vectoriser of g++ 12 leaves
-/// out the way to single precision and back.
-double inSinglePrecision(double x) {
-  const volatile float narrowed = static_cast<float>(x);
-  return narrowed;
-}
-
-}  // namespace
-
 double angleBetween(const Audio::Position& a, const Audio::Position& b) {
   const double product = std::hypot(a.x, a.y, a.z) * std::hypot(b.x, b.y, b.z);
   if (product == 0.0) return 0.0;
   const double cosine = (a.x * b.x + a.y * b.y + a.z * b.z) / product;
   return std::acos(std::clamp(cosine, -1.0, 1.0)) * 180.0 / std::numbers::pi;
-}
-
-BF::SourceLocation asSeparated(const Audio::Position& point, int id, bool isTarget) {
-  return {inSinglePrecision(point.x), inSinglePrecision(point.y), inSinglePrecision(point.z), id,
-          isTarget};
 }
 
 std::vector<BF::SourceLocation> sourcesAsSeparated(const SofaFile& file) {

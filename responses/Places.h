@@ -6,13 +6,10 @@
 #include "fileio/SofaFile.h"
 #include "geometry/TransformFunctionDatabase.h"
 #include "scene/Scene.h"
+#include "scene/SceneMoment.h"
 
 /// The angle between two places seen from the origin, in degrees; 0 if one of them is there.
 double angleBetween(const Audio::Position& a, const Audio::Position& b);
-
-/// A source as the separation has it: coordinates reach it in single precision, on which the choice
-/// between two positions that are about equally near depends.
-BF::SourceLocation asSeparated(const Audio::Position& point, int id, bool isTarget);
 
 /// A file's source positions as the separation has them, with their numbers from 0 as ids.
 std::vector<BF::SourceLocation> sourcesAsSeparated(const SofaFile& file);

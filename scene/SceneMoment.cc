@@ -2,9 +2,14 @@
 
 #include <algorithm>
 
-#include "responses/Places.h"
-
 namespace {
+
+/// Through memory: where two such conversions stand side by side, the vectoriser of g++ 12 leaves
+/// out the way to single precision and back.
+double inSinglePrecision(double x) {
+  const volatile float narrowed = static_cast<float>(x);
+  return narrowed;
+}
 
 void append(const std::vector<Audio::PlacedSource>& placed, bool isTarget,
             std::vector<BF::SourceLocation>& sources) {
@@ -27,4 +32,9 @@ std::vector<BF::SourceLocation> sourcesAt(const Audio::Scene& scene, double time
   append(scene.targetsAt(time), true, sources);
   append(scene.noiseAt(time, false), false, sources);
   return sources;
+}
+
+BF::SourceLocation asSeparated(const Audio::Position& point, int id, bool isTarget) {
+  return {inSinglePrecision(point.x), inSinglePrecision(point.y), inSinglePrecision(point.z), id,
+          isTarget};
 }

@@ -11,3 +11,7 @@ double fullestTime(const Audio::Scene& scene);
 
 /// The sources that are active at a time, as the separation lists them: targets, then noise.
 std::vector<BF::SourceLocation> sourcesAt(const Audio::Scene& scene, double time);
+
+/// A source as the separation has it: coordinates reach it in single precision, on which the choice
+/// between two positions that are about equally near depends.
+BF::SourceLocation asSeparated(const Audio::Position& point, int id, bool isTarget);
