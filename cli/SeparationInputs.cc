@@ -156,7 +156,7 @@ SeparationInputs examineInputs(SeparationSettings& s) {
   checkScene(s, inputs.scene);
   std::optional<SofaFile> database;
   if (s.method->needsDatabase()) {
-    takeLengthAndRate(s, database.emplace(s.database, SofaFile::Part::HEAD));
+    takeLengthAndRate(s, database.emplace(s.database));
   }
   if (s.length == 0) s.length = DEFAULT_LENGTH;
   if (s.advance == 0) s.advance = std::max(1, s.length / 4);

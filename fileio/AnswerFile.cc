@@ -1,16 +1,26 @@
 #include "fileio/AnswerFile.h"
 
+#include <fmt/format.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <new>
+
+#include "fileio/SofaError.h"
 
 namespace {
 
 /// Maps a memory file, brought to the size of the answer, for writing.
 std::byte* mapped(int descriptor, std::size_t size) {
-  if (ftruncate(descriptor, static_cast<off_t>(size)) != 0) throw std::bad_alloc();
+  if (ftruncate(descriptor, static_cast<off_t>(size)) != 0) {
+    if (errno != EFBIG) throw std::bad_alloc();
+    throw SofaError(
+        fmt::format("its reader may make no file of {} bytes, expected a larger limit of file "
+                    "sizes (ulimit -f)",
+                    size));
+  }
   void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
   if (memory == MAP_FAILED) throw std::bad_alloc();
   return static_cast<std::byte*>(memory);

@@ -76,11 +76,25 @@ void fillPositions(const std::vector<SofaFile::Position>& positions, PARNIX_Loca
 }  // namespace
 
 struct CZelkFileIO::OpenDatabase {
-  explicit OpenDatabase(const std::string& path) : identity(identityOf(path)), file(path) {
+  explicit OpenDatabase(const std::string& path)
+      : identity(identityOf(path)), file(readAsFarAsItGoes(path)) {
     requireTransferFunctions(file);
   }
 
-  Identity identity;  // from before the file was read
+  /// Responses that cannot be read are a fault of ReadData; what comes before is there all the
+  /// same.
+  SofaFile readAsFarAsItGoes(const std::string& path) {
+    try {
+      return SofaFile(path);
+    } catch (const SofaError& error) {
+      SofaFile head(path, SofaFile::Part::HEAD);
+      faultOfData = error.what();
+      return head;
+    }
+  }
+
+  Identity identity;        // from before the file was read
+  std::string faultOfData;  // why the responses were not read; "": they were
   SofaFile file;
 };
 
@@ -166,7 +180,9 @@ bool CZelkFileIO::ReadInfo(const char* path, const PARNIX_TFDBFileHeader* header
 
 bool CZelkFileIO::ReadData(const char* path, PARNIX_ComplexArray* values) {
   return reportingErrors(path, [&] {
-    const SofaFile& file = open(path).file;
+    const OpenDatabase& database = open(path);
+    if (!database.faultOfData.empty()) throw SofaError(database.faultOfData);
+    const SofaFile& file = database.file;
     const std::size_t M = file.measurements();
     const std::size_t R = file.receivers();
     const std::size_t N = file.length();

@@ -39,7 +39,7 @@ void limitTo(__rlimit_resource resource, std::size_t most, std::size_t grace = 0
   rlimit limit{};
   getrlimit(resource, &limit);
   limit.rlim_max = std::min<rlim_t>(limit.rlim_max, most + grace);
-  limit.rlim_cur = std::min<rlim_t>(limit.rlim_cur, most);
+  limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, most);
   if (setrlimit(resource, &limit) != 0) failToConfine(errno);
 }
 

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "gmock/gmock.h"
 #include "tests/cli/TalkersFixture.h"
@@ -180,8 +181,9 @@ TEST_F(Errors, DisappointmentsAreForetold) {
       {" --tf line.sofa --sources mirrored.json --method DS", ""}};
   for (const auto& [arguments, message] : cases) {
     SCOPED_TRACE(arguments);
+    std::filesystem::remove_all(folder / "foretold");
     const CommandRun result =
-        run("separate mix.wav --quiet --force --format FLOAT -o out" + arguments);
+        run("separate mix.wav --quiet --format FLOAT -o foretold" + arguments);
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.errors, testing::StartsWith(message.empty() ? "" : "zelk-sss: " + message));
     EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), message.empty() ? 0 : 1)

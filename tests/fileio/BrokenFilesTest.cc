@@ -134,7 +134,10 @@ TEST(BrokenFiles, AreRefusedWithAReasonOnOneLine) {
     c.breakIt(path);
     PARNIX_TFDBFileHeader header{};
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(CZelkFileIO().ReadHeader(path.c_str(), &header));
+    CZelkFileIO reader;
+    PARNIX_ComplexArray values{};
+    EXPECT_FALSE(reader.ReadHeader(path.c_str(), &header) &&
+                 reader.ReadData(path.c_str(), &values));
     const std::string told = testing::internal::GetCapturedStderr();
     EXPECT_THAT(told, testing::StartsWith(folder / "a?b.sofa: "));
     EXPECT_THAT(told, testing::HasSubstr(c.reason));

@@ -161,7 +161,7 @@ TEST_F(SpectrogramCommand, SaysWhatIsWrong) {
           {"spectrogram text.wav -o s.png", "text.wav: cannot be read…"},
           {sine + "empty.wav -o s.png", "empty.wav: holds no samples, expected one at least"},
           {stereo + "--channel 3",
-           "<s>&more.wav: CHANNELS is \"3\": \"3\" does not fit a file whose channels are 1 to 2"},
+           "<s>&more.wav: --channel is \"3\": \"3\" does not fit a file whose channels are 1 to 2"},
           {"spectrogram wide.wav -o s.png",
            "wide.wav: with it there are 40 panels, expected 32 at most (--channel chooses "
            "channels)"},
