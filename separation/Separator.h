@@ -40,8 +40,8 @@ class Separator {
   /// For CMSNR, which needs no database. Throws SettingError, also for any other method.
   Separator(const Settings& settings, int microphones);
 
-  Separator(Separator&&) noexcept;
-  Separator& operator=(Separator&&) noexcept;
+  Separator(Separator&&) noexcept;             ///< The moved one can only be destroyed.
+  Separator& operator=(Separator&&) noexcept;  ///< Likewise.
   ~Separator();
 
   /// Whose sound is heard from the next sample on: the whole list, which is in force until another
@@ -68,7 +68,7 @@ class Separator {
 
   /// Samples of each microphone that were taken.
   std::int64_t samples() const;
-  int microphones() const;
+  int microphones() const;  ///< Channels of the samples that push takes.
 
   /// Once P samples were taken, P − latency() at least are finished: length − 1. With blocks of
   /// `advance` samples it is length − advance.
