@@ -73,7 +73,7 @@ void filterSystemCalls(int answer) {
   for (const int call : {SCMP_SYS(ftruncate), SCMP_SYS(ftruncate64)}) allow(call, {onAnswer});
   for (const int call :
        {SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(brk), SCMP_SYS(madvise), SCMP_SYS(futex),
-        SCMP_SYS(rt_sigreturn), SCMP_SYS(exit), SCMP_SYS(exit_group)}) {
+        SCMP_SYS(rt_sigreturn), SCMP_SYS(sigaltstack), SCMP_SYS(exit), SCMP_SYS(exit_group)}) {
     allow(call);
   }
   allow(SCMP_SYS(prlimit64), {{0, SCMP_CMP_EQ, 0, 0}, {1, SCMP_CMP_EQ, RLIMIT_CPU, 0}});

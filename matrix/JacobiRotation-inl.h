@@ -81,7 +81,8 @@ HWY_NOINLINE Rotation<V> scaledRotation(D d, V ar, V ai, V absA, V h) {
   hn::Store(h, d, x.h);
   for (int l = 0; l < LANES; ++l) {
     x.r[l] = modulus(x.h[l], 2.0 * x.ar[l], 2.0 * x.ai[l]);
-    if (isOrdinary(x.r[l]) || !std::isfinite(x.r[l])) continue;
+    // A lane of zeros does not rotate.
+    if (isOrdinary(x.r[l]) || !std::isfinite(x.r[l]) || x.r[l] == 0.0) continue;
     exponents[l] = std::ilogb(x.r[l]);
     for (double* number : {&x.ar[l], &x.ai[l], &x.absA[l], &x.h[l], &x.r[l]}) {
       *number = std::scalbn(*number, -exponents[l]);
