@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <limits>
 
@@ -72,6 +73,7 @@ SofaFile::SofaFile(const std::string& path) : file(path) {
   }
   readSources();
   readReceivers();
+  readOrigin();
 }
 
 void SofaFile::readDataShape() {
@@ -263,6 +265,30 @@ void SofaFile::readReceivers() {
                           microphones.size(), R));
   }
   noteUnits("ReceiverPosition");
+}
+
+// Attributes of our own (SofaWriter.h), which other files lack.
+void SofaFile::readOrigin() {
+  const auto number = [this](const char* name, auto& value) {
+    const std::string text = file.attribute("", name);
+    if (text.empty() || text == "none") return false;
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, value);
+    if (result.ec == std::errc() && result.ptr == end) return true;
+    file.fail(
+        fmt::format("attribute {} is \"{}\", expected a number or none", name, printable(text)));
+  };
+  if (number("ZelkReferenceMicrophone", reference) &&
+      (reference < 1 || static_cast<std::size_t>(reference) > R)) {
+    file.fail(fmt::format(
+        "attribute ZelkReferenceMicrophone is {}, expected 1 to {}, the receivers", reference, R));
+  }
+  double part = 0.0;
+  if (!number("ZelkEnergyInFrame", part)) return;
+  if (!(part >= 0.0 && part <= 1.0)) {
+    file.fail(fmt::format("attribute ZelkEnergyInFrame is {}, expected 0 to 1", part));
+  }
+  share = part;
 }
 
 std::vector<std::complex<float>> SofaFile::readTransferFunctions() const {

@@ -3,6 +3,7 @@
 #include <array>
 #include <complex>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,11 @@ class SofaFile {
   const std::vector<Position>& sourcePositions() const { return sources; }
   const std::vector<Position>& receiverPositions() const { return microphones; }
 
+  /// The microphone, from 1, that the transfer functions are relative to; 0 if to none. And the
+  /// part of the responses' energy that their frame holds, 0 … 1, where the file says so.
+  int referenceMicrophone() const { return reference; }
+  std::optional<double> energyInFrame() const { return share; }
+
   /// What is odd about the file but no reason to refuse it, a sentence each.
   const std::vector<std::string>& warnings() const { return remarks; }
 
@@ -52,6 +58,7 @@ class SofaFile {
   void readSources();
   void readReceivers();
   void noteUnits(const std::string& variable);
+  void readOrigin();
 
   NcFile file;
   std::string dataType;
@@ -59,6 +66,8 @@ class SofaFile {
   std::size_t R = 0;
   std::size_t N = 0;
   double rate = 0.0;
+  int reference = 0;
+  std::optional<double> share;
   std::vector<Position> sources;
   std::vector<Position> microphones;
   std::vector<std::string> remarks;
