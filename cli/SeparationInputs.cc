@@ -12,6 +12,7 @@
 #include "dsp/FrameLayout.h"
 #include "responses/DatabaseFile.h"
 #include "responses/Places.h"
+#include "responses/ResponseImport.h"
 
 namespace {
 
@@ -86,6 +87,18 @@ std::vector<Audio::SceneSource> allSources(const Audio::Scene& scene) {
   std::vector<Audio::SceneSource> all = scene.sources();
   all.insert(all.end(), scene.noiseSources().begin(), scene.noiseSources().end());
   return all;
+}
+
+/// Warns of a database whose frames are shorter than its responses.
+void checkFrameShare(const SeparationSettings& s, const SofaFile& database,
+                     SeparationInputs& inputs) {
+  const double share = database.energyInFrame().value_or(1.0);
+  if (share >= ENOUGH_ENERGY) return;
+  inputs.warnings.push_back(fmt::format(
+      "{}: its frames of {} samples hold {} of the responses' energy, expected {} or more: sources "
+      "leak into each other by the rest (zelk-sss tfdb import without --length chooses longer "
+      "ones)",
+      s.database, s.length, percentText(share), percentText(ENOUGH_ENERGY)));
 }
 
 /// Notes which response serves each source, and warns where none is near.
@@ -187,6 +200,7 @@ SeparationInputs examineInputs(SeparationSettings& s) {
         "selects)",
         s.recording, microphones, database->receivers(), s.database));
   }
+  checkFrameShare(s, *database, inputs);
   compareWithDatabase(s, *database, inputs);
   return inputs;
 }

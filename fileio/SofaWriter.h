@@ -15,8 +15,8 @@ struct SofaTransferFunctions {
   std::size_t frequencies = 0;                           ///< N, from 0 to samplingRate / 2
   std::vector<std::complex<float>> values;               ///< (m, r, n) at (m · R + r) · N + n
   std::string title;
-  int referenceMicrophone = 0;          ///< from 1: values are relative to its response; 0: none
-  std::optional<double> energyInFrame;  ///< part of the responses' energy that is in them, 0 … 1
+  int referenceMicrophone = 0;            ///< from 1: values are relative to its response; 0: none
+  std::optional<double> energyInFrame{};  ///< part of the responses' energy that is in them, 0 … 1
 };
 
 /// Impulse responses and their geometry, to be written as a SOFA file of DataType "FIR".

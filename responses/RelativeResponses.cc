@@ -5,13 +5,50 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
-#include <cstdlib>
+#include <cstddef>
+#include <vector>
 
 #include "fileio/NcFile.h"
 
 namespace {
 
-double WEAKEST = std::getenv("ZB") ? std::atof(std::getenv("ZB")) : 0.1;  // β
+constexpr double WEAKEST = 0.1;      // of the mean of all microphones
+constexpr double SMOOTHING = 100.0;  // Hz, to each side
+
+/// Values added up to index n of n + 1.
+std::vector<double> summedUp(const std::vector<double>& values) {
+  std::vector<double> sums = {0.0};
+  for (const double value : values) sums.push_back(sums.back() + value);
+  return sums;
+}
+
+/// One position's responses, of R microphones and N frequencies, `width` of which are 100 Hz.
+void divide(std::complex<float>* H, std::size_t R, std::size_t N, std::size_t reference,
+            std::size_t width) {
+  const std::complex<float>* own = H + reference * N;
+  std::vector<double> square(N);  // M(k)²
+  std::vector<double> ownSquare(N);
+  for (std::size_t k = 0; k < N; ++k) {
+    for (std::size_t m = 0; m < R; ++m) square[k] += std::norm(std::complex<double>(H[m * N + k]));
+    square[k] /= static_cast<double>(R);
+    ownSquare[k] = std::norm(std::complex<double>(own[k]));
+  }
+  const std::vector<double> all = summedUp(square);
+  const std::vector<double> owns = summedUp(ownSquare);
+  for (std::size_t k = 0; k < N; ++k) {
+    if (square[k] == 0.0) continue;
+    const std::size_t from = k - std::min(k, width);
+    const std::size_t to = std::min(N, k + width + 1);
+    const double ownSum = owns[to] - owns[from];
+    const double g = ownSum > 0.0 ? std::sqrt((all[to] - all[from]) / ownSum) : 1.0;
+    const double size = std::max(std::sqrt(ownSquare[k]) * g, WEAKEST * std::sqrt(square[k]));
+    const std::complex<double> divisor = std::polar(size, std::arg(std::complex<double>(own[k])));
+    for (std::size_t m = 0; m < R; ++m) {
+      std::complex<float>& h = H[m * N + k];
+      h = std::complex<float>(std::complex<double>(h) / divisor);
+    }
+  }
+}
 
 }  // namespace
 
@@ -22,22 +59,12 @@ void makeRelative(SofaTransferFunctions& data, int reference) {
     throw SofaError(fmt::format("--reference-mic is {}, expected none or 1 to {}, the microphones",
                                 reference, R));
   }
+  const double perFrequency =
+      0.5 * data.samplingRate / static_cast<double>(std::max<std::size_t>(1, N - 1));
+  const auto width = static_cast<std::size_t>(
+      perFrequency > 0.0 ? std::min(SMOOTHING / perFrequency, static_cast<double>(N)) : 0.0);
   for (std::size_t m = 0; m < data.sourcePositions.size(); ++m) {
-    std::complex<float>* H = data.values.data() + m * R * N;
-    for (std::size_t k = 0; k < N; ++k) {
-      double energy = 0.0;
-      for (std::size_t r = 0; r < R; ++r) {
-        energy += std::norm(std::complex<double>(H[r * N + k]));
-      }
-      if (energy == 0.0) continue;
-      const std::complex<double> own(H[(static_cast<std::size_t>(reference) - 1) * N + k]);
-      const double size =
-          std::max(std::abs(own), WEAKEST * std::sqrt(energy / static_cast<double>(R)));
-      const std::complex<double> divisor = std::polar(size, std::arg(own));
-      for (std::size_t r = 0; r < R; ++r) {
-        H[r * N + k] = std::complex<float>(std::complex<double>(H[r * N + k]) / divisor);
-      }
-    }
+    divide(data.values.data() + m * R * N, R, N, static_cast<std::size_t>(reference) - 1, width);
   }
   data.referenceMicrophone = reference;
 }

@@ -29,7 +29,6 @@ constexpr float ONSET = 0.03F;
 constexpr int LEAD = 16;                ///< samples at the frame's rate
 constexpr int SHORTEST_PART = 8;        ///< of the frame, for the lead
 constexpr double FADE_PART = 1.0 / 16;  ///< of the frame
-constexpr double REPORTED_LOSS_DB = -40.0;
 constexpr double UNUSABLE_LOSS = 0.999;
 
 constexpr double SHORTEST_FRAME = 0.02;  ///< seconds, of a frame that is chosen
@@ -251,8 +250,6 @@ void Importer::warnOfMissingBand() {
 
 void Importer::reportLosses(double all, double lost) {
   report.lostEnergy = lost / all;
-  const double total = decibels(report.lostEnergy);
-  const double worst = decibels(report.worstLoss);
   const std::string place =
       fmt::format("position {}, microphone {}", report.worstPosition, report.worstMicrophone);
   const std::string shape = fmt::format("a frame of {} samples ({:.1f} ms)", frame.length,
@@ -263,11 +260,13 @@ void Importer::reportLosses(double all, double lost) {
         "Data.Delay within one frame (a longer --length?)",
         path, place, shape, 1000.0 * report.removedDelay));
   }
-  if (worst > REPORTED_LOSS_DB) {
-    report.warnings.push_back(fmt::format(
-        "{}: cut to {} the responses lose {:.1f} dB of their energy, at most {:.1f} dB ({})", path,
-        shape, total, worst, place));
-  }
+  if (report.lostEnergy <= 1.0 - ENOUGH_ENERGY) return;
+  report.warnings.push_back(fmt::format(
+      "{}: {} holds {} of the responses' energy, at worst {} ({}), expected {} or more: {}", path,
+      shape, percentText(1.0 - report.lostEnergy), percentText(1.0 - report.worstLoss), place,
+      percentText(ENOUGH_ENERGY),
+      report.chosen ? "a longer --length holds more"
+                    : "without --length and --latency the import chooses a longer frame"));
 }
 
 // Sums of samples near the largest number there is can be larger still.
@@ -341,6 +340,11 @@ int chooseLength(const std::string& path, const MeasuredResponses& responses, in
 }
 
 }  // namespace
+
+std::string percentText(double share) {
+  // Rounded down: a hundred percent means all.
+  return fmt::format("{:.4g} %", std::floor(1e4 * share + 1e-6) / 100.0);
+}
 
 double decibels(double energyRatio) { return 10.0 * std::log10(std::max(0.0, energyRatio)); }
 

@@ -209,9 +209,3 @@ std::string importText(const std::string& output, const SofaTransferFunctions& d
   }
   return text + originText(data.referenceMicrophone, data.energyInFrame);
 }
-
-std::string percentText(double share) {
-  // Rounded down: a hundred percent means all.
-  const double percent = std::floor(1e4 * share + 1e-6) / 100.0;
-  return fmt::format("{:.4g} %", percent);
-}

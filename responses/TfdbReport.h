@@ -27,6 +27,3 @@ std::string importText(const std::string& output, const SofaTransferFunctions& d
 
 /// "<positions>, <microphones>, <frequencies> (<rate>, <frame>)".
 std::string countsText(const SofaTransferFunctions& data);
-
-/// A part of a whole as "98.76 %".
-std::string percentText(double share);
