@@ -152,6 +152,12 @@ void mix(const MixOptions& options) {
   }
   const MixRenderer renderer(inRoom ? static_cast<const Responses&>(*inRoom) : responses);
   MixFiles files(responses.microphones(), responses.samplingRate(), options.force);
+  if (responses.referenceMicrophone() > 0 && !inRoom) {
+    note(fmt::format(
+        "{}: the responses are relative to microphone {}: the sources sound as if nothing were "
+        "between it and them; expected a database made with --reference-mic none",
+        options.responses, responses.referenceMicrophone()));
+  }
   if (responses.leadIn() > 0 && !inRoom) {
     note(fmt::format("{}: the responses reach before time 0; all images are {} samples late",
                      options.responses, responses.leadIn()));

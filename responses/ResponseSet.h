@@ -24,6 +24,7 @@ class ResponseSet : public Responses {
     return file.receiverPositions();
   }
   std::size_t measurements() const { return file.measurements(); }
+  int referenceMicrophone() const { return file.referenceMicrophone(); }
 
   /// Places are the measured positions; the one with the least distance to a point serves it.
   std::size_t nearest(const Audio::Position& point) const override;

@@ -80,13 +80,17 @@ for array in head ring; do
   : >"$out/$array/log.txt"
 done
 
+# Heard through the responses as they are, separated by those relative to the first microphone.
 "$ZELK_SSS" tfdb import "$responses" "$out/head/array.sofa" --rate 16000 --length 512 --force \
   >>"$out/head/log.txt"
+"$ZELK_SSS" tfdb import "$responses" "$out/head/heard.sofa" --rate 16000 --length 512 \
+  --reference-mic none --force >>"$out/head/log.txt"
 "$ZELK_SSS" tfdb geometry "$out/ring/array.sofa" --circular 8 0.05 --distances 1.4 --force \
   --rate 16000 --length 512 >>"$out/ring/log.txt"
+cp "$out/ring/array.sofa" "$out/ring/heard.sofa"
 for array in head ring; do
   # Microphones have noise of their own, which arrays of small size amplify.
-  "$ZELK_SSS" mix "$out/$array/scene.json" --tf "$out/$array/array.sofa" --dry "${talkers[@]}" \
+  "$ZELK_SSS" mix "$out/$array/scene.json" --tf "$out/$array/heard.sofa" --dry "${talkers[@]}" \
     --gain -6 -6 --noise-level -70 -o "$out/$array/mix.wav" --force 2>>"$out/$array/log.txt" \
     >>"$out/$array/log.txt"
 done

@@ -17,6 +17,7 @@ using Place = std::array<double, 3>;
 
 constexpr int RATE = 16000;
 constexpr double C = 343.0;
+const std::vector<Place> ORIGIN = {{0.0, 0.0, 0.0}};
 
 RoomDescription described(const Place& size, double t60) {
   RoomDescription room;
@@ -103,14 +104,14 @@ TEST(Room, DecaysAsEyringSays) {
                                   {{4.1, 3.7, 3.3}, 0.3}}) {
     const Room room(described(size, t60), RATE);
     EXPECT_NEAR(room.t60(), t60, 1e-9);
-    const double found = measuredT60(room.responses({1.2, 0.7, 0.1}, {{0.0, 0.0, 0.0}})[0]);
+    const double found = measuredT60(room.responses({1.2, 0.7, 0.1}, ORIGIN)[0]);
     EXPECT_GT(found, 0.85 * t60) << room.text();
     EXPECT_LT(found, 1.3 * t60) << room.text();
     RoomDescription absorbing = described(size, t60);
     absorbing.t60.reset();
     absorbing.absorption = {1.0};
     // Without echoes: one pulse at its time, of the level 1/d but for what is below 50 Hz.
-    const auto direct = Room(absorbing, RATE).responses({0.0, 1.715, 0.0}, {{0.0, 0.0, 0.0}})[0];
+    const auto direct = Room(absorbing, RATE).responses({0.0, 1.715, 0.0}, ORIGIN)[0];
     const auto peak = std::max_element(direct.begin(), direct.end());
     EXPECT_EQ(peak - direct.begin(), 64 + 80);
     EXPECT_NEAR(*peak, 1.0 / 1.715, 0.02);
@@ -137,7 +138,7 @@ TEST(Room, ByDirectionUsesTheNearestResponse) {
   const ResponseSet set(folder / "fir.sofa");
   const Room room(described({6, 5, 3}, 0.2), RATE);
   const auto found = room.responses({1.3, 0.4, 0.0}, set);
-  const auto expected = room.responses({1.3, 0.4, 0.0}, std::vector<Place>{{0, 0, 0}})[0];
+  const auto expected = room.responses({1.3, 0.4, 0.0}, ORIGIN)[0];
   std::vector<double> difference = found[0];
   for (std::size_t n = 0; n < difference.size(); ++n) difference[n] -= 2.0 * expected[n];
   EXPECT_LT(levelOf(difference), levelOf(expected) - 100.0);
@@ -155,7 +156,7 @@ TEST(Room, RefusesWhatIsNone) {
   const auto with = [](auto change) {
     RoomDescription room = described({6, 5, 3}, 0.3);
     change(room);
-    return messageOf<RoomError>([&] { Room(room, RATE).responses({2.5, 0, 0}, {{0, 0, 0}}); });
+    return messageOf<RoomError>([&] { Room(room, RATE).responses({2.5, 0, 0}, ORIGIN); });
   };
   using R = RoomDescription&;
   EXPECT_EQ(with([](R r) { r.size[1] = -5; }),
