@@ -85,7 +85,7 @@ SofaImpulseResponses roomResponses(const Room& room,
                                    const std::vector<std::array<double, 3>>& sources);
 
 /// A room's responses for rendering. A place is made when it is asked for: exactly at the first
-/// point, and anew for every point that is more than 4 cm from all places so far.
+/// point, and anew for every point that is more than 8 cm from all places so far.
 class RoomResponses : public Responses {
  public:
   /// byDirection: the microphones hear as the set says; otherwise they are alone in the air, where

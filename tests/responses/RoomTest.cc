@@ -145,11 +145,11 @@ TEST(Room, ByDirectionUsesTheNearestResponse) {
   EXPECT_GT(levelOf(found[1]), levelOf(found[0]) + 3.0);
   EXPECT_LT(levelOf(found[1]), levelOf(found[0]) + 9.6);
 
-  // Places of a moving source are 4 cm apart.
+  // Places of a moving source are 8 cm apart.
   const RoomResponses places(room, set, false);
   EXPECT_EQ(places.nearest({1.0, 0.0, 0.0}), 0U);
-  EXPECT_EQ(places.nearest({1.03, 0.0, 0.0}), 0U);
-  EXPECT_EQ(places.nearest({1.05, 0.0, 0.0}), 1U);
+  EXPECT_EQ(places.nearest({1.07, 0.0, 0.0}), 0U);
+  EXPECT_EQ(places.nearest({1.09, 0.0, 0.0}), 1U);
 }
 
 TEST(Room, RefusesWhatIsNone) {
