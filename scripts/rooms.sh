@@ -5,7 +5,7 @@
 # 5 cm radius. Prints a line for every T60, array, method and length: SIR and SDR in dB (512 filter
 # taps, images at microphone 1), the median over the six talkers and the worst, with absolute and with
 # relative responses.
-#   scripts/rooms.sh [FOLDER]     needs what scripts/demo.sh has built; default out/rooms; 20 minutes
+#   scripts/rooms.sh [FOLDER]     needs what scripts/demo.sh has built; default out/rooms; a few minutes
 # The variables T60, MICROPHONES, METHODS and LENGTHS choose some of the table.
 set -euo pipefail
 repository=$(cd "$(dirname "$0")/.." && pwd)
