@@ -21,8 +21,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const SofaError& error) {
     require(isShowable(error.what()), "messages are showable");
   }
+  CZelkFileIO reader;
   PARNIX_TFDBFileHeader header{};
-  const bool good = CZelkFileIO().ReadHeader(scratch.path().c_str(), &header);
+  bool good = reader.ReadHeader(scratch.path().c_str(), &header);
+  if (good) {
+    PARNIX_TFDatabase database{};
+    TFDatabaseAlloc(&database, header.sources, header.microphones, header.bins);
+    good = reader.ReadData(scratch.path().c_str(), &database.transferFunctions);
+    TFDatabaseFree(&database);
+  }
   require(good == isRead, "a node reads what the command reads");
   return 0;
 }
