@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -25,49 +26,30 @@ constexpr std::size_t SILENCE_BLOCK = 4096;
 // The format's counts have 32 bits; the rest is for the header.
 constexpr std::int64_t LARGEST_FILE = 0xFFFFFFFF - 4096;
 
-int libraryFormat(SampleFormat format) {
-  switch (format) {
-    case SampleFormat::Pcm16:
-      return SF_FORMAT_PCM_16;
-    case SampleFormat::Pcm24:
-      return SF_FORMAT_PCM_24;
-    case SampleFormat::Float:
-      break;
-  }
-  return SF_FORMAT_FLOAT;
-}
+/// How samples are stored.
+struct Encoding {
+  const char* name;
+  SampleFormat format;
+  int libraryFormat;
+  std::int64_t bytes;  // of a value
+  double fullScale;    // largest stored number + 1; 0 for floating point
+};
 
-std::int64_t bytesPerValue(SampleFormat format) {
-  switch (format) {
-    case SampleFormat::Pcm16:
-      return 2;
-    case SampleFormat::Pcm24:
-      return 3;
-    case SampleFormat::Float:
-      break;
-  }
-  return 4;
-}
+constexpr Encoding ENCODINGS[] = {{"PCM_16", SampleFormat::Pcm16, SF_FORMAT_PCM_16, 2, 32768.0},
+                                  {"PCM_24", SampleFormat::Pcm24, SF_FORMAT_PCM_24, 3, 8388608.0},
+                                  {"FLOAT", SampleFormat::Float, SF_FORMAT_FLOAT, 4, 0.0}};
 
-/// Largest stored number + 1; 0 for floating point.
-double fullScale(SampleFormat format) {
-  switch (format) {
-    case SampleFormat::Pcm16:
-      return 32768.0;
-    case SampleFormat::Pcm24:
-      return 8388608.0;
-    case SampleFormat::Float:
-      break;
-  }
-  return 0.0;
+const Encoding& encodingOf(SampleFormat format) {
+  return *std::find_if(std::begin(ENCODINGS), std::end(ENCODINGS),
+                       [format](const Encoding& e) { return e.format == format; });
 }
 
 }  // namespace
 
 SampleFormat sampleFormatNamed(const std::string& name) {
-  if (name == "PCM_16") return SampleFormat::Pcm16;
-  if (name == "PCM_24") return SampleFormat::Pcm24;
-  if (name == "FLOAT") return SampleFormat::Float;
+  for (const Encoding& encoding : ENCODINGS) {
+    if (name == encoding.name) return encoding.format;
+  }
   throw AudioError(fmt::format("FORMAT is \"{}\", expected PCM_16, PCM_24 or FLOAT", name));
 }
 
@@ -96,7 +78,9 @@ struct WavWriter::Impl {
 };
 
 WavWriter::Impl::Impl(std::string name, const WavFormat& wavFormat, bool overwrite)
-    : output(std::move(name), overwrite), format(wavFormat), scale(fullScale(wavFormat.samples)) {
+    : output(std::move(name), overwrite),
+      format(wavFormat),
+      scale(encodingOf(wavFormat.samples).fullScale) {
   open(SFM_WRITE);
 }
 
@@ -108,7 +92,7 @@ void WavWriter::Impl::open(int mode) {
   SF_INFO info{};
   info.samplerate = format.samplingRate;
   info.channels = format.channels;
-  info.format = SF_FORMAT_WAV | libraryFormat(format.samples);
+  info.format = SF_FORMAT_WAV | encodingOf(format.samples).libraryFormat;
   file.reset(sf_open_fd(output.descriptor(), mode, &info, SF_FALSE));
   if (!file) fail(sf_strerror(nullptr));
 }
@@ -170,7 +154,7 @@ WavWriter& WavWriter::operator=(WavWriter&&) noexcept = default;
 void WavWriter::write(const float* samples, std::size_t count) {
   if (impl->finished) throw AudioError(fmt::format("{}: is finished already", impl->output.path()));
   const std::int64_t size = (impl->written + static_cast<std::int64_t>(count)) *
-                            impl->format.channels * bytesPerValue(impl->format.samples);
+                            impl->format.channels * encodingOf(impl->format.samples).bytes;
   if (size > LARGEST_FILE) {
     throw AudioError(fmt::format("{}: the recording is too long for a WAV file, which holds 4 GB",
                                  impl->output.path()));

@@ -1,6 +1,5 @@
 // Raw bytes as a transfer-function file, through the confined reader: the libraries for the format
 // may do what they like with them, this process must get a database or one line of reason.
-#include <cmath>
 #include "fileio/CZelkFileIO.h"
 #include "fileio/SofaFile.h"
 #include "fuzz/Fuzzing.h"

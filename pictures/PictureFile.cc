@@ -8,7 +8,6 @@
 #include <memory>
 
 #include "audio/OutputFile.h"
-#include "cli/OutputCheck.h"
 #include "pictures/PlotError.h"
 #include "pictures/PngBytes.h"
 
