@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr double WEAKEST = 0.1;      // of the mean of all microphones
-constexpr double SMOOTHING = 100.0;  // Hz, to each side
+constexpr double MIN_REFERENCE = 0.1;  // of the mean of all microphones
+constexpr double SMOOTHING = 100.0;    // Hz, to each side
 
 /// Values added up to index n of n + 1.
 std::vector<double> summedUp(const std::vector<double>& values) {
@@ -41,7 +41,7 @@ void divide(std::complex<float>* H, std::size_t R, std::size_t N, std::size_t re
     const std::size_t to = std::min(N, k + width + 1);
     const double ownSum = owns[to] - owns[from];
     const double g = ownSum > 0.0 ? std::sqrt((all[to] - all[from]) / ownSum) : 1.0;
-    const double size = std::max(std::sqrt(ownSquare[k]) * g, WEAKEST * std::sqrt(square[k]));
+    const double size = std::max(std::sqrt(ownSquare[k]) * g, MIN_REFERENCE * std::sqrt(square[k]));
     const std::complex<double> divisor = std::polar(size, std::arg(std::complex<double>(own[k])));
     for (std::size_t m = 0; m < R; ++m) {
       std::complex<float>& h = H[m * N + k];

@@ -31,8 +31,8 @@ constexpr int LEADS_PER_FRAME = 8;      ///< at least
 constexpr double FADE_PART = 1.0 / 16;  ///< of the frame
 constexpr double UNUSABLE_LOSS = 0.999;
 
-constexpr double SHORTEST_FRAME = 0.02;  ///< seconds, of a frame that is chosen
-constexpr double LONGEST_FRAME = 0.6;
+constexpr double MIN_CHOSEN = 0.02;  ///< seconds, of a frame that is chosen
+constexpr double MAX_CHOSEN = 0.6;
 
 /// Relative error of a frequency that does not matter: 0.01 rad at the end of the longest frame.
 constexpr double FREQUENCY_TOLERANCE = 5e-8;
@@ -78,12 +78,11 @@ struct Windowed {
 /// Powers of two between the shortest and the longest frame that may be chosen.
 std::vector<int> choices(int rate) {
   std::vector<int> lengths;
-  for (int length = MIN_LENGTH; length <= std::min<double>(MAX_LENGTH, LONGEST_FRAME * rate);
+  for (int length = MIN_LENGTH; length <= std::min<double>(MAX_LENGTH, MAX_CHOSEN * rate);
        length *= 2) {
-    if (length >= SHORTEST_FRAME * rate) lengths.push_back(length);
+    if (length >= MIN_CHOSEN * rate) lengths.push_back(length);
   }
-  if (lengths.empty())
-    lengths.push_back(rate < MIN_LENGTH / LONGEST_FRAME ? MIN_LENGTH : MAX_LENGTH);
+  if (lengths.empty()) lengths.push_back(rate < MIN_LENGTH / MAX_CHOSEN ? MIN_LENGTH : MAX_LENGTH);
   return lengths;
 }
 

@@ -19,15 +19,15 @@ using std::numbers::pi;
 using Place = std::array<double, 3>;
 using Channels = std::vector<std::vector<double>>;
 
-constexpr double LARGEST_SIDE = 200.0;  // metres
-constexpr double LONGEST_T60 = 5.0;     // seconds
-constexpr double MOST_IMAGES = 5e7;
-constexpr double USUAL_HEIGHT = 1.2;         // metres, of an array
-constexpr double OFF_MIDDLE = 0.47;          // of length and, from the other side, of width
-constexpr double CLOSEST = 0.01;             // metres from a source to a microphone
-constexpr double HIGH_PASS = 50.0;           // Hz
-constexpr double MOST_VALUES = 134217728.0;  // of a file
-constexpr double STEP = 0.08;                // metres between the places of a moving source
+constexpr double MAX_SIDE = 200.0;  // metres
+constexpr double MAX_T60 = 5.0;     // seconds
+constexpr double MAX_IMAGES = 5e7;
+constexpr double USUAL_HEIGHT = 1.2;        // metres, of an array
+constexpr double OFF_MIDDLE = 0.47;         // of length and, from the other side, of width
+constexpr double MIN_DISTANCE = 0.01;       // metres from a source to a microphone
+constexpr double HIGH_PASS = 50.0;          // Hz
+constexpr double MAX_VALUES = 134217728.0;  // of a file
+constexpr double STEP = 0.08;               // metres between the places of a moving source
 
 // Not std::hypot, which takes several times as long: millions of these are computed.
 double distance(const Place& a, const Place& b) {
@@ -84,18 +84,18 @@ std::array<double, 6> absorptionOf(const RoomDescription& room) {
   }
   std::array<double, 6> walls;
   if (room.t60) {
-    if (!(*room.t60 > 0.0 && *room.t60 <= LONGEST_T60)) {
+    if (!(*room.t60 > 0.0 && *room.t60 <= MAX_T60)) {
       throw RoomError(
-          fmt::format("--t60 is {} s, expected above 0 and up to {} s", *room.t60, LONGEST_T60));
+          fmt::format("--t60 is {} s, expected above 0 and up to {} s", *room.t60, MAX_T60));
     }
     walls.fill(absorptionFor(*room.t60, room.size));
     return walls;
   }
   const std::vector<double>& given = room.absorption;
-  const bool sound =
+  const bool valid =
       (given.size() == 1 || given.size() == 6) &&
       std::all_of(given.begin(), given.end(), [](double x) { return x > 0.0 && x <= 1.0; });
-  if (!sound) {
+  if (!valid) {
     throw RoomError(
         fmt::format("--absorption is {}, expected one value or six, each above 0 and up to 1",
                     fmt::join(given, ",")));
@@ -151,22 +151,22 @@ Room::Room(const RoomDescription& description, int samplingRate)
     : wanted(description), rate(samplingRate) {
   box.size = wanted.size;
   for (const double side : box.size) {
-    if (side > 0.0 && side <= LARGEST_SIDE) continue;
+    if (side > 0.0 && side <= MAX_SIDE) continue;
     throw RoomError(fmt::format("--room is {}, expected sides above 0 and up to {} m",
-                                fmt::join(box.size, ","), LARGEST_SIDE));
+                                fmt::join(box.size, ","), MAX_SIDE));
   }
   const std::array<double, 6> absorption = absorptionOf(wanted);
   for (std::size_t i = 0; i < 6; ++i) box.reflection[i] = std::sqrt(1.0 - absorption[i]);
   decay = t60Of(absorption, box.size);
-  if (decay > LONGEST_T60 * (1.0 + 1e-9)) {
-    throw RoomError(fmt::format("--absorption makes a T60 of {:.3g} s, expected up to {} s", decay,
-                                LONGEST_T60));
+  if (decay > MAX_T60 * (1.0 + 1e-9)) {
+    throw RoomError(
+        fmt::format("--absorption makes a T60 of {:.3g} s, expected up to {} s", decay, MAX_T60));
   }
   const double images = 4.0 / 3.0 * pi * std::pow(SPEED_OF_SOUND * decay, 3.0) / volumeOf(box.size);
-  if (images > MOST_IMAGES) {
+  if (images > MAX_IMAGES) {
     throw RoomError(fmt::format(
         "--room {} with a T60 of {:.3g} s has {:.2g} images of a source, expected at most {:.2g}",
-        fmt::join(box.size, ","), decay, images, MOST_IMAGES));
+        fmt::join(box.size, ","), decay, images, MAX_IMAGES));
   }
   at = wanted.at.value_or(Place{OFF_MIDDLE * box.size[0], (1.0 - OFF_MIDDLE) * box.size[1],
                                 std::min(USUAL_HEIGHT, 0.5 * box.size[2])});
@@ -185,7 +185,7 @@ Place Room::inRoom(const Place& point, const std::string& what) const {
 
 // What is farther away arrives after the sound has fallen by 60 dB, but the direct sound counts.
 std::vector<ImageSource> Room::images(const Place& source, const Place& listener) const {
-  const double reach = std::max(SPEED_OF_SOUND * decay, distance(source, listener) + CLOSEST);
+  const double reach = std::max(SPEED_OF_SOUND * decay, distance(source, listener) + MIN_DISTANCE);
   return imagesOf(box, source, listener, reach, wanted.jitter, wanted.seed);
 }
 
@@ -228,7 +228,7 @@ Channels Room::responses(const Place& source, const std::vector<Place>& micropho
   const auto heardAt = [&](const Place& microphone) {
     PulseTrain train(rate, length);
     for (const ImageSource& image : all) {
-      const double d = std::max(CLOSEST, distance(image.place, microphone));
+      const double d = std::max(MIN_DISTANCE, distance(image.place, microphone));
       train.add(d / SPEED_OF_SOUND * rate, image.gain / d);
     }
     std::vector<double> response = train.samples();
@@ -258,7 +258,7 @@ Channels Room::responses(const Place& source, const ResponseSet& set) const {
     const double x = image.place[0] - at[0];
     const double y = image.place[1] - at[1];
     const double z = image.place[2] - at[2];
-    const double d = std::max(CLOSEST, std::hypot(x, y, z));
+    const double d = std::max(MIN_DISTANCE, std::hypot(x, y, z));
     const std::size_t m = directions.nearest({x * cosine + y * sine, y * cosine - x * sine, z});
     pulses[m].push_back({d / SPEED_OF_SOUND * rate, image.gain * directions.distance(m) / d});
   }
@@ -310,11 +310,11 @@ SofaImpulseResponses roomResponses(const Room& room, const std::vector<Place>& m
   for (const Place& source : sources) {
     Channels channels = room.responses(source, microphones);
     data.samples = std::max(data.samples, channels[0].size());
-    if (rows * static_cast<double>(data.samples) > MOST_VALUES) {
+    if (rows * static_cast<double>(data.samples) > MAX_VALUES) {
       throw RoomError(fmt::format(
           "{} positions × {} microphones × {} samples are more than a file can hold, expected at "
           "most {:.0f} values (a larger --azimuth-step, fewer --elevations or --distances)",
-          sources.size(), microphones.size(), data.samples, MOST_VALUES));
+          sources.size(), microphones.size(), data.samples, MAX_VALUES));
     }
     all.push_back(std::move(channels));
   }
