@@ -36,7 +36,7 @@ template <class Entry>
 void writeEntry(std::ostream& file, const std::string& element, const Entry& entry,
                 const std::string& value = "") {
   file << "    <" << element << attribute("name", entry.name) << attribute("type", entry.type)
-      << value << ">" << escaped(entry.text) << "</" << element << ">\n";
+       << value << ">" << escaped(entry.text) << "</" << element << ">\n";
 }
 
 }  // namespace
@@ -52,7 +52,7 @@ void writeDefinitions(std::ostream& file, const std::vector<const NodeSpec*>& sp
   file << "<?xml version=\"1.0\"?>\n<Definitions>\n";
   for (const NodeSpec* spec : specs) {
     file << "  <NodeClass" << attribute("name", spec->type) << attribute("category", category)
-        << attribute("require", plugIn) << ">\n";
+         << attribute("require", plugIn) << ">\n";
     for (const NodeSpec::Input& input : spec->inputs) writeEntry(file, "Input", input);
     for (const NodeSpec::Output& output : spec->outputs) writeEntry(file, "Output", output);
     for (const NodeSpec::Parameter& parameter : spec->parameters) {
