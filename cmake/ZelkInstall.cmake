@@ -49,7 +49,7 @@ endforeach()
 # ---- manual pages, completion, documents
 if(TARGET zelk-sss-cli)
   foreach(page IN ITEMS zelk-sss zelk-sss-separate zelk-sss-tfdb zelk-sss-run zelk-sss-mix zelk-sss-score
-                       zelk-sss-pattern zelk-sss-spectrogram)
+                       zelk-sss-evaluate zelk-sss-pattern zelk-sss-spectrogram)
     configure_file(docs/man/${page}.1.in ${ZELK_GENERATED}/man/${page}.1 @ONLY)
     install(FILES ${ZELK_GENERATED}/man/${page}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   endforeach()

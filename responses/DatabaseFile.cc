@@ -24,19 +24,24 @@ void requireDatabase(const SofaFile& file) {
   }
 }
 
-BF::TransformFunctionDatabase databaseOf(const SofaFile& file) {
+namespace {
+
+/// values: (m, r, k) at (m · R + r) · K + k.
+BF::TransformFunctionDatabase databaseFrom(std::vector<BF::SourceLocation> sources,
+                                           const std::vector<SofaPosition>& microphones,
+                                           const std::vector<std::complex<float>>& values,
+                                           std::size_t K) {
   BF::TransformFunctionDatabase database;
-  database.sourceLocations = sourcesAsSeparated(file);
-  for (const SofaFile::Position& p : file.receiverPositions()) {
+  const std::size_t S = sources.size();
+  const std::size_t M = microphones.size();
+  database.sourceLocations = std::move(sources);
+  for (const SofaPosition& p : microphones) {
     const BF::SourceLocation place = asSeparated({p[0], p[1], p[2]}, 0, true);
     database.micLocations.emplace_back(place.x, place.y, place.z);
   }
-  const std::vector<std::complex<float>> values = file.readTransferFunctions();
-  const std::size_t M = file.receivers();
-  const std::size_t K = file.length();
   for (std::size_t k = 0; k < K; ++k) {
-    BF::Matrix H(static_cast<int>(M), static_cast<int>(file.measurements()));
-    for (std::size_t s = 0; s < file.measurements(); ++s) {
+    BF::Matrix H(static_cast<int>(M), static_cast<int>(S));
+    for (std::size_t s = 0; s < S; ++s) {
       for (std::size_t m = 0; m < M; ++m) {
         H.setElementAt(static_cast<int>(m), static_cast<int>(s),
                        std::complex<double>(values[(s * M + m) * K + k]));
@@ -45,4 +50,16 @@ BF::TransformFunctionDatabase databaseOf(const SofaFile& file) {
     database.transferFunctions.push_back(std::move(H));
   }
   return database;
+}
+
+}  // namespace
+
+BF::TransformFunctionDatabase databaseOf(const SofaFile& file) {
+  return databaseFrom(sourcesAsSeparated(file.sourcePositions()), file.receiverPositions(),
+                      file.readTransferFunctions(), file.length());
+}
+
+BF::TransformFunctionDatabase databaseOf(const SofaTransferFunctions& data) {
+  return databaseFrom(sourcesAsSeparated(data.sourcePositions), data.receiverPositions, data.values,
+                      data.frequencies);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "fileio/SofaFile.h"
+#include "fileio/SofaWriter.h"
 #include "geometry/TransformFunctionDatabase.h"
 
 /// Throws SofaError unless a method can separate with the file: if it holds impulse responses, or
@@ -9,3 +10,6 @@ void requireDatabase(const SofaFile& file);
 
 /// The database that the separation would use, from a file of DataType TF. Throws SofaError.
 BF::TransformFunctionDatabase databaseOf(const SofaFile& file);
+
+/// The same of transfer functions in memory.
+BF::TransformFunctionDatabase databaseOf(const SofaTransferFunctions& data);

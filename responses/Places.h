@@ -12,7 +12,7 @@
 double angleBetween(const Audio::Position& a, const Audio::Position& b);
 
 /// A file's source positions as the separation has them, with their numbers from 0 as ids.
-std::vector<BF::SourceLocation> sourcesAsSeparated(const SofaFile& file);
+std::vector<BF::SourceLocation> sourcesAsSeparated(const std::vector<SofaPosition>& positions);
 
 /// The source positions of a file, and the choice between them that the separation makes.
 class MeasuredPlaces {

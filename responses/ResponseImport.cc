@@ -371,6 +371,30 @@ int longestFrame(double seconds, int rate) {
   return length;
 }
 
+SofaTransferFunctions importResponses(const SofaImpulseResponses& responses,
+                                      const std::string& name, FrameShape frame,
+                                      ImportReport& report) {
+  report = {};
+  SofaTransferFunctions data;
+  data.sourcePositions = responses.sourcePositions;
+  data.receiverPositions = responses.receiverPositions;
+  const MeasuredResponses measured = {
+      data.sourcePositions.size(),
+      data.receiverPositions.size(),
+      responses.samples,
+      responses.samplingRate,
+      responses.values,
+      std::vector<double>(data.sourcePositions.size() * data.receiverPositions.size())};
+  report.chosen = frame.length == 0;
+  if (report.chosen) frame.length = chooseLength(name, measured, frame.rate);
+  checkFrame(name, frame, measured.delays.size());
+  data.samplingRate = frame.rate;
+  data.frequencies = binsOf(frame);
+  data.values = Importer(name, measured, frame, report).run();
+  data.energyInFrame = 1.0 - report.lostEnergy;
+  return data;
+}
+
 SofaTransferFunctions importResponses(const SofaFile& file, FrameShape frame,
                                       ImportReport& report) {
   report = {};

@@ -54,6 +54,11 @@ struct ImportReport {
 /// The report is replaced. Throws SofaError naming the file.
 SofaTransferFunctions importResponses(const SofaFile& file, FrameShape frame, ImportReport& report);
 
+/// The same for impulse responses in memory, which `name` stands for in messages.
+SofaTransferFunctions importResponses(const SofaImpulseResponses& responses,
+                                      const std::string& name, FrameShape frame,
+                                      ImportReport& report);
+
 /// The longest frame of at most so many seconds whose length is a fast one for the transform: even,
 /// without prime factors above 5.
 int longestFrame(double seconds, int rate);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <future>
+#include <iterator>
 #include <limits>
 #include <numbers>
 #include <thread>
@@ -104,6 +105,16 @@ std::array<double, 6> absorptionOf(const RoomDescription& room) {
   }
   for (std::size_t i = 0; i < 6; ++i) walls[i] = given[given.size() == 1 ? 0 : i];
   return walls;
+}
+
+/// The responses one after the other, each brought to `samples` by zeros.
+std::vector<float> flattened(const Channels& responses, std::size_t samples) {
+  std::vector<float> values;
+  for (const std::vector<double>& response : responses) {
+    values.insert(values.end(), response.begin(), response.end());
+    values.resize(values.size() + samples - response.size());
+  }
+  return values;
 }
 
 struct Pulse {
@@ -319,6 +330,25 @@ std::string Room::text() const {
                      metres(at));
 }
 
+SofaImpulseResponses impulseResponses(const Responses& responses,
+                                      const std::vector<Place>& microphones,
+                                      const std::vector<Place>& sources) {
+  SofaImpulseResponses data;
+  data.sourcePositions = sources;
+  data.receiverPositions = microphones;
+  data.samplingRate = responses.samplingRate();
+  Channels all;
+  for (const Place& source : sources) {
+    const std::size_t place = responses.nearest({source[0], source[1], source[2]});
+    for (std::size_t r = 0; r < microphones.size(); ++r) {
+      all.push_back(responses.response(place, r));
+      data.samples = std::max(data.samples, all.back().size());
+    }
+  }
+  data.values = flattened(all, data.samples);
+  return data;
+}
+
 SofaImpulseResponses roomResponses(const Room& room, const std::vector<Place>& microphones,
                                    const std::vector<Place>& sources) {
   SofaImpulseResponses data;
@@ -327,7 +357,7 @@ SofaImpulseResponses roomResponses(const Room& room, const std::vector<Place>& m
   data.samplingRate = room.samplingRate();
   data.title = "image-source responses in a " + room.text();
   data.roomType = "shoebox";
-  std::vector<Channels> all;
+  Channels all;
   const double rows = static_cast<double>(sources.size() * microphones.size());
   for (const Place& source : sources) {
     Channels channels = room.responses(source, microphones);
@@ -338,19 +368,17 @@ SofaImpulseResponses roomResponses(const Room& room, const std::vector<Place>& m
           "most {:.0f} values (a larger --azimuth-step, fewer --elevations or --distances)",
           sources.size(), microphones.size(), data.samples, MAX_VALUES));
     }
-    all.push_back(std::move(channels));
+    std::move(channels.begin(), channels.end(), std::back_inserter(all));
   }
-  for (const Channels& channels : all) {
-    for (const std::vector<double>& channel : channels) {
-      data.values.insert(data.values.end(), channel.begin(), channel.end());
-      data.values.resize(data.values.size() + data.samples - channel.size());
-    }
-  }
+  data.values = flattened(all, data.samples);
   return data;
 }
 
-RoomResponses::RoomResponses(const Room& theRoom, const ResponseSet& theArray, bool byDirection)
-    : room(theRoom), array(theArray), directional(byDirection) {}
+RoomResponses::RoomResponses(const Room& theRoom, std::vector<Place> microphonePositions)
+    : room(theRoom), inAir(std::move(microphonePositions)) {}
+
+RoomResponses::RoomResponses(const Room& theRoom, const ResponseSet& directionsHeard)
+    : room(theRoom), directions(&directionsHeard) {}
 
 std::size_t RoomResponses::nearest(const Audio::Position& point) const {
   const auto away = [&](const Audio::Position& p) {
@@ -376,8 +404,7 @@ std::vector<std::size_t> RoomResponses::surround(std::size_t count) const {
 std::vector<double> RoomResponses::response(std::size_t place, std::size_t r) const {
   if (place != computedPlace) {
     const Place source = {places[place].x, places[place].y, places[place].z};
-    computed = directional ? room.responses(source, array)
-                           : room.responses(source, array.microphonePositions());
+    computed = directions ? room.responses(source, *directions) : room.responses(source, inAir);
     computedPlace = place;
   }
   return computed[r];

@@ -82,6 +82,12 @@ class Room {
   double decay = 0.0;
 };
 
+/// The responses from the places nearest to `sources`, all of one length, as if the sources were
+/// there exactly.
+SofaImpulseResponses impulseResponses(const Responses& responses,
+                                      const std::vector<std::array<double, 3>>& microphones,
+                                      const std::vector<std::array<double, 3>>& sources);
+
 /// The responses of all source positions to all microphones, in the array's axes. Throws RoomError,
 /// also where they are more than a file can hold.
 SofaImpulseResponses roomResponses(const Room& room,
@@ -92,12 +98,15 @@ SofaImpulseResponses roomResponses(const Room& room,
 /// point, and anew for every point that is more than 8 cm from all places so far.
 class RoomResponses : public Responses {
  public:
-  /// byDirection: the microphones hear as the set says; otherwise they are alone in the air, where
-  /// the set says that they are. Room and set must outlive this.
-  RoomResponses(const Room& theRoom, const ResponseSet& theArray, bool byDirection);
+  /// Microphones alone in the air, or such that hear every direction as a set says. Room and set
+  /// must outlive this.
+  RoomResponses(const Room& theRoom, std::vector<std::array<double, 3>> microphonePositions);
+  RoomResponses(const Room& theRoom, const ResponseSet& directionsHeard);
 
   int samplingRate() const override { return room.samplingRate(); }
-  std::size_t microphones() const override { return array.microphones(); }
+  std::size_t microphones() const override {
+    return directions ? directions->microphones() : inAir.size();
+  }
   std::size_t nearest(const Audio::Position& point) const override;
   Audio::Position position(std::size_t place) const override { return places[place]; }
   std::vector<std::size_t> surround(std::size_t count) const override;  ///< near the walls
@@ -105,8 +114,8 @@ class RoomResponses : public Responses {
 
  private:
   const Room& room;
-  const ResponseSet& array;
-  bool directional;
+  std::vector<std::array<double, 3>> inAir;
+  const ResponseSet* directions = nullptr;
   mutable std::vector<Audio::Position> places;
   mutable std::size_t computedPlace = SIZE_MAX;
   mutable std::vector<std::vector<double>> computed;  // of that place

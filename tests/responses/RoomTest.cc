@@ -167,7 +167,7 @@ TEST(Room, ByDirectionUsesTheNearestResponse) {
   EXPECT_LT(levelOf(found[1]), levelOf(found[0]) + 9.6);
 
   // Places of a moving source are 8 cm apart.
-  const RoomResponses places(room, set, false);
+  const RoomResponses places(room, ORIGIN);
   EXPECT_EQ(places.nearest({1.0, 0.0, 0.0}), 0U);
   EXPECT_EQ(places.nearest({1.07, 0.0, 0.0}), 0U);
   EXPECT_EQ(places.nearest({1.09, 0.0, 0.0}), 1U);
