@@ -6,7 +6,7 @@
 #include <ctime>
 #include <utility>
 
-#include "fileio/SofaError.h"
+#include "dsp/DataError.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ class NcWriter {
  private:
   void check(int status) const {
     if (status == NC_NOERR) return;
-    throw SofaError(fmt::format("{}: cannot write: {}{}", name, nc_strerror(status),
+    throw DataError(fmt::format("{}: cannot write: {}{}", name, nc_strerror(status),
                                 status == NC_EHDFERR ? " (is there room on the disk?)" : ""));
   }
 
@@ -126,7 +126,7 @@ void zelkWriteSofa(const std::string& path, const std::string& name,
   const std::size_t R = data.receiverPositions.size();
   const std::size_t N = data.frequencies;
   if (M == 0 || R == 0 || N == 0 || data.values.size() != M * R * N) {
-    throw SofaError(
+    throw DataError(
         fmt::format("{}: {} values do not fill {} positions × {} receivers × {} "
                     "frequencies, each 1 or more",
                     name, data.values.size(), M, R, N));

@@ -21,10 +21,10 @@ struct SofaTransferFunctions {
 };
 
 /// Writes a GeneralTF file (AES69, netCDF-4, compressed) as the content of an output file, which
-/// stays unfinished. Throws SofaError naming the file.
+/// stays unfinished. Throws DataError naming the file.
 void writeSofa(Audio::OutputFile& file, const SofaTransferFunctions& data);
 
-/// Writes the file and finishes it, in place of one that is there. Throws SofaError, or AudioError
+/// Writes the file and finishes it, in place of one that is there. Throws DataError, also
 /// as Audio::OutputFile does.
 void writeSofa(const std::string& path, const SofaTransferFunctions& data);
 

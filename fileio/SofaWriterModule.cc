@@ -2,15 +2,15 @@
 #include <fmt/format.h>
 
 #include "audio/OutputFile.h"
+#include "dsp/DataError.h"
 #include "fileio/LibraryFolder.h"
-#include "fileio/SofaError.h"
 #include "fileio/SofaWriter.h"
 
 // The libraries for the format take longer to load than most databases: only who writes loads them.
 void writeSofa(Audio::OutputFile& file, const SofaTransferFunctions& data) {
   void* module = dlopen(besideLibrary("libzelk-sofa-writer.so").c_str(), RTLD_NOW | RTLD_LOCAL);
   void* function = module ? dlsym(module, "zelkWriteSofa") : nullptr;
-  if (!function) throw SofaError(fmt::format("{}: cannot write: {}", file.path(), dlerror()));
+  if (!function) throw DataError(fmt::format("{}: cannot write: {}", file.path(), dlerror()));
   reinterpret_cast<decltype(&zelkWriteSofa)>(function)(file.temporaryName(), file.path(), data);
 }
 

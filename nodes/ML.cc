@@ -8,6 +8,7 @@
 #include "NodeFactory.h"
 #include "NodeReports.h"
 #include "TransferFunctionLoader.h"
+#include "dsp/DataError.h"
 #include "host/family/FrozenNodeException.h"
 #include "net_types.h"
 
@@ -86,7 +87,7 @@ void ML::readTransferFunctionSource() {
 BF::TransformFunctionDatabase ML::loadDatabase() {
   try {
     return loadTransferFunctions(tfConjFilename);
-  } catch (const TransferFunctionFileError& error) {
+  } catch (const DataError& error) {
     throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }

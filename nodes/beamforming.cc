@@ -12,6 +12,7 @@
 #include "bf/GJ.h"
 #include "bf/GSS.h"
 #include "bf/LCMV.h"
+#include "dsp/DataError.h"
 #include "host/family/FrozenNodeException.h"
 #include "net_types.h"
 
@@ -151,7 +152,7 @@ void BeamForming::readSeparationStep() {
 BF::TransformFunctionDatabase BeamForming::loadDatabase() {
   try {
     return loadTransferFunctions(tfConjFilename);
-  } catch (const TransferFunctionFileError& error) {
+  } catch (const DataError& error) {
     throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }

@@ -18,7 +18,7 @@ inline std::size_t binsOf(const FrameShape& frame) {
   return static_cast<std::size_t>(frame.length) / 2 + 1;
 }
 
-/// Throws SofaError "<what>: …" unless the rate is 1 … 1 000 000 Hz, the length even and 16 … 65536
+/// Throws DataError "<what>: …" unless the rate is 1 … 1 000 000 Hz, the length even and 16 … 65536
 /// samples, and `responses` (positions times microphones) times the bins can be written.
 void checkFrame(const std::string& what, const FrameShape& frame, std::size_t responses);
 
@@ -43,7 +43,7 @@ struct ImportReport {
 /// of the sampling rate; bins above half the file's rate continue the last known one as a pure
 /// delay, with a warning. A file of transfer functions that fits already is copied.
 ///
-/// The report is replaced. Throws SofaError naming the file.
+/// The report is replaced. Throws DataError naming the file.
 SofaTransferFunctions importResponses(const SofaFile& file, const FrameShape& frame,
                                       ImportReport& report);
 

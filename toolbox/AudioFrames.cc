@@ -3,7 +3,7 @@
 #include <iostream>
 #include <utility>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace {
 
@@ -32,7 +32,7 @@ AudioFrames::AudioFrames(std::string nodeName, const FD::ParameterSet& params)
   inOrder = true;
   try {
     reader = openReader();
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
@@ -56,7 +56,7 @@ void AudioFrames::reset() {
   if (reader->frame() < 0) return;
   try {
     reader = openReader();
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
@@ -76,7 +76,7 @@ void AudioFrames::calculate(int /*output_id*/, int count, FD::Buffer& /*out*/) {
   bool exists = false;
   try {
     exists = reader->next();
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
   setOutput("OUTPUT", count, spectra(exists));

@@ -3,7 +3,7 @@
 #include <memory>
 #include <utility>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace {
 
@@ -45,7 +45,7 @@ SceneSources::SceneSources(std::string nodeName, const FD::ParameterSet& params)
     samplingRate = Audio::checkedSamplingRate(intParameter("SAMPLING_RATE"));
     scene = Audio::Scene::read(stringParameter("FILENAME"));
     scene.requireFewAtOnce(stringParameter("FILENAME"), inactiveAsNoise);
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }

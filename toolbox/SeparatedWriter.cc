@@ -9,7 +9,7 @@
 #include <set>
 #include <utility>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace {
 
@@ -57,7 +57,7 @@ SeparatedWriter::SeparatedWriter(std::string nodeName, const FD::ParameterSet& p
   inOrder = true;
   try {
     files = openFiles();
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
@@ -82,7 +82,7 @@ void SeparatedWriter::calculate(int /*output_id*/, int count, FD::Buffer& out) {
     const FD::ObjectRef map = pull("INPUT", count);
     write(FD::object_cast<SpectrumMap>(map), count);
     out[count] = map;
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     files.reset();
     throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   } catch (...) {
@@ -143,7 +143,7 @@ void SeparatedWriter::stop() {
   if (!files || files->isFinished()) return;
   try {
     finish();
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     files.reset();
     throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
@@ -166,7 +166,7 @@ void SeparatedWriter::reset() {
   endRun();
   try {
     files = openFiles();
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
   }
 }
