@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <ostream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 

@@ -8,6 +8,7 @@
 #include "dsp/DataError.h"
 #include "fileio/SofaWriter.h"
 #include "gmock/gmock.h"
+#include "responses/ResponseSet.h"
 #include "tests/cli/FirFile.h"
 #include "tests/support/AudioTesting.h"
 
