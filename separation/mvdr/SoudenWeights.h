@@ -1,6 +1,5 @@
 #pragma once
 
-#include <Eigen/Cholesky>
 #include <complex>
 #include <vector>
 
@@ -21,18 +20,21 @@ class SoudenWeights {
   SoudenWeights(int microphones, int referenceMicrophone, double loading);
 
   /// One bin: R holds N Hermitian matrices of M × M values, row by row, W gets N × M values.
-  /// A source without power gets a row of zeros; without any power all are. Allocates nothing.
+  /// A source without power gets a row of zeros, as one whose R_n rounding leaves without an
+  /// inverse. Allocates nothing.
   void compute(const std::vector<const std::complex<double>*>& R, std::complex<double>* W);
 
  private:
-  using Dense =
-      Eigen::Matrix<std::complex<double>, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+  using Values = std::vector<std::complex<double>>;
 
-  int M;
-  int u;
+  bool invert();
+
+  std::size_t M;
+  std::size_t u;
   double lambda;
-  Dense sum, Rn, G;
-  Eigen::LLT<Dense> factor;
+  Values sum;      // Σ R_i
+  Values Rn;       // R_n, then the inverse of its lower Cholesky factor; only the lower triangle
+  Values inverse;  // R_n⁻¹
 };
 
 }  // namespace Separation

@@ -37,8 +37,25 @@ void RunningRefinement::findStates(const std::vector<BF::SourceLocation>& listed
     present.push_back(&*found);
   }
   masks.resize(rows.size());
+  refinedShares.resize(rows.size());
   R.resize(rows.size());
-  W.resize(rows.size() * M);
+  W.resize(K * rows.size() * M);
+  ofWeights.reserve(rows.size());
+  hasWeights = present == ofWeights;
+}
+
+// Leaves in Y what it likes: the output replaces it.
+bool RunningRefinement::findMasks(const std::vector<std::size_t>& rows, const BF::Matrix& X,
+                                  std::size_t k, BF::Matrix& Y) {
+  if (!powerShares(Y, rows, k, masks)) return false;
+  if (!hasWeights) return true;
+  applyRows(W.data() + k * rows.size() * M, rows, X.data() + k, K, M, Y.data() + k);
+  if (!powerShares(Y, rows, k, refinedShares)) return true;
+  double total = 0.0;
+  for (std::size_t s = 0; s < rows.size(); ++s) total += masks[s] * refinedShares[s];
+  if (!(total > 0.0)) return true;
+  for (std::size_t s = 0; s < rows.size(); ++s) masks[s] *= refinedShares[s] / total;
+  return true;
 }
 
 void RunningRefinement::refine(const std::vector<BF::SourceLocation>& listed,
@@ -52,7 +69,7 @@ void RunningRefinement::refine(const std::vector<BF::SourceLocation>& listed,
   ++frame;
   for (std::size_t k = 0; k < K; ++k) {
     const std::complex<double>* x = X.data() + k;
-    const bool counts = powerShares(Y, rows, k, masks);
+    const bool counts = findMasks(rows, X, k, Y);
     for (std::size_t s = 0; s < rows.size(); ++s) {
       State& state = *present[s];
       std::complex<double>* Rs = state.R.data() + k * M * M;
@@ -61,9 +78,11 @@ void RunningRefinement::refine(const std::vector<BF::SourceLocation>& listed,
       const double w = std::max(1.0 / static_cast<double>(state.frames), 1.0 - lambda);
       addOuterProduct(1.0 - w, w * masks[s], x, K, M, Rs);
     }
-    weights.compute(R, W.data());
-    applyRows(W.data(), rows, x, K, M, Y.data() + k);
+    std::complex<double>* weightsOfBin = W.data() + k * rows.size() * M;
+    weights.compute(R, weightsOfBin);
+    applyRows(weightsOfBin, rows, x, K, M, Y.data() + k);
   }
+  ofWeights = present;
 }
 
 }  // namespace Separation
