@@ -53,9 +53,9 @@ struct RefinementSettings {
   /// Passes over the recording after those of the method, 0 or more: each takes the covariances of
   /// the whole recording from what the pass before it separated.
   int passes = 0;
-  bool running = false;      ///< with covariances of what was heard so far, in the same pass
-  double memory = 2.0;       ///< seconds that the running covariances reach back, above 0
-  double loading = 0.001;    ///< of the sources' mean power, above 0
+  bool running = false;   ///< with covariances of what was heard so far, in the same pass
+  double memory = 2.0;    ///< seconds that the running covariances reach back, above 0
+  double loading = 1e-4;  ///< of the sources' mean power, above 0
 };
 
 /// Everything that a separation is made of but the database.

@@ -17,8 +17,7 @@ constexpr double SPEED_OF_SOUND = 343.0;  // m/s
 
 std::unique_ptr<BF::BF> makeEngine(const Settings& s, const ImpulseResponses* responses) {
   if (s.method != ALGORITHM_MVDR) {
-    return BF::makeEngine(s.method, s.parameters, s.length / 2 + 1, s.samplingRate,
-                          SPEED_OF_SOUND);
+    return BF::makeEngine(s.method, s.parameters, s.length / 2 + 1, s.samplingRate, SPEED_OF_SOUND);
   }
   SpatialCovariance covariance(*responses,
                                Audio::makeWindow(Audio::windowNamed(s.window), s.length));

@@ -26,8 +26,8 @@ Mvdr::Mvdr(SpatialCovariance spatialCovariance, int samplingRateHz, int referenc
 
 void Mvdr::updateSources(const std::vector<::BF::SourceLocation>& newSources) {
   std::vector<::BF::SourceLocation> newList(newSources);
-  if (!separationMatrices.empty() && std::equal(newSources.begin(), newSources.end(),
-                                                sources.begin(), sources.end(), samePlace)) {
+  if (!separationMatrices.empty() &&
+      std::equal(newSources.begin(), newSources.end(), sources.begin(), sources.end(), samePlace)) {
     sources.swap(newList);
     return;
   }

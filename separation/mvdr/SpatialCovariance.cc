@@ -64,8 +64,8 @@ Covariance SpatialCovariance::computed(std::size_t p) const {
       // e^(−j2πkτ/L) is the same for τ and τ − L, so both stand at index τ.
       weighted[0] = scale * rho[0] * lags[0].real();
       for (std::size_t tau = 1; tau < L; ++tau) {
-        weighted[tau] = scale * (rho[tau] * lags[tau].real() +
-                                 rho[L - tau] * lags[size - (L - tau)].real());
+        weighted[tau] =
+            scale * (rho[tau] * lags[tau].real() + rho[L - tau] * lags[size - (L - tau)].real());
       }
       ofFrame.transform(weighted.data(), frame.data());
       for (std::size_t k = 0; k < bins(); ++k) {

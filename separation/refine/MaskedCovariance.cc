@@ -21,8 +21,8 @@ void applyRows(const std::complex<double>* W, const std::vector<std::size_t>& ro
                const std::complex<double>* x, std::size_t stride, std::size_t M,
                std::complex<double>* y) {
   for (const std::size_t row : rows) {
-    y[row * stride] = BF::dotProduct(W, 1, x, static_cast<std::ptrdiff_t>(stride),
-                                     static_cast<int>(M));
+    y[row * stride] =
+        BF::dotProduct(W, 1, x, static_cast<std::ptrdiff_t>(stride), static_cast<int>(M));
     W += M;
   }
 }

@@ -39,9 +39,8 @@ RecordingRefinement::Place& RecordingRefinement::placeOf(const BF::SourceLocatio
   Place* known = nearest(gathered, source);
   if (known) {
     const double tolerance = SAME_PLACE * std::hypot(source.x, source.y, source.z);
-    const auto count = std::count_if(gathered.begin(), gathered.end(), [&](const Place& place) {
-      return place.id == source.id;
-    });
+    const auto count = std::count_if(gathered.begin(), gathered.end(),
+                                     [&](const Place& place) { return place.id == source.id; });
     if (distance(known->at, source) <= tolerance || count >= MOST_PLACES) return *known;
   }
   gathered.push_back({source.id, source, 0, Covariance(K * M * M)});
