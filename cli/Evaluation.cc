@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "audio/SignalFile.h"
+#include "dsp/DataError.h"
 #include "responses/DatabaseFile.h"
 #include "responses/MixNoise.h"
 #include "responses/MixRenderer.h"
@@ -45,7 +46,7 @@ class Site {
     if (!array.responses.empty()) {
       measured.emplace(array.responses);
       if (measured->samplingRate() != plan.rate) {
-        throw SofaError(fmt::format("{}: the sampling rate is {} Hz, expected the plan's {} Hz",
+        throw DataError(fmt::format("{}: the sampling rate is {} Hz, expected the plan's {} Hz",
                                     array.responses, measured->samplingRate(), plan.rate));
       }
     }

@@ -43,8 +43,7 @@ struct EvaluationPlan {
     double error = 0.0;
   };
 
-  /// Throws AudioError, or GeometryError for an array, naming the file, the place in it, what
-  /// stands there and what was expected.
+  /// Throws DataError naming the file, the place in it, what stands there and what was expected.
   static EvaluationPlan read(const std::string& path);
 
   std::vector<std::string> dry;

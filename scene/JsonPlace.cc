@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "scene/Json.h"
 
 namespace Audio {
@@ -18,8 +18,8 @@ using nlohmann::json;
 json parseJsonOf(const std::string& text, const std::string& name) {
   try {
     return parseJson(text);
-  } catch (const JsonError& error) {
-    throw AudioError(fmt::format("{}: {}", name, error.what()));
+  } catch (const DataError& error) {
+    throw DataError(fmt::format("{}: {}", name, error.what()));
   }
 }
 
@@ -36,8 +36,8 @@ JsonPlace JsonPlace::at(std::size_t i) const {
 }
 
 void JsonPlace::refuse(const std::string& found, const std::string& expected) const {
-  throw AudioError(fmt::format("{}: {}: found {}, expected {}", *file, path.empty() ? "/" : path,
-                               found, expected));
+  throw DataError(fmt::format("{}: {}: found {}, expected {}", *file, path.empty() ? "/" : path,
+                              found, expected));
 }
 
 void JsonPlace::refuse(const std::string& expected) const { refuse(quotedJson(*value), expected); }

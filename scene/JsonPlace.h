@@ -7,7 +7,7 @@
 
 namespace Audio {
 
-/// parseJson for the text of a file. Throws AudioError "<name>: <reason>".
+/// parseJson for the text of a file. Throws DataError "<name>: <reason>".
 nlohmann::json parseJsonOf(const std::string& text, const std::string& name);
 
 /// A value of a JSON file and where it stands in it, such as /sources/0/azimuth, so that whoever
@@ -24,7 +24,7 @@ class JsonPlace {
   JsonPlace at(const std::string& key) const;
   JsonPlace at(std::size_t i) const;
 
-  /// Throw AudioError "<file>: <place>: found <found>, expected <expected>"; without `found` it is
+  /// Throw DataError "<file>: <place>: found <found>, expected <expected>"; without `found` it is
   /// the value.
   [[noreturn]] void refuse(const std::string& found, const std::string& expected) const;
   [[noreturn]] void refuse(const std::string& expected) const;

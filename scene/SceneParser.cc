@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "audio/FileText.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "scene/Json.h"
 #include "scene/JsonPlace.h"
 #include "scene/Scene.h"

@@ -177,7 +177,7 @@ TEST(Room, RefusesWhatIsNone) {
   const auto with = [](auto change) {
     RoomDescription room = described({6, 5, 3}, 0.3);
     change(room);
-    return messageOf<RoomError>([&] { Room(room, RATE).responses({2.5, 0, 0}, ORIGIN); });
+    return messageOf<DataError>([&] { Room(room, RATE).responses({2.5, 0, 0}, ORIGIN); });
   };
   using R = RoomDescription&;
   EXPECT_EQ(with([](R r) { r.size[1] = -5; }),
