@@ -7,6 +7,7 @@
 #include <numbers>
 #include <random>
 
+#include "dsp/DataError.h"
 #include "tests/cli/FirFile.h"
 #include "tests/reference/MirrorImages.h"
 #include "tests/support/AudioTesting.h"
