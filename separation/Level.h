@@ -15,7 +15,7 @@ namespace Separation {
 /// without its transient). The gain is √(POWER / P), and 1 before any sound.
 class Level {
  public:
-  static constexpr double POWER = 1e4;      ///< to which gain() brings the mean of |X|²
+  static constexpr double POWER = 1e6;      ///< to which gain() brings the mean of |X|²
   static constexpr double FRAMES = 1000.0;  ///< time constant of the running mean
 
   /// Takes a frame of `count` values. One that is silent or not finite does not count.
