@@ -21,7 +21,7 @@ class Level {
   /// Takes a frame of `count` values. One that is silent or not finite does not count.
   void add(const std::complex<float>* spectra, std::size_t count);
 
-  double gain() const;
+  float gain() const;
 
  private:
   double P = 0.0;
