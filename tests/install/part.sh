@@ -12,9 +12,9 @@ fail() { echo "$*"; cat log; exit 1; }
 
 launcher=$(command -v ccache || true)
 for fetch in ON OFF; do
-  "$cmake" -S "$project" -B $fetch -G Ninja -DZELK_FETCH=$fetch -DZELK_SOURCE="$source" -DCMAKE_BUILD_TYPE=Debug \
-    -DCMAKE_CXX_FLAGS="-g0 -DHWY_COMPILE_ONLY_STATIC" -DCMAKE_CXX_COMPILER_LAUNCHER="$launcher" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
-    >log 2>&1 || fail "not configured with ZELK_FETCH=$fetch"
+  "$cmake" -S "$project" -B $fetch -G Ninja -DZELK_FETCH=$fetch -DZELK_SOURCE="$source" \
+    -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="-g0 -DHWY_COMPILE_ONLY_STATIC" \
+    -DCMAKE_CXX_COMPILER_LAUNCHER="$launcher" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >log 2>&1 || fail "not configured with ZELK_FETCH=$fetch"
   found=$(sed -nE 's/^([a-zA-Z0-9_]+)_DIR:PATH=.*/\1/p' $fetch/CMakeCache.txt | grep -v FETCHCONTENT | sort | tr "\n" " ")
   [ "$found" = "fmt kissfft " ] || fail "packages that engine and separator do not need: $found"
   "$cmake" --build $fetch --target help >log
