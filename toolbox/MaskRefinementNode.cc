@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "audio/SamplingRates.h"
+#include "dsp/DataError.h"
 #include "dsp/FrameLayout.h"
 #include "separation/refine/Masks.h"
 
@@ -50,23 +51,25 @@ MaskRefinement::MaskRefinement(std::string nodeName, const FD::ParameterSet& par
     : ToolboxNode(SPEC, std::move(nodeName), params, __LINE__) {
   inOrder = true;
   checked([&] {
-    const auto number = [&](const char* name, double most, const char* expected) {
-      const double value = floatParameter(name);
-      if (value > 0 && value <= most) return value;
-      throw Audio::AudioError(fmt::format("{} is {}, expected {}", name, value, expected));
-    };
     const Audio::FrameLayout layout(intParameter("LENGTH"), intParameter("ADVANCE"));
     bins = layout.bins();
     const int rate = Audio::checkedSamplingRate(intParameter("SAMPLING_RATE"));
-    forgetting = std::exp(-layout.advance() / (number("MEMORY", 1e9, "above 0") * rate));
-    number("LOADING", 1e9, "above 0");
+    const double memory = floatParameter("MEMORY");
+    if (!(memory > 0)) {
+      throw DataError(fmt::format("MEMORY is {}, expected a number above 0", memory));
+    }
+    forgetting = std::exp(-layout.advance() / (memory * rate));
+    loading = floatParameter("LOADING");
+    if (!(loading > 0 && std::isfinite(loading))) {
+      throw DataError(fmt::format("LOADING is {}, expected a number above 0", loading));
+    }
     postMask = floatParameter("POST_MASK");
     if (!(postMask >= 0 && postMask <= 1)) {
-      throw Audio::AudioError(fmt::format("POST_MASK is {}, expected 0 to 1", postMask));
+      throw DataError(fmt::format("POST_MASK is {}, expected 0 to 1", postMask));
     }
     reference = intParameter("REFERENCE") - 1;
     if (reference < 0) {
-      throw Audio::AudioError(
+      throw DataError(
           fmt::format("REFERENCE is {}, expected a microphone's number from 1", reference + 1));
     }
   });
@@ -87,7 +90,7 @@ void MaskRefinement::loadFrame(const SpectrumMatrix& frames) {
                     M, frames.ncols(), reference + 1, bins));
   }
   if (!refinement) {
-    refinement.emplace(M, bins, forgetting, floatParameter("LOADING"), reference);
+    refinement.emplace(M, bins, forgetting, loading, reference);
   }
   BF::reshape(X, M, bins);
   for (int i = 0; i < M * bins; ++i) X.data()[i] = std::complex<double>(frames[0][i]);
@@ -111,7 +114,8 @@ void MaskRefinement::loadSeparated(const SpectrumMap& separated, int count) {
                        listed[row].id, y.size(), bins));
     }
     for (int k = 0; k < bins; ++k) {
-      Y.setElementAt(static_cast<int>(row), k, std::complex<double>(y[static_cast<std::size_t>(k)]));
+      Y.setElementAt(static_cast<int>(row), k,
+                     std::complex<double>(y[static_cast<std::size_t>(k)]));
     }
   }
 }

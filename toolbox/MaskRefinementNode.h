@@ -35,6 +35,7 @@ class MaskRefinement : public ToolboxNode {
   int bins = 0;
   int reference = 0;  // index from 0
   double forgetting = 0.0;
+  double loading = 0.0;
   double postMask = 1.0;
   std::optional<Separation::RunningRefinement> refinement;  // from the first frame on
   // Of the frame:

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "audio/SamplingRates.h"
+#include "dsp/DataError.h"
 #include "dsp/FrameLayout.h"
 #include "dsp/Window.h"
-#include "fileio/SofaFile.h"
 #include "nodes/FrameConversion.h"
 #include "separation/ResponseFile.h"
 
@@ -19,12 +19,11 @@ const NodeSpec MVDR::SPEC = {
     .text =
         "Separates sources in a room by MVDR beamforming with covariances from whole impulse "
         "responses, so that the frame may be shorter than the room's echoes.",
-    .inputs =
-        {{"INPUT_FRAMES", SPECTRA_TYPE, "Spectra of all microphones, from AudioFrames"},
-         {"INPUT_SOURCES", SOURCES_TYPE,
-          "The sources to separate: their ids and positions in the responses' coordinates"},
-         {"INPUT_NOISE_SOURCES", SOURCES_TYPE,
-          "Optional: sources that are kept out of the others", NodeSpec::OPTIONAL}},
+    .inputs = {{"INPUT_FRAMES", SPECTRA_TYPE, "Spectra of all microphones, from AudioFrames"},
+               {"INPUT_SOURCES", SOURCES_TYPE,
+                "The sources to separate: their ids and positions in the responses' coordinates"},
+               {"INPUT_NOISE_SOURCES", SOURCES_TYPE,
+                "Optional: sources that are kept out of the others", NodeSpec::OPTIONAL}},
     .outputs = {{"OUTPUT", SPECTRUM_MAP_TYPE,
                  "Source id to its spectrum as the reference microphone hears it, targets and "
                  "noise sources alike"}},
@@ -58,23 +57,18 @@ void MVDR::makeEngine() {
   const int rate = Audio::checkedSamplingRate(intParameter("SAMPLING_RATE"));
   const float loading = floatParameter("LOADING");
   if (!(loading > 0 && std::isfinite(loading))) {
-    throw Audio::AudioError(fmt::format("LOADING is {}, expected a number above 0", loading));
+    throw DataError(fmt::format("LOADING is {}, expected a number above 0", loading));
   }
   const std::vector<float> window =
       Audio::makeWindow(Audio::windowNamed(stringParameter("WINDOW")), length);
-  try {
-    Separation::ImpulseResponses responses =
-        readImpulseResponses(stringParameter("FILENAME"), rate);
-    const int reference = intParameter("REFERENCE");
-    if (reference < 1 || static_cast<std::size_t>(reference) > responses.microphones) {
-      throw Audio::AudioError(fmt::format("REFERENCE is {}, expected a microphone's number from 1",
-                                          reference));
-    }
-    engine = std::make_unique<Separation::Mvdr>(
-        Separation::SpatialCovariance(std::move(responses), window), rate, reference - 1, loading);
-  } catch (const SofaError& error) {
-    fail(error.what());
+  Separation::ImpulseResponses responses = readImpulseResponses(stringParameter("FILENAME"), rate);
+  const int reference = intParameter("REFERENCE");
+  if (reference < 1 || static_cast<std::size_t>(reference) > responses.microphones) {
+    throw DataError(
+        fmt::format("REFERENCE is {}, expected a microphone's number from 1", reference));
   }
+  engine = std::make_unique<Separation::Mvdr>(
+      Separation::SpatialCovariance(std::move(responses), window), rate, reference - 1, loading);
 }
 
 void MVDR::calculate(int /*output_id*/, int count, FD::Buffer& out) {
@@ -82,9 +76,10 @@ void MVDR::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   const auto& frames = FD::object_cast<SpectrumMatrix>(framesRef);
   if (static_cast<int>(frames.nrows()) != engine->numMic ||
       static_cast<int>(frames.ncols()) != engine->numFreq) {
-    fail(fmt::format("INPUT_FRAMES has {} microphones and {} bins, expected the {} microphones of "
-                     "FILENAME and LENGTH/2+1 = {} bins.",
-                     frames.nrows(), frames.ncols(), engine->numMic, engine->numFreq));
+    fail(
+        fmt::format("INPUT_FRAMES has {} microphones and {} bins, expected the {} microphones of "
+                    "FILENAME and LENGTH/2+1 = {} bins.",
+                    frames.nrows(), frames.ncols(), engine->numMic, engine->numFreq));
   }
   std::vector<BF::SourceLocation> listed;
   const FD::ObjectRef targets = pull("INPUT_SOURCES", count);
