@@ -12,7 +12,7 @@ namespace BF {
 /// (Capon 1969, the maximum-likelihood filter; MVDR, Van Trees, Optimum Array Processing, 2002,
 /// section 6.2), where Q is the inverse of the bin's noise correlation matrix after diagonal
 /// loading (Cox, Zeskind & Owen 1987) and a the source's transfer function at unit norm. Each
-/// filter is multiplied by e^(jkπ), a circular shift by half a frame.
+/// filter is multiplied by e^(jkπ) = (−1)^k, a circular shift by half a frame.
 ///
 /// noiseCorrelationMatrices is filled from outside before updateSources; the filters follow it and
 /// the source list there, and never adapt.

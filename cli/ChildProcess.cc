@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "cli/StopSignals.h"
-#include "fileio/SofaError.h"
+#include "dsp/DataError.h"
 #include "fileio/SofaFile.h"
 
 namespace {
@@ -44,7 +44,7 @@ pid_t startChild() {
   return child;
 }
 
-constexpr std::size_t LONGEST_REASON = 4096;  // a pipe takes so much without anyone reading it
+constexpr std::size_t MAX_REASON = 4096;  // a pipe takes so much without anyone reading it
 
 /// The two ends of a pipe, closed at the end of the scope.
 struct Pipe {
@@ -71,7 +71,7 @@ struct Pipe {
   } catch (const std::bad_alloc&) {
     _exit(OUT_OF_MEMORY);
   } catch (const std::exception& error) {
-    const std::string_view reason = std::string_view(error.what()).substr(0, LONGEST_REASON);
+    const std::string_view reason = std::string_view(error.what()).substr(0, MAX_REASON);
     [[maybe_unused]] const ssize_t written = write(reasonPipe, reason.data(), reason.size());
     _exit(FAILED);  // without a reason, if writing failed
   }
@@ -79,7 +79,7 @@ struct Pipe {
 }
 
 std::string readReason(int reasonPipe) {
-  std::string reason(LONGEST_REASON, '\0');
+  std::string reason(MAX_REASON, '\0');
   const ssize_t count = read(reasonPipe, reason.data(), reason.size());
   reason.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
   return reason;
@@ -95,7 +95,7 @@ ChildEnd runInChild(const std::string& path, const std::function<void()>& work) 
   Pipe reasons;
   const pid_t child = pipe2(reasons.ends, O_CLOEXEC) == 0 ? startChild() : -1;
   if (child < 0) {
-    throw SofaError(
+    throw DataError(
         fmt::format("{}: no process could be made for it: {}", path, std::strerror(errno)));
   }
   if (child == 0) runChild(work, reasons.ends[1]);
@@ -103,7 +103,7 @@ ChildEnd runInChild(const std::string& path, const std::function<void()>& work) 
   ChildEnd end;
   while (waitpid(child, &end.status, 0) < 0) {
     if (errno != EINTR) {
-      throw SofaError(fmt::format("{}: waiting for it: {}", path, std::strerror(errno)));
+      throw DataError(fmt::format("{}: waiting for it: {}", path, std::strerror(errno)));
     }
   }
   running = 0;
@@ -118,7 +118,7 @@ void writeInChild(const std::string& path, const std::function<void()>& work) {
   const auto [status, reason] = runInChild(path, work);
   if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return;
   if (WIFEXITED(status) && WEXITSTATUS(status) == OUT_OF_MEMORY) throw std::bad_alloc();
-  throw SofaError(!reason.empty()
+  throw DataError(!reason.empty()
                       ? reason
                       : fmt::format("{}: cannot write: the library for it fails (is there room on "
                                     "the disk?)",

@@ -7,7 +7,6 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,9 +16,12 @@
 #include "cli/MixFiles.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
+#include "cli/RoomOptions.h"
+#include "dsp/DataError.h"
 #include "responses/MixNoise.h"
 #include "responses/MixRenderer.h"
 #include "responses/ResponseSet.h"
+#include "responses/Room.h"
 #include "scene/Scene.h"
 
 namespace {
@@ -28,13 +30,8 @@ namespace {
 constexpr double NOTED_DEVIATION = 5.0;  // degrees
 
 constexpr double LATEST_BEGIN = 86400.0;  // seconds
-constexpr int LARGEST_RATE = 1'000'000;   // Hz
-constexpr int LARGEST_CHANNEL = 1024;
-
-class MixError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
+constexpr int MAX_RATE = 1'000'000;       // Hz
+constexpr int MAX_CHANNEL = 1024;
 
 struct MixOptions {
   std::string scene;
@@ -48,6 +45,9 @@ struct MixOptions {
   std::optional<double> noiseLevel;
   std::optional<double> diffuseLevel;
   Reverberation reverberation;
+  RoomDescription room;
+  const CLI::Option* roomGiven = nullptr;
+  bool byDirection = false;
   unsigned seed = 1;
   bool force = false;
 };
@@ -73,8 +73,8 @@ std::vector<MixSource> sourcesOf(const Audio::Scene& scene, const MixOptions& op
   const auto add = [&](const Audio::SceneSource& source, const char* kind) {
     for (const Audio::TimeRange& range : source.active) {
       if (range.begin <= LATEST_BEGIN) continue;
-      throw MixError(fmt::format("{}: source {} is active from {} s on, expected {} s at most",
-                                 options.scene, source.id, range.begin, LATEST_BEGIN));
+      throw DataError(fmt::format("{}: source {} is active from {} s on, expected {} s at most",
+                                  options.scene, source.id, range.begin, LATEST_BEGIN));
     }
     result.push_back(
         {source, "", 1.0, besideOutput(options.output, fmt::format("{}{}", kind, source.id))});
@@ -101,7 +101,7 @@ std::vector<float> readDry(const MixSource& source, const MixOptions& options, i
                                       : readSignal(source.dry, options.channel);
   if (signal.samplingRate != rate) {
     if (!options.resample) {
-      throw SignalError(
+      throw DataError(
           fmt::format("{}: the sampling rate is {} Hz, expected {} Hz as in {} (--resample "
                       "converts it)",
                       source.dry, signal.samplingRate, rate, options.responses));
@@ -140,9 +140,25 @@ void mix(const MixOptions& options) {
   Reverberation reverberation = options.reverberation;
   reverberation.seed = options.seed;
   const ResponseSet responses(options.responses, reverberation);
-  const MixRenderer renderer(responses);
+  std::optional<Room> room;
+  std::optional<RoomResponses> inRoom;
+  if (*options.roomGiven) {
+    RoomDescription description = options.room;
+    description.seed = options.seed;
+    room.emplace(description, responses.samplingRate());
+    inRoom.emplace(*room, responses, options.byDirection);
+    note(room->text());
+  }
+  const Responses& heard = inRoom ? static_cast<const Responses&>(*inRoom) : responses;
+  const MixRenderer renderer(heard);
   MixFiles files(responses.microphones(), responses.samplingRate(), options.force);
-  if (responses.leadIn() > 0) {
+  if (responses.referenceMicrophone() > 0 && !inRoom) {
+    note(fmt::format(
+        "{}: the responses are relative to microphone {}: the sources sound as if nothing were "
+        "between it and them; expected a database made with --reference-mic none",
+        options.responses, responses.referenceMicrophone()));
+  }
+  if (responses.leadIn() > 0 && !inRoom) {
     note(fmt::format("{}: the responses reach before time 0; all images are {} samples late",
                      options.responses, responses.leadIn()));
   }
@@ -157,7 +173,7 @@ void mix(const MixOptions& options) {
   }
   if (options.diffuseLevel) {
     files.add(diffusePath,
-              diffuseNoise(responses, files.length(), *options.diffuseLevel, options.seed + 1));
+              diffuseNoise(heard, files.length(), *options.diffuseLevel, options.seed + 1));
   }
   if (options.noiseLevel) {
     const std::size_t values = files.length() * responses.microphones();
@@ -193,12 +209,12 @@ void addMixCommand(CLI::App& app) {
   command
       ->add_option("--channel", options->channel,
                    "Channel to take from dry files of several channels, from 1")
-      ->check(isBetween(1, LARGEST_CHANNEL))
+      ->check(isBetween(1, MAX_CHANNEL))
       ->capture_default_str();
   command
       ->add_option("--raw-rate", options->rawRate,
                    "The dry files are headerless 16-bit little-endian mono, of this rate in Hz")
-      ->check(isBetween(1, LARGEST_RATE));
+      ->check(isBetween(1, MAX_RATE));
   command->add_flag("--resample", options->resample,
                     "Convert dry files of another sampling rate than the responses'");
   command->add_option("--gain", options->gains, "Gain of each dry file in dB")
@@ -214,15 +230,25 @@ void addMixCommand(CLI::App& app) {
                    "Add speech-shaped noise from all around of this level, in dB relative to full "
                    "scale (RMS 1)")
       ->check(isBetween(-200.0, 0.0));
-  command
-      ->add_option("--reverb", options->reverberation.t60,
-                   "Add a late reverberation that falls by 60 dB in this time, in seconds")
-      ->check(isBetween(0.0, 5.0));
+  CLI::Option* reverb =
+      command
+          ->add_option("--reverb", options->reverberation.t60,
+                       "Add a late reverberation that falls by 60 dB in this time, in seconds")
+          ->check(isBetween(0.0, 5.0));
   command
       ->add_option("--direct-to-reverberant", options->reverberation.directToReverberant,
                    "Energy of a response over that of its reverberation, in dB")
       ->check(isBetween(-40.0, 60.0))
       ->capture_default_str();
+  CLI::Option* room = addRoomOptions(*command, options->room);
+  room->excludes(reverb);
+  options->roomGiven = room;
+  command
+      ->add_flag(
+          "--by-direction", options->byDirection,
+          "In the room, the array hears each image with the response measured nearest to its "
+          "direction; without it, its microphones stand alone in the air")
+      ->needs(room);
   command->add_option("--seed", options->seed, "Start of the noise's random numbers")
       ->capture_default_str();
   addDatabaseLimit(*command);

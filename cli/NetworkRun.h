@@ -2,16 +2,16 @@
 
 #include <cstdint>
 #include <ostream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "NetworkDocument.h"
+#include "dsp/DataError.h"
 
-/// A network could not be run to its end; what() says why.
-class RunError : public std::runtime_error {
+/// A network could not be run to its end; what() says why, a line for each node that failed.
+class RunError : public DataError {
  public:
-  using std::runtime_error::runtime_error;
+  using DataError::DataError;
 };
 
 /// Loads the plug-ins (once per process): the command's own, then those in the folders of
@@ -21,7 +21,7 @@ void loadPlugIns();
 
 /// Runs a document with the plug-ins, its outputs printed on `out`. With frames above 0 and
 /// standard error on a terminal, a progress bar shows there. SIGINT, SIGTERM and SIGHUP end the
-/// run after the frame at hand: its files are closed, then RunError says so (but see NotedSignals).
+/// run after the frame at hand: its files are closed, then RunError says so (but see SignalWatch).
 /// Throws RunError for every error of the document and of its nodes.
 void runDocument(const FD::NetworkDocument& document, const std::vector<std::string>& arguments,
                  std::ostream& out, std::int64_t frames);

@@ -13,13 +13,12 @@
 #include <vector>
 
 #include "cli/OptionChecks.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "fileio/SofaFile.h"
 #include "pictures/BeamPattern.h"
 #include "pictures/DirectionRing.h"
 #include "pictures/PatternPicture.h"
 #include "pictures/PictureFile.h"
-#include "pictures/PlotError.h"
 #include "responses/DatabaseFile.h"
 #include "scene/SceneMoment.h"
 #include "separation/Methods.h"
@@ -27,9 +26,9 @@
 
 namespace {
 
-constexpr std::size_t MOST_FREQUENCIES = 8;
+constexpr std::size_t MAX_FREQUENCIES = 8;
 constexpr double NOTED_ELEVATION = 5.0;  // degrees
-constexpr double DEEPEST = -100.0;       // dB; what lies below is rounding
+constexpr double MIN_GAIN = -100.0;      // dB; what lies below is rounding
 
 struct Options {
   std::string database;
@@ -69,10 +68,10 @@ void checkMethod(const std::string& name) {
 
 void checkUsage(const Options& options) {
   checkMethod(options.method);
-  if (options.frequencies.size() > MOST_FREQUENCIES) {
+  if (options.frequencies.size() > MAX_FREQUENCIES) {
     throw CLI::ValidationError(
         "--frequency",
-        fmt::format("{} given, expected {} at most", options.frequencies.size(), MOST_FREQUENCIES));
+        fmt::format("{} given, expected {} at most", options.frequencies.size(), MAX_FREQUENCIES));
   }
   checkPicture(options.output, options.force, {options.database, options.scene});
 }
@@ -83,7 +82,7 @@ Setup readInputs(const Options& options) {
   setup.time = options.time.value_or(fullestTime(scene));
   setup.sources = sourcesAt(scene, setup.time);
   if (std::none_of(setup.sources.begin(), setup.sources.end(), [](auto& s) { return s.flag; })) {
-    throw Audio::AudioError(
+    throw DataError(
         fmt::format("{}: found no source that is active at {:g} s, expected one or more (--time)",
                     options.scene, setup.time));
   }
@@ -103,7 +102,7 @@ std::vector<std::size_t> binsOf(const Options& options, const Setup& setup) {
   std::vector<double> frequencies = options.frequencies;
   for (const double frequency : frequencies) {
     if (frequency <= highest) continue;
-    throw PlotError(fmt::format("--frequency is {:g} Hz, expected 0 to {:g} Hz, which {} covers",
+    throw DataError(fmt::format("--frequency is {:g} Hz, expected 0 to {:g} Hz, which {} covers",
                                 frequency, highest, options.database));
   }
   if (frequencies.empty()) {
@@ -132,8 +131,8 @@ DirectionRing ringOf(const Options& options, const Setup& setup) {
   try {
     return DirectionRing::of(*setup.engine->tfDatabase, options.elevation,
                              meanDistance(setup.sources));
-  } catch (const RingError& error) {
-    throw RingError(options.database + ": " + error.what());
+  } catch (const DataError& error) {
+    throw DataError(options.database + ": " + error.what());
   }
 }
 
@@ -188,8 +187,8 @@ void noteElevations(const Options& options, const Setup& setup, const DirectionR
 }
 
 std::string gainText(double gain) {
-  return gain < DEEPEST ? fmt::format("below {:.0f} dB", DEEPEST)
-                        : fmt::format("{:.1f} dB", std::round(10.0 * gain) / 10.0 + 0.0);
+  return gain < MIN_GAIN ? fmt::format("below {:.0f} dB", MIN_GAIN)
+                         : fmt::format("{:.1f} dB", std::round(10.0 * gain) / 10.0 + 0.0);
 }
 
 /// The broadband gains between the sources themselves, a line for each target.

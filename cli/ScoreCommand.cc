@@ -14,16 +14,17 @@
 #include "audio/SignalFile.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
+#include "dsp/DataError.h"
 #include "scoring/ScoreMetrics.h"
 #include "scoring/ScoreReport.h"
 
 namespace {
 
-constexpr int LARGEST_TAPS = 1024;
-constexpr int LARGEST_CHANNEL = 1024;
+constexpr int MAX_TAPS = 1024;
+constexpr int MAX_CHANNEL = 1024;
 
 // The filters are found with a square matrix of that many rows: half a gigabyte.
-constexpr std::size_t LARGEST_SYSTEM = 8192;
+constexpr std::size_t MAX_SYSTEM = 8192;
 
 // By how many dB an estimate must fit a reference better to count as meant for it.
 constexpr double NOTICEABLE_FIT = 1.0;
@@ -47,11 +48,10 @@ void checkUsage(const ScoreOptions& options) {
                                            options.estimates.size(), options.references.size()));
   }
   const std::size_t rows = options.references.size() * static_cast<std::size_t>(options.filterTaps);
-  if (rows > LARGEST_SYSTEM) {
+  if (rows > MAX_SYSTEM) {
     throw CLI::ValidationError(
-        "--filter-taps",
-        fmt::format("{} taps for {} references, expected at most {} in all", options.filterTaps,
-                    options.references.size(), LARGEST_SYSTEM));
+        "--filter-taps", fmt::format("{} taps for {} references, expected at most {} in all",
+                                     options.filterTaps, options.references.size(), MAX_SYSTEM));
   }
 }
 
@@ -93,9 +93,9 @@ class Loader {
       report.samplingRate = signal.samplingRate;
       report.samples = signal.samples.size();
     } else if (signal.samplingRate != report.samplingRate) {
-      throw SignalError(fmt::format("{}: the sampling rate is {} Hz, expected {} Hz as in {}", path,
-                                    signal.samplingRate, report.samplingRate,
-                                    options.references.front()));
+      throw DataError(fmt::format("{}: the sampling rate is {} Hz, expected {} Hz as in {}", path,
+                                  signal.samplingRate, report.samplingRate,
+                                  options.references.front()));
     }
     report.samples = std::min(report.samples, signal.samples.size());
     return {path, std::vector<double>(signal.samples.begin(), signal.samples.end())};
@@ -116,9 +116,9 @@ class Loader {
     const auto begin = static_cast<std::size_t>(std::lround(range.begin * report.samplingRate));
     const auto end = static_cast<std::size_t>(std::lround(range.end * report.samplingRate));
     if (begin >= end || end > report.samples) {
-      throw SignalError(fmt::format("--range is {}, expected a part of the signals' {} s",
-                                    options.range,
-                                    static_cast<double>(report.samples) / report.samplingRate));
+      throw DataError(fmt::format("--range is {}, expected a part of the signals' {} s",
+                                  options.range,
+                                  static_cast<double>(report.samples) / report.samplingRate));
     }
     for (auto* group : {&signals.references, &signals.estimates, &signals.mixture}) {
       for (NamedSignal& signal : *group) {
@@ -203,12 +203,12 @@ void addScoreCommand(CLI::App& app) {
   command
       ->add_option("--channel", options->channel,
                    "Channel to take from files of several channels, from 1")
-      ->check(isBetween(1, LARGEST_CHANNEL))
+      ->check(isBetween(1, MAX_CHANNEL))
       ->capture_default_str();
   command
       ->add_option("--filter-taps", options->filterTaps,
                    "Length of a filter that an estimate may have been through without loss")
-      ->check(isBetween(1, LARGEST_TAPS))
+      ->check(isBetween(1, MAX_TAPS))
       ->capture_default_str();
   command
       ->add_option("--range", options->range,

@@ -4,33 +4,32 @@
 
 #include <algorithm>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
 namespace {
 
-constexpr int LONGEST_FRAME = 1 << 24;
-constexpr int HIGHEST_RATE = 10'000'000;
+constexpr int MAX_FRAME = 1 << 24;
+constexpr int MAX_RATE = 10'000'000;
 
 }  // namespace
 
 int checkedSamplingRate(int samplingRate) {
-  if (samplingRate < 1 || samplingRate > HIGHEST_RATE) {
-    throw AudioError(
-        fmt::format("SAMPLING_RATE is {}, expected 1 to {} Hz", samplingRate, HIGHEST_RATE));
+  if (samplingRate < 1 || samplingRate > MAX_RATE) {
+    throw DataError(
+        fmt::format("SAMPLING_RATE is {}, expected 1 to {} Hz", samplingRate, MAX_RATE));
   }
   return samplingRate;
 }
 
 FrameLayout::FrameLayout(int lengthValue, int advanceValue)
     : samplesPerFrame(lengthValue), samplesPerStep(advanceValue) {
-  if (lengthValue < 1 || lengthValue > LONGEST_FRAME) {
-    throw AudioError(
-        fmt::format("LENGTH is {}, expected 1 to {} samples", lengthValue, LONGEST_FRAME));
+  if (lengthValue < 1 || lengthValue > MAX_FRAME) {
+    throw DataError(fmt::format("LENGTH is {}, expected 1 to {} samples", lengthValue, MAX_FRAME));
   }
   if (advanceValue < 1 || advanceValue > lengthValue) {
-    throw AudioError(
+    throw DataError(
         fmt::format("ADVANCE is {}, expected 1 to LENGTH = {} samples", advanceValue, lengthValue));
   }
 }

@@ -7,13 +7,14 @@
 #include <cstring>
 #include <limits>
 
-#include "fileio/SofaError.h"
+#include "dsp/DataError.h"
+#include "fileio/PrintableText.h"
 #include "fileio/SofaLimits.h"
 
 namespace {
 
-constexpr std::size_t LONGEST_REASON = 900;
-constexpr std::size_t MOST_TEXT = std::size_t{1} << 16;
+constexpr std::size_t MAX_REASON = 900;
+constexpr std::size_t MAX_TEXT = std::size_t{1} << 16;
 
 /// Adds a · b · c to the sum; false if that is more than a size can say.
 bool addProduct(std::size_t& sum, std::size_t a, std::size_t b, std::size_t c) {
@@ -23,7 +24,7 @@ bool addProduct(std::size_t& sum, std::size_t a, std::size_t b, std::size_t c) {
 }
 
 [[noreturn]] void refuseAnswer(const std::string& what) {
-  throw SofaError(fmt::format("its reader handed back {}, expected a sound answer", what));
+  throw DataError(fmt::format("its reader handed back {}, expected a sound answer", what));
 }
 
 template <class Number>
@@ -65,13 +66,13 @@ SofaAnswer::SofaAnswer(AnswerBytes memory, std::size_t limit) : bytes(std::move(
   std::memcpy(&begin, bytes.data.get(), sizeof begin);
   if (begin.magic != AnswerHead::MAGIC) refuseAnswer("no answer");
   const std::optional<AnswerLayout> found = layoutOf(begin);
-  if (!found || begin.textBytes > MOST_TEXT || found->size != bytes.size) {
+  if (!found || begin.textBytes > MAX_TEXT || found->size != bytes.size) {
     refuseAnswer(fmt::format("{} bytes that do not fit its counts", bytes.size));
   }
   layout = *found;
-  if (begin.state == AnswerState::REFUSED) throw SofaError(printable(text(), LONGEST_REASON));
+  if (begin.state == AnswerState::REFUSED) throw DataError(printable(text(), MAX_REASON));
   if (begin.state == AnswerState::OUT_OF_MEMORY) {
-    throw SofaError("reading it takes more memory than its size allows, " + EXPECTED_SOUND_FILE);
+    throw DataError("reading it takes more memory than its size allows, " + EXPECTED_SOUND_FILE);
   }
   if (layout.text > limit) refuseAnswer(fmt::format("{} bytes", layout.text));
   checkCounts();
@@ -79,16 +80,24 @@ SofaAnswer::SofaAnswer(AnswerBytes memory, std::size_t limit) : bytes(std::move(
 }
 
 void SofaAnswer::checkCounts() const {
-  constexpr std::uint64_t MOST = std::numeric_limits<int>::max();
-  const bool sound = (begin.state == AnswerState::HEAD || begin.state == AnswerState::RESPONSES) &&
+  constexpr std::uint64_t MAX_COUNT = std::numeric_limits<int>::max();
+  const bool valid = (begin.state == AnswerState::HEAD || begin.state == AnswerState::RESPONSES) &&
                      begin.isTransferFunctions <= 1 && M() > 0 && M() <= MAX_MEASUREMENTS &&
-                     R() > 0 && R() <= MOST && begin.length > 0 && begin.length <= MOST;
-  if (!sound) {
+                     R() > 0 && R() <= MAX_COUNT && begin.length > 0 && begin.length <= MAX_COUNT;
+  if (!valid) {
     refuseAnswer(
         fmt::format("{} positions, {} microphones and {} values each", M(), R(), begin.length));
   }
   if (!(begin.samplingRate >= 0.0 && begin.samplingRate <= MAX_RATE)) {
     refuseAnswer(fmt::format("a sampling rate of {} Hz", begin.samplingRate));
+  }
+  if (begin.referenceMicrophone > R()) {
+    refuseAnswer(
+        fmt::format("microphone {} of {} as the reference", begin.referenceMicrophone, R()));
+  }
+  if (begin.energyInFrame != AnswerHead::NOT_STATED &&
+      !(begin.energyInFrame >= 0.0 && begin.energyInFrame <= 1.0)) {
+    refuseAnswer(fmt::format("{} of the energy in the frame", begin.energyInFrame));
   }
 }
 
@@ -126,7 +135,7 @@ std::vector<std::string> SofaAnswer::warnings() const {
   const std::string all = text();
   for (std::size_t at = 0; at < all.size();) {
     const std::size_t end = std::min(all.find('\n', at), all.size());
-    lines.push_back(printable(all.substr(at, end - at), LONGEST_REASON));
+    lines.push_back(printable(all.substr(at, end - at), MAX_REASON));
     at = end + 1;
   }
   return lines;

@@ -2,12 +2,12 @@
 
 #include <complex>
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "fileio/SofaAnswer.h"
-#include "fileio/SofaError.h"
 
 /// Measured or computed responses in a SOFA file (AES69): M source positions (measurements), R
 /// receivers (microphones), N frequencies (DataType "TF") or samples (DataType "FIR").
@@ -21,7 +21,7 @@ class SofaFile {
 
   enum class Part { HEAD, ALL };  ///< whether the responses are read, too
 
-  /// Throws SofaError, which names the file.
+  /// Throws DataError, which names the file.
   explicit SofaFile(const std::string& path, Part part = Part::ALL);
 
   /// What a reader handed back for the file of this name.
@@ -37,6 +37,11 @@ class SofaFile {
   /// Source positions seen from the listener, M of them, and receiver positions, R of them.
   const std::vector<Position>& sourcePositions() const { return sources; }
   const std::vector<Position>& receiverPositions() const { return microphones; }
+
+  /// The microphone, from 1, that the responses are relative to; 0 if to none. And the part of the
+  /// measured responses' energy that their frame holds, 0 … 1, where the file says so.
+  int referenceMicrophone() const { return static_cast<int>(answer.head().referenceMicrophone); }
+  std::optional<double> energyInFrame() const;
 
   /// What is odd about the file but no reason to refuse it, a sentence each.
   const std::vector<std::string>& warnings() const { return remarks; }

@@ -5,16 +5,18 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <limits>
 
+#include "dsp/DataError.h"
 #include "fileio/SofaLimits.h"
 
 namespace {
 
 using Position = SofaPosition;
 
-[[noreturn]] void fail(const std::string& text) { throw SofaError(text); }
+[[noreturn]] void fail(const std::string& text) { throw DataError(text); }
 
 constexpr double PI = 3.141592653589793;
 
@@ -67,6 +69,7 @@ SofaParser::SofaParser(const NcFile& input, std::size_t limit) : file(input), la
   }
   readSources();
   readReceivers();
+  readOrigin();
 }
 
 void SofaParser::readDataShape() {
@@ -114,6 +117,8 @@ AnswerHead SofaParser::head(AnswerState state) const {
   result.receivers = R;
   result.length = N;
   result.samplingRate = rate;
+  result.referenceMicrophone = reference;
+  result.energyInFrame = share;
   return result;
 }
 
@@ -158,9 +163,9 @@ void SofaParser::readSamplingRate() {
 std::vector<Position> SofaParser::readPositions(const std::string& variable,
                                                 const std::string& type) {
   const std::vector<std::size_t> shape = file.shape(variable);
-  const bool sound = (shape.size() == 2 || shape.size() == 3) && shape[0] > 0 && shape[1] == 3 &&
+  const bool valid = (shape.size() == 2 || shape.size() == 3) && shape[0] > 0 && shape[1] == 3 &&
                      (shape.size() == 2 || shape[2] > 0);
-  if (!sound) {
+  if (!valid) {
     fail(fmt::format("{} has the shape {}, expected rows of 3 coordinates", variable, shape));
   }
   if (type != "spherical" && type != "cartesian") {
@@ -279,6 +284,25 @@ void SofaParser::readReceivers() {
   noteUnits("ReceiverPosition");
 }
 
+// Attributes of our own (SofaWriter.h), which other files lack.
+void SofaParser::readOrigin() {
+  const auto number = [this](const char* name, auto& value) {
+    const std::string text = file.attribute("", name);
+    if (text.empty() || text == "none") return false;
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, value);
+    if (result.ec == std::errc() && result.ptr == end) return true;
+    fail(fmt::format("attribute {} is \"{}\", expected a number or none", name, printable(text)));
+  };
+  if (number("ZelkReferenceMicrophone", reference) && (reference < 1 || reference > R)) {
+    fail(fmt::format("attribute ZelkReferenceMicrophone is {}, expected 1 to {}, the receivers",
+                     reference, R));
+  }
+  if (number("ZelkEnergyInFrame", share) && !(share >= 0.0 && share <= 1.0)) {
+    fail(fmt::format("attribute ZelkEnergyInFrame is {}, expected 0 to 1", share));
+  }
+}
+
 void SofaParser::readResponses(float* values, double* delays) const {
   if (isTransferFunctions()) {
     file.readFloats("Data.Real", values);
@@ -293,8 +317,8 @@ void SofaParser::readDelays(double* delays) const {
   std::fill(delays, delays + M * R, 0.0);
   if (!file.hasVariable("Data.Delay")) return;
   const std::vector<std::size_t> shape = file.shape("Data.Delay");
-  const bool sound = shape.size() == 2 && (shape[0] == 1 || shape[0] == M) && shape[1] == R;
-  if (!sound) {
+  const bool valid = shape.size() == 2 && (shape[0] == 1 || shape[0] == M) && shape[1] == R;
+  if (!valid) {
     fail(fmt::format("Data.Delay has the shape {}, expected [1, {}] or [{}, {}]", shape, R, M, R));
   }
   const std::vector<double> values = file.readDoubles("Data.Delay");

@@ -3,6 +3,7 @@
 #include <memory>
 #include <vector>
 
+#include "dsp/DataError.h"
 #include "fileio/SofaFile.h"
 #include "fuzz/Fuzzing.h"
 
@@ -15,6 +16,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const SofaFile file("file", SofaAnswer(bytes, 1 << 20));
     require(file.sourcePositions().size() == file.measurements(), "a position per measurement");
     require(file.receiverPositions().size() == file.receivers(), "a position per receiver");
+    require(file.referenceMicrophone() >= 0, "no microphone before the first");
+    require(static_cast<std::size_t>(file.referenceMicrophone()) <= file.receivers(), "nor beyond");
+    const double share = file.energyInFrame().value_or(1.0);
+    require(share >= 0.0 && share <= 1.0, "a part of the energy");
     for (const auto& p : file.sourcePositions()) require(std::isfinite(p[0] + p[2]), "positions");
     for (const std::string& warning : file.warnings()) {
       require(warning.empty() || isShowable(warning), "warnings are showable");
@@ -26,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       require(file.readImpulseResponses().size() == count, "the responses are complete");
       require(file.readDelays().size() == file.measurements() * file.receivers(), "delays");
     }
-  } catch (const SofaError& error) {
+  } catch (const DataError& error) {
     require(*error.what() == 0 || isShowable(error.what()), "messages are showable");
   } catch (const std::logic_error&) {  // a head alone
   }

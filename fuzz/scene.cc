@@ -1,7 +1,7 @@
 // Scene files: any text, read and asked for the sources at many times.
 #include <cmath>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "fuzz/Fuzzing.h"
 #include "scene/Scene.h"
 
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       const auto noise = scene.noiseAt(t, true);
       requireFinite(targets);
       requireFinite(noise);
-      require(targets.size() + scene.noiseAt(t, false).size() <= Audio::Scene::MOST_AT_ONCE,
+      require(targets.size() + scene.noiseAt(t, false).size() <= Audio::Scene::MAX_AT_ONCE,
               "no more sources at once than the limit");
       require(targets.size() + noise.size() >= scene.sources().size(),
               "a target is either active or noise");
@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       require(there == crowd.active, "crowds count who is there");
       before = crowd.time;
     }
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     require(isShowable(error.what()), "messages are showable");
   }
   return 0;

@@ -9,10 +9,12 @@
 #include <numbers>
 #include <tuple>
 
+#include "dsp/DataError.h"
+
 namespace {
 
-constexpr std::size_t ENOUGH = 12;
-constexpr std::size_t LEAST = 3;
+constexpr std::size_t MAX_POSITIONS = 12;
+constexpr std::size_t MIN_POSITIONS = 3;
 
 double degrees(double radians) { return radians * 180.0 / std::numbers::pi; }
 
@@ -59,7 +61,7 @@ DirectionRing DirectionRing::of(const BF::TransformFunctionDatabase& database, d
                                 double distance) {
   std::vector<Bearing> all;
   for (const BF::SourceLocation& place : database.sourceLocations) all.push_back(bearingOf(place));
-  if (all.empty()) throw RingError("found no directions, expected 3 or more");
+  if (all.empty()) throw DataError("found no directions, expected 3 or more");
   const double nearest =
       std::min_element(all.begin(), all.end(), [&](auto& a, auto& b) {
         return std::abs(a.elevation - elevation) < std::abs(b.elevation - elevation);
@@ -67,13 +69,13 @@ DirectionRing DirectionRing::of(const BF::TransformFunctionDatabase& database, d
   DirectionRing ring;
   for (const double width : {0.5, 2.5, 5.0}) {
     ring = best(all, nearest, distance, width);
-    if (ring.positions.size() >= ENOUGH) break;
+    if (ring.positions.size() >= MAX_POSITIONS) break;
   }
-  if (ring.positions.size() < LEAST) {
-    throw RingError(fmt::format(
+  if (ring.positions.size() < MIN_POSITIONS) {
+    throw DataError(fmt::format(
         "found {} of {} directions near elevation {:.1f}, which is the nearest to {:.1f} degrees, "
         "expected {} or more",
-        ring.positions.size(), all.size(), nearest, elevation, LEAST));
+        ring.positions.size(), all.size(), nearest, elevation, MIN_POSITIONS));
   }
   return ring;
 }

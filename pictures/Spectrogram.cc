@@ -7,7 +7,7 @@
 #include "audio/AudioReader.h"
 #include "audio/Channels.h"
 #include "audio/FrameReader.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "dsp/Window.h"
 #include "pictures/LevelColumns.h"
 
@@ -51,7 +51,7 @@ std::vector<Spectrogram> readSpectrograms(const std::string& path, const std::st
   std::int64_t samples = 0;
   std::int64_t first = 0;
   while (reader.next()) {
-    samples += reader.finishedSamples();
+    samples += reader.completedSamples();
     // Frames whose middle lies before the recording show silence that it does not have.
     if (reader.start() + layout.length() / 2 < 0) {
       first = reader.frame() + 1;
@@ -61,7 +61,7 @@ std::vector<Spectrogram> readSpectrograms(const std::string& path, const std::st
       columns[c].add(reader.spectra().data() + c * bins);
   }
   if (samples == 0) {
-    throw Audio::AudioError(path + ": holds no samples, expected one at least");
+    throw DataError(path + ": holds no samples, expected one at least");
   }
   std::vector<Spectrogram> result;
   for (std::size_t c = 0; c < columns.size(); ++c) {

@@ -9,6 +9,7 @@
 #include <numbers>
 #include <optional>
 
+#include "dsp/DataError.h"
 #include "dsp/RealFft.h"
 
 namespace {
@@ -27,10 +28,12 @@ constexpr std::size_t MAX_VALUES = std::size_t{1} << 27;
 constexpr float ONSET = 0.03F;
 
 constexpr int LEAD = 16;                ///< samples at the frame's rate
-constexpr int SHORTEST_PART = 8;        ///< of the frame, for the lead
+constexpr int LEADS_PER_FRAME = 8;      ///< at least
 constexpr double FADE_PART = 1.0 / 16;  ///< of the frame
-constexpr double REPORTED_LOSS_DB = -40.0;
 constexpr double UNUSABLE_LOSS = 0.999;
+
+constexpr double MIN_CHOSEN = 0.02;  ///< seconds, of a frame that is chosen
+constexpr double MAX_CHOSEN = 0.6;
 
 /// Relative error of a frequency that does not matter: 0.01 rad at the end of the longest frame.
 constexpr double FREQUENCY_TOLERANCE = 5e-8;
@@ -72,6 +75,17 @@ struct Windowed {
   std::size_t first = 0;  ///< the first sample in the frame
   std::size_t peak = 0;   ///< the sample of largest size in the frame
 };
+
+/// Powers of two between the shortest and the longest frame that may be chosen.
+std::vector<int> choices(int rate) {
+  std::vector<int> lengths;
+  for (int length = MIN_LENGTH; length <= std::min<double>(MAX_LENGTH, MAX_CHOSEN * rate);
+       length *= 2) {
+    if (length >= MIN_CHOSEN * rate) lengths.push_back(length);
+  }
+  if (lengths.empty()) lengths.push_back(rate < MIN_LENGTH / MAX_CHOSEN ? MIN_LENGTH : MAX_LENGTH);
+  return lengths;
+}
 
 /// The earliest time, in samples of the file, at which a response begins; NaN when all are silent.
 double earliestOnset(const MeasuredResponses& responses) {
@@ -117,6 +131,9 @@ class Importer {
 
   std::vector<std::complex<float>> run();
 
+  /// The part of the energy of all responses that the frame holds, 0 … 1.
+  double energyInFrame();
+
  private:
   void findStart();
   Windowed transform(std::size_t m, std::size_t r, std::complex<float>* H);
@@ -143,9 +160,9 @@ class Importer {
 void Importer::findStart() {
   const double onset = earliestOnset(responses);
   if (std::isnan(onset)) {
-    throw SofaError(fmt::format("{}: all responses are 0, expected some sound", path));
+    throw DataError(fmt::format("{}: all responses are 0, expected some sound", path));
   }
-  lead = std::min(LEAD, frame.length / SHORTEST_PART) * responses.rate / frame.rate;
+  lead = std::min(LEAD, frame.length / LEADS_PER_FRAME) * responses.rate / frame.rate;
   // A whole number: then whole delays stay whole.
   start = std::floor(onset - lead);
   report.removedDelay = start / responses.rate;
@@ -233,23 +250,23 @@ void Importer::warnOfMissingBand() {
 
 void Importer::reportLosses(double all, double lost) {
   report.lostEnergy = lost / all;
-  const double total = decibels(report.lostEnergy);
-  const double worst = decibels(report.worstLoss);
   const std::string place =
       fmt::format("position {}, microphone {}", report.worstPosition, report.worstMicrophone);
   const std::string shape = fmt::format("a frame of {} samples ({:.1f} ms)", frame.length,
                                         1000.0 * frame.length / frame.rate);
   if (report.worstLoss > UNUSABLE_LOSS) {
-    throw SofaError(fmt::format(
+    throw DataError(fmt::format(
         "{}: the response of {} lies outside {} that starts at {:.2f} ms, expected responses and "
         "Data.Delay within one frame (a longer --length?)",
         path, place, shape, 1000.0 * report.removedDelay));
   }
-  if (worst > REPORTED_LOSS_DB) {
-    report.warnings.push_back(fmt::format(
-        "{}: cut to {} the responses lose {:.1f} dB of their energy, at most {:.1f} dB ({})", path,
-        shape, total, worst, place));
-  }
+  if (report.lostEnergy <= 1.0 - ENOUGH_ENERGY) return;
+  report.warnings.push_back(fmt::format(
+      "{}: {} holds {} of the responses' energy, at worst {} ({}), expected {} or more: {}", path,
+      shape, percentText(1.0 - report.lostEnergy), percentText(1.0 - report.worstLoss), place,
+      percentText(ENOUGH_ENERGY),
+      report.chosen ? "a longer --length holds more"
+                    : "without --length and --latency the import chooses a longer frame"));
 }
 
 // Sums of samples near the largest number there is can be larger still.
@@ -259,11 +276,25 @@ void Importer::requireFinite(const std::vector<std::complex<float>>& H) const {
   });
   if (bad == H.end()) return;
   const std::size_t row = static_cast<std::size_t>(bad - H.begin()) / binsOf(frame);
-  throw SofaError(fmt::format(
+  throw DataError(fmt::format(
       "{}: the transfer function of position {}, microphone {} is {} somewhere, expected responses "
       "of less than {:.2g}",
       path, row / responses.receivers, row % responses.receivers, std::abs(*bad),
       std::numeric_limits<float>::max()));
+}
+
+double Importer::energyInFrame() {
+  findStart();
+  double all = 0.0;
+  double lost = 0.0;
+  for (std::size_t m = 0; m < responses.measurements; ++m) {
+    for (std::size_t r = 0; r < responses.receivers; ++r) {
+      const Windowed one = window(responses.at(m, r), responses.delay(m, r) - start);
+      all += one.energy;
+      lost += one.lost;
+    }
+  }
+  return 1.0 - lost / all;
 }
 
 std::vector<std::complex<float>> Importer::run() {
@@ -296,29 +327,67 @@ std::vector<std::complex<float>> Importer::run() {
   return H;
 }
 
+// Longer frames are not tried once one holds enough.
+int chooseLength(const std::string& path, const MeasuredResponses& responses, int rate) {
+  const std::vector<int> lengths = choices(rate);
+  for (const int length : lengths) {
+    ImportReport report;
+    if (Importer(path, responses, {rate, length}, report).energyInFrame() >= ENOUGH_ENERGY) {
+      return length;
+    }
+  }
+  return lengths.back();
+}
+
 }  // namespace
+
+std::string percentText(double share) {
+  // Rounded down: a hundred percent means all.
+  return fmt::format("{:.4g} %", std::floor(1e4 * share + 1e-6) / 100.0);
+}
 
 double decibels(double energyRatio) { return 10.0 * std::log10(std::max(0.0, energyRatio)); }
 
 void checkFrame(const std::string& what, const FrameShape& frame, std::size_t responses) {
   if (frame.rate < 1 || frame.rate > MAX_RATE) {
-    throw SofaError(
+    throw DataError(
         fmt::format("{}: --rate is {}, expected 1 to {} Hz", what, frame.rate, MAX_RATE));
   }
   if (frame.length < MIN_LENGTH || frame.length > MAX_LENGTH || frame.length % 2 != 0) {
-    throw SofaError(fmt::format("{}: --length is {}, expected an even number from {} to {}", what,
+    throw DataError(fmt::format("{}: --length is {}, expected an even number from {} to {}", what,
                                 frame.length, MIN_LENGTH, MAX_LENGTH));
   }
   if (responses > MAX_VALUES / binsOf(frame)) {
-    throw SofaError(fmt::format(
+    throw DataError(fmt::format(
         "{}: {} responses of {} frequencies (--length {}) are {} values, expected at most {}", what,
         responses, binsOf(frame), frame.length, responses * binsOf(frame), MAX_VALUES));
   }
 }
 
-SofaTransferFunctions importResponses(const SofaFile& file, const FrameShape& frame,
+int longestFrame(double seconds, int rate) {
+  // The limits of a length make of the rest what checkFrame refuses.
+  int length =
+      static_cast<int>(std::clamp(std::floor(seconds * rate + 1e-9), 0.0, MAX_LENGTH + 1.0));
+  while (length >= MIN_LENGTH && (length % 2 != 0 || largestPrimeFactor(length) > 5)) --length;
+  return length;
+}
+
+SofaTransferFunctions importResponses(const SofaFile& file, FrameShape frame,
                                       ImportReport& report) {
   report = {};
+  const bool rateFits =
+      std::abs(file.samplingRate() - frame.rate) <= FREQUENCY_TOLERANCE * frame.rate;
+  std::optional<MeasuredResponses> responses;
+  if (frame.length == 0) {
+    checkFrame(file.path(), {frame.rate, MIN_LENGTH}, file.measurements() * file.receivers());
+    report.chosen = true;
+    if (file.isTransferFunctions() && rateFits) {
+      frame.length = 2 * (static_cast<int>(file.length()) - 1);
+    } else {
+      frame.length =
+          chooseLength(file.path(), responses.emplace(readMeasuredResponses(file)), frame.rate);
+    }
+  }
   checkFrame(file.path(), frame, file.measurements() * file.receivers());
   for (const std::string& warning : file.warnings()) {
     report.warnings.push_back(fmt::format("{}: {}", file.path(), warning));
@@ -328,13 +397,15 @@ SofaTransferFunctions importResponses(const SofaFile& file, const FrameShape& fr
   data.receiverPositions = file.receiverPositions();
   data.samplingRate = frame.rate;
   data.frequencies = binsOf(frame);
-  report.copied = file.isTransferFunctions() && file.length() == data.frequencies &&
-                  std::abs(file.samplingRate() - frame.rate) <= FREQUENCY_TOLERANCE * frame.rate;
+  data.referenceMicrophone = file.referenceMicrophone();
+  data.energyInFrame = file.energyInFrame();
+  report.copied = file.isTransferFunctions() && file.length() == data.frequencies && rateFits;
   if (report.copied) {
     data.values = file.readTransferFunctions();
   } else {
-    const MeasuredResponses responses = readMeasuredResponses(file);
-    data.values = Importer(file.path(), responses, frame, report).run();
+    if (!responses) responses.emplace(readMeasuredResponses(file));
+    data.values = Importer(file.path(), *responses, frame, report).run();
+    data.energyInFrame = data.energyInFrame.value_or(1.0) * (1.0 - report.lostEnergy);
   }
   return data;
 }

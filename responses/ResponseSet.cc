@@ -6,12 +6,13 @@
 #include <cmath>
 #include <numbers>
 
+#include "dsp/DataError.h"
 #include "dsp/RealFft.h"
 #include "responses/Places.h"
 
 namespace {
 
-constexpr double LONGEST_DELAY = 10.0;  // seconds
+constexpr double MAX_DELAY = 10.0;  // seconds
 
 // Half the length of the interpolator for delays between samples.
 constexpr int SINC_REACH = 32;
@@ -44,7 +45,7 @@ ResponseSet::ResponseSet(const std::string& path, const Reverberation& roomTail)
     : file(path), places(file), tail(roomTail) {
   rate = static_cast<int>(std::lround(file.samplingRate()));
   if (rate < 1 || std::abs(file.samplingRate() - rate) > 1e-3) {
-    throw SofaError(fmt::format("{}: the sampling rate is {} Hz, expected a whole number", path,
+    throw DataError(fmt::format("{}: the sampling rate is {} Hz, expected a whole number", path,
                                 file.samplingRate()));
   }
   if (file.isTransferFunctions()) {
@@ -58,7 +59,7 @@ ResponseSet::ResponseSet(const std::string& path, const Reverberation& roomTail)
 void ResponseSet::readTransferFunctions() {
   const std::size_t N = file.length();
   if (N < 2) {
-    throw SofaError(fmt::format("{}: N is {}, expected two frequencies at least", path(), N));
+    throw DataError(fmt::format("{}: N is {}, expected two frequencies at least", path(), N));
   }
   const std::vector<std::complex<float>> H = file.readTransferFunctions();
   const std::size_t count = file.measurements() * file.receivers();
@@ -77,8 +78,11 @@ void ResponseSet::readTransferFunctions() {
       before += static_cast<double>(h[n - eighth]) * h[n - eighth];
     }
   }
-  if (last <= 2.0 * before) return;
-  lead = eighth;
+  if (file.referenceMicrophone() > 0) {
+    lead = samples / 2;
+  } else if (last > 2.0 * before) {
+    lead = eighth;
+  }
   for (std::size_t i = 0; i < count; ++i) {
     float* h = impulseResponses.data() + i * samples;
     std::rotate(h, h + samples - lead, h + samples);
@@ -90,9 +94,9 @@ void ResponseSet::readImpulseResponses() {
   impulseResponses = file.readImpulseResponses();
   delays = file.readDelays();
   for (const double delay : delays) {
-    if (delay < 0.0 || delay > LONGEST_DELAY * rate) {
-      throw SofaError(fmt::format("{}: Data.Delay holds {}, expected 0 to {} samples ({} s)",
-                                  path(), delay, LONGEST_DELAY * rate, LONGEST_DELAY));
+    if (delay < 0.0 || delay > MAX_DELAY * rate) {
+      throw DataError(fmt::format("{}: Data.Delay holds {}, expected 0 to {} samples ({} s)",
+                                  path(), delay, MAX_DELAY * rate, MAX_DELAY));
     }
   }
 }
@@ -103,6 +107,12 @@ std::size_t ResponseSet::nearest(const Audio::Position& point) const {
 
 Audio::Position ResponseSet::position(std::size_t measurement) const {
   return places.place(measurement);
+}
+
+std::vector<std::size_t> ResponseSet::surround(std::size_t count) const {
+  std::vector<std::size_t> chosen(std::min(count, measurements()));
+  for (std::size_t i = 0; i < chosen.size(); ++i) chosen[i] = i * measurements() / chosen.size();
+  return chosen;
 }
 
 std::vector<double> ResponseSet::response(std::size_t measurement, std::size_t r) const {

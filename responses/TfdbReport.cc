@@ -7,6 +7,7 @@
 #include <cmath>
 #include <iterator>
 #include <numbers>
+#include <optional>
 #include <set>
 
 #include "responses/DatabaseFile.h"
@@ -16,9 +17,9 @@ namespace {
 
 using Position = SofaFile::Position;
 
-constexpr std::size_t LONGEST_CHECK = 4096;
+constexpr std::size_t MAX_CHECK = 4096;
 constexpr std::size_t CHECKED_VALUES = std::size_t{1} << 27;
-constexpr std::size_t MOST_ROWS = 16;
+constexpr std::size_t MAX_ROWS = 16;
 
 std::string counted(std::size_t count, const char* noun) {
   return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
@@ -50,13 +51,13 @@ std::string sourcesText(const std::vector<Position>& sources) {
 
 std::string microphonesText(const std::vector<Position>& microphones) {
   std::string text;
-  for (std::size_t r = 0; r < std::min(microphones.size(), MOST_ROWS); ++r) {
+  for (std::size_t r = 0; r < std::min(microphones.size(), MAX_ROWS); ++r) {
     Position p = microphones[r];
     for (double& x : p) x = std::round(1e4 * x) / 1e4 + 0.0;  // no "-0.0000"
     text += fmt::format("microphone {:>2}: x {:.4f}, y {:.4f}, z {:.4f} m\n", r, p[0], p[1], p[2]);
   }
-  if (microphones.size() > MOST_ROWS) {
-    text += fmt::format("… and {} more\n", microphones.size() - MOST_ROWS);
+  if (microphones.size() > MAX_ROWS) {
+    text += fmt::format("… and {} more\n", microphones.size() - MAX_ROWS);
   }
   return text;
 }
@@ -109,6 +110,15 @@ std::vector<std::string> plainFindings(const SofaTransferFunctions& data) {
   return findings;
 }
 
+/// What the responses are relative to, and how much of them the frame holds where that is known.
+std::string originText(int reference, const std::optional<double>& share) {
+  std::string text = fmt::format("reference:     {}\n",
+                                 reference > 0 ? fmt::format("microphone {}", reference) : "none");
+  if (share)
+    text += fmt::format("in the frame:  {} of the responses' energy\n", percentText(*share));
+  return text;
+}
+
 /// The file's responses as transfer functions at its own rate, for examination.
 SofaTransferFunctions examined(const SofaFile& file, ImportReport& report) {
   if (file.isTransferFunctions()) {
@@ -120,7 +130,7 @@ SofaTransferFunctions examined(const SofaFile& file, ImportReport& report) {
     data.values = file.readTransferFunctions();
     return data;
   }
-  std::size_t length = std::clamp<std::size_t>(std::bit_ceil(file.length()), 64, LONGEST_CHECK);
+  std::size_t length = std::clamp<std::size_t>(std::bit_ceil(file.length()), 64, MAX_CHECK);
   const std::size_t responses = file.measurements() * file.receivers();
   while (length > 64 && responses > CHECKED_VALUES / (length / 2 + 1)) length /= 2;
   const auto rate = static_cast<int>(std::clamp(std::round(file.samplingRate()), 1.0, 1e6));
@@ -139,6 +149,7 @@ std::string infoText(const SofaFile& file) {
                        2 * (file.length() - 1))
          : counted(file.length(), "sample"),
       file.samplingRate());
+  if (tf) text += originText(file.referenceMicrophone(), file.energyInFrame());
   text += sourcesText(file.sourcePositions()) + microphonesText(file.receiverPositions());
   for (const std::string& warning : file.warnings()) text += "warning: " + warning + "\n";
   return text;
@@ -185,10 +196,16 @@ std::string countsText(const SofaTransferFunctions& data) {
 std::string importText(const std::string& output, const SofaTransferFunctions& data,
                        const ImportReport& report) {
   std::string text = fmt::format("{}: {}\n", output, countsText(data));
-  if (report.copied) return text + "copied as they are: rate and frequencies fit\n";
-  text +=
-      fmt::format("common delay {}: {:.3f} ms\n", report.removedDelay < 0.0 ? "added" : "removed",
-                  1000.0 * std::abs(report.removedDelay));
-  if (report.lostEnergy == 0.0) return text + "energy outside the frame: none\n";
-  return text + fmt::format("energy outside the frame: {:.1f} dB\n", decibels(report.lostEnergy));
+  if (report.copied) {
+    text += "copied as they are: rate and frequencies fit\n";
+  } else {
+    text +=
+        fmt::format("common delay {}: {:.3f} ms\n", report.removedDelay < 0.0 ? "added" : "removed",
+                    1000.0 * std::abs(report.removedDelay));
+  }
+  if (report.chosen) {
+    text += fmt::format("length chosen: {} samples, {:.4g} ms\n", 2 * (data.frequencies - 1),
+                        2000.0 * static_cast<double>(data.frequencies - 1) / data.samplingRate);
+  }
+  return text + originText(data.referenceMicrophone, data.energyInFrame);
 }

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "dsp/DataError.h"
+
 namespace Audio {
 
 namespace {
@@ -15,8 +17,8 @@ namespace {
 using nlohmann::json;
 
 constexpr std::size_t MAX_DEPTH = 8;
-constexpr std::size_t LONGEST_QUOTE = 60;
-constexpr std::size_t LONGEST_REASON = 200;
+constexpr std::size_t MAX_QUOTE = 60;
+constexpr std::size_t MAX_REASON = 200;
 
 std::string shortened(const std::string& text, std::size_t longest) {
   return text.size() > longest ? text.substr(0, longest) + "…" : text;
@@ -33,7 +35,7 @@ std::string reasonOf(const json::exception& error) {
   const std::string text = error.what();
   const std::size_t bracket = text.find("] ");
   std::string reason = bracket == std::string::npos ? text : text.substr(bracket + 2);
-  return shortened(printable(std::move(reason)), LONGEST_REASON);
+  return shortened(printable(std::move(reason)), MAX_REASON);
 }
 
 /// Goes through a document and refuses what the parser lets pass. Not by the parser's own
@@ -63,7 +65,7 @@ class DocumentGuard : public nlohmann::json_sax<json> {
     Level& level = levels.back();
     level.key = name;
     if (level.keys.insert(name).second) return true;
-    throw JsonError(
+    throw DataError(
         fmt::format("{}: found the key {} twice, expected it once", place(), quotedJson(name)));
   }
 
@@ -83,7 +85,7 @@ class DocumentGuard : public nlohmann::json_sax<json> {
   bool begin(bool isArray) {
     element();
     if (levels.size() >= MAX_DEPTH) {
-      throw JsonError(fmt::format("is nested deeper than {} levels", MAX_DEPTH));
+      throw DataError(fmt::format("is nested deeper than {} levels", MAX_DEPTH));
     }
     levels.push_back({isArray, 0, {}, {}});
     return true;
@@ -101,7 +103,7 @@ class DocumentGuard : public nlohmann::json_sax<json> {
       const Level& level = levels[i];
       path += '/';
       path += level.isArray ? std::to_string(level.elements - 1)
-                            : shortened(printable(level.key), LONGEST_QUOTE);
+                            : shortened(printable(level.key), MAX_QUOTE);
     }
     return path.empty() ? "/" : path;
   }
@@ -117,14 +119,14 @@ json parseJson(const std::string& text) {
   try {
     return json::parse(text);
   } catch (const json::exception& error) {
-    throw JsonError("is no valid JSON: " + reasonOf(error));
+    throw DataError("is no valid JSON: " + reasonOf(error));
   }
 }
 
 std::string quotedJson(const json& value) {
   std::string text = value.dump(-1, ' ', true, json::error_handler_t::replace);
   std::replace(text.begin(), text.end(), '\x7F', '?');  // the one control character left as it is
-  return shortened(text, LONGEST_QUOTE);
+  return shortened(text, MAX_QUOTE);
 }
 
 }  // namespace Audio

@@ -29,8 +29,8 @@ namespace Separation {
 /// An exception (memory that runs out, above all) costs nothing: samples() says how much of its
 /// block an interrupted push took, and what was interrupted is done by the next call, whose output
 /// then holds the interrupted call's, too. In blocks of the same size, frames with unchanged
-/// sources allocate no memory. A separator is used by one thread at a time; several work on several
-/// threads at once.
+/// sources allocate no memory, as long as all statistics stay finite. A separator is used by one
+/// thread at a time; several work on several threads at once.
 class Separator {
  public:
   /// Throws SettingError for settings out of range and a database that does not fit them; the
@@ -39,6 +39,10 @@ class Separator {
 
   /// For CMSNR, which needs no database. Throws SettingError, also for any other method.
   Separator(const Settings& settings, int microphones);
+
+  /// For MVDR, from whole impulse responses, which are copied. Throws SettingError, also for any
+  /// other method.
+  Separator(const Settings& settings, const ImpulseResponses& responses);
 
   Separator(Separator&&) noexcept;             ///< The moved one can only be destroyed.
   Separator& operator=(Separator&&) noexcept;  ///< Likewise.
@@ -62,6 +66,15 @@ class Separator {
   /// Ends the recording: gives all samples that are left. Then no more are taken; push and flush
   /// throw std::logic_error.
   const Output& flush();
+
+  /// Passes over the recording that the settings ask for, those of the refinement included. Signals
+  /// come out in the last one; the passes before it learn.
+  int passes() const;
+
+  /// Ends the pass and begins the next one: nobody is listed, no sample was taken, and what was
+  /// learnt stays: what adaptive methods know of a source with the same id, statistics of noise,
+  /// the level, covariances. Throws std::logic_error in the last pass.
+  void startOver();
 
   /// Settings in force, all optional members set.
   const Settings& settings() const;

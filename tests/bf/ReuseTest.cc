@@ -234,12 +234,12 @@ TEST(Reuse, FramesAllocateNothingOnceTheSourcesRest) {
     for (int k = 0; k < BINS; ++k) {
       engine->noiseCorrelationMatrices.push_back(random.hermitian(std::vector<double>(M, 1.0)));
     }
-    const Matrix input = random.gaussian(M, BINS);
     Matrix output;
     long allocated = 0;
     for (int frame = 0; frame < 1003; ++frame) {
       // New noise statistics in every frame.
       for (Matrix& R : engine->noiseCorrelationMatrices) R.setElementAt(0, 0, 1.0 + frame, 0.0);
+      const Matrix input = random.gaussian(M, BINS);
       const long before = allocations;
       engine->updateSources(sources);
       engine->executeBeamForming(input, output);

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "audio/FrameReader.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "dsp/FrameLayout.h"
 #include "dsp/OverlapAdder.h"
 #include "dsp/RealFft.h"
@@ -65,7 +65,7 @@ TEST(WindowTest, IsPeriodic) {
 
 TEST(FrameSynthesizerTest, RefusesLayoutsThatLoseSamples) {
   const auto message = [](int length, int advance) {
-    return messageOf<Audio::AudioError>([&] {
+    return messageOf<DataError>([&] {
       const Audio::FrameLayout layout(length, advance);
       Audio::FrameSynthesizer(layout, Audio::WindowType::Hann, false);
     });
@@ -145,7 +145,7 @@ TEST_P(ThereAndBackTest, GivesTheRecordingBack) {
     for (std::size_t k = 1; halfFrameShift && k < spectrum.size(); k += 2) spectrum[k] *= -1.0F;
     adder.add(synthesizer.synthesize(spectrum.data()).data());
     const auto begin = adder.sum().begin() + std::max<std::int64_t>(0, -reader.start());
-    back.insert(back.end(), begin, begin + reader.finishedSamples());
+    back.insert(back.end(), begin, begin + reader.completedSamples());
   }
   EXPECT_TRUE(wasLast);
   EXPECT_LT(differenceInDb(back, sound), -100);
