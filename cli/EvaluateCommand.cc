@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <iostream>
 #include <memory>
@@ -16,6 +17,8 @@
 #include "cli/OutputCheck.h"
 
 namespace {
+
+constexpr int MAX_PASSES = 100;
 
 struct Options {
   std::string plan;
@@ -75,7 +78,7 @@ class Table {
  private:
   std::string line(const std::string& room, const std::string& array, const std::string& noise,
                    const std::string& database, const std::string& method) const {
-    return fmt::format("{:{}}  {:{}}  {:{}}  {:{}}  {:6}", room, widths[0], array, widths[1], noise,
+    return fmt::format("{:{}}  {:{}}  {:{}}  {:{}}  {:8}", room, widths[0], array, widths[1], noise,
                        widths[2], database, widths[3], method);
   }
 
@@ -122,20 +125,33 @@ std::string jsonText(const std::vector<EvaluationRow>& rows) {
   return nlohmann::ordered_json{{"rows", list}}.dump(2) + "\n";
 }
 
-std::vector<const Method*> methodsOf(const Options& options) {
-  std::vector<const Method*> chosen;
-  for (const std::string& name : options.methods) {
-    try {
-      chosen.push_back(&methodNamed(name));
-    } catch (const std::invalid_argument& error) {
-      throw CLI::ValidationError(error.what());
+/// NAME, or NAME+PASSES.
+EvaluatedMethod methodOf(const std::string& text) {
+  EvaluatedMethod method{text, nullptr, 0};
+  const std::size_t plus = text.find('+');
+  const std::string name = text.substr(0, plus);
+  if (plus != std::string::npos) {
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data() + plus + 1, end, method.refinement);
+    if (result.ec != std::errc() || result.ptr != end || method.refinement < 1 ||
+        method.refinement > MAX_PASSES) {
+      throw CLI::ValidationError(
+          "--methods", fmt::format("\"{}\", expected a name, or a name, + and 1 to {} passes", text,
+                                   MAX_PASSES));
     }
   }
-  return chosen;
+  if (name == "MVDR") return method;
+  try {
+    method.method = &methodNamed(name);
+  } catch (const std::invalid_argument& error) {
+    throw CLI::ValidationError(std::string(error.what()) + ", MVDR");
+  }
+  return method;
 }
 
 void run(const Options& options) {
-  const std::vector<const Method*> methods = methodsOf(options);
+  std::vector<EvaluatedMethod> methods;
+  for (const std::string& text : options.methods) methods.push_back(methodOf(text));
   if (!options.output.empty()) checkOutput(options.output, options.force, {options.plan});
   const EvaluationPlan plan = EvaluationPlan::read(options.plan);
   const Table table(plan);
@@ -169,7 +185,9 @@ void addEvaluateCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "evaluate", "Say how well methods separate, over a list of rooms, arrays, scenes and noises");
   command->add_option("SCENES", options->plan, "What to go through (JSON)")->required();
-  command->add_option("--methods", options->methods, "Names, separated by commas")
+  command
+      ->add_option("--methods", options->methods,
+                   "Names, separated by commas; +2 after one refines it in two passes")
       ->delimiter(',')
       ->allow_extra_args(false)
       ->capture_default_str();

@@ -15,6 +15,7 @@
 #include "responses/DatabaseFile.h"
 #include "responses/MixNoise.h"
 #include "responses/MixRenderer.h"
+#include "responses/Places.h"
 #include "responses/RelativeResponses.h"
 #include "scene/SceneMoment.h"
 #include "separation/Separator.h"
@@ -145,21 +146,31 @@ Positions placesTold(const Audio::Scene& scene, double error) {
   return places;
 }
 
-SofaTransferFunctions makeDatabase(const EvaluationPlan& plan, const Site& site,
-                                   const Audio::Scene& scene,
-                                   const EvaluationPlan::Database& wanted) {
+/// What a method may have of the sources: responses, and the same in the frames' bins.
+struct Database {
+  SofaImpulseResponses whole;
+  SofaTransferFunctions framed;
+  double error = 0.0;  ///< degrees
+
+  int length() const { return 2 * (static_cast<int>(framed.frequencies) - 1); }
+};
+
+Database makeDatabase(const EvaluationPlan& plan, const Site& site, const Audio::Scene& scene,
+                      const EvaluationPlan::Database& wanted) {
   const Positions places = placesTold(scene, wanted.error);
-  SofaTransferFunctions data;
+  const Positions microphones = site.microphones();
+  Database data{{}, {}, wanted.error};
   if (wanted.isFreeField) {
+    const Room air(openAir(), plan.rate);
+    data.whole = impulseResponses(RoomResponses(air, microphones), microphones, places);
     const int length = wanted.length > 0 ? wanted.length : FREE_FIELD_LENGTH;
-    data = freeFieldResponses(site.microphones(), places, {plan.rate, length});
+    data.framed = freeFieldResponses(microphones, places, {plan.rate, length});
   } else {
-    const std::unique_ptr<Responses> responses = site.listener();
     ImportReport unused;
-    data = importResponses(impulseResponses(*responses, site.microphones(), places),
-                           "the responses", {plan.rate, wanted.length}, unused);
+    data.whole = impulseResponses(*site.listener(), microphones, places);
+    data.framed = importResponses(data.whole, "the responses", {plan.rate, wanted.length}, unused);
   }
-  if (wanted.reference > 0) makeRelative(data, wanted.reference);
+  if (wanted.reference > 0) makeRelative(data.framed, wanted.reference);
   return data;
 }
 
@@ -189,11 +200,14 @@ std::vector<Samples> separate(Separation::Separator& separator, const Audio::Sce
   };
   const auto block = static_cast<std::size_t>(separator.settings().advance);
   const double rate = separator.settings().samplingRate;
-  for (std::size_t n = 0; n < length; n += block) {
-    separator.setSources(listTold(scene, static_cast<double>(n) / rate, error));
-    keep(separator.push(recording.data() + n * microphones, std::min(block, length - n)));
+  for (int pass = 1; pass <= separator.passes(); ++pass) {
+    if (pass > 1) separator.startOver();
+    for (std::size_t n = 0; n < length; n += block) {
+      separator.setSources(listTold(scene, static_cast<double>(n) / rate, error));
+      keep(separator.push(recording.data() + n * microphones, std::min(block, length - n)));
+    }
+    keep(separator.flush());
   }
-  keep(separator.flush());
   std::vector<Samples> targets;
   for (const Audio::SceneSource& source : scene.sources()) {
     targets.push_back(std::move(separated[source.id]));
@@ -203,7 +217,7 @@ std::vector<Samples> separate(Separation::Separator& separator, const Audio::Sce
 }
 
 /// The command's settings of a method.
-Separation::Settings settingsFor(const Method& method, int rate, int length) {
+Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, int length) {
   static const std::map<std::string, BF::BfAlgorithmType> ALGORITHMS = {
       {"DS", BF::BF_ALGORITHM_DS},     {"WDS", BF::BF_ALGORITHM_WDS},
       {"NULL", BF::BF_ALGORITHM_NULL}, {"ILSE", BF::BF_ALGORITHM_ILSE},
@@ -211,26 +225,28 @@ Separation::Settings settingsFor(const Method& method, int rate, int length) {
       {"GICA", BF::BF_ALGORITHM_GICA}, {"ML", BF::BF_ALGORITHM_CML},
       {"MSNR", BF::BF_ALGORITHM_CMSNR}};
   Separation::Settings settings;
-  settings.method = ALGORITHMS.at(method.name);
+  settings.method = wanted.method ? ALGORITHMS.at(wanted.method->name) : Separation::ALGORITHM_MVDR;
   if (settings.method == BF::BF_ALGORITHM_GICA) settings.parameters.mu = 0.1;
+  settings.refinement.passes = wanted.refinement;
   settings.samplingRate = rate;
   settings.length = length;
   settings.advance = length / 4;
   return settings;
 }
 
-/// The separator of a method; data is not used by those without a database.
-Separation::Separator separatorFor(const Method& method, int rate,
-                                   const SofaTransferFunctions& data) {
-  const int length = 2 * (static_cast<int>(data.frequencies) - 1);
-  const Separation::Settings settings = settingsFor(method, rate, length);
-  if (method.needsDatabase()) return {settings, databaseOf(data)};
-  return {settings, static_cast<int>(data.receiverPositions.size())};
+/// The separator of a method; those without a database take its frames and microphones alone.
+Separation::Separator separatorFor(const EvaluatedMethod& wanted, int rate, const Database& data) {
+  const Separation::Settings settings = settingsFor(wanted, rate, data.length());
+  if (wanted.method && wanted.method->needsDatabase()) return {settings, databaseOf(data.framed)};
+  if (wanted.method) return {settings, static_cast<int>(data.framed.receiverPositions.size())};
+  return {settings, Separation::ImpulseResponses{sourcesAsSeparated(data.whole.sourcePositions),
+                                                 data.whole.receiverPositions.size(),
+                                                 data.whole.samples, rate, data.whole.values}};
 }
 
 class Evaluator {
  public:
-  Evaluator(const EvaluationPlan& thePlan, const std::vector<const Method*>& theMethods,
+  Evaluator(const EvaluationPlan& thePlan, const std::vector<EvaluatedMethod>& theMethods,
             const std::function<void(const EvaluationRow&)>& whenFinished)
       : plan(thePlan), methods(theMethods), finished(whenFinished) {
     for (const std::string& path : plan.dry) {
@@ -253,7 +269,7 @@ class Evaluator {
     std::vector<Rendered> scenes;
     for (const Audio::Scene& scene : plan.scenes) scenes.push_back(render(scene, site, dry));
     // By scene and database; methods without one take the first one's frames.
-    std::vector<std::vector<SofaTransferFunctions>> databases(plan.databases.size());
+    std::vector<std::vector<Database>> databases(plan.databases.size());
     for (std::size_t d = 0; d < plan.databases.size(); ++d) {
       for (const Audio::Scene& scene : plan.scenes) {
         databases[d].push_back(makeDatabase(plan, site, scene, plan.databases[d]));
@@ -263,15 +279,15 @@ class Evaluator {
       std::vector<Samples> mixtures;
       for (const Rendered& rendered : scenes) mixtures.push_back(inNoise(rendered, site, noise));
       for (std::size_t d = 0; d < plan.databases.size(); ++d) {
-        for (const Method* method : methods) {
-          if (!method->needsDatabase() && d > 0) continue;
-          EvaluationRow row{room.name,    array.name,
-                            noise.name,   method->needsDatabase() ? plan.databases[d].name : "",
-                            method->name, {}};
+        for (const EvaluatedMethod& method : methods) {
+          if (!method.needsDatabase() && d > 0) continue;
+          EvaluationRow row{room.name,   array.name,
+                            noise.name,  method.needsDatabase() ? plan.databases[d].name : "",
+                            method.name, {}};
           for (std::size_t s = 0; s < scenes.size(); ++s) {
-            Separation::Separator separator = separatorFor(*method, plan.rate, databases[d][s]);
+            Separation::Separator separator = separatorFor(method, plan.rate, databases[d][s]);
             const std::vector<Samples> targets =
-                separate(separator, scenes[s].scene, mixtures[s], plan.databases[d].error);
+                separate(separator, scenes[s].scene, mixtures[s], databases[d][s].error);
             for (std::size_t i = 0; i < targets.size(); ++i) {
               row.scores.push_back(scoreOf(scenes[s], targets[i], i));
             }
@@ -292,7 +308,7 @@ class Evaluator {
   }
 
   const EvaluationPlan& plan;
-  const std::vector<const Method*>& methods;
+  const std::vector<EvaluatedMethod>& methods;
   const std::function<void(const EvaluationRow&)>& finished;
   std::vector<Samples> dry;
   std::vector<EvaluationRow> rows;
@@ -301,7 +317,7 @@ class Evaluator {
 }  // namespace
 
 std::vector<EvaluationRow> evaluate(const EvaluationPlan& plan,
-                                    const std::vector<const Method*>& methods,
+                                    const std::vector<EvaluatedMethod>& methods,
                                     const std::function<void(const EvaluationRow&)>& finished) {
   return Evaluator(plan, methods, finished).run();
 }

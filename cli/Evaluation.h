@@ -8,6 +8,15 @@
 #include "scoring/ScoreMetrics.h"
 #include "separation/Methods.h"
 
+/// A method and how it is run.
+struct EvaluatedMethod {
+  std::string name;
+  const Method* method = nullptr;  ///< null: MVDR from whole responses
+  int refinement = 0;              ///< passes of MVDR from masks after it
+
+  bool needsDatabase() const { return !method || method->needsDatabase(); }
+};
+
 /// One line of an evaluation: how well a method did, every target of every scene counting once.
 struct EvaluationRow {
   std::string room;
@@ -24,5 +33,5 @@ struct EvaluationRow {
 /// them is where and when each source is active. `finished` is called for each row when it is
 /// complete. Throws what rendering and separating throw; a silent output scores −∞.
 std::vector<EvaluationRow> evaluate(const EvaluationPlan& plan,
-                                    const std::vector<const Method*>& methods,
+                                    const std::vector<EvaluatedMethod>& methods,
                                     const std::function<void(const EvaluationRow&)>& finished);
