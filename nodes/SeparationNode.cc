@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "geometry/SpeedOfSound.h"
 #include "nodes/FrameConversion.h"
 #include "nodes/NodeReports.h"
 #include "nodes/TransferFunctionLoader.h"
@@ -58,7 +59,7 @@ BF::TransformFunctionDatabase SeparationNode::loadDatabase(int sourceLine) {
 void SeparationNode::makeEngine(BF::BfAlgorithmType algorithm,
                                 const BF::EngineParameters& engineParameters) {
   engine =
-      BF::makeEngine(algorithm, engineParameters, length / 2 + 1, samplingRate, SPEED_OF_SOUND);
+      BF::makeEngine(algorithm, engineParameters, length / 2 + 1, samplingRate, BF::SPEED_OF_SOUND);
 }
 
 // ---- frames
