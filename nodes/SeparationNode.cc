@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "dsp/DataError.h"
 #include "geometry/SpeedOfSound.h"
 #include "nodes/FrameConversion.h"
 #include "nodes/NodeReports.h"
@@ -51,7 +52,7 @@ BF::TransformFunctionDatabase SeparationNode::loadDatabase(int sourceLine) {
     BF::TransformFunctionDatabase database = loadTransferFunctions(tfConjFilename);
     warnOfOtherBins(*this, spec.type, tfConjFilename, database, length / 2 + 1);
     return database;
-  } catch (const TransferFunctionFileError& error) {
+  } catch (const DataError& error) {
     fail(error.what(), sourceLine);
   }
 }
