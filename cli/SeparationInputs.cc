@@ -6,7 +6,6 @@
 #include <cmath>
 
 #include "audio/AudioReader.h"
-#include "audio/Channels.h"
 #include "cli/SeparationWarnings.h"
 #include "dsp/AudioError.h"
 #include "dsp/FrameLayout.h"

@@ -11,17 +11,8 @@ namespace Audio {
 namespace {
 
 constexpr int LONGEST_FRAME = 1 << 24;
-constexpr int HIGHEST_RATE = 10'000'000;
 
 }  // namespace
-
-int checkedSamplingRate(int samplingRate) {
-  if (samplingRate < 1 || samplingRate > HIGHEST_RATE) {
-    throw AudioError(
-        fmt::format("SAMPLING_RATE is {}, expected 1 to {} Hz", samplingRate, HIGHEST_RATE));
-  }
-  return samplingRate;
-}
 
 FrameLayout::FrameLayout(int lengthValue, int advanceValue)
     : samplesPerFrame(lengthValue), samplesPerStep(advanceValue) {

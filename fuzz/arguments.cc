@@ -9,6 +9,7 @@
 #include "audio/Channels.h"
 #include "dsp/AudioError.h"
 #include "fuzz/Fuzzing.h"
+#include "scene/TimeRange.h"
 
 namespace {
 

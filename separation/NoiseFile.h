@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "audio/Channels.h"
 #include "audio/FrameReader.h"
+#include "scene/TimeRange.h"
 #include "separation/NoiseCorrelation.h"
 
 namespace Audio {

@@ -3,6 +3,7 @@
 #include <iostream>
 #include <utility>
 
+#include "audio/SamplingRates.h"
 #include "dsp/AudioError.h"
 
 namespace {

@@ -9,6 +9,7 @@
 #include <set>
 #include <utility>
 
+#include "audio/SamplingRates.h"
 #include "dsp/AudioError.h"
 
 namespace {
