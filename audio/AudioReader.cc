@@ -24,7 +24,7 @@ constexpr std::size_t BLOCK = 4096;  // samples per channel read from the file a
 
 // Beyond any sound, and far from where powers of a spectrum leave the range of their numbers: what
 // has such samples is a damaged file.
-constexpr float LARGEST_SAMPLE = 1e15F;
+constexpr float MAX_SAMPLE = 1e15F;
 
 struct FileCloser {
   void operator()(SNDFILE* file) const { sf_close(file); }
@@ -173,7 +173,7 @@ void AudioReader::Impl::checkFinite(float* samples, std::size_t count) {
   for (std::size_t n = 0; n < count; ++n) {
     for (std::size_t c = 0; c < channels.size(); ++c) {
       float& value = samples[n * channels.size() + c];
-      if (std::abs(value) <= LARGEST_SAMPLE) continue;
+      if (std::abs(value) <= MAX_SAMPLE) continue;
       const std::int64_t here = position + static_cast<std::int64_t>(n);
       if (lastFault < 0 || here - lastFault >= options.reportGap) {
         warn(fmt::format("{}: samples that are {} from {:.6f} s on (sample {}, channel {}); {}",

@@ -29,7 +29,7 @@ bool FrameReader::next() {
   return true;
 }
 
-int FrameReader::finishedSamples() const {
+int FrameReader::completedSamples() const {
   const std::int64_t begin = std::clamp<std::int64_t>(layout.start(current), 0, total);
   const std::int64_t end = std::clamp<std::int64_t>(layout.start(current + 1), 0, total);
   return static_cast<int>(end - begin);

@@ -39,7 +39,7 @@ class FrameReader {
   /// How many samples of the recording have this frame as their last one. The frames' counts add
   /// up to the recording's length exactly, so a writer that writes as many per frame makes a file
   /// that is as long as the recording and aligned with it.
-  int finishedSamples() const;
+  int completedSamples() const;
 
   /// Whether this is the recording's last frame.
   bool isLast() const { return !hasFrame(current + 1); }

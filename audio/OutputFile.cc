@@ -27,8 +27,8 @@ constexpr mode_t MODE = 0666;  // less what the process's mask takes away
 constexpr std::string_view ENDING = ".part";
 constexpr std::string_view LETTERS = "abcdefghijklmnopqrstuvwxyz012345";
 constexpr std::size_t RANDOM_LETTERS = 8;
-constexpr std::size_t LONGEST_NAME = 255;  // bytes
-constexpr int MOST_ATTEMPTS = 100;
+constexpr std::size_t MAX_NAME = 255;  // bytes
+constexpr int MAX_ATTEMPTS = 100;
 
 std::mutex changing;
 OutputFile* first = nullptr;
@@ -71,7 +71,7 @@ std::string randomLetters() {
 std::string nameBeside(const std::string& path) {
   const std::string ending = fmt::format(".{}{}", randomLetters(), ENDING);
   const std::string name = fs::path(path).filename().string();
-  return path.substr(0, path.size() - name.size()) + name.substr(0, LONGEST_NAME - ending.size()) +
+  return path.substr(0, path.size() - name.size()) + name.substr(0, MAX_NAME - ending.size()) +
          ending;
 }
 
@@ -141,7 +141,7 @@ void OutputFile::create() {
 /// Makes the file under a temporary name, or gives one to the file that has none.
 void OutputFile::makeTemporaryName() {
   const ListChange change;
-  for (int attempt = 0; attempt < MOST_ATTEMPTS && partPath.empty(); ++attempt) {
+  for (int attempt = 0; attempt < MAX_ATTEMPTS && partPath.empty(); ++attempt) {
     const std::string name = nameBeside(lastPath);
     int status = 0;
     if (file < 0) {

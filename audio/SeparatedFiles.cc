@@ -139,7 +139,7 @@ void SeparatedFiles::noteActive(Source& source) const {
 }
 
 // The frame's first `advance` samples are complete; those before sample 0 are no output.
-void SeparatedFiles::addFrame(const Spectra& spectra, std::optional<int> finishedSamples) {
+void SeparatedFiles::addFrame(const Spectra& spectra, std::optional<int> completedSamples) {
   if (finished) throw AudioError("the files of the separated sources are finished already");
   ++frame;
   for (const auto& [id, spectrum] : spectra) {
@@ -158,12 +158,12 @@ void SeparatedFiles::addFrame(const Spectra& spectra, std::optional<int> finishe
   const int advance = synthesizer.frames().advance();
   const auto offset = std::clamp<std::int64_t>(-synthesizer.frames().start(frame), 0, advance);
   const auto complete = static_cast<int>(advance - offset);
-  const int count = finishedSamples.value_or(complete);
+  const int count = completedSamples.value_or(complete);
   if (count < 0 || count > complete) {
     throw AudioError(fmt::format("frame {} finishes 0 to {} samples, found a count of {}", frame,
                                  complete, count));
   }
-  lengthIsKnown = finishedSamples.has_value();
+  lengthIsKnown = completedSamples.has_value();
   writeFinished(static_cast<std::size_t>(offset), static_cast<std::size_t>(count));
   suspendSilent();
 }

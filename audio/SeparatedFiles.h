@@ -64,10 +64,11 @@ class SeparatedFiles {
   /// Spectra (bins() values each, not owned) by source id.
   using Spectra = std::map<int, const std::complex<float>*>;
 
-  /// Takes the next frame, at first frame 0. finishedSamples is what FrameReader::finishedSamples()
-  /// says of the frame: that many samples are written to every file. Without it, as many as the
-  /// frame's advance says, as if the recording had no end. Throws AudioError.
-  void addFrame(const Spectra& spectra, std::optional<int> finishedSamples = std::nullopt);
+  /// Takes the next frame, at first frame 0. completedSamples is what
+  /// FrameReader::completedSamples() says of the frame: that many samples are written to every
+  /// file. Without it, as many as the frame's advance says, as if the recording had no end. Throws
+  /// AudioError.
+  void addFrame(const Spectra& spectra, std::optional<int> completedSamples = std::nullopt);
 
   /// Closes and names all files and writes timeline.json. Without counts of finished samples, what
   /// the last frames hold beyond them is written first. Throws AudioError.

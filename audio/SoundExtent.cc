@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::uint64_t OPEN_SIZE = 0xFFFFF000;  // 32-bit sizes from here on mean "not known"
 
-constexpr int MOST_CHUNKS = 10000;
+constexpr int MAX_CHUNKS = 10000;
 
 enum class Order { Little, Big };
 
@@ -56,7 +56,7 @@ class Bytes {
 std::optional<SoundExtent> extentInChunks(Bytes& bytes, const std::string& wanted, Order order) {
   std::optional<std::uint64_t> longSize;  // RF64 has the sound's size in a chunk before it
   std::uint64_t at = 12;
-  for (int chunk = 0; chunk < MOST_CHUNKS && at + 8 <= bytes.size(); ++chunk) {
+  for (int chunk = 0; chunk < MAX_CHUNKS && at + 8 <= bytes.size(); ++chunk) {
     const std::string name = bytes.text(at, 4);
     const std::uint64_t size = bytes.number(at + 4, 4, order);
     if (name == wanted && size == std::numeric_limits<std::uint32_t>::max() && longSize) {

@@ -24,7 +24,7 @@ struct FileCloser {
 constexpr std::size_t SILENCE_BLOCK = 4096;
 
 // The format's counts have 32 bits; the rest is for the header.
-constexpr std::int64_t LARGEST_FILE = 0xFFFFFFFF - 4096;
+constexpr std::int64_t MAX_FILE_SIZE = 0xFFFFFFFF - 4096;
 
 /// How samples are stored.
 struct Encoding {
@@ -155,7 +155,7 @@ void WavWriter::write(const float* samples, std::size_t count) {
   if (impl->finished) throw AudioError(fmt::format("{}: is finished already", impl->output.path()));
   const std::int64_t size = (impl->written + static_cast<std::int64_t>(count)) *
                             impl->format.channels * encodingOf(impl->format.samples).bytes;
-  if (size > LARGEST_FILE) {
+  if (size > MAX_FILE_SIZE) {
     throw AudioError(fmt::format("{}: the recording is too long for a WAV file, which holds 4 GB",
                                  impl->output.path()));
   }

@@ -4,7 +4,7 @@
 #include <vector>
 
 /// What an engineer writes for one algorithm, one array and one configuration: plain loops over
-/// arrays, without a matrix type, a database or a changing source list. The yardstick for the
+/// arrays, without a matrix type, a database or a changing source list. The baseline for the
 /// engine's own steps.
 namespace bench {
 

@@ -9,7 +9,7 @@ namespace BF {
 /// Maximum likelihood: per source and bin the minimum-variance distortionless filter
 /// w = Q · a / (aᴴ · Q · a) for the noise correlation matrix of the bin, Q being the inverse of
 /// that matrix after regularisation and a the source's transfer function at unit norm. Each filter
-/// is turned by e^(jkπ), a circular shift by half a frame.
+/// is multiplied by e^(jkπ) = (−1)^k, a circular shift by half a frame.
 ///
 /// noiseCorrelationMatrices is filled from outside before updateSources; the filters follow it and
 /// the source list there, and never adapt.

@@ -44,7 +44,7 @@ pid_t startChild() {
   return child;
 }
 
-constexpr std::size_t LONGEST_REASON = 4096;  // a pipe takes so much without anyone reading it
+constexpr std::size_t MAX_REASON = 4096;  // a pipe takes so much without anyone reading it
 
 /// The two ends of a pipe, closed at the end of the scope.
 struct Pipe {
@@ -71,7 +71,7 @@ struct Pipe {
   } catch (const std::bad_alloc&) {
     _exit(OUT_OF_MEMORY);
   } catch (const std::exception& error) {
-    const std::string_view reason = std::string_view(error.what()).substr(0, LONGEST_REASON);
+    const std::string_view reason = std::string_view(error.what()).substr(0, MAX_REASON);
     [[maybe_unused]] const ssize_t written = write(reasonPipe, reason.data(), reason.size());
     _exit(FAILED);  // without a reason, if writing failed
   }
@@ -79,7 +79,7 @@ struct Pipe {
 }
 
 std::string readReason(int reasonPipe) {
-  std::string reason(LONGEST_REASON, '\0');
+  std::string reason(MAX_REASON, '\0');
   const ssize_t count = read(reasonPipe, reason.data(), reason.size());
   reason.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
   return reason;

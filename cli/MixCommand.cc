@@ -28,8 +28,8 @@ namespace {
 constexpr double NOTED_DEVIATION = 5.0;  // degrees
 
 constexpr double LATEST_BEGIN = 86400.0;  // seconds
-constexpr int LARGEST_RATE = 1'000'000;   // Hz
-constexpr int LARGEST_CHANNEL = 1024;
+constexpr int MAX_RATE = 1'000'000;       // Hz
+constexpr int MAX_CHANNEL = 1024;
 
 class MixError : public std::runtime_error {
  public:
@@ -193,12 +193,12 @@ void addMixCommand(CLI::App& app) {
   command
       ->add_option("--channel", options->channel,
                    "Channel to take from dry files of several channels, from 1")
-      ->check(isBetween(1, LARGEST_CHANNEL))
+      ->check(isBetween(1, MAX_CHANNEL))
       ->capture_default_str();
   command
       ->add_option("--raw-rate", options->rawRate,
                    "The dry files are headerless 16-bit little-endian mono, of this rate in Hz")
-      ->check(isBetween(1, LARGEST_RATE));
+      ->check(isBetween(1, MAX_RATE));
   command->add_flag("--resample", options->resample,
                     "Convert dry files of another sampling rate than the responses'");
   command->add_option("--gain", options->gains, "Gain of each dry file in dB")

@@ -81,7 +81,7 @@ void loadPlugIns() {
 void runDocument(const FD::NetworkDocument& document, const std::vector<std::string>& arguments,
                  std::ostream& out, std::int64_t frames) {
   loadPlugIns();
-  const NotedSignals signals;
+  const SignalWatch signals;
   std::ostringstream errors;
   int lastFrame = -1;
   int status = 0;
@@ -90,7 +90,7 @@ void runDocument(const FD::NetworkDocument& document, const std::vector<std::str
     status = FD::runNetwork(document, arguments, out, errors, [&](int frame) {
       lastFrame = frame;
       bar.show(frame);
-      return NotedSignals::caught() == 0;
+      return SignalWatch::caught() == 0;
     });
   }
   if (status != 0) {
@@ -98,9 +98,9 @@ void runDocument(const FD::NetworkDocument& document, const std::vector<std::str
     while (!text.empty() && text.back() == '\n') text.pop_back();
     throw RunError(text);
   }
-  if (NotedSignals::caught() != 0) {
+  if (SignalWatch::caught() != 0) {
     throw RunError(
         fmt::format("stopped by signal {} after frame {}; the files are complete up to it",
-                    NotedSignals::caught(), lastFrame));
+                    SignalWatch::caught(), lastFrame));
   }
 }

@@ -27,9 +27,9 @@
 
 namespace {
 
-constexpr std::size_t MOST_FREQUENCIES = 8;
+constexpr std::size_t MAX_FREQUENCIES = 8;
 constexpr double NOTED_ELEVATION = 5.0;  // degrees
-constexpr double DEEPEST = -100.0;       // dB; what lies below is rounding
+constexpr double MIN_GAIN = -100.0;      // dB; what lies below is rounding
 
 struct Options {
   std::string database;
@@ -69,10 +69,10 @@ void checkMethod(const std::string& name) {
 
 void checkUsage(const Options& options) {
   checkMethod(options.method);
-  if (options.frequencies.size() > MOST_FREQUENCIES) {
+  if (options.frequencies.size() > MAX_FREQUENCIES) {
     throw CLI::ValidationError(
         "--frequency",
-        fmt::format("{} given, expected {} at most", options.frequencies.size(), MOST_FREQUENCIES));
+        fmt::format("{} given, expected {} at most", options.frequencies.size(), MAX_FREQUENCIES));
   }
   checkPicture(options.output, options.force, {options.database, options.scene});
 }
@@ -188,8 +188,8 @@ void noteElevations(const Options& options, const Setup& setup, const DirectionR
 }
 
 std::string gainText(double gain) {
-  return gain < DEEPEST ? fmt::format("below {:.0f} dB", DEEPEST)
-                        : fmt::format("{:.1f} dB", std::round(10.0 * gain) / 10.0 + 0.0);
+  return gain < MIN_GAIN ? fmt::format("below {:.0f} dB", MIN_GAIN)
+                         : fmt::format("{:.1f} dB", std::round(10.0 * gain) / 10.0 + 0.0);
 }
 
 /// The broadband gains between the sources themselves, a line for each target.

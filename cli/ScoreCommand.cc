@@ -19,11 +19,11 @@
 
 namespace {
 
-constexpr int LARGEST_TAPS = 1024;
-constexpr int LARGEST_CHANNEL = 1024;
+constexpr int MAX_TAPS = 1024;
+constexpr int MAX_CHANNEL = 1024;
 
 // The filters are found with a square matrix of that many rows: half a gigabyte.
-constexpr std::size_t LARGEST_SYSTEM = 8192;
+constexpr std::size_t MAX_SYSTEM = 8192;
 
 // By how many dB an estimate must fit a reference better to count as meant for it.
 constexpr double NOTICEABLE_FIT = 1.0;
@@ -47,11 +47,10 @@ void checkUsage(const ScoreOptions& options) {
                                            options.estimates.size(), options.references.size()));
   }
   const std::size_t rows = options.references.size() * static_cast<std::size_t>(options.filterTaps);
-  if (rows > LARGEST_SYSTEM) {
+  if (rows > MAX_SYSTEM) {
     throw CLI::ValidationError(
-        "--filter-taps",
-        fmt::format("{} taps for {} references, expected at most {} in all", options.filterTaps,
-                    options.references.size(), LARGEST_SYSTEM));
+        "--filter-taps", fmt::format("{} taps for {} references, expected at most {} in all",
+                                     options.filterTaps, options.references.size(), MAX_SYSTEM));
   }
 }
 
@@ -203,12 +202,12 @@ void addScoreCommand(CLI::App& app) {
   command
       ->add_option("--channel", options->channel,
                    "Channel to take from files of several channels, from 1")
-      ->check(isBetween(1, LARGEST_CHANNEL))
+      ->check(isBetween(1, MAX_CHANNEL))
       ->capture_default_str();
   command
       ->add_option("--filter-taps", options->filterTaps,
                    "Length of a filter that an estimate may have been through without loss")
-      ->check(isBetween(1, LARGEST_TAPS))
+      ->check(isBetween(1, MAX_TAPS))
       ->capture_default_str();
   command
       ->add_option("--range", options->range,

@@ -21,18 +21,18 @@ namespace {
 constexpr double WIDE_ANGLE = 10.0;  // degrees
 
 /// How often moving sources are looked at, and at how many changes of who is active, at most.
-constexpr std::size_t MOST_MOMENTS = 1000;
+constexpr std::size_t MAX_MOMENTS = 1000;
 
 /// From here on a separation raises noise by up to 40 dB.
-constexpr double LARGEST_CONDITION = 100.0;
+constexpr double MAX_CONDITION = 100.0;
 /// Below it small arrays tell no directions apart, and speech has no sound.
-constexpr double LOWEST_FREQUENCY = 100.0;  // Hz
+constexpr double MIN_FREQUENCY = 100.0;  // Hz
 /// What is narrower is hardly heard.
 constexpr double NARROWEST_BAND = 100.0;  // Hz
 /// How many different lists of sources are examined: each costs a decomposition per bin.
-constexpr std::size_t MOST_LISTS = 16;
+constexpr std::size_t MAX_LISTS = 16;
 
-constexpr std::size_t MOST_IDS = 8;
+constexpr std::size_t MAX_IDS = 8;
 
 using Warnings = std::vector<std::string>;
 
@@ -47,8 +47,8 @@ std::string directionOf(const Audio::Position& p) {
 /// "source 3", "sources 3, 4", or the first of many.
 std::string named(std::vector<int> ids) {
   const char* const kind = ids.size() == 1 ? "source" : "sources";
-  const bool areMany = ids.size() > MOST_IDS;
-  if (areMany) ids.resize(MOST_IDS);
+  const bool areMany = ids.size() > MAX_IDS;
+  if (areMany) ids.resize(MAX_IDS);
   return fmt::format("{} {}{}", kind, fmt::join(ids, ", "), areMany ? " …" : "");
 }
 
@@ -154,15 +154,15 @@ struct Moment {
 std::vector<double> timesToLookAt(const SeparationPlan& plan) {
   std::vector<double> times;
   const std::vector<Audio::SceneCrowd> crowds = plan.scene.crowds();
-  const std::size_t step = 1 + crowds.size() / MOST_MOMENTS;
+  const std::size_t step = 1 + crowds.size() / MAX_MOMENTS;
   for (std::size_t i = 0; i < crowds.size(); i += step) times.push_back(crowds[i].time);
   double end = 0.0;
   for (const Audio::SceneSource& source : allSources(plan.scene)) {
     if (source.track.size() > 1) end = std::max(end, source.track.back().t);
   }
   end = std::min(end, plan.duration.value_or(end));
-  for (std::size_t i = 1; end > 0.0 && i <= MOST_MOMENTS; ++i) {
-    times.push_back(end * static_cast<double>(i) / MOST_MOMENTS);
+  for (std::size_t i = 1; end > 0.0 && i <= MAX_MOMENTS; ++i) {
+    times.push_back(end * static_cast<double>(i) / MAX_MOMENTS);
   }
   std::erase_if(times, [&](double t) { return plan.duration && t > *plan.duration; });
   std::sort(times.begin(), times.end());
@@ -263,7 +263,7 @@ void findSingularBands(const SeparationPlan& plan, const std::vector<Moment>& mo
   const SofaFile& database = *plan.database;
   const double spacing =
       database.samplingRate() / 2.0 / static_cast<double>(database.length() - 1);  // Hz
-  const auto begin = static_cast<std::size_t>(std::ceil(LOWEST_FREQUENCY / spacing));
+  const auto begin = static_cast<std::size_t>(std::ceil(MIN_FREQUENCY / spacing));
   std::vector<std::complex<float>> H;
   std::set<std::vector<std::size_t>> examined;
   SingularBand worst;
@@ -273,10 +273,10 @@ void findSingularBands(const SeparationPlan& plan, const std::vector<Moment>& mo
     std::sort(positions.begin(), positions.end());
     positions.erase(std::unique(positions.begin(), positions.end()), positions.end());
     if (positions.size() < 2 || positions.size() > database.receivers()) continue;
-    if (examined.size() == MOST_LISTS || !examined.insert(positions).second) continue;
+    if (examined.size() == MAX_LISTS || !examined.insert(positions).second) continue;
     if (H.empty()) H = database.readTransferFunctions();
     const auto band = widestSingularBand(H, database.receivers(), database.length(), positions,
-                                         begin, LARGEST_CONDITION);
+                                         begin, MAX_CONDITION);
     if (!band || (when && band->last - band->first <= worst.last - worst.first)) continue;
     worst = *band;
     when = &moment;
@@ -289,7 +289,7 @@ void findSingularBands(const SeparationPlan& plan, const std::vector<Moment>& mo
       "(condition up to {:.1e}, expected {:.0f} or less), so noise grows there; expected sources "
       "further apart, a larger array, or --method DS or ML",
       plan.settings.scene, named(ids), when->time, static_cast<double>(worst.first) * spacing,
-      static_cast<double>(worst.last) * spacing, worst.condition, LARGEST_CONDITION));
+      static_cast<double>(worst.last) * spacing, worst.condition, MAX_CONDITION));
 }
 
 }  // namespace

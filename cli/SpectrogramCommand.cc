@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::size_t MOST_PANELS = 32;
+constexpr std::size_t MAX_PANELS = 32;
 
 struct Options {
   std::vector<std::string> files;
@@ -40,11 +40,11 @@ void drawSpectrograms(const Options& options) {
     std::vector<Spectrogram> more = readSpectrograms(file, options.channels, frames);
     panels.insert(panels.end(), std::make_move_iterator(more.begin()),
                   std::make_move_iterator(more.end()));
-    if (panels.size() <= MOST_PANELS) continue;
+    if (panels.size() <= MAX_PANELS) continue;
     throw PlotError(
         fmt::format("{}: with it there are {} panels, expected {} at most (--channel "
                     "chooses channels)",
-                    file, panels.size(), MOST_PANELS));
+                    file, panels.size(), MAX_PANELS));
   }
   writePicture(options.output, spectrogramPicture(panels, options.style), options.force);
 }

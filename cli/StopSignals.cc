@@ -80,7 +80,7 @@ void removeUnfinishedFilesOnSignals() {
   }
 }
 
-NotedSignals::NotedSignals() {
+SignalWatch::SignalWatch() {
   static_assert(STOPS.size() == COUNT);
   caughtSignal = 0;
   beforeAlarm = std::signal(SIGALRM, endPatience);
@@ -92,10 +92,10 @@ NotedSignals::NotedSignals() {
   for (std::size_t i = 0; i < STOPS.size(); ++i) before[i] = handle(STOPS[i], noteSignal);
 }
 
-NotedSignals::~NotedSignals() {
+SignalWatch::~SignalWatch() {
   for (std::size_t i = 0; i < STOPS.size(); ++i) std::signal(STOPS[i], before[i]);
   timer_delete(timer);
   std::signal(SIGALRM, beforeAlarm);
 }
 
-int NotedSignals::caught() { return caughtSignal; }
+int SignalWatch::caught() { return caughtSignal; }

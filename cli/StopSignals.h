@@ -14,12 +14,12 @@ void addUnfinishedFiles(void (*removeAll)());
 /// SIGINT, SIGTERM and SIGHUP are noted instead of ending the process, for one scope at a time. The
 /// first one leaves the scope most of a second to end by itself; then, or when a second one comes,
 /// the process ends as without the scope.
-class NotedSignals {
+class SignalWatch {
  public:
-  NotedSignals();
-  NotedSignals(const NotedSignals&) = delete;
-  NotedSignals& operator=(const NotedSignals&) = delete;
-  ~NotedSignals();
+  SignalWatch();
+  SignalWatch(const SignalWatch&) = delete;
+  SignalWatch& operator=(const SignalWatch&) = delete;
+  ~SignalWatch();
 
   /// The signal that came, 0 without any.
   static int caught();

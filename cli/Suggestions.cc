@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t MOST_EDITS = 2;
+constexpr std::size_t MAX_EDITS = 2;
 
 /// The least number of characters put in, taken out, replaced, or swapped with the next, that turn
 /// one text into the other.
@@ -50,9 +50,9 @@ std::vector<std::string> namesLike(const std::string& word, const CLI::App& app)
 std::string meant(const std::string& typed, const CLI::App& app) {
   const std::string word = typed.substr(0, typed.find('='));
   std::string best;
-  std::size_t least = std::min(MOST_EDITS, word.size() / 2) + 1;
+  std::size_t least = std::min(MAX_EDITS, word.size() / 2) + 1;
   for (const std::string& name : namesLike(word, app)) {
-    if (name.size() > word.size() + MOST_EDITS || word.size() > name.size() + MOST_EDITS) continue;
+    if (name.size() > word.size() + MAX_EDITS || word.size() > name.size() + MAX_EDITS) continue;
     const std::size_t distance = editDistance(word, name);
     if (distance >= least) continue;
     least = distance;

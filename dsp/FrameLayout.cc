@@ -10,15 +10,14 @@ namespace Audio {
 
 namespace {
 
-constexpr int LONGEST_FRAME = 1 << 24;
+constexpr int MAX_FRAME = 1 << 24;
 
 }  // namespace
 
 FrameLayout::FrameLayout(int lengthValue, int advanceValue)
     : samplesPerFrame(lengthValue), samplesPerStep(advanceValue) {
-  if (lengthValue < 1 || lengthValue > LONGEST_FRAME) {
-    throw AudioError(
-        fmt::format("LENGTH is {}, expected 1 to {} samples", lengthValue, LONGEST_FRAME));
+  if (lengthValue < 1 || lengthValue > MAX_FRAME) {
+    throw AudioError(fmt::format("LENGTH is {}, expected 1 to {} samples", lengthValue, MAX_FRAME));
   }
   if (advanceValue < 1 || advanceValue > lengthValue) {
     throw AudioError(

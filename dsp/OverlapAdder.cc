@@ -11,7 +11,7 @@ namespace Audio {
 
 namespace {
 
-constexpr double SMALLEST_SHARE = 1e-4;
+constexpr double MIN_SHARE = 1e-4;
 
 /// D(r) = Σ_j w(r + j · advance)² for r = 0 … advance − 1.
 std::vector<double> sumsOfSquares(const std::vector<float>& w, int advance) {
@@ -30,11 +30,11 @@ FrameSynthesizer::FrameSynthesizer(const FrameLayout& frameLayout, WindowType wi
       negateOddBins(halfFrameShift),
       gains(makeWindow(windowType, frameLayout.length())),
       fft(frameLayout.length()),
-      turned(static_cast<std::size_t>(frameLayout.bins())),
+      shifted(static_cast<std::size_t>(frameLayout.bins())),
       samples(gains.size()) {
   const std::vector<double> D = sumsOfSquares(gains, layout.advance());
   const auto [least, most] = std::minmax_element(D.begin(), D.end());
-  if (*least <= *most * SMALLEST_SHARE) {
+  if (*least <= *most * MIN_SHARE) {
     throw AudioError(
         fmt::format("frames of LENGTH {} with ADVANCE {} do not overlap enough for this WINDOW: "
                     "some samples would be lost; expected an ADVANCE of at most half of LENGTH",
@@ -46,10 +46,10 @@ FrameSynthesizer::FrameSynthesizer(const FrameLayout& frameLayout, WindowType wi
 }
 
 const std::vector<float>& FrameSynthesizer::synthesize(const std::complex<float>* spectrum) {
-  for (std::size_t k = 0; k < turned.size(); ++k) {
-    turned[k] = negateOddBins && k % 2 == 1 ? -spectrum[k] : spectrum[k];
+  for (std::size_t k = 0; k < shifted.size(); ++k) {
+    shifted[k] = negateOddBins && k % 2 == 1 ? -spectrum[k] : spectrum[k];
   }
-  fft.inverse(turned.data(), samples.data());
+  fft.inverse(shifted.data(), samples.data());
   for (std::size_t n = 0; n < samples.size(); ++n) samples[n] *= gains[n];
   return samples;
 }

@@ -35,7 +35,7 @@ class FrameSynthesizer {
   bool negateOddBins;
   std::vector<float> gains;  // w(n) / Σ w², per sample of the frame
   RealFft fft;
-  std::vector<std::complex<float>> turned;
+  std::vector<std::complex<float>> shifted;
   std::vector<float> samples;
 };
 

@@ -22,9 +22,10 @@ int nonNegative(int count) { return std::max(count, 0); }
 
 /// a · b · c, each 0 or more, if that many complex values have a size at all.
 std::size_t product(int a, int b, int c) {
-  constexpr std::size_t MOST = std::numeric_limits<std::ptrdiff_t>::max() / (2 * sizeof(float));
+  constexpr std::size_t MAX_COUNT =
+      std::numeric_limits<std::ptrdiff_t>::max() / (2 * sizeof(float));
   const std::size_t ab = static_cast<std::size_t>(a) * static_cast<std::size_t>(b);
-  if (ab != 0 && static_cast<std::size_t>(c) > MOST / ab) throw std::bad_alloc();
+  if (ab != 0 && static_cast<std::size_t>(c) > MAX_COUNT / ab) throw std::bad_alloc();
   return ab * static_cast<std::size_t>(c);
 }
 

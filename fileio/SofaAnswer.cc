@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr std::size_t LONGEST_REASON = 900;
-constexpr std::size_t MOST_TEXT = std::size_t{1} << 16;
+constexpr std::size_t MAX_REASON = 900;
+constexpr std::size_t MAX_TEXT = std::size_t{1} << 16;
 
 /// Adds a · b · c to the sum; false if that is more than a size can say.
 bool addProduct(std::size_t& sum, std::size_t a, std::size_t b, std::size_t c) {
@@ -65,11 +65,11 @@ SofaAnswer::SofaAnswer(AnswerBytes memory, std::size_t limit) : bytes(std::move(
   std::memcpy(&begin, bytes.data.get(), sizeof begin);
   if (begin.magic != AnswerHead::MAGIC) refuseAnswer("no answer");
   const std::optional<AnswerLayout> found = layoutOf(begin);
-  if (!found || begin.textBytes > MOST_TEXT || found->size != bytes.size) {
+  if (!found || begin.textBytes > MAX_TEXT || found->size != bytes.size) {
     refuseAnswer(fmt::format("{} bytes that do not fit its counts", bytes.size));
   }
   layout = *found;
-  if (begin.state == AnswerState::REFUSED) throw SofaError(printable(text(), LONGEST_REASON));
+  if (begin.state == AnswerState::REFUSED) throw SofaError(printable(text(), MAX_REASON));
   if (begin.state == AnswerState::OUT_OF_MEMORY) {
     throw SofaError("reading it takes more memory than its size allows, " + EXPECTED_SOUND_FILE);
   }
@@ -79,11 +79,11 @@ SofaAnswer::SofaAnswer(AnswerBytes memory, std::size_t limit) : bytes(std::move(
 }
 
 void SofaAnswer::checkCounts() const {
-  constexpr std::uint64_t MOST = std::numeric_limits<int>::max();
-  const bool sound = (begin.state == AnswerState::HEAD || begin.state == AnswerState::RESPONSES) &&
+  constexpr std::uint64_t MAX_COUNT = std::numeric_limits<int>::max();
+  const bool valid = (begin.state == AnswerState::HEAD || begin.state == AnswerState::RESPONSES) &&
                      begin.isTransferFunctions <= 1 && M() > 0 && M() <= MAX_MEASUREMENTS &&
-                     R() > 0 && R() <= MOST && begin.length > 0 && begin.length <= MOST;
-  if (!sound) {
+                     R() > 0 && R() <= MAX_COUNT && begin.length > 0 && begin.length <= MAX_COUNT;
+  if (!valid) {
     refuseAnswer(
         fmt::format("{} positions, {} microphones and {} values each", M(), R(), begin.length));
   }
@@ -126,7 +126,7 @@ std::vector<std::string> SofaAnswer::warnings() const {
   const std::string all = text();
   for (std::size_t at = 0; at < all.size();) {
     const std::size_t end = std::min(all.find('\n', at), all.size());
-    lines.push_back(printable(all.substr(at, end - at), LONGEST_REASON));
+    lines.push_back(printable(all.substr(at, end - at), MAX_REASON));
     at = end + 1;
   }
   return lines;

@@ -158,9 +158,9 @@ void SofaParser::readSamplingRate() {
 std::vector<Position> SofaParser::readPositions(const std::string& variable,
                                                 const std::string& type) {
   const std::vector<std::size_t> shape = file.shape(variable);
-  const bool sound = (shape.size() == 2 || shape.size() == 3) && shape[0] > 0 && shape[1] == 3 &&
+  const bool valid = (shape.size() == 2 || shape.size() == 3) && shape[0] > 0 && shape[1] == 3 &&
                      (shape.size() == 2 || shape[2] > 0);
-  if (!sound) {
+  if (!valid) {
     fail(fmt::format("{} has the shape {}, expected rows of 3 coordinates", variable, shape));
   }
   if (type != "spherical" && type != "cartesian") {
@@ -293,8 +293,8 @@ void SofaParser::readDelays(double* delays) const {
   std::fill(delays, delays + M * R, 0.0);
   if (!file.hasVariable("Data.Delay")) return;
   const std::vector<std::size_t> shape = file.shape("Data.Delay");
-  const bool sound = shape.size() == 2 && (shape[0] == 1 || shape[0] == M) && shape[1] == R;
-  if (!sound) {
+  const bool valid = shape.size() == 2 && (shape[0] == 1 || shape[0] == M) && shape[1] == R;
+  if (!valid) {
     fail(fmt::format("Data.Delay has the shape {}, expected [1, {}] or [{}, {}]", shape, R, M, R));
   }
   const std::vector<double> values = file.readDoubles("Data.Delay");

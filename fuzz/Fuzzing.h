@@ -27,8 +27,8 @@ inline void require(bool holds, const char* law) {
 /// Whether a message may be shown to a person: one line of limited length that nothing in the input
 /// can turn into commands to a terminal.
 inline bool isShowable(const std::string& message) {
-  constexpr std::size_t LONGEST = 1000;
-  if (message.empty() || message.size() > LONGEST) return false;
+  constexpr std::size_t MAX_LENGTH = 1000;
+  if (message.empty() || message.size() > MAX_LENGTH) return false;
   for (const char c : message) {
     if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return false;
   }

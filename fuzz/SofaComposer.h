@@ -14,7 +14,7 @@
 /// Writes a netCDF file, of the classic format (quicker) or netCDF-4, that looks like a SOFA file,
 /// with what the input chooses to be wrong about it: types, shapes, values, attributes, missing and
 /// unwritten variables, pieces. netCDF itself writes it, so that it is the reader which is tested
-/// and not the library below. An input of zeros makes a sound file.
+/// and not the library below. An input of zeros makes a valid file.
 class SofaComposer {
  public:
   SofaComposer(FuzzedDataProvider& input, const std::string& path)
@@ -52,7 +52,7 @@ class SofaComposer {
   }
 
   /// Whether nothing was made wrong on purpose.
-  bool isSound() const { return sound; }
+  bool isValid() const { return valid; }
 
  private:
   using Shape = std::vector<std::size_t>;
@@ -66,7 +66,7 @@ class SofaComposer {
 
   bool odd() {
     const bool result = choices.ConsumeIntegral<std::uint8_t>() > 240;
-    sound = sound && !result;
+    valid = valid && !result;
     return result;
   }
 
@@ -141,11 +141,11 @@ class SofaComposer {
   }
 
   void fill(int number, Shape shape, bool inPieces, double first, double step) {
-    constexpr std::size_t MOST = 4096;
+    constexpr std::size_t MAX_SIZE = 4096;
     std::size_t count = 1;
     for (std::size_t& length : shape) {
       if (length == NC_UNLIMITED) length = 2;
-      if (length > MOST / count) {
+      if (length > MAX_SIZE / count) {
         if (!inPieces) return;  // a whole variable of this size would be written
         length = 1;
       }
@@ -169,5 +169,5 @@ class SofaComposer {
   int id = -1;
   std::map<std::size_t, int> dimensionOf;
   std::vector<Values> contents;
-  bool sound = true;
+  bool valid = true;
 };

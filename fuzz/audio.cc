@@ -9,7 +9,7 @@
 namespace {
 
 constexpr std::size_t BLOCK = 1000;
-constexpr std::size_t MOST_SAMPLES = 1 << 16;  // a file of one second can be converted to hours
+constexpr std::size_t MAX_SAMPLES = 1 << 16;  // a file of one second can be converted to hours
 
 Audio::AudioReaderOptions chosen(FuzzedDataProvider& choices) {
   Audio::AudioReaderOptions options;
@@ -28,7 +28,7 @@ void readAll(Audio::AudioReader& reader, bool finite) {
   const auto announced = reader.announcedSamples();
   require(!announced || *announced >= 0, "no negative length is announced");
   std::vector<float> block(BLOCK * static_cast<std::size_t>(reader.channelCount()));
-  for (std::size_t all = 0; all < MOST_SAMPLES; all += BLOCK) {
+  for (std::size_t all = 0; all < MAX_SAMPLES; all += BLOCK) {
     const std::size_t count = reader.read(block.data(), BLOCK);
     require(count <= BLOCK, "no more samples than asked for");
     const float* begin = block.data();

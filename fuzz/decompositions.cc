@@ -13,7 +13,7 @@ namespace {
 using BF::Matrix;
 using namespace reference;
 
-constexpr int LARGEST = 8;
+constexpr int MAX_SIZE = 8;
 // The singular-value decomposition stops at 1.5e-7 of the norm per off-diagonal element, and takes
 // vectors of norm 3.9e-16 for zero.
 constexpr double ACCURACY = 1e-6;
@@ -115,8 +115,8 @@ void checkEigenValues(const Matrix& A) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   FuzzedDataProvider choices(data, size);
-  const int rows = choices.ConsumeIntegralInRange(1, LARGEST);
-  const int columns = choices.ConsumeIntegralInRange(1, LARGEST);
+  const int rows = choices.ConsumeIntegralInRange(1, MAX_SIZE);
+  const int columns = choices.ConsumeIntegralInRange(1, MAX_SIZE);
   const Matrix A = matrix(choices, rows, columns);
   const Matrix B = matrix(choices, rows, rows);
   checkSingularValues(A);

@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       const auto noise = scene.noiseAt(t, true);
       requireFinite(targets);
       requireFinite(noise);
-      require(targets.size() + scene.noiseAt(t, false).size() <= Audio::Scene::MOST_AT_ONCE,
+      require(targets.size() + scene.noiseAt(t, false).size() <= Audio::Scene::MAX_AT_ONCE,
               "no more sources at once than the limit");
       require(targets.size() + noise.size() >= scene.sources().size(),
               "a target is either active or noise");

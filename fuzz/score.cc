@@ -8,9 +8,9 @@
 
 namespace {
 
-constexpr int MOST_SOURCES = 4;
-constexpr int LONGEST = 96;
-constexpr int MOST_TAPS = 48;
+constexpr int MAX_SOURCES = 4;
+constexpr int MAX_LENGTH = 96;
+constexpr int MAX_TAPS = 48;
 
 /// A sample as files hold it: in single precision, mostly of usual size.
 double sample(FuzzedDataProvider& choices) {
@@ -55,9 +55,9 @@ void check(const SourceScore& score) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   FuzzedDataProvider choices(data, size);
-  const int sources = choices.ConsumeIntegralInRange(1, MOST_SOURCES);
-  const int length = choices.ConsumeIntegralInRange(0, LONGEST);
-  const int taps = choices.ConsumeIntegralInRange(1, MOST_TAPS);
+  const int sources = choices.ConsumeIntegralInRange(1, MAX_SOURCES);
+  const int length = choices.ConsumeIntegralInRange(0, MAX_LENGTH);
+  const int taps = choices.ConsumeIntegralInRange(1, MAX_TAPS);
   try {
     std::vector<NamedSignal> references;
     for (int i = 0; i < sources; ++i) references.push_back(signal(choices, length));

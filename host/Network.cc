@@ -10,9 +10,9 @@ namespace FD {
 inline namespace zelk {
 
 /// Hands the network's inputs to the nodes inside: one output per input, of the same number.
-class Network::OuterWorld : public Node {
+class Network::NetworkInputs : public Node {
  public:
-  explicit OuterWorld(Network& owner) : Node(owner.getName(), ParameterSet()), network(owner) {
+  explicit NetworkInputs(Network& owner) : Node(owner.getName(), ParameterSet()), network(owner) {
     setType(owner.getType());
   }
 
@@ -90,15 +90,15 @@ void Network::declareInput(const std::string& inputName) {
   for (const NodeInput& input : inputs) {
     if (input.name == inputName) return;
   }
-  if (outerWorld.isNil()) outerWorld = RCPtr<OuterWorld>(new OuterWorld(*this));
+  if (networkInputs.isNil()) networkInputs = RCPtr<NetworkInputs>(new NetworkInputs(*this));
   addInput(inputName);
-  outerWorld->declare(inputName);
+  networkInputs->declare(inputName);
 }
 
 void Network::bindInput(const std::string& inputName, const std::string& nodeName,
                         const std::string& terminal) {
   declareInput(inputName);
-  getNodeNamed(nodeName).connectToNode(terminal, outerWorld.get(), inputName);
+  getNodeNamed(nodeName).connectToNode(terminal, networkInputs.get(), inputName);
 }
 
 void Network::bindOutput(const std::string& outputName, const std::string& nodeName,

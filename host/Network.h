@@ -57,11 +57,11 @@ class Network : public Node {
   RCPtr<Collector> sink;
 
  private:
-  class OuterWorld;
+  class NetworkInputs;
 
   std::vector<RCPtr<Node>> nodes;  // in the order of their addition
   std::map<std::string, Node*> nodesByName;
-  RCPtr<OuterWorld> outerWorld;
+  RCPtr<NetworkInputs> networkInputs;
   std::size_t notified = 0;  // how many nodes had their cleanupNotify
 };
 

@@ -15,7 +15,7 @@ inline namespace zelk {
 
 namespace {
 
-constexpr std::size_t LARGEST_FILE = std::size_t{16} << 20;  // bytes
+constexpr std::size_t MAX_FILE_SIZE = std::size_t{16} << 20;  // bytes
 
 /// The number of the line with the character at this place, from 1.
 std::ptrdiff_t lineAt(const std::string& text, std::ptrdiff_t offset) {
@@ -192,7 +192,7 @@ std::string readFile(const std::filesystem::path& path) {
   std::string text;
   char block[16384];
   // A folder opens like a file and fails only when read.
-  while (file && text.size() <= LARGEST_FILE) {
+  while (file && text.size() <= MAX_FILE_SIZE) {
     file.read(block, sizeof block);
     text.append(block, static_cast<std::size_t>(file.gcount()));
   }
@@ -201,9 +201,9 @@ std::string readFile(const std::filesystem::path& path) {
     throw DocumentError(
         fmt::format("{}: cannot be read: {}", path.string(), std::strerror(reason)));
   }
-  if (text.size() > LARGEST_FILE) {
+  if (text.size() > MAX_FILE_SIZE) {
     throw DocumentError(fmt::format("{}: has more than {} bytes, expected at most that",
-                                    path.string(), LARGEST_FILE));
+                                    path.string(), MAX_FILE_SIZE));
   }
   return text;
 }

@@ -63,8 +63,8 @@ bool hasNan(const std::complex<float>& value) {
 }
 
 bool hasInfinity(const std::complex<float>& value) {
-  constexpr float LARGEST = std::numeric_limits<float>::max();
-  return std::abs(value.real()) > LARGEST || std::abs(value.imag()) > LARGEST;
+  constexpr float MAX_FLOAT = std::numeric_limits<float>::max();
+  return std::abs(value.real()) > MAX_FLOAT || std::abs(value.imag()) > MAX_FLOAT;
 }
 
 void reportOutputFault(const char* node, int source, int bin, const char* fault) {

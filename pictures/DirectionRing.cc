@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr std::size_t ENOUGH = 12;
-constexpr std::size_t LEAST = 3;
+constexpr std::size_t MAX_POSITIONS = 12;
+constexpr std::size_t MIN_POSITIONS = 3;
 
 double degrees(double radians) { return radians * 180.0 / std::numbers::pi; }
 
@@ -67,13 +67,13 @@ DirectionRing DirectionRing::of(const BF::TransformFunctionDatabase& database, d
   DirectionRing ring;
   for (const double width : {0.5, 2.5, 5.0}) {
     ring = best(all, nearest, distance, width);
-    if (ring.positions.size() >= ENOUGH) break;
+    if (ring.positions.size() >= MAX_POSITIONS) break;
   }
-  if (ring.positions.size() < LEAST) {
+  if (ring.positions.size() < MIN_POSITIONS) {
     throw RingError(fmt::format(
         "found {} of {} directions near elevation {:.1f}, which is the nearest to {:.1f} degrees, "
         "expected {} or more",
-        ring.positions.size(), all.size(), nearest, elevation, LEAST));
+        ring.positions.size(), all.size(), nearest, elevation, MIN_POSITIONS));
   }
   return ring;
 }

@@ -4,7 +4,7 @@
 #include <cmath>
 
 void LevelColumns::add(const std::complex<float>* spectrum) {
-  if (frames == 2 * FEWEST * perColumn) halve();
+  if (frames == 2 * MIN_COLUMNS * perColumn) halve();
   const std::size_t column = frames / perColumn;
   sums.resize((column + 1) * bins);
   for (std::size_t k = 0; k < bins; ++k) {
@@ -14,12 +14,12 @@ void LevelColumns::add(const std::complex<float>* spectrum) {
 }
 
 void LevelColumns::halve() {
-  for (std::size_t c = 0; c < FEWEST; ++c) {
+  for (std::size_t c = 0; c < MIN_COLUMNS; ++c) {
     for (std::size_t k = 0; k < bins; ++k) {
       sums[c * bins + k] = sums[2 * c * bins + k] + sums[(2 * c + 1) * bins + k];
     }
   }
-  sums.resize(FEWEST * bins);
+  sums.resize(MIN_COLUMNS * bins);
   perColumn *= 2;
 }
 

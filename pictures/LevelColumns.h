@@ -8,7 +8,7 @@
 /// twice as many as fit, neighbours become one.
 class LevelColumns {
  public:
-  static constexpr std::size_t FEWEST = 1024;  ///< columns, once neighbours have become one
+  static constexpr std::size_t MIN_COLUMNS = 1024;  ///< columns, once neighbours have become one
 
   explicit LevelColumns(std::size_t binCount) : bins(binCount) {}
 

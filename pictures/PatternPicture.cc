@@ -10,15 +10,15 @@
 
 namespace {
 
-constexpr int FLOOR = -40;       // dB, in the centre
-constexpr int HIGHEST_TOP = 20;  // dB
-constexpr int RING_STEP = 10;    // dB
+constexpr int FLOOR = -40;     // dB, in the centre
+constexpr int MAX_TOP = 20;    // dB
+constexpr int RING_STEP = 10;  // dB
 const Colour RINGS = PALE;
 
 // Sizes in pixels.
 constexpr double SIDE = 46.0;  // around a diagram, for the labels of the angles
-constexpr double SMALLEST_RADIUS = 90.0;
-constexpr double LARGEST_RADIUS = 230.0;
+constexpr double MIN_RADIUS = 90.0;
+constexpr double MAX_RADIUS = 230.0;
 constexpr double HEADING = 56.0;  // height of the title and the subtitle
 constexpr double PANEL_TITLE = 26.0;
 constexpr double LEGEND_WIDTH = 125.0;  // of an entry
@@ -164,7 +164,7 @@ int topLevel(const std::vector<PatternPicture::Panel>& panels) {
   }
   // Half a decibel above a ring is no reason for the next one.
   return RING_STEP *
-         static_cast<int>(std::ceil((std::min<double>(HIGHEST_TOP, highest) - 0.5) / RING_STEP));
+         static_cast<int>(std::ceil((std::min<double>(MAX_TOP, highest) - 0.5) / RING_STEP));
 }
 
 /// Where the parts of the picture lie, in pixels.
@@ -182,16 +182,16 @@ struct Layout {
       : width(pictureWidth),
         inRow(panels == 4 ? 2 : std::min(panels, 3)),
         side(1.0 * width / inRow),
-        radius(std::min(side / 2.0 - SIDE, LARGEST_RADIUS)),
+        radius(std::min(side / 2.0 - SIDE, MAX_RADIUS)),
         panelHeight(PANEL_TITLE + 2.0 * (radius + SIDE)),
         legendTop(HEADING + panelHeight * std::ceil(1.0 * panels / inRow)),
         legendColumns(std::max(1, static_cast<int>((width - 20.0) / LEGEND_WIDTH))),
         height(static_cast<int>(
             legendTop + LEGEND_LINE * std::ceil(1.0 * legendEntries / legendColumns) + 10.0)) {
-    if (radius >= SMALLEST_RADIUS) return;
+    if (radius >= MIN_RADIUS) return;
     throw PlotError(
         fmt::format("--width is {}, expected {} pixels or more for {} diagrams side by side", width,
-                    inRow * 2.0 * (SMALLEST_RADIUS + SIDE), inRow));
+                    inRow * 2.0 * (MIN_RADIUS + SIDE), inRow));
   }
 
   /// The upper end of a panel's middle line.

@@ -51,7 +51,7 @@ std::vector<Spectrogram> readSpectrograms(const std::string& path, const std::st
   std::int64_t samples = 0;
   std::int64_t first = 0;
   while (reader.next()) {
-    samples += reader.finishedSamples();
+    samples += reader.completedSamples();
     // Frames whose middle lies before the recording show silence that it does not have.
     if (reader.start() + layout.length() / 2 < 0) {
       first = reader.frame() + 1;

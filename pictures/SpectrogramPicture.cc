@@ -16,8 +16,8 @@ constexpr double RIGHT = 96.0;   // for the scale of levels
 constexpr double BOTTOM = 46.0;  // for the times
 constexpr double TITLE = 28.0;   // above each panel
 constexpr double USUAL_PANEL = 140.0;
-constexpr double SMALLEST_PANEL = 40.0;
-constexpr double SMALLEST_WIDTH = 360.0;
+constexpr double MIN_PANEL = 40.0;
+constexpr double MIN_WIDTH = 360.0;
 constexpr double TICK = 4.0;
 const TextStyle LABEL = {12.0, Anchor::Middle};
 
@@ -134,16 +134,16 @@ void drawScale(Drawing& drawing, const Frame& frame, const Axes& axes) {
 
 /// The panels' height, from the picture's or the usual one.
 double panelHeight(std::size_t panels, const SpectrogramStyle& style) {
-  if (style.width < SMALLEST_WIDTH) {
+  if (style.width < MIN_WIDTH) {
     throw PlotError(
-        fmt::format("--width is {}, expected {} pixels or more", style.width, SMALLEST_WIDTH));
+        fmt::format("--width is {}, expected {} pixels or more", style.width, MIN_WIDTH));
   }
   if (style.height == 0) return USUAL_PANEL;
   const auto count = static_cast<double>(panels);
   const double height = (style.height - BOTTOM) / count - TITLE;
-  if (height < SMALLEST_PANEL) {
+  if (height < MIN_PANEL) {
     throw PlotError(fmt::format("--height is {}, expected {} pixels or more for {} panels",
-                                style.height, count * (SMALLEST_PANEL + TITLE) + BOTTOM, panels));
+                                style.height, count * (MIN_PANEL + TITLE) + BOTTOM, panels));
   }
   return height;
 }

@@ -42,11 +42,11 @@ json parse(const std::string& path) {
 }
 
 std::array<double, 3> readPosition(const std::string& path, std::size_t index, const json& row) {
-  const bool sound =
+  const bool valid =
       row.is_array() && row.size() == 3 && std::all_of(row.begin(), row.end(), [](const json& x) {
         return x.is_number() && std::abs(x.get<double>()) <= MAX_COORDINATE;
       });
-  if (!sound) {
+  if (!valid) {
     throw GeometryError(
         fmt::format("{}: /microphones/{}: found {}, expected [x, y, z] in metres, each within ±{}",
                     path, index, quotedJson(row), MAX_COORDINATE));

@@ -9,7 +9,7 @@
 namespace {
 
 /// Enough directions to sound like all of them.
-constexpr std::size_t MOST_POSITIONS = 48;
+constexpr std::size_t MAX_POSITIONS = 48;
 /// Of the one-pole low-pass that makes the spectrum fall.
 constexpr double SMOOTHING = 0.9;
 
@@ -28,7 +28,7 @@ std::vector<float> microphoneNoise(std::size_t values, double level, unsigned se
 std::vector<float> diffuseNoise(const ResponseSet& responses, std::size_t length, double level,
                                 unsigned seed) {
   const MixRenderer renderer(responses);
-  const std::size_t count = std::min(MOST_POSITIONS, responses.measurements());
+  const std::size_t count = std::min(MAX_POSITIONS, responses.measurements());
   std::mt19937 generator(seed);
   std::normal_distribution<double> gaussian;
   std::vector<double> sum(length * responses.microphones());

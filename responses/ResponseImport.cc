@@ -27,7 +27,7 @@ constexpr std::size_t MAX_VALUES = std::size_t{1} << 27;
 constexpr float ONSET = 0.03F;
 
 constexpr int LEAD = 16;                ///< samples at the frame's rate
-constexpr int SHORTEST_PART = 8;        ///< of the frame, for the lead
+constexpr int LEADS_PER_FRAME = 8;      ///< at least
 constexpr double FADE_PART = 1.0 / 16;  ///< of the frame
 constexpr double REPORTED_LOSS_DB = -40.0;
 constexpr double UNUSABLE_LOSS = 0.999;
@@ -145,7 +145,7 @@ void Importer::findStart() {
   if (std::isnan(onset)) {
     throw SofaError(fmt::format("{}: all responses are 0, expected some sound", path));
   }
-  lead = std::min(LEAD, frame.length / SHORTEST_PART) * responses.rate / frame.rate;
+  lead = std::min(LEAD, frame.length / LEADS_PER_FRAME) * responses.rate / frame.rate;
   // A whole number: then whole delays stay whole.
   start = std::floor(onset - lead);
   report.removedDelay = start / responses.rate;

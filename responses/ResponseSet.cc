@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr double LONGEST_DELAY = 10.0;  // seconds
+constexpr double MAX_DELAY = 10.0;  // seconds
 
 // Half the length of the interpolator for delays between samples.
 constexpr int SINC_REACH = 32;
@@ -90,9 +90,9 @@ void ResponseSet::readImpulseResponses() {
   impulseResponses = file.readImpulseResponses();
   delays = file.readDelays();
   for (const double delay : delays) {
-    if (delay < 0.0 || delay > LONGEST_DELAY * rate) {
+    if (delay < 0.0 || delay > MAX_DELAY * rate) {
       throw SofaError(fmt::format("{}: Data.Delay holds {}, expected 0 to {} samples ({} s)",
-                                  path(), delay, LONGEST_DELAY * rate, LONGEST_DELAY));
+                                  path(), delay, MAX_DELAY * rate, MAX_DELAY));
     }
   }
 }

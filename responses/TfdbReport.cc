@@ -16,9 +16,9 @@ namespace {
 
 using Position = SofaFile::Position;
 
-constexpr std::size_t LONGEST_CHECK = 4096;
+constexpr std::size_t MAX_CHECK = 4096;
 constexpr std::size_t CHECKED_VALUES = std::size_t{1} << 27;
-constexpr std::size_t MOST_ROWS = 16;
+constexpr std::size_t MAX_ROWS = 16;
 
 std::string counted(std::size_t count, const char* noun) {
   return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
@@ -50,13 +50,13 @@ std::string sourcesText(const std::vector<Position>& sources) {
 
 std::string microphonesText(const std::vector<Position>& microphones) {
   std::string text;
-  for (std::size_t r = 0; r < std::min(microphones.size(), MOST_ROWS); ++r) {
+  for (std::size_t r = 0; r < std::min(microphones.size(), MAX_ROWS); ++r) {
     Position p = microphones[r];
     for (double& x : p) x = std::round(1e4 * x) / 1e4 + 0.0;  // no "-0.0000"
     text += fmt::format("microphone {:>2}: x {:.4f}, y {:.4f}, z {:.4f} m\n", r, p[0], p[1], p[2]);
   }
-  if (microphones.size() > MOST_ROWS) {
-    text += fmt::format("… and {} more\n", microphones.size() - MOST_ROWS);
+  if (microphones.size() > MAX_ROWS) {
+    text += fmt::format("… and {} more\n", microphones.size() - MAX_ROWS);
   }
   return text;
 }
@@ -120,7 +120,7 @@ SofaTransferFunctions examined(const SofaFile& file, ImportReport& report) {
     data.values = file.readTransferFunctions();
     return data;
   }
-  std::size_t length = std::clamp<std::size_t>(std::bit_ceil(file.length()), 64, LONGEST_CHECK);
+  std::size_t length = std::clamp<std::size_t>(std::bit_ceil(file.length()), 64, MAX_CHECK);
   const std::size_t responses = file.measurements() * file.receivers();
   while (length > 64 && responses > CHECKED_VALUES / (length / 2 + 1)) length /= 2;
   const auto rate = static_cast<int>(std::clamp(std::round(file.samplingRate()), 1.0, 1e6));

@@ -15,8 +15,8 @@ namespace {
 using nlohmann::json;
 
 constexpr std::size_t MAX_DEPTH = 8;
-constexpr std::size_t LONGEST_QUOTE = 60;
-constexpr std::size_t LONGEST_REASON = 200;
+constexpr std::size_t MAX_QUOTE = 60;
+constexpr std::size_t MAX_REASON = 200;
 
 std::string shortened(const std::string& text, std::size_t longest) {
   return text.size() > longest ? text.substr(0, longest) + "…" : text;
@@ -33,7 +33,7 @@ std::string reasonOf(const json::exception& error) {
   const std::string text = error.what();
   const std::size_t bracket = text.find("] ");
   std::string reason = bracket == std::string::npos ? text : text.substr(bracket + 2);
-  return shortened(printable(std::move(reason)), LONGEST_REASON);
+  return shortened(printable(std::move(reason)), MAX_REASON);
 }
 
 /// Goes through a document and refuses what the parser lets pass. Not by the parser's own
@@ -101,7 +101,7 @@ class DocumentGuard : public nlohmann::json_sax<json> {
       const Level& level = levels[i];
       path += '/';
       path += level.isArray ? std::to_string(level.elements - 1)
-                            : shortened(printable(level.key), LONGEST_QUOTE);
+                            : shortened(printable(level.key), MAX_QUOTE);
     }
     return path.empty() ? "/" : path;
   }
@@ -124,7 +124,7 @@ json parseJson(const std::string& text) {
 std::string quotedJson(const json& value) {
   std::string text = value.dump(-1, ' ', true, json::error_handler_t::replace);
   std::replace(text.begin(), text.end(), '\x7F', '?');  // the one control character left as it is
-  return shortened(text, LONGEST_QUOTE);
+  return shortened(text, MAX_QUOTE);
 }
 
 }  // namespace Audio

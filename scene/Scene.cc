@@ -101,15 +101,15 @@ void Scene::requireFewAtOnce(const std::string& name, bool inactiveAsNoise) cons
   const SceneCrowd fullest = *std::max_element(
       all.begin(), all.end(),
       [](const SceneCrowd& a, const SceneCrowd& b) { return a.active < b.active; });
-  if (fullest.active > MOST_AT_ONCE) {
+  if (fullest.active > MAX_AT_ONCE) {
     throw AudioError(fmt::format("{}: {} sources are active at {:g} s, expected {} at most", name,
-                                 fullest.active, fullest.time, MOST_AT_ONCE));
+                                 fullest.active, fullest.time, MAX_AT_ONCE));
   }
-  if (inactiveAsNoise && targets.size() > MOST_AT_ONCE) {
+  if (inactiveAsNoise && targets.size() > MAX_AT_ONCE) {
     throw AudioError(
         fmt::format("{}: has {} sources, all of which count as noise while they are silent, "
                     "expected {} at most",
-                    name, targets.size(), MOST_AT_ONCE));
+                    name, targets.size(), MAX_AT_ONCE));
   }
 }
 

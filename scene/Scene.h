@@ -68,12 +68,12 @@ struct PlacedSource {
 ///             "position": [x, y, z]
 ///             "track": [{"t": seconds, and a direction or position as above}, …]
 ///           optional "active": [[begin, end], …] in seconds; absent: always
-/// Angles, metres and coordinates lie within ±10⁶, times within ±10⁹ s. No more than MOST_AT_ONCE
+/// Angles, metres and coordinates lie within ±10⁶, times within ±10⁹ s. No more than MAX_AT_ONCE
 /// sources are active at once, noise sources included.
 class Scene {
  public:
-  static constexpr std::size_t MOST_AT_ONCE = 256;
-  static constexpr std::size_t LARGEST_FILE = std::size_t{64} << 20;  ///< bytes
+  static constexpr std::size_t MAX_AT_ONCE = 256;
+  static constexpr std::size_t MAX_FILE_SIZE = std::size_t{64} << 20;  ///< bytes
 
   /// Reads a scene file. Throws AudioError naming the file, the place in it (such as
   /// /sources/0/azimuth), what stands there and what was expected.
@@ -96,7 +96,7 @@ class Scene {
   /// at which that changes, in order.
   std::vector<SceneCrowd> crowds() const;
 
-  /// Throws AudioError, naming the file, when more than MOST_AT_ONCE sources are listed at a time:
+  /// Throws AudioError, naming the file, when more than MAX_AT_ONCE sources are listed at a time:
   /// those that are active and, with inactiveAsNoise, all other targets.
   void requireFewAtOnce(const std::string& name, bool inactiveAsNoise) const;
 

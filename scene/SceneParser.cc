@@ -23,7 +23,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr double LARGEST = 1e6;  // degrees or metres; beyond it single precision loses the place
+constexpr double MAX_VALUE = 1e6;  // degrees or metres; beyond it single precision loses the place
 
 /// A value of the document and where it stands, for messages.
 class Place {
@@ -93,7 +93,7 @@ int parseId(const Place& place) {
 Position parsePosition(const Place& place) {
   if (!place->is_array() || place->size() != 3) place.refuse("[x, y, z] in metres");
   const auto coordinate = [&](std::size_t i) {
-    return place.at(i).number("a coordinate in metres, within ±1e6", LARGEST);
+    return place.at(i).number("a coordinate in metres, within ±1e6", MAX_VALUE);
   };
   return {coordinate(0), coordinate(1), coordinate(2)};
 }
@@ -105,7 +105,7 @@ double parseElevation(const Place& place) {
 
 double parseDistance(const Place& place) {
   const char* const expected = "a distance above 0 in metres, up to 1e6";
-  const double distance = place.number(expected, LARGEST);
+  const double distance = place.number(expected, MAX_VALUE);
   if (distance <= 0) place.refuse(expected);
   return distance;
 }
@@ -128,7 +128,7 @@ TrackPoint parsePoint(const Place& place) {
     return point;
   }
   if (!place->contains("azimuth")) place.refuse("no key \"azimuth\"", "one");
-  point.direction.azimuth = place.at("azimuth").number("degrees, within ±1e6", LARGEST);
+  point.direction.azimuth = place.at("azimuth").number("degrees, within ±1e6", MAX_VALUE);
   if (place->contains("elevation")) {
     point.direction.elevation = parseElevation(place.at("elevation"));
   }
@@ -223,7 +223,7 @@ json parseDocument(const std::string& text, const std::string& name) {
 
 }  // namespace
 
-Scene Scene::read(const std::string& path) { return parse(fileText(path, LARGEST_FILE), path); }
+Scene Scene::read(const std::string& path) { return parse(fileText(path, MAX_FILE_SIZE), path); }
 
 Scene Scene::parse(const std::string& text, const std::string& name) {
   const json document = parseDocument(text, name);

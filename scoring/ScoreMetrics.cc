@@ -11,13 +11,13 @@
 namespace {
 
 // A reference of which less than this share (−60 dB) is its own cannot be told from the others.
-constexpr double SMALLEST_OWN_SHARE = 1e-6;
+constexpr double MIN_OWN_SHARE = 1e-6;
 
 // Parts below this share (−200 dB) of the estimate are rounding errors of the calculation: samples
 // stored as 32-bit floating point have rounding errors of −150 dB themselves.
 constexpr double ROUNDING_SHARE = 1e-20;
 
-using Signal = ReferenceSpan::Signal;
+using Signal = ReferenceSubspace::Signal;
 
 double dot(const Signal& x, const Signal& y) {
   return std::inner_product(x.begin(), x.end(), y.begin(), 0.0);
@@ -51,7 +51,7 @@ Signal nearestMultiple(const Signal& direction, const Signal& x) {
 ScoreMetrics::ScoreMetrics(std::vector<NamedSignal> referenceSignals, int filterTaps)
     : references(std::move(referenceSignals)) {
   if (references.empty()) throw ScoreError("there are no references, expected one per source");
-  std::vector<const ReferenceSpan::Signal*> signals;
+  std::vector<const ReferenceSubspace::Signal*> signals;
   for (const NamedSignal& reference : references) {
     if (energy(reference.samples) == 0.0) {
       throw ScoreError(fmt::format(
@@ -70,9 +70,9 @@ ScoreMetrics::ScoreMetrics(std::vector<NamedSignal> referenceSignals, int filter
         references.front().name, references.front().samples.size(), references.size(), filterTaps,
         others + 1));
   }
-  all = std::make_unique<ReferenceSpan>(signals, filterTaps);
+  all = std::make_unique<ReferenceSubspace>(signals, filterTaps);
   for (std::size_t i = 0; i < references.size(); ++i) {
-    if (all->ownShare(i) > SMALLEST_OWN_SHARE) continue;
+    if (all->ownShare(i) > MIN_OWN_SHARE) continue;
     throw ScoreError(fmt::format(
         "{}: the reference is {} of those before it (less than -60 dB of it differs), expected "
         "references that are linearly independent",
@@ -88,7 +88,7 @@ ScoreMetrics::ScoreMetrics(std::vector<NamedSignal> referenceSignals, int filter
 // and SDR's denominator is the energy of both errors. s_target starts from the reference as it is,
 // which makes a scaled reference score without error.
 SourceScore ScoreMetrics::score(const NamedSignal& estimate, std::size_t source) const {
-  const ReferenceSpan& own = single[source];
+  const ReferenceSubspace& own = single[source];
   const Signal e = own.padded(checked(estimate));
   Signal target = nearestMultiple(own.padded(references[source].samples), e);
   target = nearestMultiple(sum(1.0, target, 1.0, own.project(sum(1.0, e, -1.0, target))), e);

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "scoring/ReferenceSpan.h"
+#include "scoring/ReferenceSubspace.h"
 
 /// Signals cannot be scored; what() names the signal, what was found and what was expected.
 class ScoreError : public std::runtime_error {
@@ -47,6 +47,6 @@ class ScoreMetrics {
   static const std::vector<double>& checked(const NamedSignal& estimate);
 
   std::vector<NamedSignal> references;
-  std::unique_ptr<ReferenceSpan> all;
-  std::vector<ReferenceSpan> single;  // of each reference alone
+  std::unique_ptr<ReferenceSubspace> all;
+  std::vector<ReferenceSubspace> single;  // of each reference alone
 };

@@ -24,7 +24,7 @@ function sizes(kind, names, count, i, m, n) {
 }
 
 END {
-  print "\n| measured together | ours | yardstick | ratio | goal |\n|---|---|---|---|---|"
+  print "\n| measured together | ours | baseline | ratio | goal |\n|---|---|---|---|---|"
   for (n = 4; n <= 16; n *= 2) ratio("SVD " n " × " n ", zgesdd", "svd/" n, "zgesdd/" n, 1, "≤ 1")
   for (n = 4; n <= 16; n *= 2) ratio("Hermitian " n " × " n ", zheev", "evd/" n, "zheev/" n, 1, "≤ 1.5")
   for (n = 4; n <= 16; n *= 2) ratio("generalised " n " × " n ", zhegv", "gevd/" n, "zhegv/" n, 1, "")

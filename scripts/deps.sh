@@ -23,7 +23,7 @@ building=(
 # measured responses and real speech
 demonstration=(libmysofa1 pocketsphinx-testdata)
 development=(git ca-certificates clang-format-14 libgtest-dev libgmock-dev libbenchmark-dev)
-yardsticks=(libopenblas-dev liblapacke-dev)
+baselines=(libopenblas-dev liblapacke-dev)
 packaging=(dpkg-dev file lintian debootstrap)
 bare=(debootstrap ccache)
 docs=(doxygen)
@@ -36,14 +36,14 @@ case "${1:-}" in
   "") ;;
   --build) packages=("${building[@]}") ;;
   --demo) packages=("${building[@]}" "${demonstration[@]}") ;;
-  --bench) packages+=("${yardsticks[@]}") ;;
+  --bench) packages+=("${baselines[@]}") ;;
   --package) packages+=("${packaging[@]}") ;;
   --bare) packages+=("${bare[@]}") ;;
   --docs) packages+=("${docs[@]}") ;;
   --valgrind) packages+=("${memory[@]}") ;;
   --fuzz) packages+=("${fuzzing[@]}") ;;
   --all)
-    packages+=("${yardsticks[@]}" "${packaging[@]}" "${bare[@]}" "${docs[@]}" "${fuzzing[@]}" "${memory[@]}"
+    packages+=("${baselines[@]}" "${packaging[@]}" "${bare[@]}" "${docs[@]}" "${fuzzing[@]}" "${memory[@]}"
       "${extra[@]}")
     ;;
   *) echo "deps.sh: there is no option $1; its head lists them" >&2; exit 1 ;;

@@ -10,9 +10,9 @@ namespace {
 
 using Parameters = std::vector<MethodParameter>;
 
-constexpr float LARGEST = std::numeric_limits<float>::max();
-constexpr NumberRange NOT_NEGATIVE = {0.0F, LARGEST, "0 or more"};
-constexpr NumberRange POSITIVE = {std::numeric_limits<float>::min(), LARGEST, "a number above 0"};
+constexpr float MAX_FLOAT = std::numeric_limits<float>::max();
+constexpr NumberRange NOT_NEGATIVE = {0.0F, MAX_FLOAT, "0 or more"};
+constexpr NumberRange POSITIVE = {std::numeric_limits<float>::min(), MAX_FLOAT, "a number above 0"};
 
 /// The steps' defaults are the command's own: with them a few seconds of speech suffice.
 Parameters constraintStep(const std::string& prefix, const std::string& size) {

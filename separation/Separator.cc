@@ -24,7 +24,7 @@ namespace {
 constexpr double SPEED_OF_SOUND = 343.0;  // m/s
 
 /// Larger samples have spectra that are not finite.
-constexpr float LARGEST_SAMPLE = 1e15F;
+constexpr float MAX_SAMPLE = 1e15F;
 
 Audio::FrameSynthesizer makeSynthesizer(const Settings& s) {
   try {
@@ -114,9 +114,9 @@ const Output& Separator::Impl::endCall() {
 void Separator::Impl::take(const float* samples, std::size_t count) {
   float* to = ahead.data() + aheadCount * M;
   for (std::size_t i = 0; i < count * M; ++i) {
-    const bool isSound = settings.keepNonFinite || std::abs(samples[i]) <= LARGEST_SAMPLE;
-    if (!isSound) ++replaced;
-    to[i] = isSound ? samples[i] : 0.0F;
+    const bool isValid = settings.keepNonFinite || std::abs(samples[i]) <= MAX_SAMPLE;
+    if (!isValid) ++replaced;
+    to[i] = isValid ? samples[i] : 0.0F;
   }
   aheadCount += count;
   total += static_cast<std::int64_t>(count);

@@ -83,6 +83,6 @@ void AudioFrames::calculate(int /*output_id*/, int count, FD::Buffer& /*out*/) {
   setOutput("OUTPUT", count, spectra(exists));
   setOutput("NOT_EOF", count, exists ? FD::TrueObject : FD::FalseObject);
   setOutput("SAMPLES", count,
-            FD::ObjectRef(FD::Int::alloc(exists ? reader->finishedSamples() : 0)));
+            FD::ObjectRef(FD::Int::alloc(exists ? reader->completedSamples() : 0)));
   setOutput("LAST_FRAME", count, exists && reader->isLast() ? FD::TrueObject : FD::FalseObject);
 }

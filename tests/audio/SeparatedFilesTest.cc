@@ -155,7 +155,7 @@ class SeparatedFilesTest : public testing::Test {
       if (reader.frame() == brokenFrame) spectrum[3] = NOT_A_NUMBER;
       Audio::SeparatedFiles::Spectra spectra;
       for (const int id : idsAt(reader.frame())) spectra[id] = spectrum.data();
-      files.addFrame(spectra, reader.finishedSamples());
+      files.addFrame(spectra, reader.completedSamples());
     }
     files.finish();
   }

@@ -145,7 +145,7 @@ TEST_P(ThereAndBackTest, GivesTheRecordingBack) {
     for (std::size_t k = 1; halfFrameShift && k < spectrum.size(); k += 2) spectrum[k] *= -1.0F;
     adder.add(synthesizer.synthesize(spectrum.data()).data());
     const auto begin = adder.sum().begin() + std::max<std::int64_t>(0, -reader.start());
-    back.insert(back.end(), begin, begin + reader.finishedSamples());
+    back.insert(back.end(), begin, begin + reader.completedSamples());
   }
   EXPECT_TRUE(wasLast);
   EXPECT_LT(differenceInDb(back, sound), -100);

@@ -89,8 +89,8 @@ TEST(LevelColumns, KeepTheMeanPower) {
     const std::vector<float> levels = columns.levels(4.0);
     const std::size_t per = columns.framesPerColumn();
     ASSERT_EQ(levels.size(), 2 * ((frames + per - 1) / per));
-    EXPECT_LE(levels.size() / 2, 2 * LevelColumns::FEWEST);
-    EXPECT_TRUE(per == 1 || levels.size() / 2 >= LevelColumns::FEWEST) << per;
+    EXPECT_LE(levels.size() / 2, 2 * LevelColumns::MIN_COLUMNS);
+    EXPECT_TRUE(per == 1 || levels.size() / 2 >= LevelColumns::MIN_COLUMNS) << per;
     for (std::size_t c = 0; c < levels.size() / 2; ++c) {
       double sum = 0.0;
       const std::size_t end = std::min(frames, (c + 1) * per);

@@ -5,5 +5,5 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
 cmake --preset release >/dev/null
-cmake --build --preset release --target zelk-trust >/dev/null
-build/release/bin/zelk-trust
+cmake --build --preset release --target zelk-robustness >/dev/null
+build/release/bin/zelk-robustness

@@ -1,4 +1,4 @@
-#include "bench/trust/Trial.h"
+#include "bench/robustness/Trial.h"
 
 #include <algorithm>
 #include <cmath>

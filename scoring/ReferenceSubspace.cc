@@ -1,4 +1,4 @@
-#include "scoring/ReferenceSpan.h"
+#include "scoring/ReferenceSubspace.h"
 
 #include <Eigen/Cholesky>
 #include <algorithm>
@@ -17,7 +17,7 @@ constexpr double REGULARISATION = 1e-13;
 
 }  // namespace
 
-ReferenceSpan::ReferenceSpan(std::vector<const Signal*> signals, int taps)
+ReferenceSubspace::ReferenceSubspace(std::vector<const Signal*> signals, int taps)
     : references(std::move(signals)), T(taps) {
   for (const Signal* s : references) {
     scales.push_back(1.0 / std::sqrt(std::inner_product(s->begin(), s->end(), s->begin(), 0.0)));
@@ -28,7 +28,7 @@ ReferenceSpan::ReferenceSpan(std::vector<const Signal*> signals, int taps)
 // G + δ · I = L · Lᵀ. Row i · T + a of G belongs to s_i / ‖s_i‖ delayed by a − ⌊(T − 1)/2⌋; the
 // inner product of two such signals depends on the difference of their delays:
 //   Σ_n s_i(n − a) · s_j(n − b) = r_ij(a − b).
-void ReferenceSpan::factor() {
+void ReferenceSubspace::factor() {
   const auto N = static_cast<Eigen::Index>(references.size());
   L.resize(N * T, N * T);
   double squares = 0.0;
@@ -48,18 +48,18 @@ void ReferenceSpan::factor() {
 }
 
 // Row k of L holds what signal k has in common with those before it, direction by direction.
-double ReferenceSpan::ownShare(std::size_t i) const {
+double ReferenceSubspace::ownShare(std::size_t i) const {
   const Eigen::Index before = static_cast<Eigen::Index>(i) * T;
   return 1.0 - L.row(before + (T - 1) / 2).head(before).squaredNorm();
 }
 
-ReferenceSpan::Signal ReferenceSpan::padded(const Signal& x) const {
+ReferenceSubspace::Signal ReferenceSubspace::padded(const Signal& x) const {
   Signal result(x.size() + static_cast<std::size_t>(T) - 1);
   std::copy(x.begin(), x.end(), result.begin() + (T - 1) / 2);
   return result;
 }
 
-Eigen::VectorXd ReferenceSpan::innerProducts(const Signal& x) const {
+Eigen::VectorXd ReferenceSubspace::innerProducts(const Signal& x) const {
   Eigen::VectorXd b(L.rows());
   for (std::size_t i = 0; i < references.size(); ++i) {
     const std::vector<double> r = crossCorrelation(*references[i], x, T - 1);
@@ -69,13 +69,13 @@ Eigen::VectorXd ReferenceSpan::innerProducts(const Signal& x) const {
   return b;
 }
 
-Eigen::VectorXd ReferenceSpan::solve(Eigen::VectorXd b) const {
+Eigen::VectorXd ReferenceSubspace::solve(Eigen::VectorXd b) const {
   L.triangularView<Eigen::Lower>().solveInPlace(b);
   L.triangularView<Eigen::Lower>().adjoint().solveInPlace(b);
   return b;
 }
 
-ReferenceSpan::Signal ReferenceSpan::project(const Signal& x) const {
+ReferenceSubspace::Signal ReferenceSubspace::project(const Signal& x) const {
   const Eigen::VectorXd c = solve(innerProducts(x));
   Signal projection(x.size());
   for (std::size_t i = 0; i < references.size(); ++i) {
@@ -86,7 +86,7 @@ ReferenceSpan::Signal ReferenceSpan::project(const Signal& x) const {
   return projection;
 }
 
-double ReferenceSpan::explainedEnergy(const Signal& x) const {
+double ReferenceSubspace::explainedEnergy(const Signal& x) const {
   const Eigen::VectorXd b = innerProducts(x);
   return b.dot(solve(b));
 }

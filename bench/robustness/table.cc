@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "bench/trust/Trial.h"
+#include "bench/robustness/Trial.h"
 
 namespace {
 

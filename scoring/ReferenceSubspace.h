@@ -13,13 +13,13 @@
 /// T), and keeps the filters from amplifying what a reference has only as rounding errors, such as
 /// the frequencies above its band. For every filter h the nearest member found is at most
 /// δ · Σ h² · ‖s‖² further away, in energy, than the one that h makes.
-class ReferenceSpan {
+class ReferenceSubspace {
  public:
   using Signal = std::vector<double>;
 
-  /// Signals of one length L, none of them silent, which must outlive the span; taps ≥ 1. Takes a
+  /// Signals of one length L, none of them silent, which must outlive this; taps ≥ 1. Takes a
   /// time that grows with (signals · taps)³ and a square matrix of that many rows.
-  ReferenceSpan(std::vector<const Signal*> signals, int taps);
+  ReferenceSubspace(std::vector<const Signal*> signals, int taps);
 
   /// Share of signal i's energy that no filters make of the signals before it, 0 … 1 + δ.
   double ownShare(std::size_t i) const;

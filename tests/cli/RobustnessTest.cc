@@ -12,7 +12,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-class Trust : public Talkers, public testing::WithParamInterface<std::string> {
+class Robustness : public Talkers, public testing::WithParamInterface<std::string> {
  protected:
   static constexpr int LENGTH = 512;
   static constexpr int BEGIN = 2 * RATE;  ///< of the disturbance
@@ -24,7 +24,7 @@ class Trust : public Talkers, public testing::WithParamInterface<std::string> {
   };
 
   /// The fixture's mixture over and over, for 9 s.
-  Trust() {
+  Robustness() {
     const std::vector<float> once = sound("mix.wav").samples;
     for (int i = 0; i < 6; ++i) recording.insert(recording.end(), once.begin(), once.end());
   }
@@ -33,12 +33,12 @@ class Trust : public Talkers, public testing::WithParamInterface<std::string> {
                   const std::string& moreSources = "") const {
     const std::string method = GetParam();
     writeSound(folder / "in.wav", RATE, MICROPHONES, samples);
-    folder.write("trust.json",
+    folder.write("scene.json",
                  R"({"sources": [{"id": 3, "azimuth": 45, "active": [[0.5, 4], [4.5, 9]]},
                                  {"id": 7, "azimuth": 180, "active": [[1, 9]]})" +
                      moreSources + "]}");
     const CommandRun result =
-        run("separate in.wav --sources trust.json --advance 128 --format FLOAT --force -o out "
+        run("separate in.wav --sources scene.json --advance 128 --format FLOAT --force -o out "
             "--method " +
             method + " --non-finite " + nonFinite + (method == "MSNR" ? "" : " --tf array.sofa") +
             (method == "ML" ? " --noise-from 0:0.45" : ""));
@@ -72,7 +72,7 @@ class Trust : public Talkers, public testing::WithParamInterface<std::string> {
   std::vector<float> recording;
 };
 
-TEST_P(Trust, OutputStaysFiniteAndRecovers) {
+TEST_P(Robustness, OutputStaysFiniteAndRecovers) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const float infinity = std::numeric_limits<float>::infinity();
   const Output undisturbed = separate(recording);
@@ -103,7 +103,7 @@ TEST_P(Trust, OutputStaysFiniteAndRecovers) {
   if (!hasMemory) expectRecovered(kept, undisturbed);
 }
 
-INSTANTIATE_TEST_SUITE_P(Methods, Trust,
+INSTANTIATE_TEST_SUITE_P(Methods, Robustness,
                          testing::Values("DS", "WDS", "NULL", "ILSE", "ML", "LCMV", "GJ", "GICA",
                                          "MSNR"));
 
