@@ -77,8 +77,11 @@ void ResponseSet::readTransferFunctions() {
       before += static_cast<double>(h[n - eighth]) * h[n - eighth];
     }
   }
-  if (last <= 2.0 * before) return;
-  lead = eighth;
+  if (file.referenceMicrophone() > 0) {
+    lead = samples / 2;
+  } else if (last > 2.0 * before) {
+    lead = eighth;
+  }
   for (std::size_t i = 0; i < count; ++i) {
     float* h = impulseResponses.data() + i * samples;
     std::rotate(h, h + samples - lead, h + samples);

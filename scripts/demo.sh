@@ -46,8 +46,9 @@ separate() {
 }
 
 # scores ARRAY ESTIMATE ESTIMATE: "SDR SIR" of each talker on a line. The references are what the
-# first microphone hears of each talker alone. The separated sound is the talker's own, not the
-# microphone's, so the filter of 512 taps that score allows between the two is no error.
+# first microphone hears of each talker alone. What is separated sounds as that microphone hears it but
+# for a smooth gain (head), or as the array's centre hears it (ring); so the filter of 512 taps that score
+# allows between the two is no error.
 scores() {
   local folder=$out/$1
   "$ZELK_SSS" score --reference "$folder/mix-source0.wav" "$folder/mix-source1.wav" \
@@ -85,13 +86,17 @@ for array in head ring; do
   : >"$out/$array/log.txt"
 done
 
+# Heard through the responses as they are, separated by those relative to the first microphone.
 "$ZELK_SSS" tfdb import "$responses" "$out/head/array.sofa" --rate 16000 --length 512 --force \
   >>"$out/head/log.txt"
+"$ZELK_SSS" tfdb import "$responses" "$out/head/heard.sofa" --rate 16000 --length 512 \
+  --reference-mic none --force >>"$out/head/log.txt"
 "$ZELK_SSS" tfdb geometry "$out/ring/array.sofa" --circular 8 0.05 --distances 1.4 --force \
   --rate 16000 --length 512 >>"$out/ring/log.txt"
+cp "$out/ring/array.sofa" "$out/ring/heard.sofa"
 for array in head ring; do
   # Microphones have noise of their own, which arrays of small size amplify.
-  "$ZELK_SSS" mix "$out/$array/scene.json" --tf "$out/$array/array.sofa" --dry "${talkers[@]}" \
+  "$ZELK_SSS" mix "$out/$array/scene.json" --tf "$out/$array/heard.sofa" --dry "${talkers[@]}" \
     --gain -6 -6 --noise-level -70 -o "$out/$array/mix.wav" --force 2>>"$out/$array/log.txt" \
     >>"$out/$array/log.txt"
 done
