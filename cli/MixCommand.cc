@@ -154,7 +154,8 @@ void mix(const MixOptions& options) {
     inRoom.emplace(*room, responses, options.byDirection);
     note(room->text());
   }
-  const MixRenderer renderer(inRoom ? static_cast<const Responses&>(*inRoom) : responses);
+  const Responses& heard = inRoom ? static_cast<const Responses&>(*inRoom) : responses;
+  const MixRenderer renderer(heard);
   MixFiles files(responses.microphones(), responses.samplingRate(), options.force);
   if (responses.referenceMicrophone() > 0 && !inRoom) {
     note(fmt::format(
@@ -177,7 +178,7 @@ void mix(const MixOptions& options) {
   }
   if (options.diffuseLevel) {
     files.add(diffusePath,
-              diffuseNoise(responses, files.length(), *options.diffuseLevel, options.seed + 1));
+              diffuseNoise(heard, files.length(), *options.diffuseLevel, options.seed + 1));
   }
   if (options.noiseLevel) {
     const std::size_t values = files.length() * responses.microphones();

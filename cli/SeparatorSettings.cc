@@ -20,6 +20,7 @@ Separation::Settings separatorSettings(const SeparationSettings& s) {
   settings.referenceMicrophone = s.reference - 1;
   settings.undoHalfFrameShift = s.undoHalfFrameShift;
   settings.inactiveAsNoise = false;
+  settings.level = false;  // as the nodes
   settings.keepNonFinite = s.nonFinite == "KEEP";
   return settings;
 }

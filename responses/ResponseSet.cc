@@ -108,6 +108,12 @@ Audio::Position ResponseSet::position(std::size_t measurement) const {
   return places.place(measurement);
 }
 
+std::vector<std::size_t> ResponseSet::surround(std::size_t count) const {
+  std::vector<std::size_t> chosen(std::min(count, measurements()));
+  for (std::size_t i = 0; i < chosen.size(); ++i) chosen[i] = i * measurements() / chosen.size();
+  return chosen;
+}
+
 std::vector<double> ResponseSet::response(std::size_t measurement, std::size_t r) const {
   const std::size_t i = measurement * file.receivers() + r;
   return tail.added(delayed(impulseResponses.data() + i * samples, samples, delays[i]), rate, i);

@@ -31,6 +31,9 @@ class ResponseSet : public Responses {
   std::size_t nearest(const Audio::Position& point) const override;
   Audio::Position position(std::size_t measurement) const override;
 
+  /// Measured positions, evenly taken from the file's order.
+  std::vector<std::size_t> surround(std::size_t count) const override;
+
   /// Impulse response to microphone r, its delay included. That of a transfer function is its
   /// inverse transform, whose begin stands leadIn() samples late.
   std::vector<double> response(std::size_t measurement, std::size_t r) const override;

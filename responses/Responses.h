@@ -22,6 +22,9 @@ class Responses {
   virtual std::size_t nearest(const Audio::Position& point) const = 0;
   virtual Audio::Position position(std::size_t place) const = 0;
 
+  /// Up to `count` places all around the array, for noise from everywhere.
+  virtual std::vector<std::size_t> surround(std::size_t count) const = 0;
+
   /// Impulse response from a place to microphone r, its delay included.
   virtual std::vector<double> response(std::size_t place, std::size_t r) const = 0;
 };

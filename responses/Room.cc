@@ -27,6 +27,8 @@ constexpr double OFF_MIDDLE = 0.47;         // of length and, from the other sid
 constexpr double MIN_DISTANCE = 0.01;       // metres from a source to a microphone
 constexpr double HIGH_PASS = 50.0;          // Hz
 constexpr double MAX_VALUES = 134217728.0;  // of a file
+constexpr double NEAR_WALL = 0.9;           // of the way from the array
+constexpr std::size_t MAX_AROUND = 24;      // places of noise, each of which the room spreads
 constexpr double STEP = 0.08;               // metres between the places of a moving source
 
 // Not std::hypot, which takes several times as long: millions of these are computed.
@@ -181,6 +183,26 @@ Place Room::inRoom(const Place& point, const std::string& what) const {
   if (isInside(p, box.size)) return p;
   throw RoomError(fmt::format("{} is at {} in the room, expected within the {} m of --room", what,
                               metres(p), fmt::join(box.size, " × ")));
+}
+
+// Directions by the golden spiral: equal steps of height, each turned by the golden angle.
+std::vector<Place> Room::nearWalls(std::size_t count) const {
+  const double angle = wanted.facing * pi / 180.0;
+  std::vector<Place> points;
+  for (std::size_t i = 0; i < count; ++i) {
+    const double up = 1.0 - (2.0 * static_cast<double>(i) + 1.0) / static_cast<double>(count);
+    const double turn = pi * (3.0 - std::sqrt(5.0)) * static_cast<double>(i);
+    const double flat = std::sqrt(1.0 - up * up);
+    const Place inAxesOfRoom = {flat * std::cos(turn + angle), flat * std::sin(turn + angle), up};
+    double way = std::numeric_limits<double>::infinity();  // to the first wall
+    for (std::size_t a = 0; a < 3; ++a) {
+      const double left = inAxesOfRoom[a] < 0.0 ? -at[a] : box.size[a] - at[a];
+      if (inAxesOfRoom[a] != 0.0) way = std::min(way, left / inAxesOfRoom[a]);
+    }
+    const double r = NEAR_WALL * way;
+    points.push_back({r * flat * std::cos(turn), r * flat * std::sin(turn), r * up});
+  }
+  return points;
 }
 
 // What is farther away arrives after the sound has fallen by 60 dB, but the direct sound counts.
@@ -342,6 +364,13 @@ std::size_t RoomResponses::nearest(const Audio::Position& point) const {
   }
   places.push_back(point);
   return places.size() - 1;
+}
+
+std::vector<std::size_t> RoomResponses::surround(std::size_t count) const {
+  std::vector<std::size_t> chosen;
+  for (const Place& p : room.nearWalls(std::min(count, MAX_AROUND)))
+    chosen.push_back(nearest({p[0], p[1], p[2]}));
+  return chosen;
 }
 
 std::vector<double> RoomResponses::response(std::size_t place, std::size_t r) const {

@@ -50,6 +50,10 @@ class Room {
   /// the room.
   std::array<double, 3> inRoom(const std::array<double, 3>& point, const std::string& what) const;
 
+  /// `count` points near the walls, in the array's axes: in directions that are spread evenly over
+  /// the sphere, 0.9 of the way from the array to the wall.
+  std::vector<std::array<double, 3>> nearWalls(std::size_t count) const;
+
   /// Impulse responses from a source to every microphone, both in the array's axes: T60 long, from
   /// 4 ms before the sound is emitted on, all of one length.
   std::vector<std::vector<double>> responses(
@@ -96,6 +100,7 @@ class RoomResponses : public Responses {
   std::size_t microphones() const override { return array.microphones(); }
   std::size_t nearest(const Audio::Position& point) const override;
   Audio::Position position(std::size_t place) const override { return places[place]; }
+  std::vector<std::size_t> surround(std::size_t count) const override;  ///< near the walls
   std::vector<double> response(std::size_t place, std::size_t r) const override;
 
  private:

@@ -126,7 +126,8 @@ TEST_F(ResponseImport, SaysHowMuchEnergyTruncationLoses) {
   EXPECT_THAT(report.warnings, IsEmpty());  // 99 % are inside
 }
 
-// Of h(n) = a^n the share 1 − a^(2n) lies before sample n; the frame holds it but for lead and fade.
+// Of h(n) = a^n the share 1 − a^(2n) lies before sample n; the frame holds it but for lead and
+// fade.
 TEST_F(ResponseImport, ChoosesTheShortestFrameThatHoldsEnough) {
   const std::tuple<double, int, int> cases[] = {// a, rate, length
                                                 {0.9, 16000, 512},     {0.9955, 16000, 1024},

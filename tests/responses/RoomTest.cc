@@ -126,6 +126,27 @@ TEST(Room, TurnsAndMovesTheArray) {
   for (std::size_t a = 0; a < 3; ++a) EXPECT_NEAR(p[a], (Place{1.5, 4.0, 1.2})[a], 1e-12);
 }
 
+// Noise from all around: in every direction as often, and all of it in the room.
+TEST(Room, PlacesNearItsWallsAreSpreadEvenly) {
+  RoomDescription description = described({6, 5, 3}, 0.3);
+  description.at = {1.0, 4.0, 1.0};
+  description.facing = 30.0;
+  const Room room(description, RATE);
+  Place sum = {};
+  for (const Place& p : room.nearWalls(48)) {
+    const Place there = room.inRoom(p, "noise");
+    bool isNearWall = false;
+    for (std::size_t a = 0; a < 3; ++a) {
+      const double away = std::abs(there[a] - (*description.at)[a]);
+      isNearWall = isNearWall || std::abs(away - 0.9 * (*description.at)[a]) < 1e-9 ||
+                   std::abs(away - 0.9 * (description.size[a] - (*description.at)[a])) < 1e-9;
+      sum[a] += p[a] / std::hypot(p[0], p[1], p[2]);
+    }
+    EXPECT_TRUE(isNearWall);
+  }
+  EXPECT_LT(std::hypot(sum[0], sum[1], sum[2]), 1.0);
+}
+
 // An array that hears every direction as a pulse is a microphone at its origin; the front one
 // louder.
 TEST(Room, ByDirectionUsesTheNearestResponse) {
