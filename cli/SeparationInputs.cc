@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "cli/PrintableOutput.h"
 #include "cli/SeparationWarnings.h"
@@ -151,7 +152,7 @@ void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
 }  // namespace
 
 SeparationInputs openInputs(SeparationSettings& s) {
-  const Audio::Scene scene = Audio::Scene::read(s.scene);
+  Audio::Scene scene = Audio::Scene::read(s.scene);
   checkScene(s, scene);
   std::optional<SofaFile> database;
   if (s.method->needsDatabase()) {
@@ -159,7 +160,7 @@ SeparationInputs openInputs(SeparationSettings& s) {
   }
   if (s.length == 0) s.length = DEFAULT_LENGTH;
   if (s.advance == 0) s.advance = std::max(1, s.length / 4);
-  SeparationInputs inputs{.scene = scene, .recording = openRecording(s)};
+  SeparationInputs inputs{.scene = std::move(scene), .recording = openRecording(s)};
   const int microphones = inputs.recording.channelCount();
   inputs.samples = inputs.recording.announcedSamples();
   checkFrames(s, microphones);
@@ -171,7 +172,7 @@ SeparationInputs openInputs(SeparationSettings& s) {
         "selects)",
         s.recording, microphones, database->receivers(), s.database));
   }
-  SeparationPlan plan{s, scene, microphones, std::nullopt, database ? &*database : nullptr};
+  SeparationPlan plan{s, inputs.scene, microphones, std::nullopt, database ? &*database : nullptr};
   if (inputs.samples) plan.duration = static_cast<double>(*inputs.samples) / s.samplingRate;
   inputs.notes = nearestResponses(plan);
   inputs.warnings = separationWarnings(plan);
