@@ -4,11 +4,11 @@
 
 namespace Audio {
 
-/// The rate itself. Throws AudioError unless it lies between 1 and 10 000 000 Hz.
+/// The rate itself. Throws DataError unless it lies between 1 and 10 000 000 Hz.
 int checkedSamplingRate(int samplingRate);
 
 /// Refuses to convert between sampling rates whose ratio is beyond 1000: what says so is no
-/// recording, and the conversion takes time and memory that grow with the ratio. Throws AudioError
+/// recording, and the conversion takes time and memory that grow with the ratio. Throws DataError
 /// naming the file.
 void checkConversion(const std::string& path, int fileRate, int wantedRate);
 

@@ -10,7 +10,7 @@
 
 #include "audio/FileText.h"
 #include "audio/OutputFile.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -47,7 +47,7 @@ fs::directory_iterator entriesOf(const std::string& directory) {
   std::error_code error;
   fs::directory_iterator entries(directory, error);
   if (!error) return entries;
-  throw AudioError(fmt::format("{}: cannot be listed: {}", directory, error.message()));
+  throw DataError(fmt::format("{}: cannot be listed: {}", directory, error.message()));
 }
 
 }  // namespace
@@ -56,15 +56,15 @@ SeparatedFiles::SeparatedFiles(const SeparatedFilesOptions& given, const FrameLa
     : options(given), layout(frameLayout) {
   if (options.directory.empty()) options.directory.assign(1, '.');
   if (options.prefix.find('/') != std::string::npos) {
-    throw AudioError(fmt::format(
-        "PREFIX is \"{}\", expected the begin of a file name without \"/\"", options.prefix));
+    throw DataError(fmt::format("PREFIX is \"{}\", expected the begin of a file name without \"/\"",
+                                options.prefix));
   }
   std::error_code error;
   fs::create_directories(options.directory, error);
   std::error_code ignored;
   if (!fs::is_directory(options.directory, ignored)) {
-    throw AudioError(fmt::format("{}: cannot be made or is no folder{}{}", options.directory,
-                                 error ? ": " : "", error ? error.message() : ""));
+    throw DataError(fmt::format("{}: cannot be made or is no folder{}{}", options.directory,
+                                error ? ": " : "", error ? error.message() : ""));
   }
   lock.emplace(options.directory);
   removeLeftovers();
@@ -82,7 +82,7 @@ void refuseEarlierFiles(const std::string& directory, const std::string& prefix,
     if (name == TIMELINE || isSourceFile(name, prefix)) found.push_back(name);
   }
   if (found.empty()) return;
-  throw AudioError(
+  throw DataError(
       fmt::format("{}: exists already, expected no files of an earlier run ({})",
                   (fs::path(directory) / *std::min_element(found.begin(), found.end())).string(),
                   overwriteWords));
@@ -138,7 +138,7 @@ void SeparatedFiles::noteActive(Source& source) const {
 }
 
 void SeparatedFiles::addFrame(const std::vector<int>& ids) {
-  if (finished) throw AudioError("the files of the separated sources are finished already");
+  if (finished) throw DataError("the files of the separated sources are finished already");
   ++frame;
   for (const int id : ids) {
     noteActive(sourceOf(id));
@@ -147,7 +147,7 @@ void SeparatedFiles::addFrame(const std::vector<int>& ids) {
 }
 
 void SeparatedFiles::write(const Signals& signals, std::size_t count) {
-  if (finished) throw AudioError("the files of the separated sources are finished already");
+  if (finished) throw DataError("the files of the separated sources are finished already");
   if (count == 0) return;
   for (const auto& [id, samples] : signals) {
     WavWriter& writer = sources.at(id).writer;

@@ -33,7 +33,7 @@ struct SeparatedFile {
   float peak = 0;              ///< largest modulus before clipping
 };
 
-/// Throws AudioError when a folder holds files of an earlier run, timeline.json or
+/// Throws DataError when a folder holds files of an earlier run, timeline.json or
 /// <prefix><number>.wav, with `overwriteWords` saying how they would be replaced; or when it cannot
 /// be listed.
 void refuseEarlierFiles(const std::string& directory, const std::string& prefix,
@@ -56,7 +56,7 @@ void refuseEarlierFiles(const std::string& directory, const std::string& prefix,
 /// frame stands for the `advance` samples around its centre.
 class SeparatedFiles {
  public:
-  /// Throws AudioError when the directory cannot be made or another run is writing into it, or when
+  /// Throws DataError when the directory cannot be made or another run is writing into it, or when
   /// it holds files of an earlier run (timeline.json or <prefix><number>.wav) and overwrite is
   /// false. Removes what a run that was killed left there unfinished.
   SeparatedFiles(const SeparatedFilesOptions& given, const FrameLayout& frameLayout);
@@ -65,16 +65,16 @@ class SeparatedFiles {
   ~SeparatedFiles() = default;
 
   /// Notes who is active in the next frame, at first frame 0. A new source gets its file. Throws
-  /// AudioError.
+  /// DataError.
   void addFrame(const std::vector<int>& ids);
 
   /// Samples by the id of a source that a frame listed, not owned.
   using Signals = std::map<int, const float*>;
 
-  /// Appends `count` samples to every file; sources without a signal are silent. Throws AudioError.
+  /// Appends `count` samples to every file; sources without a signal are silent. Throws DataError.
   void write(const Signals& signals, std::size_t count);
 
-  /// Closes and names all files and writes timeline.json. Throws AudioError.
+  /// Closes and names all files and writes timeline.json. Throws DataError.
   void finish();
 
   bool isFinished() const { return finished; }

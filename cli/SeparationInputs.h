@@ -24,7 +24,7 @@ struct SeparationInputs {
 /// Reads scene and database, opens the recordings, takes from them what the settings leave open
 /// (frame length and sampling rate: the database's; without one 512 samples and the recording's
 /// rate), and checks that they fit together. What is odd about a recording is said on standard
-/// error when it is met. Throws SofaError or AudioError naming the file, what was found and
+/// error when it is met. Throws DataError naming the file, what was found and
 /// expected.
 SeparationInputs openInputs(SeparationSettings& settings);
 

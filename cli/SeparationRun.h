@@ -19,7 +19,7 @@ struct SeparationResult {
 /// Separates the recording into the files. With showsProgress and standard error on a terminal, a
 /// progress bar shows there; warnings go there, too. SIGINT, SIGTERM and SIGHUP end the run after
 /// the frame at hand: its files are completed, then std::runtime_error says so (but see
-/// SignalWatch). Throws AudioError and SettingError, and leaves no file then. The inputs are used
+/// SignalWatch). Throws DataError and SettingError, and leaves no file then. The inputs are used
 /// up.
 SeparationResult runSeparation(const SeparationSettings& settings, SeparationInputs& inputs,
                                bool showsProgress);

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -17,10 +17,10 @@ constexpr int MAX_FRAME = 1 << 24;
 FrameLayout::FrameLayout(int lengthValue, int advanceValue)
     : samplesPerFrame(lengthValue), samplesPerStep(advanceValue) {
   if (lengthValue < 1 || lengthValue > MAX_FRAME) {
-    throw AudioError(fmt::format("LENGTH is {}, expected 1 to {} samples", lengthValue, MAX_FRAME));
+    throw DataError(fmt::format("LENGTH is {}, expected 1 to {} samples", lengthValue, MAX_FRAME));
   }
   if (advanceValue < 1 || advanceValue > lengthValue) {
-    throw AudioError(
+    throw DataError(
         fmt::format("ADVANCE is {}, expected 1 to LENGTH = {} samples", advanceValue, lengthValue));
   }
 }

@@ -12,7 +12,7 @@ namespace Audio {
 /// allows, the first and the last sample included.
 class FrameLayout {
  public:
-  /// Throws AudioError unless 1 ≤ lengthValue ≤ 2²⁴ and 1 ≤ advanceValue ≤ lengthValue.
+  /// Throws DataError unless 1 ≤ lengthValue ≤ 2²⁴ and 1 ≤ advanceValue ≤ lengthValue.
   FrameLayout(int lengthValue, int advanceValue);
 
   int length() const { return samplesPerFrame; }

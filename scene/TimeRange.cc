@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "audio/RangeText.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -17,7 +17,7 @@ std::vector<TimeRange> parseTimeRanges(const std::string& text) {
     TimeRange range{};
     if (!parseNumber(left, range.begin) || !parseNumber(right, range.end) || range.begin < 0 ||
         !std::isfinite(range.end) || range.begin >= range.end) {
-      throw AudioError(fmt::format(
+      throw DataError(fmt::format(
           "RANGES is \"{}\": found \"{}\", expected seconds begin-end with 0 <= begin < end, such "
           "as \"0-1.5,4-5\"",
           text, item));

@@ -11,7 +11,7 @@ struct TimeRange {
   double end;
 };
 
-/// The ranges of a text such as "0-1.5,4-5.25", in its order. Throws AudioError unless each has
+/// The ranges of a text such as "0-1.5,4-5.25", in its order. Throws DataError unless each has
 /// 0 ≤ begin < end, or when there is none.
 std::vector<TimeRange> parseTimeRanges(const std::string& text);
 

@@ -6,7 +6,7 @@
 #include <complex>
 #include <cstddef>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -24,9 +24,9 @@ NoiseCorrelation noiseOfFile(FrameReader& reader, const std::vector<TimeRange>& 
     if (isWanted) noise.add(reader.spectra().data());
   }
   if (noise.frames() == 0) {
-    throw AudioError(fmt::format("{}: no whole frame of {} samples ({:.4f} s) lies in {}",
-                                 reader.file().path(), reader.length(), reader.length() / rate,
-                                 ranges.empty() ? "the file" : "one of the time ranges"));
+    throw DataError(fmt::format("{}: no whole frame of {} samples ({:.4f} s) lies in {}",
+                                reader.file().path(), reader.length(), reader.length() / rate,
+                                ranges.empty() ? "the file" : "one of the time ranges"));
   }
   return noise;
 }

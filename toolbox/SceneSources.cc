@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "audio/SamplingRates.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace {
 

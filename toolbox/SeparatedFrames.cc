@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 SeparatedFrames::SeparatedFrames(const Audio::SeparatedFilesOptions& options,
                                  Audio::FrameSynthesizer synthesizer)
@@ -31,8 +31,8 @@ void SeparatedFrames::takeCount(int count) {
   const std::int64_t end = std::max<std::int64_t>(0, layout.start(signals.frame() + 1));
   const std::int64_t complete = total == UNKNOWN ? end - begin : 0;
   if (count < 0 || count > complete) {
-    throw Audio::AudioError(fmt::format("frame {} finishes 0 to {} samples, found a count of {}",
-                                        signals.frame(), complete, count));
+    throw DataError(fmt::format("frame {} finishes 0 to {} samples, found a count of {}",
+                                signals.frame(), complete, count));
   }
   if (count < complete) total = begin + count;
 }

@@ -16,7 +16,7 @@
 /// Audio::SeparatedFiles.
 class SeparatedFrames {
  public:
-  /// Throws AudioError as Audio::SeparatedFiles does.
+  /// Throws DataError as Audio::SeparatedFiles does.
   SeparatedFrames(const Audio::SeparatedFilesOptions& options, Audio::FrameSynthesizer synthesizer);
 
   /// Spectra (bins() values each, not owned) by source id.
@@ -25,12 +25,12 @@ class SeparatedFrames {
   /// Takes the next frame, at first frame 0. completedSamples is what
   /// FrameReader::completedSamples() says of the frame: that many samples are written to every
   /// file. Without it, as many as the frame's advance says, as if the recording had no end. Throws
-  /// AudioError.
+  /// DataError.
   void addFrame(const Spectra& spectra, std::optional<int> completedSamples);
 
   /// Completes the files; without counts of completed samples, what the last frames hold beyond
   /// them is written first. Returns what a person should know of them, a line each. Throws
-  /// AudioError.
+  /// DataError.
   std::vector<std::string> finish();
 
   bool isFinished() const { return files.isFinished(); }

@@ -10,6 +10,8 @@
 
 #include "AudioFrames.h"
 #include "BackProjectionNode.h"
+#include "MaskRefinementNode.h"
+#include "MvdrNode.h"
 #include "NodeTesting.h"
 #include "NoiseCorrelationNode.h"
 #include "SceneSources.h"
@@ -268,6 +270,29 @@ TEST_F(BackProjectionNodeTest, RefusesShapesThatDoNotFit) {
     EXPECT_THAT(faultOf([&, r = reference, b = bins] { start(r, b).getOutput(0, 0); }),
                 HasSubstr(message));
   }
+}
+
+// ---- MVDR, MaskRefinement (what they compute: tests/separation/NodesAgreementTest.cc)
+
+TEST(MvdrNodesTest, RefuseBadParameters) {
+  const std::pair<std::pair<const char*, FD::ObjectRef>, const char*> cases[] = {
+      {{"MEMORY", fraction(0.0F)}, "MEMORY is 0, expected a number above 0"},
+      {{"LOADING", fraction(0.0F)}, "LOADING is 0, expected a number above 0"},
+      {{"POST_MASK", fraction(1.5F)}, "POST_MASK is 1.5, expected 0 to 1"},
+      {{"REFERENCE", number(0)}, "REFERENCE is 0, expected a microphone's number from 1"}};
+  for (const auto& [parameter, message] : cases) {
+    EXPECT_THAT(faultOf([&] { make<MaskRefinement>(withLayout({parameter})); }),
+                HasSubstr(message));
+  }
+  const auto mvdr = [](const Parameters& others) {
+    FD::ParameterSet set = parameterSet({{"LENGTH", number(LENGTH)},
+                                         {"SAMPLING_RATE", number(RATE)},
+                                         {"FILENAME", text("/no.sofa")}});
+    for (const auto& [name, value] : others) set.add(name, value);
+    return faultOf([&] { make<MVDR>(set); });
+  };
+  EXPECT_THAT(mvdr({}), HasSubstr("/no.sofa"));
+  EXPECT_THAT(mvdr({{"LOADING", fraction(0.0F)}}), HasSubstr("expected a number above 0"));
 }
 
 }  // namespace
