@@ -218,15 +218,9 @@ std::vector<Samples> separate(Separation::Separator& separator, const Audio::Sce
 
 /// The command's settings of a method.
 Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, int length) {
-  static const std::map<std::string, BF::BfAlgorithmType> ALGORITHMS = {
-      {"DS", BF::BF_ALGORITHM_DS},     {"WDS", BF::BF_ALGORITHM_WDS},
-      {"NULL", BF::BF_ALGORITHM_NULL}, {"ILSE", BF::BF_ALGORITHM_ILSE},
-      {"LCMV", BF::BF_ALGORITHM_LCMV}, {"GJ", BF::BF_ALGORITHM_GJ},
-      {"GICA", BF::BF_ALGORITHM_GICA}, {"ML", BF::BF_ALGORITHM_CML},
-      {"MSNR", BF::BF_ALGORITHM_CMSNR}};
   Separation::Settings settings;
-  settings.method = wanted.method ? ALGORITHMS.at(wanted.method->name) : Separation::ALGORITHM_MVDR;
-  if (settings.method == BF::BF_ALGORITHM_GICA) settings.parameters.mu = 0.1;
+  settings.method = wanted.method ? wanted.method->algorithm : Separation::ALGORITHM_MVDR;
+  if (wanted.method) settings.parameters = engineParameters(*wanted.method, {});
   settings.refinement.passes = wanted.refinement;
   settings.samplingRate = rate;
   settings.length = length;
