@@ -11,17 +11,18 @@ double angleBetween(const Audio::Position& a, const Audio::Position& b) {
   return std::acos(std::clamp(cosine, -1.0, 1.0)) * 180.0 / std::numbers::pi;
 }
 
-std::vector<BF::SourceLocation> sourcesAsSeparated(const SofaFile& file) {
+std::vector<BF::SourceLocation> sourcesAsSeparated(
+    const std::vector<SofaFile::Position>& positions) {
   std::vector<BF::SourceLocation> sources;
   int id = 0;
-  for (const SofaFile::Position& p : file.sourcePositions()) {
+  for (const SofaFile::Position& p : positions) {
     sources.push_back(asSeparated({p[0], p[1], p[2]}, id++, true));
   }
   return sources;
 }
 
 MeasuredPlaces::MeasuredPlaces(const SofaFile& file)
-    : grid{sourcesAsSeparated(file), {}, {}}, places(file.sourcePositions()) {}
+    : grid{sourcesAsSeparated(file.sourcePositions()), {}, {}}, places(file.sourcePositions()) {}
 
 std::size_t MeasuredPlaces::nearest(const Audio::Position& point) const {
   return static_cast<std::size_t>(grid.findNearestSourceIndex(asSeparated(point, 0, true)));

@@ -11,8 +11,9 @@
 /// The angle between two places seen from the origin, in degrees; 0 if one of them is there.
 double angleBetween(const Audio::Position& a, const Audio::Position& b);
 
-/// A file's source positions as the separation has them, with their numbers from 0 as ids.
-std::vector<BF::SourceLocation> sourcesAsSeparated(const SofaFile& file);
+/// Source positions as the separation has them, with their numbers from 0 as ids.
+std::vector<BF::SourceLocation> sourcesAsSeparated(
+    const std::vector<SofaFile::Position>& positions);
 
 /// The source positions of a file, and the choice between them that the separation makes.
 class MeasuredPlaces {
