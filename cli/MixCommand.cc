@@ -17,9 +17,11 @@
 #include "cli/MixFiles.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
+#include "cli/RoomOptions.h"
 #include "responses/MixNoise.h"
 #include "responses/MixRenderer.h"
 #include "responses/ResponseSet.h"
+#include "responses/Room.h"
 #include "scene/Scene.h"
 
 namespace {
@@ -48,6 +50,9 @@ struct MixOptions {
   std::optional<double> noiseLevel;
   std::optional<double> diffuseLevel;
   Reverberation reverberation;
+  RoomDescription room;
+  const CLI::Option* roomGiven = nullptr;
+  bool byDirection = false;
   unsigned seed = 1;
   bool force = false;
 };
@@ -140,9 +145,25 @@ void mix(const MixOptions& options) {
   Reverberation reverberation = options.reverberation;
   reverberation.seed = options.seed;
   const ResponseSet responses(options.responses, reverberation);
-  const MixRenderer renderer(responses);
+  std::optional<Room> room;
+  std::optional<RoomResponses> inRoom;
+  if (*options.roomGiven) {
+    RoomDescription description = options.room;
+    description.seed = options.seed;
+    room.emplace(description, responses.samplingRate());
+    inRoom.emplace(*room, responses, options.byDirection);
+    note(room->text());
+  }
+  const Responses& heard = inRoom ? static_cast<const Responses&>(*inRoom) : responses;
+  const MixRenderer renderer(heard);
   MixFiles files(responses.microphones(), responses.samplingRate(), options.force);
-  if (responses.leadIn() > 0) {
+  if (responses.referenceMicrophone() > 0 && !inRoom) {
+    note(fmt::format(
+        "{}: the responses are relative to microphone {}: the sources sound as if nothing were "
+        "between it and them; expected a database made with --reference-mic none",
+        options.responses, responses.referenceMicrophone()));
+  }
+  if (responses.leadIn() > 0 && !inRoom) {
     note(fmt::format("{}: the responses reach before time 0; all images are {} samples late",
                      options.responses, responses.leadIn()));
   }
@@ -157,7 +178,7 @@ void mix(const MixOptions& options) {
   }
   if (options.diffuseLevel) {
     files.add(diffusePath,
-              diffuseNoise(responses, files.length(), *options.diffuseLevel, options.seed + 1));
+              diffuseNoise(heard, files.length(), *options.diffuseLevel, options.seed + 1));
   }
   if (options.noiseLevel) {
     const std::size_t values = files.length() * responses.microphones();
@@ -214,15 +235,25 @@ void addMixCommand(CLI::App& app) {
                    "Add speech-shaped noise from all around of this level, in dB relative to full "
                    "scale (RMS 1)")
       ->check(isBetween(-200.0, 0.0));
-  command
-      ->add_option("--reverb", options->reverberation.t60,
-                   "Add a late reverberation that falls by 60 dB in this time, in seconds")
-      ->check(isBetween(0.0, 5.0));
+  CLI::Option* reverb =
+      command
+          ->add_option("--reverb", options->reverberation.t60,
+                       "Add a late reverberation that falls by 60 dB in this time, in seconds")
+          ->check(isBetween(0.0, 5.0));
   command
       ->add_option("--direct-to-reverberant", options->reverberation.directToReverberant,
                    "Energy of a response over that of its reverberation, in dB")
       ->check(isBetween(-40.0, 60.0))
       ->capture_default_str();
+  CLI::Option* room = addRoomOptions(*command, options->room);
+  room->excludes(reverb);
+  options->roomGiven = room;
+  command
+      ->add_flag(
+          "--by-direction", options->byDirection,
+          "In the room, the array hears each image with the response measured nearest to its "
+          "direction; without it, its microphones stand alone in the air")
+      ->needs(room);
   command->add_option("--seed", options->seed, "Start of the noise's random numbers")
       ->capture_default_str();
   addDatabaseLimit(*command);

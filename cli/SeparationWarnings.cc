@@ -13,6 +13,7 @@
 
 #include "cli/OptionChecks.h"
 #include "responses/Places.h"
+#include "responses/ResponseImport.h"
 #include "separation/SteeringCondition.h"
 
 namespace {
@@ -142,6 +143,18 @@ void checkPauses(const SeparationPlan& plan, Warnings& warnings) {
 }
 
 // ---- what follows from the database
+
+/// Warns of a database whose frames are shorter than its responses.
+void checkFrameShare(const SeparationPlan& plan, Warnings& warnings) {
+  const double share = plan.database->energyInFrame().value_or(1.0);
+  if (share >= ENOUGH_ENERGY) return;
+  warnings.push_back(fmt::format(
+      "{}: its frames of {} samples hold {} of the responses' energy, expected {} or more: sources "
+      "leak into each other by the rest (zelk-sss tfdb import without --length chooses longer "
+      "ones)",
+      plan.settings.database, plan.settings.length, percentText(share),
+      percentText(ENOUGH_ENERGY)));
+}
 
 /// Who is listed at a time, and which measured position serves each.
 struct Moment {
@@ -302,6 +315,7 @@ Warnings separationWarnings(const SeparationPlan& plan) {
   countSources(plan, warnings);
   findAbsentSources(plan, warnings);
   if (!plan.database) return warnings;
+  checkFrameShare(plan, warnings);
   Surveyor surveyor(plan);
   std::vector<Moment> moments;
   for (const double time : timesToLookAt(plan)) moments.push_back(surveyor.at(time));

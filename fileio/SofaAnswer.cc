@@ -90,6 +90,14 @@ void SofaAnswer::checkCounts() const {
   if (!(begin.samplingRate >= 0.0 && begin.samplingRate <= MAX_RATE)) {
     refuseAnswer(fmt::format("a sampling rate of {} Hz", begin.samplingRate));
   }
+  if (begin.referenceMicrophone > R()) {
+    refuseAnswer(
+        fmt::format("microphone {} of {} as the reference", begin.referenceMicrophone, R()));
+  }
+  if (begin.energyInFrame != AnswerHead::NOT_STATED &&
+      !(begin.energyInFrame >= 0.0 && begin.energyInFrame <= 1.0)) {
+    refuseAnswer(fmt::format("{} of the energy in the frame", begin.energyInFrame));
+  }
 }
 
 void SofaAnswer::checkNumbers() const {

@@ -23,7 +23,8 @@ enum class AnswerState : std::uint64_t {
 /// The begin of an answer: what the reader process hands back about a SOFA file, in memory that it
 /// shares with whoever started it. Arrays follow as AnswerLayout says. The state is set last.
 struct AnswerHead {
-  static constexpr std::uint64_t MAGIC = 0x3152534F464B4C5AU;
+  static constexpr double NOT_STATED = -1.0;
+  static constexpr std::uint64_t MAGIC = 0x3252534F464B4C5AU;
 
   std::uint64_t magic = MAGIC;
   AnswerState state = AnswerState::UNFINISHED;
@@ -32,6 +33,8 @@ struct AnswerHead {
   std::uint64_t receivers = 0;            ///< R
   std::uint64_t length = 0;               ///< N, frequencies or samples
   double samplingRate = 0.0;              ///< Hz
+  std::uint64_t referenceMicrophone = 0;  ///< from 1: responses are relative to its own; 0: to none
+  double energyInFrame = NOT_STATED;  ///< part of the responses' energy that is in them, 0 … 1
   std::uint64_t textBytes = 0;
 };
 

@@ -16,6 +16,11 @@ SofaFile::SofaFile(std::string path, SofaAnswer handedBack)
       microphones(answer.receiverPositions()),
       remarks(answer.warnings()) {}
 
+std::optional<double> SofaFile::energyInFrame() const {
+  const double share = answer.head().energyInFrame;
+  return share == AnswerHead::NOT_STATED ? std::nullopt : std::optional(share);
+}
+
 std::span<const float> SofaFile::values() const {
   if (!answer.hasResponses()) throw std::logic_error(name + ": its responses were not read");
   return answer.values();

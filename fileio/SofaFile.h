@@ -2,6 +2,7 @@
 
 #include <complex>
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -37,6 +38,11 @@ class SofaFile {
   /// Source positions seen from the listener, M of them, and receiver positions, R of them.
   const std::vector<Position>& sourcePositions() const { return sources; }
   const std::vector<Position>& receiverPositions() const { return microphones; }
+
+  /// The microphone, from 1, that the responses are relative to; 0 if to none. And the part of the
+  /// measured responses' energy that their frame holds, 0 … 1, where the file says so.
+  int referenceMicrophone() const { return static_cast<int>(answer.head().referenceMicrophone); }
+  std::optional<double> energyInFrame() const;
 
   /// What is odd about the file but no reason to refuse it, a sentence each.
   const std::vector<std::string>& warnings() const { return remarks; }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <limits>
 
@@ -67,6 +68,7 @@ SofaParser::SofaParser(const NcFile& input, std::size_t limit) : file(input), la
   }
   readSources();
   readReceivers();
+  readOrigin();
 }
 
 void SofaParser::readDataShape() {
@@ -114,6 +116,8 @@ AnswerHead SofaParser::head(AnswerState state) const {
   result.receivers = R;
   result.length = N;
   result.samplingRate = rate;
+  result.referenceMicrophone = reference;
+  result.energyInFrame = share;
   return result;
 }
 
@@ -277,6 +281,25 @@ void SofaParser::readReceivers() {
                      microphones.size(), R));
   }
   noteUnits("ReceiverPosition");
+}
+
+// Attributes of our own (SofaWriter.h), which other files lack.
+void SofaParser::readOrigin() {
+  const auto number = [this](const char* name, auto& value) {
+    const std::string text = file.attribute("", name);
+    if (text.empty() || text == "none") return false;
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, value);
+    if (result.ec == std::errc() && result.ptr == end) return true;
+    fail(fmt::format("attribute {} is \"{}\", expected a number or none", name, printable(text)));
+  };
+  if (number("ZelkReferenceMicrophone", reference) && (reference < 1 || reference > R)) {
+    fail(fmt::format("attribute ZelkReferenceMicrophone is {}, expected 1 to {}, the receivers",
+                     reference, R));
+  }
+  if (number("ZelkEnergyInFrame", share) && !(share >= 0.0 && share <= 1.0)) {
+    fail(fmt::format("attribute ZelkEnergyInFrame is {}, expected 0 to 1", share));
+  }
 }
 
 void SofaParser::readResponses(float* values, double* delays) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,7 @@ class SofaParser {
                                          const SofaPosition& absent);
   void readSources();
   void readReceivers();
+  void readOrigin();
   void readDelays(double* delays) const;
   void noteUnits(const std::string& variable);
 
@@ -53,6 +55,8 @@ class SofaParser {
   std::size_t R = 0;
   std::size_t N = 0;
   double rate = 0.0;
+  std::uint64_t reference = 0;
+  double share = AnswerHead::NOT_STATED;
   std::vector<SofaPosition> sources;
   std::vector<SofaPosition> microphones;
   std::vector<std::string> remarks;

@@ -78,28 +78,38 @@ std::string now() {
   return text;
 }
 
-void putGlobals(NcWriter& file, const std::string& title) {
+/// What the two data types differ in.
+struct Kind {
+  std::string conventions;
+  std::string conventionsVersion;
+  std::string dataType;
+  std::string roomType;
+  std::string title;
+};
+
+void putGlobals(NcWriter& file, const Kind& kind) {
   const std::string date = now();
-  const std::pair<const char*, std::string> globals[] = {{"Conventions", "SOFA"},
-                                                         {"Version", "2.1"},
-                                                         {"SOFAConventions", "GeneralTF"},
-                                                         {"SOFAConventionsVersion", "2.0"},
-                                                         {"DataType", "TF"},
-                                                         {"RoomType", "free field"},
-                                                         {"Title", title},
-                                                         {"DateCreated", date},
-                                                         {"DateModified", date},
-                                                         {"APIName", "zelk-sss"},
-                                                         {"APIVersion", ZELK_VERSION},
-                                                         {"ApplicationName", "zelk-sss"},
-                                                         {"ApplicationVersion", ZELK_VERSION},
-                                                         {"AuthorContact", "not stated"},
-                                                         {"Organization", "not stated"},
-                                                         {"License", "not stated"},
-                                                         {"Comment", ""},
-                                                         {"History", ""},
-                                                         {"References", ""},
-                                                         {"Origin", ""}};
+  const std::pair<const char*, std::string> globals[] = {
+      {"Conventions", "SOFA"},
+      {"Version", "2.1"},
+      {"SOFAConventions", kind.conventions},
+      {"SOFAConventionsVersion", kind.conventionsVersion},
+      {"DataType", kind.dataType},
+      {"RoomType", kind.roomType},
+      {"Title", kind.title},
+      {"DateCreated", date},
+      {"DateModified", date},
+      {"APIName", "zelk-sss"},
+      {"APIVersion", ZELK_VERSION},
+      {"ApplicationName", "zelk-sss"},
+      {"ApplicationVersion", ZELK_VERSION},
+      {"AuthorContact", "not stated"},
+      {"Organization", "not stated"},
+      {"License", "not stated"},
+      {"Comment", ""},
+      {"History", ""},
+      {"References", ""},
+      {"Origin", ""}};
   for (const auto& [label, text] : globals) file.attribute(NC_GLOBAL, label, text);
 }
 
@@ -118,52 +128,92 @@ std::vector<double> frequenciesOf(const SofaTransferFunctions& data) {
   return frequencies;
 }
 
-}  // namespace
+/// The dimensions and positions that every file has.
+struct Geometry {
+  int dimM;
+  int dimR;
+  int dimI;
+  std::vector<std::pair<int, std::vector<double>>> positions;  ///< variables, values to be put
+};
 
-void zelkWriteSofa(const std::string& path, const std::string& name,
-                   const SofaTransferFunctions& data) {
+template <class Data>
+Geometry defineGeometry(NcWriter& file, const Data& data) {
+  Geometry g;
+  g.dimM = file.dimension("M", data.sourcePositions.size());
+  g.dimR = file.dimension("R", data.receiverPositions.size());
+  g.dimI = file.dimension("I", 1);
+  const int dimE = file.dimension("E", 1);
+  const int dimC = file.dimension("C", 3);
+  const std::vector<double> origin = {0.0, 0.0, 0.0};
+  g.positions.emplace_back(file.position("ListenerPosition", g.dimI, dimC), origin);
+  g.positions.emplace_back(file.position("ListenerView", g.dimI, dimC),
+                           std::vector<double>{1.0, 0.0, 0.0});
+  g.positions.emplace_back(file.variable("ListenerUp", NC_DOUBLE, {g.dimI, dimC}),
+                           std::vector<double>{0.0, 0.0, 1.0});
+  g.positions.emplace_back(file.position("ReceiverPosition", g.dimR, dimC, {g.dimI}),
+                           flattened(data.receiverPositions));
+  g.positions.emplace_back(file.position("SourcePosition", g.dimM, dimC),
+                           flattened(data.sourcePositions));
+  g.positions.emplace_back(file.position("EmitterPosition", dimE, dimC, {g.dimI}), origin);
+  return g;
+}
+
+template <class Data>
+void requireShape(const std::string& name, const Data& data, std::size_t N, const char* what) {
   const std::size_t M = data.sourcePositions.size();
   const std::size_t R = data.receiverPositions.size();
-  const std::size_t N = data.frequencies;
-  if (M == 0 || R == 0 || N == 0 || data.values.size() != M * R * N) {
-    throw SofaError(
-        fmt::format("{}: {} values do not fill {} positions × {} receivers × {} "
-                    "frequencies, each 1 or more",
-                    name, data.values.size(), M, R, N));
-  }
+  if (M != 0 && R != 0 && N != 0 && data.values.size() == M * R * N) return;
+  throw SofaError(
+      fmt::format("{}: {} values do not fill {} positions × {} receivers × {} {}, each 1 or more",
+                  name, data.values.size(), M, R, N, what));
+}
 
+}  // namespace
+
+void zelkWriteTransferFunctions(const std::string& path, const std::string& name,
+                                const SofaTransferFunctions& data) {
+  requireShape(name, data, data.frequencies, "frequencies");
   NcWriter file(path, name);
-  putGlobals(file, data.title);
-  const int dimM = file.dimension("M", M);
-  const int dimR = file.dimension("R", R);
-  const int dimN = file.dimension("N", N);
-  const int dimE = file.dimension("E", 1);
-  const int dimI = file.dimension("I", 1);
-  const int dimC = file.dimension("C", 3);
-
-  const int listener = file.position("ListenerPosition", dimI, dimC);
-  const int view = file.position("ListenerView", dimI, dimC);
-  const int up = file.variable("ListenerUp", NC_DOUBLE, {dimI, dimC});
-  const int receivers = file.position("ReceiverPosition", dimR, dimC, {dimI});
-  const int sources = file.position("SourcePosition", dimM, dimC);
-  const int emitters = file.position("EmitterPosition", dimE, dimC, {dimI});
+  putGlobals(file, {"GeneralTF", "2.0", "TF", "free field", data.title});
+  file.attribute(
+      NC_GLOBAL, "ZelkReferenceMicrophone",
+      data.referenceMicrophone > 0 ? fmt::format("{}", data.referenceMicrophone) : "none");
+  if (data.energyInFrame) {
+    file.attribute(NC_GLOBAL, "ZelkEnergyInFrame", fmt::format("{:.6f}", *data.energyInFrame));
+  }
+  const Geometry g = defineGeometry(file, data);
+  const int dimN = file.dimension("N", data.frequencies);
   const int frequencies = file.variable("N", NC_DOUBLE, {dimN});
   file.attribute(frequencies, "LongName", "frequency");
   file.attribute(frequencies, "Units", "hertz");
-  const int real = file.variable("Data.Real", NC_FLOAT, {dimM, dimR, dimN});
-  const int imaginary = file.variable("Data.Imag", NC_FLOAT, {dimM, dimR, dimN});
+  const int real = file.variable("Data.Real", NC_FLOAT, {g.dimM, g.dimR, dimN});
+  const int imaginary = file.variable("Data.Imag", NC_FLOAT, {g.dimM, g.dimR, dimN});
 
-  file.put(listener, std::vector<double>{0.0, 0.0, 0.0});
-  file.put(view, std::vector<double>{1.0, 0.0, 0.0});
-  file.put(up, std::vector<double>{0.0, 0.0, 1.0});
-  file.put(receivers, flattened(data.receiverPositions));
-  file.put(sources, flattened(data.sourcePositions));
-  file.put(emitters, std::vector<double>{0.0, 0.0, 0.0});
+  for (const auto& [variable, values] : g.positions) file.put(variable, values);
   file.put(frequencies, frequenciesOf(data));
   std::vector<float> part(data.values.size());
   for (std::size_t i = 0; i < part.size(); ++i) part[i] = data.values[i].real();
   file.put(real, part);
   for (std::size_t i = 0; i < part.size(); ++i) part[i] = data.values[i].imag();
   file.put(imaginary, part);
+  file.close();
+}
+
+void zelkWriteImpulseResponses(const std::string& path, const std::string& name,
+                               const SofaImpulseResponses& data) {
+  requireShape(name, data, data.samples, "samples");
+  NcWriter file(path, name);
+  putGlobals(file, {"GeneralFIR", "1.0", "FIR", data.roomType, data.title});
+  const Geometry g = defineGeometry(file, data);
+  const int dimN = file.dimension("N", data.samples);
+  const int rate = file.variable("Data.SamplingRate", NC_DOUBLE, {g.dimI});
+  file.attribute(rate, "Units", "hertz");
+  const int delay = file.variable("Data.Delay", NC_DOUBLE, {g.dimI, g.dimR});
+  const int response = file.variable("Data.IR", NC_FLOAT, {g.dimM, g.dimR, dimN});
+
+  for (const auto& [variable, values] : g.positions) file.put(variable, values);
+  file.put(rate, std::vector<double>{data.samplingRate});
+  file.put(delay, std::vector<double>(data.receiverPositions.size(), 0.0));
+  file.put(response, data.values);
   file.close();
 }

@@ -6,12 +6,26 @@
 #include "fileio/SofaError.h"
 #include "fileio/SofaWriter.h"
 
+namespace {
+
 // The libraries for the format take longer to load than most databases: only who writes loads them.
-void writeSofa(Audio::OutputFile& file, const SofaTransferFunctions& data) {
+template <class Data>
+void writeByModule(const char* functionName, Audio::OutputFile& file, const Data& data) {
+  using Function = void(const std::string& path, const std::string& name, const Data& data);
   void* module = dlopen(besideLibrary("libzelk-sofa-writer.so").c_str(), RTLD_NOW | RTLD_LOCAL);
-  void* function = module ? dlsym(module, "zelkWriteSofa") : nullptr;
+  void* function = module ? dlsym(module, functionName) : nullptr;
   if (!function) throw SofaError(fmt::format("{}: cannot write: {}", file.path(), dlerror()));
-  reinterpret_cast<decltype(&zelkWriteSofa)>(function)(file.temporaryName(), file.path(), data);
+  reinterpret_cast<Function*>(function)(file.temporaryName(), file.path(), data);
+}
+
+}  // namespace
+
+void writeSofa(Audio::OutputFile& file, const SofaTransferFunctions& data) {
+  writeByModule("zelkWriteTransferFunctions", file, data);
+}
+
+void writeSofa(Audio::OutputFile& file, const SofaImpulseResponses& data) {
+  writeByModule("zelkWriteImpulseResponses", file, data);
 }
 
 void writeSofa(const std::string& path, const SofaTransferFunctions& data) {

@@ -15,6 +15,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const SofaFile file("file", SofaAnswer(bytes, 1 << 20));
     require(file.sourcePositions().size() == file.measurements(), "a position per measurement");
     require(file.receiverPositions().size() == file.receivers(), "a position per receiver");
+    require(file.referenceMicrophone() >= 0, "no microphone before the first");
+    require(static_cast<std::size_t>(file.referenceMicrophone()) <= file.receivers(), "nor beyond");
+    const double share = file.energyInFrame().value_or(1.0);
+    require(share >= 0.0 && share <= 1.0, "a part of the energy");
     for (const auto& p : file.sourcePositions()) require(std::isfinite(p[0] + p[2]), "positions");
     for (const std::string& warning : file.warnings()) {
       require(warning.empty() || isShowable(warning), "warnings are showable");

@@ -118,7 +118,15 @@ void makeDatabases(const fs::path& folder) {
 void makeAnswers(const fs::path& folder) {
   for (const AnswerState state : {AnswerState::HEAD, AnswerState::RESPONSES}) {
     for (const std::uint64_t isTransferFunctions : {0, 1}) {
-      const AnswerHead head = {AnswerHead::MAGIC, state, isTransferFunctions, 3, 2, 5, 16000.0, 4};
+      AnswerHead head;
+      head.state = state;
+      head.isTransferFunctions = isTransferFunctions;
+      head.measurements = 3;
+      head.receivers = head.referenceMicrophone = 2;
+      head.length = 5;
+      head.samplingRate = 16000.0;
+      head.energyInFrame = 0.5;
+      head.textBytes = 4;
       std::string bytes(layoutOf(head).value().size, '\0');
       std::memcpy(bytes.data(), &head, sizeof head);
       write(folder / std::to_string(bytes.size()), bytes);

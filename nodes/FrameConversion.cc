@@ -1,10 +1,8 @@
-#include "FrameConversion.h"
+#include "nodes/FrameConversion.h"
 
 #include <cmath>
 #include <iostream>
-#include <limits>
 
-#include "Source.h"
 #include "matrix/Exceptions.h"
 
 namespace {
@@ -22,22 +20,41 @@ BF::Matrix widened(const SpectrumMatrix& frame) {
 
 /// Row i of Y, narrowed, goes under the id of location i.
 void insertSpectra(const BF::Matrix& Y, const std::vector<BF::SourceLocation>& locations,
-                   OutputCheck check, SpectrumMap& map) {
+                   const OutputCheck* check, SpectrumMap& map) {
   for (int i = 0; i < Y.getRowCount(); ++i) {
     auto* spectrum = new SpectrumVector(Y.getColumnCount());
     const FD::ObjectRef owner(spectrum);
     for (int k = 0; k < Y.getColumnCount(); ++k) {
       const std::complex<float> value(Y.getElementAt(i, k));
-      if (check) check(i, k, value);
+      if (check) check->report(i, k, value);
       (*spectrum)[k] = value;
     }
     map.insert({locations.at(i).id, owner});
   }
 }
 
+bool hasNan(const std::complex<float>& value) {
+  return std::isnan(value.real()) || std::isnan(value.imag());
+}
+
+bool hasInfinity(const std::complex<float>& value) {
+  return std::isinf(value.real()) || std::isinf(value.imag());
+}
+
 }  // namespace
 
-void appendLocations(const FD::Vector<FD::ObjectRef>& sourceList, bool flag,
+void OutputCheck::report(int source, int bin, const std::complex<float>& value) const {
+  const bool isNan = hasNan(value);
+  if (isNan) write(source, bin, "NAN");
+  if (hasInfinity(value) && !(isNan && nanHidesInfinity)) write(source, bin, "INF");
+}
+
+void OutputCheck::write(int source, int bin, const char* fault) const {
+  std::cout << node << ": Output Spectrum data [" << source << " , " << bin << "] is " << fault
+            << ". Please check the parameters." << std::endl;
+}
+
+void appendLocations(const SourceList& sourceList, bool flag,
                      std::vector<BF::SourceLocation>& locations) {
   for (const FD::ObjectRef& element : sourceList) {
     const auto& source = FD::object_cast<FD::Source>(element);
@@ -46,7 +63,7 @@ void appendLocations(const FD::Vector<FD::ObjectRef>& sourceList, bool flag,
 }
 
 void separateFrame(BF::BF& engine, const SpectrumMatrix& frame,
-                   const std::vector<BF::SourceLocation>& locations, OutputCheck check,
+                   const std::vector<BF::SourceLocation>& locations, const OutputCheck* check,
                    SpectrumMap& map) {
   // The engine would leave further columns out.
   const bool fits = frame.ncols() <= static_cast<std::size_t>(engine.numFreq);
@@ -56,18 +73,4 @@ void separateFrame(BF::BF& engine, const SpectrumMatrix& frame,
   engine.executeBeamForming(widened(frame), Y);
   engine.adaptSeparationMatrices();
   insertSpectra(Y, locations, check, map);
-}
-
-bool hasNan(const std::complex<float>& value) {
-  return std::isnan(value.real()) || std::isnan(value.imag());
-}
-
-bool hasInfinity(const std::complex<float>& value) {
-  constexpr float MAX_FLOAT = std::numeric_limits<float>::max();
-  return std::abs(value.real()) > MAX_FLOAT || std::abs(value.imag()) > MAX_FLOAT;
-}
-
-void reportOutputFault(const char* node, int source, int bin, const char* fault) {
-  std::cout << node << ": Output Spectrum data [" << source << " , " << bin << "] is " << fault
-            << ". Please check the parameters." << std::endl;
 }

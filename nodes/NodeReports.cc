@@ -1,4 +1,4 @@
-#include "NodeReports.h"
+#include "nodes/NodeReports.h"
 
 #include <cxxabi.h>
 

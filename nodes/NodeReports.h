@@ -3,9 +3,9 @@
 #include <exception>
 #include <string>
 
-#include "FrameConversion.h"
 #include "Node.h"
 #include "bf/BF.h"
+#include "nodes/FrameConversion.h"
 
 /// What a separation node tells a person on standard error, a line each that begins with the node's
 /// name and type. Engine exceptions carry no text, and hosts tell nothing of them but

@@ -1,4 +1,4 @@
-#include "TransferFunctionLoader.h"
+#include "nodes/TransferFunctionLoader.h"
 
 #include "CZelkFileIO.h"
 

@@ -11,6 +11,7 @@ namespace {
 
 /// The part of a period that stands for the time before 0.
 constexpr std::size_t AHEAD_DIVISOR = 8;
+constexpr std::size_t RELATIVE_AHEAD_DIVISOR = 2;  // of responses relative to a microphone
 
 void transformBack(const SofaFile& file, MeasuredResponses& responses) {
   const std::size_t bins = file.length();
@@ -20,7 +21,8 @@ void transformBack(const SofaFile& file, MeasuredResponses& responses) {
                     file.path(), bins));
   }
   const std::size_t length = 2 * (bins - 1);
-  const std::size_t ahead = length / AHEAD_DIVISOR;
+  const std::size_t ahead =
+      length / (file.referenceMicrophone() > 0 ? RELATIVE_AHEAD_DIVISOR : AHEAD_DIVISOR);
   const std::vector<std::complex<float>> H = file.readTransferFunctions();
   const std::size_t rows = responses.measurements * responses.receivers;
   responses.length = length;

@@ -24,5 +24,6 @@ struct MeasuredResponses {
 
 /// Reads the responses of a file of either data type. Transfer functions of N frequencies become
 /// 2 · (N − 1) samples; the last eighth of these counts as the time before 0, where an inverse
-/// transform leaves what rings ahead of an early onset. Throws SofaError.
+/// transform leaves what rings ahead of an early onset, or the last half if they are relative to a
+/// microphone. Throws SofaError.
 MeasuredResponses readMeasuredResponses(const SofaFile& file);

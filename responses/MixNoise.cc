@@ -9,7 +9,7 @@
 namespace {
 
 /// Enough directions to sound like all of them.
-constexpr std::size_t MAX_POSITIONS = 48;
+constexpr std::size_t MAX_PLACES = 48;
 /// Of the one-pole low-pass that makes the spectrum fall.
 constexpr double SMOOTHING = 0.9;
 
@@ -25,14 +25,13 @@ std::vector<float> microphoneNoise(std::size_t values, double level, unsigned se
   return noise;
 }
 
-std::vector<float> diffuseNoise(const ResponseSet& responses, std::size_t length, double level,
+std::vector<float> diffuseNoise(const Responses& responses, std::size_t length, double level,
                                 unsigned seed) {
   const MixRenderer renderer(responses);
-  const std::size_t count = std::min(MAX_POSITIONS, responses.measurements());
   std::mt19937 generator(seed);
   std::normal_distribution<double> gaussian;
   std::vector<double> sum(length * responses.microphones());
-  for (std::size_t i = 0; i < count; ++i) {
+  for (const std::size_t place : responses.surround(MAX_PLACES)) {
     std::vector<float> dry(length);
     double smooth = 0.0;
     for (float& sample : dry) {
@@ -41,7 +40,7 @@ std::vector<float> diffuseNoise(const ResponseSet& responses, std::size_t length
     }
     Audio::SceneSource source;
     source.track.emplace_back();
-    source.track.front().position = responses.position(i * responses.measurements() / count);
+    source.track.front().position = responses.position(place);
     const std::vector<float> image = renderer.render(source, dry).samples;
     for (std::size_t n = 0; n < std::min(sum.size(), image.size()); ++n) sum[n] += image[n];
   }

@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "responses/ResponseSet.h"
+#include "responses/Responses.h"
 #include "scene/Scene.h"
 
 /// What a source sounds like at the microphones: at the rate of the responses, from scene time 0
@@ -20,7 +20,7 @@ struct SourceImage {
 class MixRenderer {
  public:
   /// The responses must outlive the renderer.
-  explicit MixRenderer(const ResponseSet& set) : responses(set) {}
+  explicit MixRenderer(const Responses& set) : responses(set) {}
 
   /// The image of a source that emits the samples `dry`, at the rate of the responses.
   ///
@@ -53,5 +53,5 @@ class MixRenderer {
   std::vector<Passage> passages(const Audio::SceneSource& source, std::size_t begin,
                                 std::size_t end) const;
 
-  const ResponseSet& responses;
+  const Responses& responses;
 };

@@ -29,8 +29,10 @@ constexpr float ONSET = 0.03F;
 constexpr int LEAD = 16;                ///< samples at the frame's rate
 constexpr int LEADS_PER_FRAME = 8;      ///< at least
 constexpr double FADE_PART = 1.0 / 16;  ///< of the frame
-constexpr double REPORTED_LOSS_DB = -40.0;
 constexpr double UNUSABLE_LOSS = 0.999;
+
+constexpr double MIN_CHOSEN = 0.02;  ///< seconds, of a frame that is chosen
+constexpr double MAX_CHOSEN = 0.6;
 
 /// Relative error of a frequency that does not matter: 0.01 rad at the end of the longest frame.
 constexpr double FREQUENCY_TOLERANCE = 5e-8;
@@ -72,6 +74,17 @@ struct Windowed {
   std::size_t first = 0;  ///< the first sample in the frame
   std::size_t peak = 0;   ///< the sample of largest size in the frame
 };
+
+/// Powers of two between the shortest and the longest frame that may be chosen.
+std::vector<int> choices(int rate) {
+  std::vector<int> lengths;
+  for (int length = MIN_LENGTH; length <= std::min<double>(MAX_LENGTH, MAX_CHOSEN * rate);
+       length *= 2) {
+    if (length >= MIN_CHOSEN * rate) lengths.push_back(length);
+  }
+  if (lengths.empty()) lengths.push_back(rate < MIN_LENGTH / MAX_CHOSEN ? MIN_LENGTH : MAX_LENGTH);
+  return lengths;
+}
 
 /// The earliest time, in samples of the file, at which a response begins; NaN when all are silent.
 double earliestOnset(const MeasuredResponses& responses) {
@@ -116,6 +129,9 @@ class Importer {
   }
 
   std::vector<std::complex<float>> run();
+
+  /// The part of the energy of all responses that the frame holds, 0 … 1.
+  double energyInFrame();
 
  private:
   void findStart();
@@ -233,8 +249,6 @@ void Importer::warnOfMissingBand() {
 
 void Importer::reportLosses(double all, double lost) {
   report.lostEnergy = lost / all;
-  const double total = decibels(report.lostEnergy);
-  const double worst = decibels(report.worstLoss);
   const std::string place =
       fmt::format("position {}, microphone {}", report.worstPosition, report.worstMicrophone);
   const std::string shape = fmt::format("a frame of {} samples ({:.1f} ms)", frame.length,
@@ -245,11 +259,13 @@ void Importer::reportLosses(double all, double lost) {
         "Data.Delay within one frame (a longer --length?)",
         path, place, shape, 1000.0 * report.removedDelay));
   }
-  if (worst > REPORTED_LOSS_DB) {
-    report.warnings.push_back(fmt::format(
-        "{}: cut to {} the responses lose {:.1f} dB of their energy, at most {:.1f} dB ({})", path,
-        shape, total, worst, place));
-  }
+  if (report.lostEnergy <= 1.0 - ENOUGH_ENERGY) return;
+  report.warnings.push_back(fmt::format(
+      "{}: {} holds {} of the responses' energy, at worst {} ({}), expected {} or more: {}", path,
+      shape, percentText(1.0 - report.lostEnergy), percentText(1.0 - report.worstLoss), place,
+      percentText(ENOUGH_ENERGY),
+      report.chosen ? "a longer --length holds more"
+                    : "without --length and --latency the import chooses a longer frame"));
 }
 
 // Sums of samples near the largest number there is can be larger still.
@@ -264,6 +280,20 @@ void Importer::requireFinite(const std::vector<std::complex<float>>& H) const {
       "of less than {:.2g}",
       path, row / responses.receivers, row % responses.receivers, std::abs(*bad),
       std::numeric_limits<float>::max()));
+}
+
+double Importer::energyInFrame() {
+  findStart();
+  double all = 0.0;
+  double lost = 0.0;
+  for (std::size_t m = 0; m < responses.measurements; ++m) {
+    for (std::size_t r = 0; r < responses.receivers; ++r) {
+      const Windowed one = window(responses.at(m, r), responses.delay(m, r) - start);
+      all += one.energy;
+      lost += one.lost;
+    }
+  }
+  return 1.0 - lost / all;
 }
 
 std::vector<std::complex<float>> Importer::run() {
@@ -296,7 +326,24 @@ std::vector<std::complex<float>> Importer::run() {
   return H;
 }
 
+// Longer frames are not tried once one holds enough.
+int chooseLength(const std::string& path, const MeasuredResponses& responses, int rate) {
+  const std::vector<int> lengths = choices(rate);
+  for (const int length : lengths) {
+    ImportReport report;
+    if (Importer(path, responses, {rate, length}, report).energyInFrame() >= ENOUGH_ENERGY) {
+      return length;
+    }
+  }
+  return lengths.back();
+}
+
 }  // namespace
+
+std::string percentText(double share) {
+  // Rounded down: a hundred percent means all.
+  return fmt::format("{:.4g} %", std::floor(1e4 * share + 1e-6) / 100.0);
+}
 
 double decibels(double energyRatio) { return 10.0 * std::log10(std::max(0.0, energyRatio)); }
 
@@ -316,9 +363,30 @@ void checkFrame(const std::string& what, const FrameShape& frame, std::size_t re
   }
 }
 
-SofaTransferFunctions importResponses(const SofaFile& file, const FrameShape& frame,
+int longestFrame(double seconds, int rate) {
+  // The limits of a length make of the rest what checkFrame refuses.
+  int length =
+      static_cast<int>(std::clamp(std::floor(seconds * rate + 1e-9), 0.0, MAX_LENGTH + 1.0));
+  while (length >= MIN_LENGTH && (length % 2 != 0 || largestPrimeFactor(length) > 5)) --length;
+  return length;
+}
+
+SofaTransferFunctions importResponses(const SofaFile& file, FrameShape frame,
                                       ImportReport& report) {
   report = {};
+  const bool rateFits =
+      std::abs(file.samplingRate() - frame.rate) <= FREQUENCY_TOLERANCE * frame.rate;
+  std::optional<MeasuredResponses> responses;
+  if (frame.length == 0) {
+    checkFrame(file.path(), {frame.rate, MIN_LENGTH}, file.measurements() * file.receivers());
+    report.chosen = true;
+    if (file.isTransferFunctions() && rateFits) {
+      frame.length = 2 * (static_cast<int>(file.length()) - 1);
+    } else {
+      frame.length =
+          chooseLength(file.path(), responses.emplace(readMeasuredResponses(file)), frame.rate);
+    }
+  }
   checkFrame(file.path(), frame, file.measurements() * file.receivers());
   for (const std::string& warning : file.warnings()) {
     report.warnings.push_back(fmt::format("{}: {}", file.path(), warning));
@@ -328,13 +396,15 @@ SofaTransferFunctions importResponses(const SofaFile& file, const FrameShape& fr
   data.receiverPositions = file.receiverPositions();
   data.samplingRate = frame.rate;
   data.frequencies = binsOf(frame);
-  report.copied = file.isTransferFunctions() && file.length() == data.frequencies &&
-                  std::abs(file.samplingRate() - frame.rate) <= FREQUENCY_TOLERANCE * frame.rate;
+  data.referenceMicrophone = file.referenceMicrophone();
+  data.energyInFrame = file.energyInFrame();
+  report.copied = file.isTransferFunctions() && file.length() == data.frequencies && rateFits;
   if (report.copied) {
     data.values = file.readTransferFunctions();
   } else {
-    const MeasuredResponses responses = readMeasuredResponses(file);
-    data.values = Importer(file.path(), responses, frame, report).run();
+    if (!responses) responses.emplace(readMeasuredResponses(file));
+    data.values = Importer(file.path(), *responses, frame, report).run();
+    data.energyInFrame = data.energyInFrame.value_or(1.0) * (1.0 - report.lostEnergy);
   }
   return data;
 }

@@ -22,9 +22,13 @@ inline std::size_t binsOf(const FrameShape& frame) {
 /// samples, and `responses` (positions times microphones) times the bins can be written.
 void checkFrame(const std::string& what, const FrameShape& frame, std::size_t responses);
 
+/// A frame that holds less of the responses' energy than this separates badly.
+constexpr double ENOUGH_ENERGY = 0.99;
+
 /// What became of the responses.
 struct ImportReport {
   bool copied = false;        ///< rate and bins fitted: every value is the file's own
+  bool chosen = false;        ///< the frame's length followed from the responses
   double removedDelay = 0.0;  ///< seconds taken off all responses alike; below 0: added
   double lostEnergy = 0.0;    ///< part of all energy that did not fit the frame, 0 … 1
   double worstLoss = 0.0;     ///< the largest such part of one response
@@ -43,9 +47,19 @@ struct ImportReport {
 /// of the sampling rate; bins above half the file's rate continue the last known one as a pure
 /// delay, with a warning. A file of transfer functions that fits already is copied.
 ///
+/// A frame length of 0 is chosen: that of a file of transfer functions of the same rate; otherwise
+/// the least power of two, from 20 ms to 600 ms, that holds 99 % of the energy of all responses,
+/// or the largest of these.
+///
 /// The report is replaced. Throws SofaError naming the file.
-SofaTransferFunctions importResponses(const SofaFile& file, const FrameShape& frame,
-                                      ImportReport& report);
+SofaTransferFunctions importResponses(const SofaFile& file, FrameShape frame, ImportReport& report);
+
+/// The longest frame of at most so many seconds whose length is a fast one for the transform: even,
+/// without prime factors above 5.
+int longestFrame(double seconds, int rate);
 
 /// Decibels of a ratio of energies; −∞ for 0.
 double decibels(double energyRatio);
+
+/// A part of a whole as "98.76 %".
+std::string percentText(double share);

@@ -77,8 +77,11 @@ void ResponseSet::readTransferFunctions() {
       before += static_cast<double>(h[n - eighth]) * h[n - eighth];
     }
   }
-  if (last <= 2.0 * before) return;
-  lead = eighth;
+  if (file.referenceMicrophone() > 0) {
+    lead = samples / 2;
+  } else if (last > 2.0 * before) {
+    lead = eighth;
+  }
   for (std::size_t i = 0; i < count; ++i) {
     float* h = impulseResponses.data() + i * samples;
     std::rotate(h, h + samples - lead, h + samples);
@@ -103,6 +106,12 @@ std::size_t ResponseSet::nearest(const Audio::Position& point) const {
 
 Audio::Position ResponseSet::position(std::size_t measurement) const {
   return places.place(measurement);
+}
+
+std::vector<std::size_t> ResponseSet::surround(std::size_t count) const {
+  std::vector<std::size_t> chosen(std::min(count, measurements()));
+  for (std::size_t i = 0; i < chosen.size(); ++i) chosen[i] = i * measurements() / chosen.size();
+  return chosen;
 }
 
 std::vector<double> ResponseSet::response(std::size_t measurement, std::size_t r) const {

@@ -7,33 +7,42 @@
 
 #include "fileio/SofaFile.h"
 #include "responses/Places.h"
+#include "responses/Responses.h"
 #include "responses/Reverberation.h"
 #include "scene/Scene.h"
 
 /// The impulse responses of a SOFA file, of DataType FIR or TF, from its source positions to its
 /// microphones.
-class ResponseSet {
+class ResponseSet : public Responses {
  public:
   /// Reads the file; every response gets the reverberation's tail. Throws SofaError.
   explicit ResponseSet(const std::string& path, const Reverberation& roomTail = {});
 
   const std::string& path() const { return file.path(); }
-  int samplingRate() const { return rate; }
-  std::size_t microphones() const { return file.receivers(); }
+  int samplingRate() const override { return rate; }
+  std::size_t microphones() const override { return file.receivers(); }
+  const std::vector<SofaFile::Position>& microphonePositions() const {
+    return file.receiverPositions();
+  }
   std::size_t measurements() const { return file.measurements(); }
+  int referenceMicrophone() const { return file.referenceMicrophone(); }
 
-  /// The measured position that the separation takes for a point, as its number from 0.
-  std::size_t nearest(const Audio::Position& point) const;
-  Audio::Position position(std::size_t measurement) const;
+  /// Places are the measured positions; a point is served by the one that the separation takes.
+  std::size_t nearest(const Audio::Position& point) const override;
+  Audio::Position position(std::size_t measurement) const override;
+
+  /// Measured positions, evenly taken from the file's order.
+  std::vector<std::size_t> surround(std::size_t count) const override;
 
   /// Impulse response to microphone r, its delay included. That of a transfer function is its
   /// inverse transform, whose begin stands leadIn() samples late.
-  std::vector<double> response(std::size_t measurement, std::size_t r) const;
+  std::vector<double> response(std::size_t measurement, std::size_t r) const override;
 
   /// Samples at the end of an inverse transform that are taken to lie before time 0, so that every
   /// response is delayed by them; 0 for DataType FIR. They are an eighth of the transform's length
   /// when, over all responses, it holds more than twice the energy of the eighth before it: a
-  /// response that begins after time 0 has decayed there.
+  /// response that begins after time 0 has decayed there. Responses relative to a microphone reach
+  /// as far before time 0 as after it: then they are half of the length.
   std::size_t leadIn() const { return lead; }
 
  private:

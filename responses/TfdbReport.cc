@@ -7,6 +7,7 @@
 #include <cmath>
 #include <iterator>
 #include <numbers>
+#include <optional>
 #include <set>
 
 #include "responses/DatabaseFile.h"
@@ -109,6 +110,15 @@ std::vector<std::string> plainFindings(const SofaTransferFunctions& data) {
   return findings;
 }
 
+/// What the responses are relative to, and how much of them the frame holds where that is known.
+std::string originText(int reference, const std::optional<double>& share) {
+  std::string text = fmt::format("reference:     {}\n",
+                                 reference > 0 ? fmt::format("microphone {}", reference) : "none");
+  if (share)
+    text += fmt::format("in the frame:  {} of the responses' energy\n", percentText(*share));
+  return text;
+}
+
 /// The file's responses as transfer functions at its own rate, for examination.
 SofaTransferFunctions examined(const SofaFile& file, ImportReport& report) {
   if (file.isTransferFunctions()) {
@@ -139,6 +149,7 @@ std::string infoText(const SofaFile& file) {
                        2 * (file.length() - 1))
          : counted(file.length(), "sample"),
       file.samplingRate());
+  if (tf) text += originText(file.referenceMicrophone(), file.energyInFrame());
   text += sourcesText(file.sourcePositions()) + microphonesText(file.receiverPositions());
   for (const std::string& warning : file.warnings()) text += "warning: " + warning + "\n";
   return text;
@@ -185,10 +196,16 @@ std::string countsText(const SofaTransferFunctions& data) {
 std::string importText(const std::string& output, const SofaTransferFunctions& data,
                        const ImportReport& report) {
   std::string text = fmt::format("{}: {}\n", output, countsText(data));
-  if (report.copied) return text + "copied as they are: rate and frequencies fit\n";
-  text +=
-      fmt::format("common delay {}: {:.3f} ms\n", report.removedDelay < 0.0 ? "added" : "removed",
-                  1000.0 * std::abs(report.removedDelay));
-  if (report.lostEnergy == 0.0) return text + "energy outside the frame: none\n";
-  return text + fmt::format("energy outside the frame: {:.1f} dB\n", decibels(report.lostEnergy));
+  if (report.copied) {
+    text += "copied as they are: rate and frequencies fit\n";
+  } else {
+    text +=
+        fmt::format("common delay {}: {:.3f} ms\n", report.removedDelay < 0.0 ? "added" : "removed",
+                    1000.0 * std::abs(report.removedDelay));
+  }
+  if (report.chosen) {
+    text += fmt::format("length chosen: {} samples, {:.4g} ms\n", 2 * (data.frequencies - 1),
+                        2000.0 * static_cast<double>(data.frequencies - 1) / data.samplingRate);
+  }
+  return text + originText(data.referenceMicrophone, data.energyInFrame);
 }

@@ -12,7 +12,8 @@ responses=/usr/share/libmysofa/MIT_KEMAR_normal_pinna.sofa
 speech=/usr/share/pocketsphinx/test/data
 scene=$repository/examples/two-talkers.json
 mkdir -p "$out"
-"$zelk" tfdb import "$responses" "$out/head.sofa" --rate 16000 --length 512 --force >/dev/null
+"$zelk" tfdb import "$responses" "$out/head.sofa" --rate 16000 --length 512 \
+  --reference-mic none --force >/dev/null
 
 # name | method | --param settings
 settings=(

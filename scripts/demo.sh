@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Two people talk at once before an artificial head with a microphone in each ear, and before a ring
-# of eight microphones; each method separates them. Prints one table of how well, and where to listen
-# and look.
+# of eight microphones, in the open and in a room; each method separates them. Prints one table of how
+# well, and where to listen and look.
 #   scripts/demo.sh [FOLDER]    results go to FOLDER, by default out/demo; an earlier run is replaced
 # Installs and builds what is missing. Measured responses and speech come from Debian packages.
 set -euo pipefail
@@ -12,6 +12,8 @@ responses=${ZELK_DEMO_RESPONSES:-/usr/share/libmysofa/MIT_KEMAR_normal_pinna.sof
 speech=${ZELK_DEMO_SPEECH:-/usr/share/pocketsphinx/test/data}
 talkers=("$speech/librivox/sense_and_sensibility_01_austen_64kb-0870.wav" "$speech/cards/005.wav")
 methods=(DS WDS NULL ILSE LCMV GJ GICA)
+room_methods=(NULL GICA) # of the two blocks in the room
+room=(--room 6,4.5,2.8 --t60 0.4)
 
 # shellcheck source=scripts/counted-build.sh
 source "$repository/scripts/counted-build.sh"
@@ -31,12 +33,12 @@ build() {
 }
 
 # separate ARRAY METHOD: by the command and, for the methods that need no step parameters, by the
-# network document too, which must give the same files.
+# network document too, which must give the same files. The document's frames have 512 samples.
 separate() {
   local folder=$out/$1
   "$ZELK_SSS" separate "$folder/mix.wav" --tf "$folder/array.sofa" --sources "$folder/scene.json" \
     --method "$2" -o "$folder/$2" --force >>"$folder/log.txt"
-  case "$2" in LCMV | GJ | GICA) return ;; esac
+  case "$1-$2" in *-LCMV | *-GJ | *-GICA | measured-*) return ;; esac
   rm -rf "$folder/network"
   "$ZELK_SSS" run "$repository/examples/separate.n" "$folder/mix.wav" "$folder/scene.json" \
     "$folder/array.sofa" "$2" "$folder/network" >>"$folder/log.txt"
@@ -46,20 +48,21 @@ separate() {
 }
 
 # scores ARRAY ESTIMATE ESTIMATE: "SDR SIR" of each talker on a line. The references are what the
-# first microphone hears of each talker alone. The separated sound is the talker's own, not the
-# microphone's, so the filter of 512 taps that score allows between the two is no error.
+# first microphone hears of each talker alone. What is separated sounds as that microphone hears it but
+# for a smooth gain (head), or as the array's centre hears it (ring); so the filter of 512 taps that score
+# allows between the two is no error.
 scores() {
   local folder=$out/$1
   "$ZELK_SSS" score --reference "$folder/mix-source0.wav" "$folder/mix-source1.wav" \
     --estimate "$2" "$3" | awk '$1 ~ /^[0-9]+$/ {print $2, $3}'
 }
 
-# table_of ARRAY TITLE
+# table_of ARRAY TITLE METHOD…
 table_of() {
-  local folder=$out/$1 before after
+  local folder=$out/$1 before after method
   before=$(scores "$1" "$folder/mix.wav" "$folder/mix.wav")
   echo "$2"
-  for method in "${methods[@]}"; do
+  for method in "${@:3}"; do
     say "$1: $method"
     separate "$1" "$method"
     after=$(scores "$1" "$folder/$method/source_0.wav" "$folder/$method/source_1.wav")
@@ -78,30 +81,48 @@ pictures_of() {
       -o "$out/pictures/spectrogram-$1.png" --width 800 --force)
 }
 
-mkdir -p "$out/head" "$out/ring" "$out/pictures"
+arrays=(head ring room measured) # the latter two: the ring in a room, with free-field and with its own responses
+for array in "${arrays[@]}" pictures; do mkdir -p "$out/$array"; done
 build
-for array in head ring; do
+for array in "${arrays[@]}"; do
   cp "$repository/examples/two-talkers.json" "$out/$array/scene.json"
   : >"$out/$array/log.txt"
 done
 
+# Heard through the responses as they are, separated by those relative to the first microphone.
 "$ZELK_SSS" tfdb import "$responses" "$out/head/array.sofa" --rate 16000 --length 512 --force \
   >>"$out/head/log.txt"
+"$ZELK_SSS" tfdb import "$responses" "$out/head/heard.sofa" --rate 16000 --length 512 \
+  --reference-mic none --force >>"$out/head/log.txt"
 "$ZELK_SSS" tfdb geometry "$out/ring/array.sofa" --circular 8 0.05 --distances 1.4 --force \
   --rate 16000 --length 512 >>"$out/ring/log.txt"
-for array in head ring; do
-  # Microphones have noise of their own, which arrays of small size amplify.
-  "$ZELK_SSS" mix "$out/$array/scene.json" --tf "$out/$array/array.sofa" --dry "${talkers[@]}" \
-    --gain -6 -6 --noise-level -70 -o "$out/$array/mix.wav" --force 2>>"$out/$array/log.txt" \
-    >>"$out/$array/log.txt"
-done
+cp "$out/ring/array.sofa" "$out/ring/heard.sofa"
+cp "$out/ring/array.sofa" "$out/room/array.sofa"
+cp "$out/ring/array.sofa" "$out/room/heard.sofa"
+# mix ARRAY OPTION…: microphones have noise of their own, which arrays of small size amplify.
+mix() {
+  "$ZELK_SSS" mix "$out/$1/scene.json" --tf "$out/$1/heard.sofa" --dry "${talkers[@]}" \
+    --gain -6 -6 --noise-level -70 -o "$out/$1/mix.wav" --force "${@:2}" 2>>"$out/$1/log.txt" \
+    >>"$out/$1/log.txt"
+}
+mix head
+mix ring
+mix room "${room[@]}"
+# As if measured at every 15 degrees in that room; the same mixture.
+cp "$out/room"/mix*.wav "$out/measured"
+"$ZELK_SSS" tfdb room "$out/measured/room.sofa" --circular 8 0.05 --distances 1.4 --azimuth-step 15 \
+  "${room[@]}" --force >>"$out/measured/log.txt"
+"$ZELK_SSS" tfdb import "$out/measured/room.sofa" "$out/measured/array.sofa" --force \
+  >>"$out/measured/log.txt"
 
 # The table is printed whole, not between the lines that say what is being done.
 {
   echo "                      SI-SDR (dB)       SI-SIR (dB)"
   echo "  method  talker   before    after   before    after  SI-SIR gain"
-  table_of head "head with two microphones, measured responses"
-  table_of ring "ring of eight microphones, 5 cm radius, computed responses"
+  table_of head "head with two microphones, measured responses" "${methods[@]}"
+  table_of ring "ring of eight microphones, 5 cm radius, computed responses" "${methods[@]}"
+  table_of room "the ring in a room (T60 0.4 s), responses computed for free field" "${room_methods[@]}"
+  table_of measured "the ring in that room, the room's own responses, frames of 0.26 s" "${room_methods[@]}"
   echo "Before: the first microphone. After: the separated talker. Both against that talker alone at"
   echo "the first microphone, with a filter of 512 taps between the two allowed (zelk-sss score)."
 } >"$out/table.txt"
@@ -116,7 +137,7 @@ Listen to, in $out:
   head/mix.wav                                both talkers at once, as the two ears hear them
   head/NULL/source_0.wav and source_1.wav     the two talkers, separated
   head/mix-source0.wav and mix-source1.wav    for comparison: each talker alone at the ears
-and the same in ring/. The table is in table.txt. Look at, in pictures/:
+and the same in ring/, room/ and measured/. The table is in table.txt. Look at, in pictures/:
   pattern-head.svg and pattern-ring.svg            how loud NULL lets each direction through
   spectrogram-head.png and spectrogram-ring.png    mixture, a talker separated, the same one alone
 LISTEN

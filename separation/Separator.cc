@@ -12,16 +12,13 @@
 #include "dsp/FrameAnalyzer.h"
 #include "dsp/FrameLayout.h"
 #include "dsp/Window.h"
-#include "separation/BackProjection.h"
-#include "separation/NoiseModel.h"
 #include "separation/SourceSignals.h"
 #include "separation/SourceTimeline.h"
+#include "separation/SpectralSeparation.h"
 
 namespace Separation {
 
 namespace {
-
-constexpr double SPEED_OF_SOUND = 343.0;  // m/s
 
 /// Larger samples have spectra that are not finite.
 constexpr float MAX_SAMPLE = 1e15F;
@@ -41,22 +38,16 @@ Audio::FrameSynthesizer makeSynthesizer(const Settings& s) {
 }  // namespace
 
 struct Separator::Impl {
-  Impl(const Settings& given, int microphoneCount)
+  Impl(const Settings& given, int microphoneCount, const ImpulseResponses* responses)
       : settings(checkedSettings(given, microphoneCount)),
         M(static_cast<std::size_t>(microphoneCount)),
         layout(settings.length, settings.advance),
         analyzer(microphoneCount, layout, Audio::windowNamed(settings.window)),
         timeline(*settings.inactiveAsNoise),
-        engine(BF::makeEngine(settings.method, settings.parameters, layout.bins(),
-                              settings.samplingRate, SPEED_OF_SOUND)),
-        X(microphoneCount, layout.bins()),
+        separation(settings, microphoneCount, responses),
         spectrum(static_cast<std::size_t>(layout.bins())),
         signals(makeSynthesizer(settings)),
-        ahead(M * static_cast<std::size_t>(layout.advance())) {
-    engine->numMic = microphoneCount;
-    if (settings.method == BF::BF_ALGORITHM_CML) noise.emplace(settings, microphoneCount);
-    if (*settings.project) projection.emplace(layout.bins(), settings.projectionForgetting);
-  }
+        ahead(M * static_cast<std::size_t>(layout.advance())) {}
 
   void beginCall();
   const Output& endCall();
@@ -64,20 +55,17 @@ struct Separator::Impl {
   void loadFrame();
   void completeFrame();
   void listSources();
-  void separate();
   void addRow(std::size_t row);
+  void startOver();
 
   Settings settings;
   std::size_t M;  // microphones
   Audio::FrameLayout layout;
   Audio::FrameAnalyzer analyzer;
   SourceTimeline timeline;
-  std::optional<NoiseModel> noise;
-  std::unique_ptr<BF::BF> engine;
-  std::optional<Audio::BackProjection> projection;
-  std::vector<BF::SourceLocation> listed;  // what the engine is to separate
-  BF::Matrix X;                            // the frame's spectra, M × K
-  BF::Matrix Y;                            // separated, a row for each that is listed
+  SpectralSeparation separation;
+  std::vector<BF::SourceLocation> listed;  // whom the frame's separation is to separate
+  const BF::Matrix* separated = nullptr;   // a row for each that is listed
   std::vector<std::complex<float>> spectrum;
   SourceSignals signals;
 
@@ -87,12 +75,9 @@ struct Separator::Impl {
   std::int64_t replaced = 0;
   bool isDelivered = true;  // the output of all calls so far
   bool isEnded = false;
-  bool updateIsDue = false;  // the engine's noise changed
 
   // How far the frame is that the analyzer holds: an exception leaves the rest to the next call.
   bool isLoaded = false;
-  bool isLearned = false;
-  bool isSeparated = false;
   std::size_t rowsDone = 0;
 };
 
@@ -128,21 +113,18 @@ void Separator::Impl::loadFrame() {
   analyzer.add(ahead.data(), aheadCount);
   aheadCount = 0;
   isLoaded = true;
-  isLearned = isSeparated = false;
+  separated = nullptr;
   rowsDone = 0;
 }
 
 void Separator::Impl::completeFrame() {
   listSources();
-  const bool hasTargets = std::any_of(listed.begin(), listed.end(),
-                                      [](const BF::SourceLocation& source) { return source.flag; });
-  if (noise && !isLearned) {
-    noise->addFrame(signals.frame(), total, analyzer.spectra().data(), hasTargets);
+  if (!separated) {
+    separated = &separation.separate(signals.frame(), total, analyzer.spectra(), listed);
   }
-  isLearned = true;
-  if (!listed.empty() && !isSeparated) separate();
-  isSeparated = true;
-  for (; rowsDone < listed.size(); ++rowsDone) addRow(rowsDone);
+  if (separation.isLastPass()) {
+    for (; rowsDone < listed.size(); ++rowsDone) addRow(rowsDone);
+  }
   signals.finishFrame(total);
   isLoaded = false;
 }
@@ -155,49 +137,61 @@ void Separator::Impl::listSources() {
   std::erase_if(listed, [](const BF::SourceLocation& source) { return !source.flag; });
 }
 
-void Separator::Impl::separate() {
-  if (noise && noise->write(signals.frame(), engine->noiseCorrelationMatrices)) updateIsDue = true;
-  if (updateIsDue || !sameSources(engine->sources, listed)) {
-    engine->updateSources(listed);
-    updateIsDue = false;
-  }
-  const std::vector<std::complex<float>>& spectra = analyzer.spectra();
-  for (std::size_t i = 0; i < spectra.size(); ++i) {
-    X.data()[i] = std::complex<double>(spectra[i]);
-  }
-  engine->executeBeamForming(X, Y);
-  engine->adaptSeparationMatrices();
-}
-
 void Separator::Impl::addRow(std::size_t row) {
   const BF::SourceLocation& source = listed[row];
   if (!source.flag) return;
   signals.prepare(source.id);
   const std::size_t K = spectrum.size();
   for (std::size_t k = 0; k < K; ++k) {
-    spectrum[k] = std::complex<float>(Y.data()[row * K + k]);
-  }
-  if (projection) {
-    const auto reference = static_cast<std::size_t>(settings.referenceMicrophone);
-    projection->project(source.id, analyzer.spectra().data() + reference * K, spectrum.data(), true,
-                        spectrum.data());
+    spectrum[k] = std::complex<float>(separated->data()[row * K + k]);
   }
   signals.add(source.id, spectrum.data());
 }
 
-// ---- the interface
-
-Separator::Separator(const Settings& settings, const BF::TransformFunctionDatabase& database)
-    : impl(std::make_unique<Impl>(settings, static_cast<int>(database.micLocations.size()))) {
-  if (settings.method == BF::BF_ALGORITHM_CMSNR) return;
-  checkDatabase(database, settings.length);
-  impl->engine->setTransformFunctionDatabase(database);
+void Separator::Impl::startOver() {
+  if (separation.isLastPass()) {
+    throw std::logic_error("startOver() is called in the last of passes() passes");
+  }
+  Audio::FrameAnalyzer newAnalyzer(static_cast<int>(M), layout,
+                                   Audio::windowNamed(settings.window));
+  SourceTimeline newTimeline(*settings.inactiveAsNoise);
+  SourceSignals newSignals(makeSynthesizer(settings));
+  separation.nextPass();
+  analyzer = std::move(newAnalyzer);
+  timeline = std::move(newTimeline);
+  signals = std::move(newSignals);
+  aheadCount = 0;
+  total = replaced = 0;
+  isDelivered = true;
+  isEnded = isLoaded = false;
 }
 
-Separator::Separator(const Settings& settings, int microphones)
-    : impl(std::make_unique<Impl>(settings, microphones)) {
+// ---- the interface
+
+Separator::Separator(const Settings& settings, const BF::TransformFunctionDatabase& database) {
+  if (settings.method == ALGORITHM_MVDR) {
+    throw SettingError("responses", "missing", "impulse responses for the method MVDR");
+  }
+  impl = std::make_unique<Impl>(settings, static_cast<int>(database.micLocations.size()), nullptr);
   if (settings.method == BF::BF_ALGORITHM_CMSNR) return;
+  checkDatabase(database, settings.length);
+  impl->separation.setDatabase(database);
+}
+
+Separator::Separator(const Settings& settings, int microphones) {
+  if (settings.method == BF::BF_ALGORITHM_CMSNR) {
+    impl = std::make_unique<Impl>(settings, microphones, nullptr);
+    return;
+  }
   throw SettingError("database", "missing", "transfer functions, unless the method is CMSNR");
+}
+
+Separator::Separator(const Settings& settings, const ImpulseResponses& responses) {
+  if (settings.method != ALGORITHM_MVDR) {
+    throw SettingError("database", "missing", "transfer functions, unless the method is MVDR");
+  }
+  checkResponses(responses, settings.samplingRate);
+  impl = std::make_unique<Impl>(settings, static_cast<int>(responses.microphones), &responses);
 }
 
 Separator::Separator(Separator&&) noexcept = default;
@@ -240,6 +234,8 @@ const Output& Separator::flush() {
   return output;
 }
 
+int Separator::passes() const { return impl->separation.passes(); }
+void Separator::startOver() { impl->startOver(); }
 const Settings& Separator::settings() const { return impl->settings; }
 std::int64_t Separator::samples() const { return impl->total; }
 int Separator::microphones() const { return static_cast<int>(impl->M); }

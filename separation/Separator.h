@@ -40,6 +40,10 @@ class Separator {
   /// For CMSNR, which needs no database. Throws SettingError, also for any other method.
   Separator(const Settings& settings, int microphones);
 
+  /// For MVDR, from whole impulse responses, which are copied. Throws SettingError, also for any
+  /// other method.
+  Separator(const Settings& settings, const ImpulseResponses& responses);
+
   Separator(Separator&&) noexcept;             ///< The moved one can only be destroyed.
   Separator& operator=(Separator&&) noexcept;  ///< Likewise.
   ~Separator();
@@ -62,6 +66,15 @@ class Separator {
   /// Ends the recording: gives all samples that are left. Then no more are taken; push and flush
   /// throw std::logic_error.
   const Output& flush();
+
+  /// Passes over the recording that the settings ask for, those of the refinement included. Signals
+  /// come out in the last one; the passes before it learn.
+  int passes() const;
+
+  /// Ends the pass and begins the next one: nobody is listed, no sample was taken, and what was
+  /// learnt stays: what adaptive methods know of a source with the same id, statistics of noise,
+  /// the level, covariances. Throws std::logic_error in the last pass.
+  void startOver();
 
   /// Settings in force, all optional members set.
   const Settings& settings() const;

@@ -1,5 +1,6 @@
 #include "separation/Settings.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <sstream>
@@ -51,8 +52,8 @@ void checkMethod(const Settings& s) {
       return;
     }
     default:
-      require(false, "method", static_cast<int>(s.method),
-              "DS, WDS, NULL, ILSE, LCMV, GJ, GICA, CML or CMSNR");
+      require(s.method == ALGORITHM_MVDR, "method", static_cast<int>(s.method),
+              "DS, WDS, NULL, ILSE, LCMV, GJ, GICA, CML, CMSNR or MVDR");
   }
 }
 
@@ -74,6 +75,20 @@ void checkNoise(const Settings& s, int M) {
     require(R.getRowCount() == M && R.getColumnCount() == M, "noise.matrices", shapeOf(R),
             asText(M) + " x " + asText(M) + ", microphones");
   }
+}
+
+void checkRefinement(const Settings& s) {
+  const auto requirePositive = [](const std::string& field, double value) {
+    require(value > 0 && std::isfinite(value), field, value, "a number above 0");
+  };
+  requirePositive("mvdrLoading", s.mvdrLoading);
+  requirePositive("refinement.loading", s.refinement.loading);
+  requirePositive("refinement.memory", s.refinement.memory);
+  require(s.passes >= 1, "passes", s.passes, "1 or more");
+  require(s.refinement.passes >= 0, "refinement.passes", s.refinement.passes, "0 or more");
+  require(s.refinement.passes == 0 || !s.refinement.running, "refinement.passes",
+          s.refinement.passes, "0 beside refinement.running");
+  if (s.postMask) requireShare("postMask", *s.postMask);
 }
 
 }  // namespace
@@ -99,6 +114,7 @@ Settings checkedSettings(const Settings& given, int microphones) {
               s.window == "RECTANGULAR",
           "window", s.window, "HANN, HAMMING, SINE or RECTANGULAR");
   checkNoise(s, microphones);
+  checkRefinement(s);
   requireShare("projectionForgetting", s.projectionForgetting);
   require(s.referenceMicrophone >= 0 && s.referenceMicrophone < microphones, "referenceMicrophone",
           s.referenceMicrophone, "0 to " + asText(microphones - 1));
@@ -106,7 +122,8 @@ Settings checkedSettings(const Settings& given, int microphones) {
   if (!s.project) s.project = learnsFromSilence;
   if (!s.inactiveAsNoise) s.inactiveAsNoise = learnsFromSilence;
   if (!s.undoHalfFrameShift) {
-    s.undoHalfFrameShift = s.method == BF::BF_ALGORITHM_CML && !*s.project;
+    const bool isRefined = s.refinement.running || s.refinement.passes > 0;
+    s.undoHalfFrameShift = s.method == BF::BF_ALGORITHM_CML && !*s.project && !isRefined;
   }
   return s;
 }
@@ -125,6 +142,21 @@ void checkDatabase(const BF::TransformFunctionDatabase& database, int length) {
             "database.transferFunctions", shapeOf(H),
             asText(M) + " x " + asText(positions) + ", microphones and positions");
   }
+}
+
+void checkResponses(const ImpulseResponses& responses, int samplingRate) {
+  const std::size_t P = responses.positions.size();
+  require(P >= 1, "responses.positions", P, "1 or more");
+  require(responses.microphones >= 1, "responses.microphones", responses.microphones, "1 or more");
+  require(responses.taps >= 1, "responses.taps", responses.taps, "1 or more");
+  const std::size_t count = P * responses.microphones * responses.taps;
+  require(responses.samples.size() == count, "responses.samples", responses.samples.size(),
+          asText(count) + " values, positions x microphones x taps");
+  require(std::all_of(responses.samples.begin(), responses.samples.end(),
+                      [](float value) { return std::isfinite(value); }),
+          "responses.samples", "not finite", "finite values");
+  require(responses.samplingRate == samplingRate, "responses.samplingRate", responses.samplingRate,
+          asText(samplingRate) + " Hz, that of the recording");
 }
 
 }  // namespace Separation

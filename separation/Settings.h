@@ -8,6 +8,7 @@
 
 #include "bf/EngineFactory.h"
 #include "geometry/TransformFunctionDatabase.h"
+#include "separation/mvdr/ImpulseResponses.h"
 
 /// Separation of sampled sound, on top of the engine of namespace BF.
 namespace Separation {
@@ -41,9 +42,25 @@ struct NoiseSettings {
   bool normalize = true;     ///< whether the recording's level shall not count
 };
 
+/// The number of the method MVDR where methods have numbers; those of the engine end at 11.
+inline constexpr BF::BfAlgorithmType ALGORITHM_MVDR{101};
+
+/// Whether what a method separated is separated anew, by MVDR from covariances that masks of the
+/// first outputs weigh. They know the room, which the database may not. The outputs then are the
+/// sources as the reference microphone hears them; noise that is no listed source, which CML and
+/// LCMV hold back, comes through again.
+struct RefinementSettings {
+  /// Passes over the recording after those of the method, 0 or more: each takes the covariances of
+  /// the whole recording from what the pass before it separated.
+  int passes = 0;
+  bool running = false;   ///< with covariances of what was heard so far, in the same pass
+  double memory = 2.0;    ///< seconds that the running covariances reach back, above 0
+  double loading = 1e-4;  ///< of the sources' mean power, above 0
+};
+
 /// Everything that a separation is made of but the database.
 struct Settings {
-  /// DS, WDS, NULL, ILSE, LCMV, GJ, GICA, CML or CMSNR.
+  /// DS, WDS, NULL, ILSE, LCMV, GJ, GICA, CML, CMSNR or ALGORITHM_MVDR.
   BF::BfAlgorithmType method = BF::BF_ALGORITHM_NULL;
   BF::EngineParameters parameters;  ///< those of the method count
   int samplingRate = 16000;         ///< Hz, 1 to 10 000 000
@@ -65,6 +82,17 @@ struct Settings {
   std::optional<bool> inactiveAsNoise;
   /// Samples that are not finite or beyond 10¹⁵ are passed on instead of being replaced by 0.
   bool keepNonFinite = false;
+  double mvdrLoading = 1e-4;  ///< MVDR: of the sources' mean power, above 0
+  /// CMSNR separates spectra that are brought to a stated level, and its outputs are brought back,
+  /// so that the level of the recording makes no difference. (CML has noise.normalize for that.)
+  bool level = true;
+  /// How often the method goes through the recording, 1 or more, by Separator::startOver: LCMV,
+  /// GICA and CMSNR learn on from one pass to the next.
+  int passes = 1;
+  RefinementSettings refinement;
+  /// Each output is multiplied, bin by bin, by its share of the power of all outputs, but at least
+  /// by this, 0 to 1: a Wiener filter. Unset: not at all.
+  std::optional<double> postMask;
 };
 
 /// A copy in which every optional member is set. Throws SettingError for a value out of its range,
@@ -74,5 +102,9 @@ Settings checkedSettings(const Settings& given, int microphones);
 /// Throws SettingError unless the database has positions, microphones, one matrix of microphones ×
 /// positions per bin, and length/2 + 1 bins.
 void checkDatabase(const BF::TransformFunctionDatabase& database, int length);
+
+/// Throws SettingError unless there are positions, microphones and taps, the samples of each, all
+/// finite, and the sampling rate is that of the settings.
+void checkResponses(const ImpulseResponses& responses, int samplingRate);
 
 }  // namespace Separation

@@ -3,38 +3,59 @@
 #include <iostream>
 #include <utility>
 
-#include "dsp/AudioError.h"
+const NodeSpec AudioFrames::SPEC = {
+    .type = "AudioFrames",
+    .sourceFile = "AudioFrames.cc",
+    .text =
+        "Reads a multichannel audio file, frame by frame, as spectra. The file is streamed, so its "
+        "length does not matter. Frame 0 brings the first ADVANCE samples; samples before and "
+        "after the recording count as zeros.",
+    .inputs = {},
+    .outputs = {{"OUTPUT", SPECTRA_TYPE,
+                 "Spectra of the frame: a row per selected channel, LENGTH/2+1 columns"},
+                {"NOT_EOF", "bool",
+                 "Whether the recording has this frame; use it as the iterator's condition"},
+                {"SAMPLES", "int",
+                 "How many samples of the recording have this frame as their last one; link it to "
+                 "SeparatedWriter, so that its files are as long as the recording"},
+                {"LAST_FRAME", "bool",
+                 "Whether this is the recording's last frame; link it to SeparatedWriter, so that "
+                 "it knows when its files are complete"}},
+    .parameters = {
+        {"FILENAME", "string", nullptr,
+         "The recording: any format libsndfile reads (WAV, FLAC, AIFF, ...), with any number of "
+         "channels"},
+        {"LENGTH", "int", nullptr,
+         "Samples per frame; the same number in every node of the network and as the transfer "
+         "functions were made for, such as 512"},
+        {"ADVANCE", "int", nullptr,
+         "Samples from one frame to the next; at most LENGTH/2 if sound is to be made of the "
+         "frames again, such as 128"},
+        {"SAMPLING_RATE", "int", nullptr,
+         "Sampling rate in Hz that the network works at; a file of another rate is refused unless "
+         "RESAMPLE is true"},
+        {"WINDOW", "string", "HANN",
+         "Analysis window: HANN, HAMMING, SINE or RECTANGULAR; the same as in SeparatedWriter"},
+        {"CHANNELS", "string", "",
+         "Channels to use, counted from 1, in the order of the transfer functions' microphones, "
+         "such as 1-4,7; empty: all"},
+        {"RESAMPLE", "bool", "false",
+         "true: convert a file of another sampling rate to SAMPLING_RATE"},
+        {"NON_FINITE", "string", "ZERO",
+         "What becomes of samples that are NaN, infinite or beyond 1e15: ZERO replaces them by 0, "
+         "KEEP passes them on; each run of frames that has any is reported once on standard "
+         "error"}}};
 
 namespace {
 
-const int registered =
-    FD::Node::addFactory("AudioFrames", new FD::NodeFactory<AudioFrames>("AudioFrames")) +
-    FD::Node::addXPM("AudioFrames", nullptr);
-
-const char* const SOURCE_FILE = "AudioFrames.cc";
+const int registered = declareNode<AudioFrames>();
 
 }  // namespace
 
-const NodeSpec AudioFrames::SPEC = {"AudioFrames",
-                                    {},
-                                    {"OUTPUT", "NOT_EOF", "SAMPLES", "LAST_FRAME"},
-                                    {{"FILENAME", "string", nullptr},
-                                     {"LENGTH", "int", nullptr},
-                                     {"ADVANCE", "int", nullptr},
-                                     {"SAMPLING_RATE", "int", nullptr},
-                                     {"WINDOW", "string", "HANN"},
-                                     {"CHANNELS", "string", ""},
-                                     {"RESAMPLE", "bool", "false"},
-                                     {"NON_FINITE", "string", "ZERO"}}};
-
 AudioFrames::AudioFrames(std::string nodeName, const FD::ParameterSet& params)
-    : ToolboxNode(SPEC, std::move(nodeName), params) {
+    : ToolboxNode(SPEC, std::move(nodeName), params, __LINE__) {
   inOrder = true;
-  try {
-    reader = openReader();
-  } catch (const Audio::AudioError& error) {
-    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
-  }
+  reader = checked([&] { return openReader(); });
 }
 
 std::unique_ptr<Audio::FrameReader> AudioFrames::openReader() const {
@@ -54,11 +75,7 @@ std::unique_ptr<Audio::FrameReader> AudioFrames::openReader() const {
 void AudioFrames::reset() {
   ToolboxNode::reset();
   if (reader->frame() < 0) return;
-  try {
-    reader = openReader();
-  } catch (const Audio::AudioError& error) {
-    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
-  }
+  reader = checked([&] { return openReader(); });
 }
 
 FD::ObjectRef AudioFrames::spectra(bool exists) const {
@@ -73,12 +90,7 @@ FD::ObjectRef AudioFrames::spectra(bool exists) const {
 }
 
 void AudioFrames::calculate(int /*output_id*/, int count, FD::Buffer& /*out*/) {
-  bool exists = false;
-  try {
-    exists = reader->next();
-  } catch (const Audio::AudioError& error) {
-    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
-  }
+  const bool exists = checked([&] { return reader->next(); });
   setOutput("OUTPUT", count, spectra(exists));
   setOutput("NOT_EOF", count, exists ? FD::TrueObject : FD::FalseObject);
   setOutput("SAMPLES", count,

@@ -10,37 +10,57 @@
 #include "dsp/AudioError.h"
 #include "separation/NoiseFile.h"
 
+const NodeSpec NoiseCorrelation::SPEC = {
+    .type = "NoiseCorrelation",
+    .sourceFile = "NoiseCorrelationNode.cc",
+    .text =
+        "Estimates the correlation of the noise between the microphones, for ML's input "
+        "INPUT_NOISE_CM.",
+    .inputs =
+        {{"INPUT", SPECTRA_TYPE, "For MODE RUNNING: spectra of all microphones, from AudioFrames",
+          NodeSpec::OPTIONAL},
+         {"SOURCES", SOURCES_TYPE,
+          "For MODE RUNNING: the active targets; the mean learns from the frames that have none",
+          NodeSpec::OPTIONAL}},
+    .outputs = {{"OUTPUT", SPECTRA_TYPE,
+                 "Noise correlation matrices for ML: a row per bin, element (i, j) at column i M + "
+                 "j for M microphones"}},
+    .parameters = {
+        {"MODE", "string", "RANGES",
+         "Where the noise is: RANGES (stated times of a file), FILE (a whole noise recording) or "
+         "RUNNING (frames without an active target)"},
+        {"LENGTH", "int", nullptr, "Samples per frame, as in AudioFrames"},
+        {"ADVANCE", "int", nullptr, "Samples from one frame to the next, as in AudioFrames"},
+        {"SAMPLING_RATE", "int", nullptr, "Sampling rate in Hz, as in AudioFrames"},
+        {"FILENAME", "string", "",
+         "For MODE RANGES: the recording; for MODE FILE: a recording of the noise alone by the "
+         "same microphones"},
+        {"RANGES", "string", "",
+         "For MODE RANGES: when FILENAME holds noise alone, in seconds, such as 0-1.5,4-5"},
+        {"WINDOW", "string", "HANN", "Analysis window, as in AudioFrames"},
+        {"CHANNELS", "string", "", "Channels of FILENAME, as in AudioFrames; empty: all"},
+        {"RESAMPLE", "bool", "false",
+         "true: convert FILENAME to SAMPLING_RATE if it has another rate"},
+        {"FORGETTING", "float", "0.98",
+         "For MODE RUNNING: how much of the mean a new frame leaves, 0 to 1; 0.98 remembers about "
+         "50 frames of noise"},
+        {"LOADING", "float", "0.001",
+         "What is added to each matrix's diagonal, as a share of its mean; more makes separation "
+         "more robust and less sharp"},
+        {"NORMALIZE", "bool", "true",
+         "true: scale each matrix to a mean diagonal of 1, so that quiet recordings work like loud "
+         "ones, and bins without noise become the identity"}}};
+
 namespace {
 
-const int registered =
-    FD::Node::addFactory("NoiseCorrelation",
-                         new FD::NodeFactory<NoiseCorrelation>("NoiseCorrelation")) +
-    FD::Node::addXPM("NoiseCorrelation", nullptr);
-
-const char* const SOURCE_FILE = "NoiseCorrelationNode.cc";
+const int registered = declareNode<NoiseCorrelation>();
 
 }  // namespace
 
-const NodeSpec NoiseCorrelation::SPEC = {"NoiseCorrelation",
-                                         {{"INPUT", true}, {"SOURCES", true}},
-                                         {"OUTPUT"},
-                                         {{"MODE", "string", "RANGES"},
-                                          {"LENGTH", "int", nullptr},
-                                          {"ADVANCE", "int", nullptr},
-                                          {"SAMPLING_RATE", "int", nullptr},
-                                          {"FILENAME", "string", ""},
-                                          {"RANGES", "string", ""},
-                                          {"WINDOW", "string", "HANN"},
-                                          {"CHANNELS", "string", ""},
-                                          {"RESAMPLE", "bool", "false"},
-                                          {"FORGETTING", "float", "0.98"},
-                                          {"LOADING", "float", "0.001"},
-                                          {"NORMALIZE", "bool", "true"}}};
-
 NoiseCorrelation::NoiseCorrelation(std::string nodeName, const FD::ParameterSet& params)
-    : ToolboxNode(SPEC, std::move(nodeName), params) {
+    : ToolboxNode(SPEC, std::move(nodeName), params, __LINE__) {
   inOrder = true;
-  try {
+  checked([&] {
     const float loading = floatParameter("LOADING");
     if (!(loading >= 0 && std::isfinite(loading))) {
       throw Audio::AudioError(fmt::format("LOADING is {}, expected 0 or more", loading));
@@ -52,9 +72,7 @@ NoiseCorrelation::NoiseCorrelation(std::string nodeName, const FD::ParameterSet&
       noise = std::make_unique<Audio::NoiseCorrelation>(noiseOfFile());
       fixedResult = result();
     }
-  } catch (const Audio::AudioError& error) {
-    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
-  }
+  });
 }
 
 Audio::NoiseCorrelation NoiseCorrelation::noiseOfFile() const {
@@ -111,11 +129,8 @@ void NoiseCorrelation::update(int count) {
         std::make_unique<Audio::NoiseCorrelation>(microphones, bins, floatParameter("FORGETTING"));
   }
   if (microphones != noise->microphones() || bins != noise->bins()) {
-    throw new FrozenNodeException(
-        this,
-        fmt::format("A frame of {} x {} values follows frames of {} x {}.", microphones, bins,
-                    noise->microphones(), noise->bins()),
-        SOURCE_FILE, __LINE__);
+    fail(fmt::format("A frame of {} x {} values follows frames of {} x {}.", microphones, bins,
+                     noise->microphones(), noise->bins()));
   }
   if (pullIds("SOURCES", count).empty() && microphones > 0) noise->add(frame[0]);
 }

@@ -7,12 +7,6 @@
 
 namespace {
 
-const int registered =
-    FD::Node::addFactory("SceneSources", new FD::NodeFactory<SceneSources>("SceneSources")) +
-    FD::Node::addXPM("SceneSources", nullptr);
-
-const char* const SOURCE_FILE = "SceneSources.cc";
-
 FD::ObjectRef sourceList(const std::vector<Audio::PlacedSource>& placed) {
   auto list = std::make_unique<SourceList>();
   for (const Audio::PlacedSource& entry : placed) {
@@ -28,26 +22,42 @@ FD::ObjectRef sourceList(const std::vector<Audio::PlacedSource>& placed) {
 
 }  // namespace
 
-const NodeSpec SceneSources::SPEC = {"SceneSources",
-                                     {},
-                                     {"SOURCES", "NOISE_SOURCES"},
-                                     {{"FILENAME", "string", nullptr},
-                                      {"LENGTH", "int", nullptr},
-                                      {"ADVANCE", "int", nullptr},
-                                      {"SAMPLING_RATE", "int", nullptr},
-                                      {"INACTIVE_AS_NOISE", "bool", "false"}}};
+const NodeSpec SceneSources::SPEC = {
+    .type = "SceneSources",
+    .sourceFile = "SceneSources.cc",
+    .text =
+        "Says which sources a scene file has in each frame, and where they are. The time of a "
+        "frame is that of its centre.",
+    .inputs = {},
+    .outputs = {{"SOURCES", SOURCES_TYPE, "Target sources that are active in the frame"},
+                {"NOISE_SOURCES", SOURCES_TYPE,
+                 "Noise sources that are active in the frame; with INACTIVE_AS_NOISE also the "
+                 "targets that are not"}},
+    .parameters = {
+        {"FILENAME", "string", nullptr,
+         "The scene file (JSON): which sources there are, where, and when each is active"},
+        {"LENGTH", "int", nullptr, "Samples per frame, as in AudioFrames"},
+        {"ADVANCE", "int", nullptr, "Samples from one frame to the next, as in AudioFrames"},
+        {"SAMPLING_RATE", "int", nullptr, "Sampling rate in Hz, as in AudioFrames"},
+        {"INACTIVE_AS_NOISE", "bool", "false",
+         "true: list a target as a noise source while it is not active, which MSNR needs to learn "
+         "each source's noise"}}};
+
+namespace {
+
+const int registered = declareNode<SceneSources>();
+
+}  // namespace
 
 SceneSources::SceneSources(std::string nodeName, const FD::ParameterSet& params)
-    : ToolboxNode(SPEC, std::move(nodeName), params) {
+    : ToolboxNode(SPEC, std::move(nodeName), params, __LINE__) {
   inactiveAsNoise = boolParameter("INACTIVE_AS_NOISE");
-  try {
+  checked([&] {
     layout = Audio::FrameLayout(intParameter("LENGTH"), intParameter("ADVANCE"));
     samplingRate = Audio::checkedSamplingRate(intParameter("SAMPLING_RATE"));
     scene = Audio::Scene::read(stringParameter("FILENAME"));
     scene.requireFewAtOnce(stringParameter("FILENAME"), inactiveAsNoise);
-  } catch (const Audio::AudioError& error) {
-    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
-  }
+  });
 }
 
 void SceneSources::calculate(int output_id, int count, FD::Buffer& out) {

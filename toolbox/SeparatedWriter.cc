@@ -13,13 +13,6 @@
 
 namespace {
 
-const int registered =
-    FD::Node::addFactory("SeparatedWriter",
-                         new FD::NodeFactory<SeparatedWriter>("SeparatedWriter")) +
-    FD::Node::addXPM("SeparatedWriter", nullptr);
-
-const char* const SOURCE_FILE = "SeparatedWriter.cc";
-
 void reportFaults(const Audio::SeparatedFile& file) {
   if (file.clipped > 0) {
     std::cerr << fmt::format(
@@ -39,27 +32,56 @@ void reportFaults(const Audio::SeparatedFile& file) {
 }  // namespace
 
 const NodeSpec SeparatedWriter::SPEC = {
-    "SeparatedWriter",
-    {{"INPUT", false}, {"SOURCES", true}, {"SAMPLES", true}, {"LAST_FRAME", true}},
-    {"OUTPUT"},
-    {{"DIRECTORY", "string", nullptr},
-     {"LENGTH", "int", nullptr},
-     {"ADVANCE", "int", nullptr},
-     {"SAMPLING_RATE", "int", nullptr},
-     {"WINDOW", "string", "HANN"},
-     {"HALF_FRAME_SHIFT", "bool", "false"},
-     {"FORMAT", "string", "PCM_16"},
-     {"PREFIX", "string", "source_"},
-     {"OVERWRITE", "bool", "false"}}};
+    .type = "SeparatedWriter",
+    .sourceFile = "SeparatedWriter.cc",
+    .text =
+        "Writes one WAV file per separated source and timeline.json, which says when each was "
+        "active. Every file begins with the recording's first sample; a source is silent where it "
+        "is not listed. Clipped samples are counted and reported.",
+    .inputs = {{"INPUT", SPECTRUM_MAP_TYPE, "Separated spectra by source id"},
+               {"SOURCES", SOURCES_TYPE,
+                "Optional: the active targets. Other ids get no file, and a target is silent in "
+                "frames that do not list it. Needed with MSNR, which also gives out noise sources",
+                NodeSpec::OPTIONAL},
+               {"SAMPLES", "int",
+                "Optional: SAMPLES of AudioFrames, which makes every file exactly as long as the "
+                "recording",
+                NodeSpec::OPTIONAL},
+               {"LAST_FRAME", "bool",
+                "Optional: LAST_FRAME of AudioFrames. With it the files get their names only when "
+                "the recording was worked through; without it, when the network ends",
+                NodeSpec::OPTIONAL}},
+    .outputs = {{"OUTPUT", SPECTRUM_MAP_TYPE, "The map as it came in"}},
+    .parameters = {
+        {"DIRECTORY", "string", nullptr, "Folder for the files; it is made when it does not exist"},
+        {"LENGTH", "int", nullptr, "Samples per frame, as in AudioFrames"},
+        {"ADVANCE", "int", nullptr,
+         "Samples from one frame to the next, as in AudioFrames; at most LENGTH/2 with most "
+         "windows"},
+        {"SAMPLING_RATE", "int", nullptr, "Sampling rate in Hz, as in AudioFrames"},
+        {"WINDOW", "string", "HANN",
+         "Window, as in AudioFrames: HANN, HAMMING, SINE or RECTANGULAR"},
+        {"HALF_FRAME_SHIFT", "bool", "false",
+         "true: undo the shift by half a frame that ML's filters have; set it when ML's output is "
+         "written as it is, and leave it false for the other nodes and behind BackProjection"},
+        {"FORMAT", "string", "PCM_16",
+         "Samples of the WAV files: PCM_16, PCM_24 or FLOAT; FLOAT never clips"},
+        {"PREFIX", "string", "source_",
+         "What file names begin with: the source with id 3 goes to source_3.wav"},
+        {"OVERWRITE", "bool", "false",
+         "true: replace files of an earlier run in DIRECTORY; false: refuse to start when there "
+         "are any"}}};
+
+namespace {
+
+const int registered = declareNode<SeparatedWriter>();
+
+}  // namespace
 
 SeparatedWriter::SeparatedWriter(std::string nodeName, const FD::ParameterSet& params)
-    : ToolboxNode(SPEC, std::move(nodeName), params) {
+    : ToolboxNode(SPEC, std::move(nodeName), params, __LINE__) {
   inOrder = true;
-  try {
-    files = openFiles();
-  } catch (const Audio::AudioError& error) {
-    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
-  }
+  files = checked([&] { return openFiles(); });
 }
 
 std::unique_ptr<Audio::SeparatedFiles> SeparatedWriter::openFiles() const {
@@ -84,7 +106,7 @@ void SeparatedWriter::calculate(int /*output_id*/, int count, FD::Buffer& out) {
     out[count] = map;
   } catch (const Audio::AudioError& error) {
     files.reset();
-    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    fail(error.what());
   } catch (...) {
     // Whatever stops the run here, the files would end in the middle.
     files.reset();
@@ -94,8 +116,7 @@ void SeparatedWriter::calculate(int /*output_id*/, int count, FD::Buffer& out) {
 
 void SeparatedWriter::write(const SpectrumMap& map, int count) {
   if (!files) {
-    throw new FrozenNodeException(this, "The files were given up after an earlier error.",
-                                  SOURCE_FILE, __LINE__);
+    fail("The files were given up after an earlier error.");
   }
   std::optional<std::set<int>> targets;
   if (isConnected("SOURCES")) targets = pullIds("SOURCES", count);
@@ -119,11 +140,8 @@ const std::complex<float>* SeparatedWriter::checkedSpectrum(int id, const FD::Ob
   const int length = intParameter("LENGTH");
   const auto bins = static_cast<std::size_t>(Audio::FrameLayout(length, length).bins());
   if (values.size() != bins) {
-    throw new FrozenNodeException(
-        this,
-        fmt::format("The spectrum of source {} has {} bins, expected LENGTH/2+1 = {}.", id,
-                    values.size(), bins),
-        SOURCE_FILE, __LINE__);
+    fail(fmt::format("The spectrum of source {} has {} bins, expected LENGTH/2+1 = {}.", id,
+                     values.size(), bins));
   }
   return values.data();
 }
@@ -145,7 +163,7 @@ void SeparatedWriter::stop() {
     finish();
   } catch (const Audio::AudioError& error) {
     files.reset();
-    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
+    fail(error.what());
   }
 }
 
@@ -164,11 +182,7 @@ void SeparatedWriter::reset() {
   ToolboxNode::reset();
   if (files && !used) return;
   endRun();
-  try {
-    files = openFiles();
-  } catch (const Audio::AudioError& error) {
-    throw new FrozenNodeException(this, error.what(), SOURCE_FILE, __LINE__);
-  }
+  files = checked([&] { return openFiles(); });
 }
 
 SeparatedWriter::~SeparatedWriter() {

@@ -20,7 +20,7 @@ _zelk_sss_nothing() {
 # What --help says that an option takes: its type and choices, such as TEXT:{on,off,auto}=auto, and
 # "..." if it takes several words; nothing for a flag.
 _zelk_sss_takes() {
-  sed -nE "s/^ +(-[a-z],)?$1 ([^ ]+( \.\.\.)?).*/\2/p; s/^ +$1,--[a-z-]+ ([^ ]+( \.\.\.)?).*/\1/p" \
+  sed -nE "s/^ +(-[a-z],)?$1 ([^ ]+( \.\.\.)?).*/\2/p; s/^ +$1,--[a-z0-9-]+ ([^ ]+( \.\.\.)?).*/\1/p" \
     <<<"$help"
 }
 
@@ -111,7 +111,7 @@ _zelk_sss() {
   elif [ -n "$takes" ] && [ "${words[-2]}" = "$option" ]; then
     _zelk_sss_value "$option" "$takes"
   elif [[ $cur == -* ]]; then
-    _zelk_sss_words "$(sed -nE 's/^ +(-[a-z],)?(--[a-z-]+).*/\2/p' <<<"$help")"
+    _zelk_sss_words "$(sed -nE 's/^ +(-[a-z],)?(--[a-z0-9-]+).*/\2/p' <<<"$help")"
   elif [[ $takes == *" ..." ]]; then
     _zelk_sss_value "$option" "$takes"
   else

@@ -33,6 +33,45 @@ TEST_F(TfdbCommands, GeometryInfoCheckAndImportWorkTogether) {
   EXPECT_EQ(SofaFile(folder / "half.sofa").samplingRate(), 8000.0);
 }
 
+TEST_F(TfdbCommands, ARoomIsImportedRelativeToAMicrophoneAndSeparated) {
+  const std::string room = " --room 4,3.5,2.5 --t60 0.3 ";
+  const CommandRun made = run("tfdb room room.sofa --linear 2 0.1 --azimuth-step 90" + room);
+  EXPECT_THAT(made.output, HasSubstr("room.sofa: room of 4 × 3.5 × 2.5 m: T60 0.3 s by Eyring's"));
+  const CommandRun imported = run("tfdb import room.sofa db.sofa");
+  EXPECT_EQ(imported.errors, "");
+  EXPECT_THAT(imported.output, testing::AllOf(HasSubstr("length chosen: 2048 samples, 128 ms\n"),
+                                              HasSubstr("reference:     microphone 1\n"),
+                                              HasSubstr("in the frame:  99.")));
+  EXPECT_THAT(run("tfdb info db.sofa").output, HasSubstr("reference:     microphone 1\n"));
+  // Another length and reference of what is relative already; "none" cannot undo it.
+  EXPECT_THAT(run("tfdb import db.sofa other.sofa --length 4096 --reference-mic 2").output,
+              HasSubstr("reference:     microphone 2\n"));
+  EXPECT_THAT(run("tfdb import db.sofa other.sofa --force --reference-mic none").output,
+              HasSubstr("reference:     microphone 1\n"));
+  const CommandRun brief =
+      run("tfdb import room.sofa brief.sofa --latency 32 --reference-mic none");
+  EXPECT_THAT(brief.output, testing::AllOf(HasSubstr("frames of 512 samples"),
+                                           HasSubstr("reference:     none\n")));
+  EXPECT_THAT(brief.errors,
+              testing::AllOf(HasSubstr("room.sofa: a frame of 512 samples (32.0 ms) holds "),
+                             HasSubstr("without --length and --latency the import chooses")));
+
+  folder.write("scene.json", R"({"sources": [{"id": 0, "azimuth": 0}, {"id": 1, "azimuth": 90}]})");
+  run("tfdb geometry array.sofa --linear 2 0.1");
+  std::vector<float> dry(8000);
+  for (std::size_t n = 0; n < dry.size(); ++n) dry[n] = 0.01F * static_cast<float>(n % 37 % 5);
+  writeSound(folder / "dry.wav", 16000, 1, dry);
+  const CommandRun mixed =
+      run("mix scene.json --tf array.sofa --dry dry.wav dry.wav -o mix.wav" + room);
+  EXPECT_EQ(mixed.status, 0) << mixed.errors;
+  EXPECT_THAT(mixed.errors, HasSubstr("T60 0.3 s by Eyring's"));
+  EXPECT_EQ(run("separate mix.wav --tf db.sofa --sources scene.json -o out").errors, "");
+  EXPECT_THAT(run("separate mix.wav --tf brief.sofa --sources scene.json -o out --force").errors,
+              HasSubstr("brief.sofa: its frames of 512 samples hold "));
+  EXPECT_THAT(run("mix scene.json --tf db.sofa --dry dry.wav dry.wav -o mix.wav --force").errors,
+              HasSubstr("db.sofa: the responses are relative to microphone 1"));
+}
+
 TEST_F(TfdbCommands, WarnWhenTheFileContradictsItself) {
   auto data = freeFieldResponses(linearArray(2, 0.1), gridPositions({}), {});
   std::swap(data.receiverPositions[0], data.receiverPositions[1]);
@@ -58,19 +97,24 @@ TEST_F(TfdbCommands, RefuseWhatMakesNoDatabase) {
       "more";
   const std::string circle = "tfdb geometry out.sofa --circular 4 0.1 ";
   expectRefused(
-      2, {{"tfdb", "A subcommand is required"},
-          {"tfdb import one.sofa", "OUTPUT is required"},
-          {"tfdb geometry out.sofa",
-           "Exactly 1 option from [--microphones,--circular,--linear] is required"},
-          {"tfdb geometry --linear two 0.1 out.sofa", "Could not convert: --linear = two,0.1"},
-          {"tfdb info whole.sofa --max-database-size big",
-           "--max-database-size is \"big\", expected a size from 1 to 2^46 bytes…"}});
+      2,
+      {{"tfdb", "A subcommand is required"},
+       {"tfdb import one.sofa", "OUTPUT is required"},
+       {"tfdb geometry out.sofa",
+        "Exactly 1 option from [--microphones,--circular,--linear] is required"},
+       {"tfdb import whole.sofa out.sofa --reference-mic left",
+        "--reference-mic: \"left\", expected none or a number from 1"},
+       {"tfdb import whole.sofa out.sofa --latency 20 --length 512", "--length excludes --latency"},
+       {"tfdb room out.sofa --linear 2 0.1", "--room is required"},
+       {"tfdb geometry --linear two 0.1 out.sofa", "Could not convert: --linear = two,0.1"},
+       {"tfdb info whole.sofa --max-database-size big",
+        "--max-database-size is \"big\", expected a size from 1 to 2^46 bytes…"}});
   expectRefused(
       1,
       {{"tfdb import none.sofa whole.sofa --force", "none.sofa: there is no such file"},
        {"tfdb info broken.sofa", "broken.sofa: …"},
        {"tfdb info whole.sofa --max-database-size 1K",
-        "whole.sofa: Data.Real of the shape [72, 2, 257] unfolds to 297904 bytes, expected at most "
+        "whole.sofa: Data.Real of the shape [72, 2, 257] unfolds to 297920 bytes, expected at most "
         "1024 bytes in memory (--max-database-size or ZELK_SSS_MAX_DATABASE allows more)"},
        {"tfdb check broken.sofa", "broken.sofa: …"},
        {"tfdb check one.sofa", oneFrequency},
@@ -90,6 +134,8 @@ TEST_F(TfdbCommands, RefuseWhatMakesNoDatabase) {
        {"tfdb geometry out.sofa --microphones ends.json",
         "microphone 0 at (0, 0.05, 0) m is 50 m away from the array's centre, expected less than "
         "5.49 m, the way of sound in half a frame of 512 samples at 16000 Hz"},
+       {circle + "--reference-mic 5",
+        "--reference-mic is 5, expected none or 1 to 4, the microphones"},
        {circle + "--rate 0", "tfdb geometry: --rate is 0, expected 1 to 1000000 Hz"},
        {circle + "--length 511",
         "tfdb geometry: --length is 511, expected an even number from 16 to 65536"}});

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # docs/embedding.md against what it describes: the example is the file, and each node type is listed
 # with its terminals and parameters and no others.
-#   embedding.sh SOURCE
+#   embedding.sh SOURCE TOOLBOX
 set -euo pipefail
 cd "$1"
+toolbox=$2
 document=docs/embedding.md
 failures=0
 complain() {
@@ -19,7 +20,7 @@ names() {
   sed -n "/<NodeClass name=\"$2\"/,/<\/NodeClass>/p" "$1" | sed -nE "s/.*<$3 name=\"([A-Z_]+)\".*/\1/p"
 }
 
-for file in nodes/zelk-sss.def toolbox/zelk-audio.def; do
+for file in "$toolbox/zelk-sss.def" "$toolbox/zelk-audio.def"; do
   for node in $(sed -nE 's/.*<NodeClass name="([A-Za-z]+)".*/\1/p' "$file"); do
     row=$(grep -F "| \`$node\` |" "$document") || { complain "$document: no row for $node"; continue; }
     column=2
@@ -30,7 +31,7 @@ for file in nodes/zelk-sss.def toolbox/zelk-audio.def; do
         complain "$document: $node: the ${kind}s differ from $file"
     done
     # The description of the separation nodes says which parameters are required.
-    [ "$file" = nodes/zelk-sss.def ] || continue
+    [ "$file" = "$toolbox/zelk-sss.def" ] || continue
     diff <(sed -n "/<NodeClass name=\"$node\"/,/<\/NodeClass>/p" "$file" |
       sed -nE 's/.*<Parameter name="([A-Z_]+)".* Required\..*/\1/p' | LC_ALL=C sort) \
       <(grep -oE '\*\*`[A-Z_]+`' <<<"$row" | tr -d '*`' | LC_ALL=C sort) ||

@@ -77,6 +77,11 @@ TEST(BrokenFiles, AreRefusedWithAReasonOnOneLine) {
   };
   const auto samples = [](int id) { defineVariable(id, "Data.IR", NC_DOUBLE, {M, R, N}); };
   const auto nothing = [](int) {};
+  const auto stating = [](const char* attribute, const std::string& value) {
+    return editing([=](int id) {
+      ASSERT_EQ(nc_put_att_text(id, NC_GLOBAL, attribute, value.size(), value.c_str()), NC_NOERR);
+    });
+  };
   const Case cases[] = {
       {[](const std::string& p) { fs::remove(p); }, "there is no such file"},
       {[](const std::string& p) { fs::remove(p), fs::create_directory(p); },
@@ -101,7 +106,7 @@ TEST(BrokenFiles, AreRefusedWithAReasonOnOneLine) {
       {building("TF", text), "variable Data.Real does not hold numbers"},
       {claiming({1, 1, 100000000}), "bytes can hold"},
       {claiming({1, 1, 2000000000}),
-       "Data.Real of the shape [1, 1, 2000000000] unfolds to 16000000112 bytes, expected at most "
+       "Data.Real of the shape [1, 1, 2000000000] unfolds to 16000000128 bytes, expected at most "
        "2147483648 bytes in memory (--max-database-size or"},
       {claiming({(1 << 20) + 1, 1, 1}),
        "Data.Real has 1048577 measurements, expected at most 1048576"},
@@ -125,6 +130,11 @@ TEST(BrokenFiles, AreRefusedWithAReasonOnOneLine) {
       {editing(setting("ListenerView", {0, 0}, 0.0)),
        "ListenerView and ListenerUp of measurement 0 are parallel or zero, expected two "
        "directions"},
+      {stating("ZelkReferenceMicrophone", "3"),
+       "attribute ZelkReferenceMicrophone is 3, expected 1 to 2, the receivers"},
+      {stating("ZelkReferenceMicrophone", "left"),
+       "attribute ZelkReferenceMicrophone is \"left\", expected a number or none"},
+      {stating("ZelkEnergyInFrame", "nan"), "attribute ZelkEnergyInFrame is nan, expected 0 to 1"},
   };
   const TemporaryFolder folder;
   for (const Case& c : cases) {
@@ -173,12 +183,12 @@ TEST(DatabaseLimit, IsThatOfTheEnvironmentAndNamedInTheRefusal) {
   const TemporaryFolder folder;
   const std::string path = folder / "db.sofa";
   writeSofa(path, randomTransferFunctions(M, R, N));
-  // A head of 64 bytes, M + R positions of 24 and M · R · N values of 8.
+  // A head of 80 bytes, M + R positions of 24 and M · R · N values of 8.
   const std::pair<const char*, std::string> cases[] = {
-      {"424", ""},
+      {"440", ""},
       {"1K", ""},
-      {"423",
-       path + ": Data.Real of the shape [3, 2, 5] unfolds to 424 bytes, expected at most 423 bytes "
+      {"439",
+       path + ": Data.Real of the shape [3, 2, 5] unfolds to 440 bytes, expected at most 439 bytes "
               "in memory (--max-database-size or ZELK_SSS_MAX_DATABASE allows more)"},
       {"65T", "ZELK_SSS_MAX_DATABASE is \"65T\", expected a size from 1 to 2^46 bytes"},
       {"0", "ZELK_SSS_MAX_DATABASE is \"0\", expected"},
@@ -259,10 +269,12 @@ TEST(SofaAnswer, OfALyingReaderIsRefused) {
                                      1 << 20, ~0ULL >> 1, 1ULL << 63, ~0ULL};
   for (std::size_t at = 0; at < sizeof(AnswerHead); at += sizeof(std::uint64_t)) {
     if (at == offsetof(AnswerHead, samplingRate)) continue;
+    if (at == offsetof(AnswerHead, energyInFrame)) continue;
     for (const std::uint64_t wrong : WRONG) {
       std::vector<std::byte> bytes = soundAnswer();
       std::memcpy(bytes.data() + at, &wrong, sizeof wrong);
       if (at == offsetof(AnswerHead, isTransferFunctions) && wrong != 0) continue;  // below
+      if (at == offsetof(AnswerHead, referenceMicrophone) && wrong == 0) continue;
       EXPECT_THROW(answerOf(bytes), SofaError) << at << " " << wrong;
     }
   }
@@ -277,6 +289,11 @@ TEST(SofaAnswer, OfALyingReaderIsRefused) {
     bytes = soundAnswer();
     put(bytes, offsetof(AnswerHead, samplingRate), rate);
     EXPECT_THROW(answerOf(bytes), SofaError) << rate;
+  }
+  for (const double share : {NaN, -0.1, 1.001}) {
+    bytes = soundAnswer();
+    put(bytes, offsetof(AnswerHead, energyInFrame), share);
+    EXPECT_THROW(answerOf(bytes), SofaError) << share;
   }
   for (const std::size_t place : {sizeof(AnswerHead), sizeof(AnswerHead) + 64}) {
     for (const double x : {NaN, 1e300, -HUGE_VAL}) {

@@ -31,7 +31,7 @@ expect() {
 
 expect "methods mix pattern run score separate spectrogram tfdb" zelk-sss ""
 expect "--help --version" zelk-sss -
-expect "check geometry import info" zelk-sss tfdb ""
+expect "check geometry import info room" zelk-sss tfdb ""
 expect "--noise-channels --noise-forgetting --noise-from --noise-loading --noise-normalize --noise-recording" \
   zelk-sss separate mix.wav --noi
 
@@ -53,6 +53,6 @@ expect "scene.json sub" zelk-sss mix ""
 expect "array.sofa sub" zelk-sss tfdb import --force ""
 expect "net.n sub" zelk-sss run ""
 expect "" zelk-sss mix scene.json --dry mix.wav "" # the shell's own file names
-expect "--raw-rate --resample --reverb" zelk-sss mix scene.json --dry mix.wav --r
+expect "--raw-rate --resample --reverb --room" zelk-sss mix scene.json --dry mix.wav --r
 
 [ "$failures" -eq 0 ]

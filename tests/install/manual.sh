@@ -29,7 +29,7 @@ check() {
   shift
   help=$(for path in "$@"; do $command $path --help; done | grep -E '^ +(-[a-z],)?--')
   while read -r line; do
-    option=$(grep -oE -- '--[a-z-]+' <<<"$line" | head -n 1)
+    option=$(grep -oE -- '--[a-z0-9-]+' <<<"$line" | head -n 1)
     if [ -z "$(entry "$page" "$option")" ]; then complain "$1: $option is missing"; fi
     # TEXT:{A,B}=A, INT=512, FLOAT=[0], INT:INT in [1 - 1024]=1
     for value in $(sed -nE "s/^.*$option [A-Z]+:\{([^}]*)\}.*/\1/p" <<<"$line" | tr , ' ') \
@@ -38,7 +38,7 @@ check() {
         complain "$1: $option does not tell of $value"
     done
   done <<<"$help"
-  for option in $(grep '^TAG ' <<<"$page" | grep -oE -- '--[a-z-]+'); do
+  for option in $(grep '^TAG ' <<<"$page" | grep -oE -- '--[a-z0-9-]+'); do
     grep -qE -- "$option( |\$)" <<<"$help" || complain "$1: has $option, which the command has not"
   done
 }
@@ -48,7 +48,7 @@ check zelk-sss "" methods
 for name in $("$command" --help | sed -n '/^Subcommands:/,$p' | awk 'NF > 1 && /^  [a-z]/ {print $1}'); do
   case $name in
     methods) ;;
-    tfdb) check zelk-sss-tfdb tfdb "tfdb import" "tfdb geometry" "tfdb info" "tfdb check" ;;
+    tfdb) check zelk-sss-tfdb tfdb "tfdb import" "tfdb geometry" "tfdb room" "tfdb info" "tfdb check" ;;
     *) check "zelk-sss-$name" "$name" ;;
   esac
 done

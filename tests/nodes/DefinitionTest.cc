@@ -1,51 +1,60 @@
-// The editor's description of the node types against what their sources know.
-#include <gtest/gtest.h>
+// The editor's descriptions, asked of the registered nodes.
 
-#include <fstream>
-#include <iterator>
+#include <gmock/gmock.h>
+
 #include <pugixml.hpp>
-#include <regex>
-#include <set>
-#include <string>
+
+#include "ParameterValue.h"
+#include "nodes/DeclaredNode.h"
 
 namespace {
 
-class Definition : public testing::TestWithParam<std::pair<std::string, std::string>> {};
-
-TEST_P(Definition, ListsWhatTheSourceKnows) {
-  const auto& [type, file] = GetParam();
-  pugi::xml_document document;
-  ASSERT_TRUE(document.load_file(ZELK_SSS_DEF));
-  std::set<std::string> described;
-  for (const auto& found : document.select_nodes(("//NodeClass[@name='" + type + "']/*").c_str())) {
-    const pugi::xml_node child = found.node();
-    const std::string name = child.attribute("name").value();
-    EXPECT_NE(child.text().get(), std::string()) << name;
-    if (!name.empty()) described.insert(name);
-  }
-
-  std::ifstream in(ZELK_NODES "/" + file);
-  const std::string source{std::istreambuf_iterator<char>(in), {}};
-  EXPECT_EQ(source.find("new FD::NodeException"), std::string::npos) << "throw frozen ones";
-  const std::regex literal("\"([A-Z_]{4,})\"");
-  std::set<std::string> known;
-  for (std::sregex_iterator i(source.begin(), source.end(), literal), end; i != end; ++i) {
-    known.insert((*i)[1]);
-  }
-  if (type == "BeamForming") {
-    for (const std::string prefix : {"GJ", "GICA", "LCMV"}) {
-      known.insert({prefix + "_LC_METHOD", prefix + "_LC_MYU"});
+/// Type and value of an element's entries, by name.
+std::vector<std::string> described(const pugi::xml_node& nodeClass, const char* element) {
+  std::vector<std::string> lines;
+  for (const pugi::xml_node& entry : nodeClass.children(element)) {
+    lines.push_back(entry.attribute("name").value());
+    for (const char* attribute : {"type", "value"}) {
+      lines.back() += std::string("; ") + entry.attribute(attribute).value();
     }
+    lines.back() += std::string("; ") + entry.text().get();
   }
-  for (const char* value : {"DATABASE", "NULL", "ILSE", "LCMV", "GICA", "GHDSS", "ADAPTIVE",
-                            "LC_MYU", "_LC_METHOD", "_LC_MYU", "MSNR"}) {
-    known.erase(value);
-  }
-  EXPECT_EQ(described, known);
+  return lines;
 }
 
-INSTANTIATE_TEST_SUITE_P(Nodes, Definition,
-                         testing::Values(std::pair("BeamForming", "beamforming.cc"),
-                                         std::pair("ML", "ML.cc"), std::pair("MSNR", "MSNR.cc")));
+TEST(Definition, StatesWhatTheRegisteredNodesDeclare) {
+  std::map<std::string, pugi::xml_node> classes;
+  pugi::xml_document documents[2];
+  const std::string plugIns[] = {"zelk-sss", "zelk-audio"};
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_TRUE(documents[i].load_file((ZELK_TOOLBOX "/" + plugIns[i] + ".def").c_str()));
+    for (const auto& nodeClass : documents[i].child("Definitions").children("NodeClass")) {
+      EXPECT_EQ(nodeClass.attribute("require").value(), plugIns[i]);
+      classes[nodeClass.attribute("name").value()] = nodeClass;
+    }
+  }
+  const std::vector<const NodeSpec*> specs = declaredNodes();
+  EXPECT_EQ(specs.size(), classes.size());
+  EXPECT_GE(specs.size(), 8U);
+  for (const NodeSpec* spec : specs) {
+    SCOPED_TRACE(spec->type);
+    std::vector<std::string> inputs, outputs, parameters;
+    const auto entry = [](const auto& e, const std::string& value = "") {
+      EXPECT_GT(std::string(e.text).size(), 15U) << e.name;
+      return std::string(e.name) + "; " + e.type + "; " + value + "; " + e.text;
+    };
+    for (const auto& input : spec->inputs) inputs.push_back(entry(input));
+    for (const auto& output : spec->outputs) outputs.push_back(entry(output));
+    for (const auto& parameter : spec->parameters) {
+      const std::string value = parameter.defaultValue ? parameter.defaultValue : "";
+      parameters.push_back(entry(parameter, value));
+      EXPECT_NO_THROW(value.empty() || !FD::parseValue(parameter.type, value).isNil());
+    }
+    EXPECT_EQ(described(classes[spec->type], "Input"), inputs);
+    EXPECT_EQ(described(classes[spec->type], "Output"), outputs);
+    EXPECT_EQ(described(classes[spec->type], "Parameter"), parameters);
+    EXPECT_STREQ(classes[spec->type].child("Description").text().get(), spec->text);
+  }
+}
 
 }  // namespace

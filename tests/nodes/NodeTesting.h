@@ -6,20 +6,13 @@
 #include <utility>
 #include <vector>
 
-#include "BufferedNode.h"
-#include "Map.h"
-#include "Matrix.h"
-#include "NodeFactory.h"
-#include "Source.h"
-#include "Vector.h"
-#include "net_types.h"
+#include "nodes/DeclaredNode.h"
 #include "tests/support/ThrownText.h"
 
 /// What the tests of the separation nodes share: parameters, frames, a node that feeds them.
 
-using Spectra = FD::Matrix<std::complex<float>>;
-using SpectrumMap = FD::Map<int, FD::ObjectRef>;
-using Spectrum = FD::Vector<std::complex<float>>;
+using Spectra = SpectrumMatrix;
+using Spectrum = SpectrumVector;
 
 struct Parameter {
   std::string name;

@@ -2,7 +2,7 @@
 
 #include <cmath>
 #include <limits>
-#include <pugixml.hpp>
+#include <set>
 
 #include "ParameterValue.h"
 #include "ToolboxLoader.h"
@@ -20,16 +20,17 @@ constexpr int BINS = LENGTH / 2 + 1;
 constexpr int MICS = 4;
 constexpr int POSITIONS = 6;
 
-/// The plug-in is loaded as a host loads it, once for all tests.
+/// The plug-ins are loaded as a host loads them, once for all tests.
 class PlugIn : public testing::Environment {
  public:
   void SetUp() override {
     const FD::ToolboxReport report = FD::loadToolboxes({ZELK_TOOLBOX});
-    ASSERT_EQ(report.loaded.size(), 1U);
-    const auto& modules = FD::Object::getModuleVersions();
-    EXPECT_TRUE(std::any_of(modules.begin(), modules.end(), [](const auto& module) {
-      return module.name == "ZELKSSS" && module.extra.empty() && module.version == ZELK_VERSION;
-    }));
+    ASSERT_EQ(report.loaded.size(), 2U);
+    std::set<std::string> modules;
+    for (const auto& [name, extra, version] : FD::Object::getModuleVersions()) {
+      modules.insert(name + extra + " " + version);
+    }
+    EXPECT_EQ(modules, (std::set<std::string>{"ZELKAUDIO " ZELK_VERSION, "ZELKSSS " ZELK_VERSION}));
   }
 };
 const testing::Environment* const plugIn = testing::AddGlobalTestEnvironment(new PlugIn);
@@ -132,13 +133,12 @@ FD::ObjectRef whiteNoise(int columns = MICS * MICS) {
 
 /// What the editor sets in a new node of this type.
 std::vector<Parameter> editorDefaults(const std::string& type) {
-  pugi::xml_document document;
-  EXPECT_TRUE(document.load_file(ZELK_SSS_DEF));
-  const std::string query = "//NodeClass[@name='" + type + "']/Parameter[@value!='']";
   std::vector<Parameter> all;
-  for (const auto& found : document.select_nodes(query.c_str())) {
-    const auto attribute = [&](const char* name) { return found.node().attribute(name).value(); };
-    all.push_back({attribute("name"), FD::parseValue(attribute("type"), attribute("value"))});
+  for (const NodeSpec* spec : declaredNodes()) {
+    if (spec->type != type) continue;
+    for (const auto& [name, kind, value, text] : spec->parameters) {
+      if (value && *value) all.push_back({name, FD::parseValue(kind, value)});
+    }
   }
   EXPECT_FALSE(all.empty());
   return all;

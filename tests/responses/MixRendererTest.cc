@@ -7,6 +7,7 @@
 
 #include "fileio/SofaWriter.h"
 #include "gmock/gmock.h"
+#include "responses/ResponseSet.h"
 #include "tests/cli/FirFile.h"
 #include "tests/support/AudioTesting.h"
 

@@ -42,6 +42,7 @@ Separation::Settings settingsOf(const SeparationSettings& s) {
       {"MSNR", BF::BF_ALGORITHM_CMSNR}};
   Separation::Settings settings;
   settings.method = METHODS.at(s.method->name);
+  settings.level = false;  // the network has none
   // The command's defaults, in the nodes' single precision.
   settings.parameters.mu = s.method->name == "GICA" ? 0.1F : 0.2F;
   settings.parameters.mu_ss = settings.parameters.scale = 0.1F;

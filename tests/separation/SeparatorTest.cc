@@ -33,6 +33,12 @@ struct World {
     length = random.integer(8, 20);
     advance = random.integer(1, length / 2);
     database = support::randomDatabase(random, M, POSITIONS, length / 2 + 1);
+    responses.positions = database.sourceLocations;
+    responses.microphones = static_cast<std::size_t>(M);
+    responses.taps = static_cast<std::size_t>(random.integer(1, 2 * length));
+    responses.samplingRate = 1000;
+    responses.samples.resize(POSITIONS * responses.microphones * responses.taps);
+    for (float& h : responses.samples) h = static_cast<float>(random.uniform(-1, 1));
     total = random.integer(0, 12 * length);
     for (int i = 0; i < total * M; ++i)
       samples.push_back(static_cast<float>(random.uniform(-1, 1)));
@@ -59,6 +65,7 @@ struct World {
   support::Generator random;
   int M, length, advance, total;
   BF::TransformFunctionDatabase database;
+  Separation::ImpulseResponses responses;
   std::vector<float> samples;
   std::vector<std::pair<int, Sources>> changes;
 };
@@ -78,6 +85,32 @@ std::vector<Settings> allSettings(const World& world) {
   return all;
 }
 
+/// Those that go beyond the engine's methods: several passes, refinement, MVDR.
+std::vector<Settings> ownSettings(const World& world) {
+  std::vector<Settings> all(5, world.settings(Separation::ALGORITHM_MVDR));
+  all[1].method = BF::BF_ALGORITHM_NULL;
+  all[1].refinement.running = true;
+  all[1].refinement.memory = 0.02;
+  all[2].method = BF::BF_ALGORITHM_CMSNR;
+  all[2].passes = 2;
+  all[2].refinement.passes = 1;
+  all[3].method = BF::BF_ALGORITHM_GICA;
+  all[3].passes = 2;
+  all[3].postMask = 0.1;
+  all[4].refinement.passes = 2;
+  return all;
+}
+
+std::vector<Settings> withOwn(std::vector<Settings> all, const World& world) {
+  for (const Settings& settings : ownSettings(world)) all.push_back(settings);
+  return all;
+}
+
+Separator makeSeparator(const Settings& settings, const World& world) {
+  if (settings.method == Separation::ALGORITHM_MVDR) return {settings, world.responses};
+  return {settings, world.database};
+}
+
 /// Appends an output, which must follow the one before without a gap.
 void append(const Separation::Output& output, std::size_t& done, Signals& signals) {
   ASSERT_EQ(output.start, static_cast<std::int64_t>(done));
@@ -95,8 +128,8 @@ Signals whole(Signals signals, const World& world) {
   return signals;
 }
 
-/// In one piece, with the lists set in advance.
-Signals atOnce(Separator& separator, const World& world) {
+/// One pass in one piece, with the lists set in advance.
+Signals onePass(Separator& separator, const World& world) {
   for (const auto& [from, sources] : world.changes) separator.setSources(sources, from);
   Signals signals;
   std::size_t done = 0;
@@ -105,6 +138,15 @@ Signals atOnce(Separator& separator, const World& world) {
   append(separator.flush(), done, signals);
   EXPECT_EQ(done, static_cast<std::size_t>(world.total));
   return whole(std::move(signals), world);
+}
+
+/// All passes; those before the last give nothing.
+Signals atOnce(Separator& separator, const World& world) {
+  for (int pass = 1; pass < separator.passes(); ++pass) {
+    EXPECT_EQ(onePass(separator, world), Signals());
+    separator.startOver();
+  }
+  return onePass(separator, world);
 }
 
 /// What an action returns, in which memory may fail.
@@ -116,9 +158,9 @@ auto armed(Action action) {
   return result;
 }
 
-/// In pieces of any length, each list set when its first sample is the next one. Calls that memory
-/// fails are gone on with.
-Signals inPieces(Separator& separator, World& world) {
+/// One pass in pieces of any length, each list set when its first sample is the next one. Calls
+/// that memory fails are gone on with.
+Signals onePassInPieces(Separator& separator, World& world) {
   Signals signals;
   std::size_t done = 0;
   auto change = world.changes.begin();
@@ -149,15 +191,23 @@ Signals inPieces(Separator& separator, World& world) {
   return whole(std::move(signals), world);
 }
 
+Signals inPieces(Separator& separator, World& world) {
+  for (int pass = 1; pass < separator.passes(); ++pass) {
+    onePassInPieces(separator, world);
+    separator.startOver();
+  }
+  return onePassInPieces(separator, world);
+}
+
 TEST(SeparatorTest, BlocksAndLostMemoryMakeNoDifference) {
   for (unsigned seed = 0; seed < 40; ++seed) {
     World world(seed);
-    for (const Settings& settings : allSettings(world)) {
+    for (const Settings& settings : withOwn(allSettings(world), world)) {
       SCOPED_TRACE(testing::Message() << "seed " << seed << ", method " << settings.method);
-      Separator one(settings, world.database);
+      Separator one = makeSeparator(settings, world);
       const Signals expected = atOnce(one, world);
       for (int trial = 0; trial < 6; ++trial) {
-        Separator other(settings, world.database);
+        Separator other = makeSeparator(settings, world);
         untilFailure = trial == 0 ? -1 : world.random.integer(0, 40 << trial);
         EXPECT_EQ(inPieces(other, world), expected);
       }
@@ -252,9 +302,9 @@ TEST(SeparatorTest, AFrameWithTheSameSourcesAllocatesNothing) {
   World world(7);
   const Sources sources = support::locationsOf({{1, 2}, {2, 5, false}}, world.database);
   const std::vector<float> block(static_cast<std::size_t>(world.advance * world.M), 0.5F);
-  for (const Settings& settings : allSettings(world)) {
+  for (const Settings& settings : withOwn(allSettings(world), world)) {
     if (settings.method == BF::BF_ALGORITHM_CMSNR) continue;  // decomposes with every frame
-    Separator separator(settings, world.database);
+    Separator separator = makeSeparator(settings, world);
     long before = 0;
     for (int frame = 0; frame < 60; ++frame) {
       if (frame == 40) before = allocations;
@@ -262,6 +312,40 @@ TEST(SeparatorTest, AFrameWithTheSameSourcesAllocatesNothing) {
       separator.push(block.data(), static_cast<std::size_t>(world.advance));
     }
     EXPECT_EQ(allocations - before, 0) << settings.method;
+  }
+}
+
+TEST(SeparatorTest, TheLevelOfTheRecordingMakesNoDifference) {
+  for (unsigned seed = 200; seed < 220; ++seed) {
+    World world(seed);
+    for (const auto method : {BF::BF_ALGORITHM_CMSNR, BF::BF_ALGORITHM_CML}) {
+      const auto separated = [&](float gain, bool level) {
+        World scaled = world;
+        for (float& sample : scaled.samples) sample *= gain;
+        Settings settings = world.settings(method);
+        settings.level = level;
+        Separator separator(settings, world.database);
+        Signals signals = atOnce(separator, scaled);
+        for (auto& [id, samples] : signals) {
+          for (float& sample : samples) sample /= gain;
+        }
+        return signals;
+      };
+      const auto difference = [](const Signals& a, const Signals& b) {
+        double error = 0.0;
+        double power = 1e-30;
+        for (const auto& [id, samples] : a) {
+          for (std::size_t n = 0; n < samples.size(); ++n) {
+            error += std::pow(samples[n] - b.at(id)[n], 2);
+            power += std::pow(samples[n], 2);
+          }
+        }
+        return error / power;
+      };
+      const Signals expected = separated(1.0F, true);
+      EXPECT_LT(difference(expected, separated(100.0F, true)), 1e-6) << seed << " " << method;
+      EXPECT_LT(difference(expected, separated(0.01F, true)), 1e-6) << seed << " " << method;
+    }
   }
 }
 
@@ -288,14 +372,14 @@ TEST(SeparatorTest, TwoOnTwoThreadsGiveWhatEachGivesAlone) {
   for (std::size_t i = 0; i < world.samples.size(); ++i) {
     world.samples[i] = static_cast<float>(world.random.uniform(-1, 1));
   }
-  for (const Settings& settings : allSettings(world)) {
-    Separator alone(settings, world.database);
+  for (const Settings& settings : withOwn(allSettings(world), world)) {
+    Separator alone = makeSeparator(settings, world);
     const Signals expected = atOnce(alone, world);
     Signals results[2];
     std::vector<std::thread> threads;
     for (Signals& result : results) {
       threads.emplace_back([&result, &settings, &world] {
-        Separator separator(settings, world.database);
+        Separator separator = makeSeparator(settings, world);
         result = atOnce(separator, world);
       });
     }
@@ -340,6 +424,16 @@ TEST(SeparatorTest, FaultsNameTheirFieldAndLeaveItUsable) {
       {"noise.matrices", [](Settings& s) { s.noise.matrices = {BF::Matrix::I(2)}; }},
       {"projectionForgetting", [](Settings& s) { s.projectionForgetting = -0.1; }},
       {"referenceMicrophone", [](Settings& s) { s.referenceMicrophone = 9; }},
+      {"mvdrLoading", [](Settings& s) { s.mvdrLoading = 0; }},
+      {"passes", [](Settings& s) { s.passes = 0; }},
+      {"refinement.memory", [](Settings& s) { s.refinement.memory = std::nan(""); }},
+      {"refinement.passes",
+       [](Settings& s) {
+         s.refinement.passes = 2;
+         s.refinement.running = true;
+       }},
+      {"postMask", [](Settings& s) { s.postMask = 2; }},
+      {"responses", [](Settings& s) { s.method = Separation::ALGORITHM_MVDR; }},
       {"database.transferFunctions", [](Settings& s) { s.length += 2; }}};
   for (const auto& [field, spoil] : faults) {
     Settings settings = world.settings(BF::BF_ALGORITHM_NULL);
@@ -350,6 +444,14 @@ TEST(SeparatorTest, FaultsNameTheirFieldAndLeaveItUsable) {
   EXPECT_EQ(faultyField([&] { Separator(settings, 4); }), "database");
   EXPECT_EQ(faultyField([&] { Separator(settings, BF::TransformFunctionDatabase()); }),
             "microphones");
+
+  Settings mvdr = world.settings(Separation::ALGORITHM_MVDR);
+  EXPECT_EQ(faultyField([&] { Separator(settings, world.responses); }), "database");
+  mvdr.samplingRate = 2000;
+  EXPECT_EQ(faultyField([&] { Separator(mvdr, world.responses); }), "responses.samplingRate");
+  Separation::ImpulseResponses responses = world.responses;
+  responses.samples.back() = NAN;
+  EXPECT_EQ(faultyField([&] { Separator(mvdr, responses); }), "responses.samples");
 
   Separator separator(settings, world.database);
   const double inf = std::numeric_limits<double>::infinity();
@@ -366,6 +468,7 @@ TEST(SeparatorTest, FaultsNameTheirFieldAndLeaveItUsable) {
   ASSERT_EQ(separator.flush().signals.size(), 1U);
   EXPECT_EQ(separator.samples(), 100);
   EXPECT_THROW(separator.push(loud.data(), 100), std::logic_error);
+  EXPECT_THROW(separator.startOver(), std::logic_error);
 }
 
 }  // namespace

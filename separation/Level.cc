@@ -1,0 +1,20 @@
+#include "separation/Level.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace Separation {
+
+void Level::add(const std::complex<float>* spectra, std::size_t count) {
+  double sum = 0.0;
+  for (std::size_t i = 0; i < count; ++i) sum += std::norm(std::complex<double>(spectra[i]));
+  const double p = sum / static_cast<double>(count);
+  if (!(p > 0.0) || !std::isfinite(p)) return;
+  ++n;
+  const double w = std::max(1.0 / static_cast<double>(n), 1.0 / FRAMES);
+  P = (1.0 - w) * P + w * p;
+}
+
+double Level::gain() const { return n > 0 ? std::sqrt(POWER / P) : 1.0; }
+
+}  // namespace Separation

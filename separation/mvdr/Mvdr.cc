@@ -1,0 +1,56 @@
+#include "separation/mvdr/Mvdr.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+namespace Separation {
+
+namespace {
+
+constexpr double SPEED_OF_SOUND = 343.0;  // m/s; the base keeps it, nothing here depends on it
+
+bool samePlace(const ::BF::SourceLocation& a, const ::BF::SourceLocation& b) {
+  return a.x == b.x && a.y == b.y && a.z == b.z;
+}
+
+}  // namespace
+
+Mvdr::Mvdr(SpatialCovariance spatialCovariance, int samplingRateHz, int referenceMicrophone,
+           double loading)
+    : BF(static_cast<int>(spatialCovariance.bins()), samplingRateHz, SPEED_OF_SOUND),
+      covariance(std::move(spatialCovariance)),
+      weights(static_cast<int>(covariance.microphones()), referenceMicrophone, loading) {
+  numMic = static_cast<int>(covariance.microphones());
+}
+
+void Mvdr::updateSources(const std::vector<::BF::SourceLocation>& newSources) {
+  std::vector<::BF::SourceLocation> newList(newSources);
+  if (!separationMatrices.empty() &&
+      std::equal(newSources.begin(), newSources.end(), sources.begin(), sources.end(), samePlace)) {
+    sources.swap(newList);
+    return;
+  }
+  std::vector<Covariance> R;
+  for (const ::BF::SourceLocation& source : newSources) {
+    const auto known = std::find_if(sources.begin(), sources.end(),
+                                    [&](const auto& other) { return samePlace(source, other); });
+    R.push_back(known == sources.end()
+                    ? covariance.at(source)
+                    : sourceCovariances[static_cast<std::size_t>(known - sources.begin())]);
+  }
+
+  const std::ptrdiff_t size = std::ptrdiff_t{numMic} * numMic;
+  std::vector<::BF::Matrix> W(static_cast<std::size_t>(numFreq),
+                              ::BF::Matrix(static_cast<int>(R.size()), numMic));
+  std::vector<const std::complex<double>*> ofBin(R.size());
+  for (int k = 0; k < numFreq; ++k) {
+    for (std::size_t s = 0; s < R.size(); ++s) ofBin[s] = R[s].data() + k * size;
+    weights.compute(ofBin, W[static_cast<std::size_t>(k)].data());
+  }
+  separationMatrices.swap(W);
+  sourceCovariances.swap(R);
+  sources.swap(newList);
+}
+
+}  // namespace Separation

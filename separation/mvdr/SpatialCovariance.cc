@@ -1,0 +1,109 @@
+#include "separation/mvdr/SpatialCovariance.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <kissfft/kissfft.hh>
+#include <utility>
+
+namespace Separation {
+
+namespace {
+
+constexpr double ON_THE_GRID = 1e-3;   // metres
+constexpr double NEIGHBOURHOOD = 1.5;  // times the distance of the nearest
+
+/// Positions that are kept may take this much memory together, in bytes.
+constexpr std::size_t KEPT = std::size_t{1} << 28;
+
+using Spectrum = std::vector<std::complex<double>>;
+
+double distance(const BF::Location& a, const BF::Location& b) {
+  return std::hypot(a.x - b.x, a.y - b.y, a.z - b.z);
+}
+
+/// a · conj(b), without the care for infinities that the operator takes.
+std::complex<double> timesConjugate(const std::complex<double>& a, const std::complex<double>& b) {
+  return {a.real() * b.real() + a.imag() * b.imag(), a.imag() * b.real() - a.real() * b.imag()};
+}
+
+}  // namespace
+
+SpatialCovariance::SpatialCovariance(ImpulseResponses impulseResponses,
+                                     const std::vector<float>& window)
+    : responses(std::move(impulseResponses)), L(window.size()), rho(L) {
+  for (std::size_t tau = 0; tau < L; ++tau) {
+    for (std::size_t n = 0; n + tau < L; ++n) rho[tau] += double{window[n + tau]} * window[n];
+  }
+}
+
+Covariance SpatialCovariance::computed(std::size_t p) const {
+  const std::size_t M = responses.microphones;
+  // So long that no two of the lags |τ| < L that count fall on each other.
+  const std::size_t size = std::bit_ceil(responses.taps + L - 1);
+  const kissfft<double> forward(size, false);
+  const kissfft<double> inverse(size, true);
+  const kissfft<double> ofFrame(L, false);
+  std::vector<Spectrum> H(M, Spectrum(size));
+  Spectrum work(size);
+  for (std::size_t m = 0; m < M; ++m) {
+    const float* h = responses.response(p, m);
+    std::fill(std::copy(h, h + responses.taps, work.begin()), work.end(), 0.0);
+    forward.transform(work.data(), H[m].data());
+  }
+
+  Covariance R(bins() * M * M);
+  Spectrum lags(size);
+  Spectrum weighted(L);
+  Spectrum frame(L);
+  const double scale = 1.0 / static_cast<double>(size);
+  for (std::size_t i = 0; i < M; ++i) {
+    for (std::size_t j = i; j < M; ++j) {
+      for (std::size_t k = 0; k < size; ++k) work[k] = timesConjugate(H[i][k], H[j][k]);
+      inverse.transform(work.data(), lags.data());
+      // e^(−j2πkτ/L) is the same for τ and τ − L, so both stand at index τ.
+      weighted[0] = scale * rho[0] * lags[0].real();
+      for (std::size_t tau = 1; tau < L; ++tau) {
+        weighted[tau] =
+            scale * (rho[tau] * lags[tau].real() + rho[L - tau] * lags[size - (L - tau)].real());
+      }
+      ofFrame.transform(weighted.data(), frame.data());
+      for (std::size_t k = 0; k < bins(); ++k) {
+        R[(k * M + i) * M + j] = i == j ? frame[k].real() : frame[k];
+        R[(k * M + j) * M + i] = std::conj(R[(k * M + i) * M + j]);
+      }
+    }
+  }
+  return R;
+}
+
+const Covariance& SpatialCovariance::ofPosition(std::size_t p) {
+  const auto found = known.find(p);
+  if (found != known.end()) return found->second;
+  Covariance R = computed(p);
+  if ((known.size() + 1) * R.size() * sizeof R[0] > KEPT) known.clear();
+  return known.emplace(p, std::move(R)).first->second;
+}
+
+Covariance SpatialCovariance::at(const BF::Location& point) {
+  std::vector<double> distances;
+  for (const BF::SourceLocation& position : responses.positions) {
+    distances.push_back(distance(position, point));
+  }
+  const auto nearest = std::min_element(distances.begin(), distances.end());
+  const double least = *nearest;
+  if (least < ON_THE_GRID) return ofPosition(static_cast<std::size_t>(nearest - distances.begin()));
+
+  Covariance mean(bins() * microphones() * microphones());
+  double weights = 0.0;
+  for (const double d : distances) weights += d > NEIGHBOURHOOD * least ? 0.0 : 1.0 / (d * d);
+  for (std::size_t p = 0; p < distances.size(); ++p) {
+    if (distances[p] > NEIGHBOURHOOD * least) continue;
+    const double weight = 1.0 / (distances[p] * distances[p] * weights);
+    const Covariance& R = ofPosition(p);
+    for (std::size_t i = 0; i < mean.size(); ++i) mean[i] += weight * R[i];
+  }
+  return mean;
+}
+
+}  // namespace Separation

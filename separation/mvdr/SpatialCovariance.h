@@ -1,0 +1,52 @@
+#pragma once
+
+#include <complex>
+#include <cstddef>
+#include <map>
+#include <vector>
+
+#include "geometry/Location.h"
+#include "separation/mvdr/ImpulseResponses.h"
+
+namespace Separation {
+
+/// Covariances of K bins one after the other, each M × M values, row by row.
+using Covariance = std::vector<std::complex<double>>;
+
+/// Full-rank spatial covariance matrices of sound sources (Duong, Vincent, Gribonval, "Under-
+/// determined reverberant audio source separation using a full-rank spatial covariance model",
+/// 2010), in frames that may be shorter than the room's responses: what a frame does not hold
+/// beside its source arrives later and from many directions, which a steering vector cannot say
+/// and a full matrix can.
+///
+/// A source that emits white noise of variance 1 through the responses h_i reaches microphone i as
+/// x_i = h_i * s. In frames of length L with the analysis window w its spectrum has the covariance
+///   R_ij(k) = E[X_i(k) · conj(X_j(k))] = Σ_{|τ|<L} r_ij(τ) · ρ(τ) · e^(−j2πkτ/L),
+/// with r_ij(τ) = Σ_n h_i(n + τ) · h_j(n) over the whole responses and ρ(τ) = Σ_n w(n + τ) · w(n):
+/// exact, without an average over frames.
+class SpatialCovariance {
+ public:
+  /// window: L values, the analysis window. There are positions, microphones and taps, and the
+  /// samples of each.
+  SpatialCovariance(ImpulseResponses impulseResponses, const std::vector<float>& window);
+
+  std::size_t bins() const { return L / 2 + 1; }
+  std::size_t microphones() const { return responses.microphones; }
+
+  /// The covariance at a point: that of the position that is less than 1 mm away, or the mean over
+  /// the positions that are at most 1.5 times as far away as the nearest, weighted by 1/distance².
+  Covariance at(const BF::Location& point);
+
+  /// That of position p. It is computed once, and kept unless many large ones are.
+  const Covariance& ofPosition(std::size_t p);
+
+ private:
+  Covariance computed(std::size_t p) const;
+
+  ImpulseResponses responses;
+  std::size_t L;
+  std::vector<double> rho;  // ρ(τ) for τ = 0 … L − 1
+  std::map<std::size_t, Covariance> known;
+};
+
+}  // namespace Separation
