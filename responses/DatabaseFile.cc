@@ -31,6 +31,8 @@ SofaTransferFunctions transferFunctionsOf(const SofaFile& file) {
   data.samplingRate = file.samplingRate();
   data.frequencies = file.length();
   data.values = file.readTransferFunctions();
+  data.referenceMicrophone = file.referenceMicrophone();
+  data.energyInFrame = file.energyInFrame();
   return data;
 }
 

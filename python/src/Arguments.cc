@@ -27,7 +27,8 @@ void requireKind(const py::array& array, const std::string& name, const std::str
                        type.itemsize() >= (type.kind() == 'f' ? 4 : 1) &&
                        type.itemsize() <= (type.kind() == 'c' ? 16 : 8);
   if (isRight) return;
-  throw SettingError(name, "an array of " + py::str(type).cast<std::string>(), expected);
+  throw SettingError(name, "an array of " + py::str(py::handle(type)).cast<std::string>(),
+                     expected);
 }
 
 void requireDimensions(const py::array& array, const std::string& name, int dimensions,
