@@ -14,7 +14,7 @@
 #include "audio/Channels.h"
 #include "audio/SamplingRates.h"
 #include "audio/SoundExtent.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -40,7 +40,7 @@ std::unique_ptr<soxr, ResamplerDeleter> makeResampler(const std::string& path, i
   std::unique_ptr<soxr, ResamplerDeleter> resampler(soxr_create(
       fromRate, toRate, static_cast<unsigned>(channels), &error, nullptr, &quality, nullptr));
   if (error) {
-    throw AudioError(
+    throw DataError(
         fmt::format("{}: resampling from {} to {} Hz: {}", path, fromRate, toRate, error));
   }
   return resampler;
@@ -51,7 +51,7 @@ std::unique_ptr<soxr, ResamplerDeleter> makeResampler(const std::string& path, i
 NonFinite nonFiniteNamed(const std::string& name) {
   if (name == "ZERO") return NonFinite::Zero;
   if (name == "KEEP") return NonFinite::Keep;
-  throw AudioError(fmt::format("NON_FINITE is \"{}\", expected ZERO or KEEP", name));
+  throw DataError(fmt::format("NON_FINITE is \"{}\", expected ZERO or KEEP", name));
 }
 
 struct AudioReader::Impl {
@@ -86,18 +86,18 @@ AudioReader::Impl::Impl(std::string name, const AudioReaderOptions& given)
     : path(std::move(name)), options(given) {
   file.reset(sf_open(path.c_str(), SFM_READ, &info));
   if (!file) {
-    throw AudioError(
+    throw DataError(
         fmt::format("{}: cannot be read as an audio file: {}", path, sf_strerror(nullptr)));
   }
   try {
     channels = selectedChannels(options.channels, info.channels, options.channelsName);
-  } catch (const AudioError& error) {
-    throw AudioError(fmt::format("{}: {}", path, error.what()));
+  } catch (const DataError& error) {
+    throw DataError(fmt::format("{}: {}", path, error.what()));
   }
   outputRate = options.samplingRate > 0 ? options.samplingRate : info.samplerate;
   if (outputRate != info.samplerate) {
     if (!options.resample) {
-      throw AudioError(
+      throw DataError(
           fmt::format("{}: the sampling rate is {} Hz, expected {} Hz (set RESAMPLE to true to "
                       "convert it)",
                       path, info.samplerate, outputRate));
@@ -121,12 +121,12 @@ void AudioReader::Impl::checkExtent() const {
 void AudioReader::Impl::refuseEmpty() const {
   const std::optional<SoundExtent> extent = soundExtentOf(path);
   if (extent && extent->announced == 0 && extent->present > 0) {
-    throw AudioError(fmt::format(
+    throw DataError(fmt::format(
         "{}: the header announces no samples, but {} bytes follow it; expected a file that was "
         "closed by the program that recorded it",
         path, extent->present));
   }
-  throw AudioError(fmt::format("{}: holds no samples, expected one at least", path));
+  throw DataError(fmt::format("{}: holds no samples, expected one at least", path));
 }
 
 void AudioReader::Impl::warn(const std::string& text) const {
@@ -159,8 +159,8 @@ std::size_t AudioReader::Impl::readFile(float* samples, std::size_t count) {
 void AudioReader::Impl::noteEnd() {
   fileEnded = true;
   if (sf_error(file.get()) != SF_ERR_NO_ERROR) {
-    throw AudioError(fmt::format("{}: cannot be decoded after sample {}: {}", path, position,
-                                 sf_strerror(file.get())));
+    throw DataError(fmt::format("{}: cannot be decoded after sample {}: {}", path, position,
+                                sf_strerror(file.get())));
   }
   if (position == 0) refuseEmpty();
   if (info.frames != SF_COUNT_MAX && position < info.frames) {
@@ -201,7 +201,7 @@ std::size_t AudioReader::Impl::readResampled(float* samples, std::size_t count) 
     const float* input = available > 0 ? pending.data() + pendingBegin * channels.size() : nullptr;
     const soxr_error_t error = soxr_process(resampler.get(), input, available, &used,
                                             samples + done * channels.size(), count - done, &given);
-    if (error) throw AudioError(fmt::format("{}: resampling: {}", path, error));
+    if (error) throw DataError(fmt::format("{}: resampling: {}", path, error));
     pendingBegin += used;
     done += given;
     if (!input && given == 0) break;

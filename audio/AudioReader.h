@@ -16,7 +16,7 @@ enum class NonFinite {
   Keep   ///< passed on as they are
 };
 
-/// "ZERO" or "KEEP". Throws AudioError for other names.
+/// "ZERO" or "KEEP". Throws DataError for other names.
 NonFinite nonFiniteNamed(const std::string& name);
 
 struct AudioReaderOptions {
@@ -36,7 +36,7 @@ struct AudioReaderOptions {
 class AudioReader {
  public:
   /// Opens any file libsndfile can read. A file that is shorter than its header says draws a
-  /// warning. Throws AudioError when the file cannot be opened, holds no samples, lacks a selected
+  /// warning. Throws DataError when the file cannot be opened, holds no samples, lacks a selected
   /// channel, or has another sampling rate than the one wanted and resample is false or
   /// checkConversion refuses.
   explicit AudioReader(const std::string& path, const AudioReaderOptions& options = {});
@@ -54,7 +54,7 @@ class AudioReader {
 
   /// The next `count` samples of every channel: channelCount() · count values, channels in turn.
   /// Returns how many it gave; fewer than asked for only at the end. A file that ends before the
-  /// length it announces draws a warning. Throws AudioError when the file cannot be decoded.
+  /// length it announces draws a warning. Throws DataError when the file cannot be decoded.
   std::size_t read(float* samples, std::size_t count);
 
  private:
@@ -63,7 +63,7 @@ class AudioReader {
 };
 
 /// How many channels a file has, without its warnings, which come with the reading. Throws
-/// AudioError when it cannot be opened.
+/// DataError when it cannot be opened.
 int channelsOf(const std::string& path);
 
 }  // namespace Audio

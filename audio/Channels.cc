@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -53,7 +53,7 @@ std::pair<int, int> parseChannelItem(std::string_view item, const std::string& t
   int last = 0;
   const bool isRange = item.find('-') != std::string_view::npos;
   if (!parseNumber(left, first) || (isRange && !parseNumber(right, last))) {
-    throw AudioError(
+    throw DataError(
         fmt::format("{} is \"{}\": found \"{}\", expected channel numbers from 1 such as \"1-4,7\"",
                     name, text, item));
   }
@@ -72,13 +72,13 @@ std::vector<int> selectedChannels(const std::string& text, int fileChannels,
   for (const std::string_view item : splitAtCommas(text)) {
     const auto [first, last] = parseChannelItem(item, text, name);
     if (first < 1 || last > fileChannels || first > last) {
-      throw AudioError(
+      throw DataError(
           fmt::format("{} is \"{}\": \"{}\" does not fit a file whose channels are 1 to {}", name,
                       text, item, fileChannels));
     }
     for (int c = first; c <= last; ++c) {
       if (std::find(channels.begin(), channels.end(), c - 1) != channels.end()) {
-        throw AudioError(fmt::format("{} is \"{}\": channel {} is named twice", name, text, c));
+        throw DataError(fmt::format("{} is \"{}\": channel {} is named twice", name, text, c));
       }
       channels.push_back(c - 1);
     }
@@ -93,7 +93,7 @@ std::vector<TimeRange> parseTimeRanges(const std::string& text) {
     TimeRange range{};
     if (!parseNumber(left, range.begin) || !parseNumber(right, range.end) || range.begin < 0 ||
         !std::isfinite(range.end) || range.begin >= range.end) {
-      throw AudioError(fmt::format(
+      throw DataError(fmt::format(
           "RANGES is \"{}\": found \"{}\", expected seconds begin-end with 0 <= begin < end, such "
           "as \"0-1.5,4-5\"",
           text, item));

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <memory>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -27,11 +27,11 @@ std::string fileText(const std::string& path, std::size_t most) {
   for (; got > 0; got = std::fread(block, 1, sizeof block, file.get())) {
     text.append(block, got);
     if (text.size() <= most) continue;
-    throw AudioError(fmt::format("{}: has more than {} bytes, expected at most that", path, most));
+    throw DataError(fmt::format("{}: has more than {} bytes, expected at most that", path, most));
   }
   // A folder opens like a file and fails only when read.
   if (!file || std::ferror(file.get()) != 0) {
-    throw AudioError(fmt::format("{}: cannot be read: {}", path, std::strerror(errno)));
+    throw DataError(fmt::format("{}: cannot be read: {}", path, std::strerror(errno)));
   }
   return text;
 }

@@ -6,7 +6,7 @@
 
 namespace Audio {
 
-/// The bytes of a whole file. Throws AudioError naming the file and why it cannot be read, or that
+/// The bytes of a whole file. Throws DataError naming the file and why it cannot be read, or that
 /// it has more than `most` bytes.
 std::string fileText(const std::string& path, std::size_t most = SIZE_MAX);
 

@@ -8,7 +8,7 @@ namespace Audio {
 /// leaves nothing behind, and ends with the process that has it.
 class FolderLock {
  public:
-  /// Throws AudioError when the folder cannot be opened or another FolderLock has it, in this
+  /// Throws DataError when the folder cannot be opened or another FolderLock has it, in this
   /// process or any other. Where the file system knows no locks on folders, nothing is kept.
   explicit FolderLock(const std::string& folder);
   FolderLock(const FolderLock&) = delete;

@@ -23,7 +23,7 @@ class FrameReader {
   const AudioReader& file() const { return audio; }
 
   /// Moves on to the next frame, at first to frame 0. False when the recording has no more frames.
-  /// Throws AudioError when the file cannot be decoded.
+  /// Throws DataError when the file cannot be decoded.
   bool next();
 
   // ---- the frame that next() moved to

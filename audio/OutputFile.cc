@@ -15,7 +15,7 @@
 #include <mutex>
 #include <utility>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -92,11 +92,11 @@ OutputFile::OutputFile(std::string finalPath, bool overwrite) : lastPath(std::mo
   if (lstat(lastPath.c_str(), &found) == 0) {
     if (!overwrite) fail(EEXIST);
     if (!S_ISREG(found.st_mode) && !S_ISLNK(found.st_mode)) {
-      throw AudioError(
+      throw DataError(
           fmt::format("{}: is no file that could be replaced, expected a new name", lastPath));
     }
     if (isOpenHere(lastPath)) {
-      throw AudioError(
+      throw DataError(
           fmt::format("{}: is being read by this run, expected another name", lastPath));
     }
     replaces = true;
@@ -113,9 +113,9 @@ OutputFile::~OutputFile() {
 
 void OutputFile::fail(int error) const {
   if (error == EEXIST) {
-    throw AudioError(fmt::format("{}: exists already, expected a new name", lastPath));
+    throw DataError(fmt::format("{}: exists already, expected a new name", lastPath));
   }
-  throw AudioError(fmt::format("{}: cannot be written: {}", lastPath, std::strerror(error)));
+  throw DataError(fmt::format("{}: cannot be written: {}", lastPath, std::strerror(error)));
 }
 
 bool OutputFile::isOpenHere(const std::string& path) {

@@ -16,7 +16,7 @@ namespace Audio {
 /// object was made: a file that came into being since is another run's, and is kept.
 class OutputFile {
  public:
-  /// Throws AudioError when there can be no file of this name, or there is one that may not be
+  /// Throws DataError when there can be no file of this name, or there is one that may not be
   /// replaced (overwrite is false), that is no regular file, or that this process is reading.
   OutputFile(std::string finalPath, bool overwrite);
   OutputFile(const OutputFile&) = delete;
@@ -29,21 +29,21 @@ class OutputFile {
   int descriptor() const { return file; }
 
   /// Gives the file its temporary name, unless it has one, and returns it: for libraries that open
-  /// files by name. A child process that is to use it comes later. Throws AudioError.
+  /// files by name. A child process that is to use it comes later. Throws DataError.
   const std::string& temporaryName();
 
-  /// Appends the text. Throws AudioError.
+  /// Appends the text. Throws DataError.
   void write(std::string_view text);
 
   /// Closes the file, so that it is none of the process's open files; resume() opens it again.
-  /// Throw AudioError.
+  /// Throw DataError.
   void suspend();
   void resume();
 
-  /// Waits until the content is on the disk. Throws AudioError.
+  /// Waits until the content is on the disk. Throws DataError.
   void sync();
 
-  /// Syncs the file, gives it its name and waits until that is on the disk. Throws AudioError.
+  /// Syncs the file, gives it its name and waits until that is on the disk. Throws DataError.
   void finish();
 
   /// Whether this process has the file open, as it has a recording that it reads.

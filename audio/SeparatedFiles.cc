@@ -9,7 +9,7 @@
 
 #include "audio/FileText.h"
 #include "audio/OutputFile.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -46,7 +46,7 @@ fs::directory_iterator entriesOf(const std::string& directory) {
   std::error_code error;
   fs::directory_iterator entries(directory, error);
   if (!error) return entries;
-  throw AudioError(fmt::format("{}: cannot be listed: {}", directory, error.message()));
+  throw DataError(fmt::format("{}: cannot be listed: {}", directory, error.message()));
 }
 
 }  // namespace
@@ -56,15 +56,15 @@ SeparatedFiles::SeparatedFiles(const SeparatedFilesOptions& given,
     : options(given), synthesizer(std::move(frameSynthesizer)) {
   if (options.directory.empty()) options.directory.assign(1, '.');
   if (options.prefix.find('/') != std::string::npos) {
-    throw AudioError(fmt::format(
-        "PREFIX is \"{}\", expected the begin of a file name without \"/\"", options.prefix));
+    throw DataError(fmt::format("PREFIX is \"{}\", expected the begin of a file name without \"/\"",
+                                options.prefix));
   }
   std::error_code error;
   fs::create_directories(options.directory, error);
   std::error_code ignored;
   if (!fs::is_directory(options.directory, ignored)) {
-    throw AudioError(fmt::format("{}: cannot be made or is no folder{}{}", options.directory,
-                                 error ? ": " : "", error ? error.message() : ""));
+    throw DataError(fmt::format("{}: cannot be made or is no folder{}{}", options.directory,
+                                error ? ": " : "", error ? error.message() : ""));
   }
   lock.emplace(options.directory);
   removeLeftovers();
@@ -85,7 +85,7 @@ std::optional<std::string> earlierFile(const std::string& directory, const std::
 void SeparatedFiles::refuseEarlierFiles() const {
   const std::optional<std::string> found = earlierFile(options.directory, options.prefix);
   if (!found) return;
-  throw AudioError(fmt::format("{}: exists already (set OVERWRITE to true to replace it)", *found));
+  throw DataError(fmt::format("{}: exists already (set OVERWRITE to true to replace it)", *found));
 }
 
 void SeparatedFiles::removeLeftovers() const {
@@ -140,7 +140,7 @@ void SeparatedFiles::noteActive(Source& source) const {
 
 // The frame's first `advance` samples are complete; those before sample 0 are no output.
 void SeparatedFiles::addFrame(const Spectra& spectra, std::optional<int> completedSamples) {
-  if (finished) throw AudioError("the files of the separated sources are finished already");
+  if (finished) throw DataError("the files of the separated sources are finished already");
   ++frame;
   for (const auto& [id, spectrum] : spectra) {
     Source& source = sourceOf(id);
@@ -160,8 +160,8 @@ void SeparatedFiles::addFrame(const Spectra& spectra, std::optional<int> complet
   const auto complete = static_cast<int>(advance - offset);
   const int count = completedSamples.value_or(complete);
   if (count < 0 || count > complete) {
-    throw AudioError(fmt::format("frame {} finishes 0 to {} samples, found a count of {}", frame,
-                                 complete, count));
+    throw DataError(fmt::format("frame {} finishes 0 to {} samples, found a count of {}", frame,
+                                complete, count));
   }
   lengthIsKnown = completedSamples.has_value();
   writeFinished(static_cast<std::size_t>(offset), static_cast<std::size_t>(count));

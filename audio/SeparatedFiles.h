@@ -33,7 +33,7 @@ struct SeparatedFile {
 };
 
 /// The first file of an earlier run in a folder, timeline.json or <prefix><number>.wav, with the
-/// folder's name. Throws AudioError when the folder cannot be listed.
+/// folder's name. Throws DataError when the folder cannot be listed.
 std::optional<std::string> earlierFile(const std::string& directory, const std::string& prefix);
 
 /// Turns the spectra of separated sources into one WAV file per source, and "timeline.json" saying
@@ -53,7 +53,7 @@ std::optional<std::string> earlierFile(const std::string& directory, const std::
 /// frame stands for the `advance` samples around its centre.
 class SeparatedFiles {
  public:
-  /// Throws AudioError when the directory cannot be made or another run is writing into it, or when
+  /// Throws DataError when the directory cannot be made or another run is writing into it, or when
   /// it holds files of an earlier run (timeline.json or <prefix><number>.wav) and overwrite is
   /// false. Removes what a run that was killed left there unfinished.
   SeparatedFiles(const SeparatedFilesOptions& given, FrameSynthesizer frameSynthesizer);
@@ -67,11 +67,11 @@ class SeparatedFiles {
   /// Takes the next frame, at first frame 0. completedSamples is what
   /// FrameReader::completedSamples() says of the frame: that many samples are written to every
   /// file. Without it, as many as the frame's advance says, as if the recording had no end. Throws
-  /// AudioError.
+  /// DataError.
   void addFrame(const Spectra& spectra, std::optional<int> completedSamples = std::nullopt);
 
   /// Closes and names all files and writes timeline.json. Without counts of finished samples, what
-  /// the last frames hold beyond them is written first. Throws AudioError.
+  /// the last frames hold beyond them is written first. Throws DataError.
   void finish();
 
   bool isFinished() const { return finished; }

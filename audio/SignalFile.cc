@@ -11,6 +11,7 @@
 #include "audio/AudioReader.h"
 #include "audio/FileText.h"
 #include "audio/SamplingRates.h"
+#include "dsp/DataError.h"
 
 namespace {
 
@@ -19,13 +20,13 @@ constexpr std::size_t BLOCK = 16384;
 /// Throws unless there are samples and all of them are finite.
 void checkSamples(const std::string& path, const std::vector<float>& samples) {
   if (samples.empty()) {
-    throw SignalError(fmt::format("{}: holds no samples, expected one at least", path));
+    throw DataError(fmt::format("{}: holds no samples, expected one at least", path));
   }
   const auto fault = std::find_if(samples.begin(), samples.end(),
                                   [](float sample) { return !std::isfinite(sample); });
   if (fault != samples.end()) {
-    throw SignalError(fmt::format("{}: sample {} is {}, expected a finite number", path,
-                                  fault - samples.begin(), *fault));
+    throw DataError(fmt::format("{}: sample {} is {}, expected a finite number", path,
+                                fault - samples.begin(), *fault));
   }
 }
 
@@ -57,12 +58,12 @@ Signal readSignal(const std::string& path, int channel) {
 Signal readRawSignal(const std::string& path, int samplingRate) {
   const std::string bytes = Audio::fileText(path);
   if (bytes.starts_with("RIFF")) {
-    throw SignalError(fmt::format(
+    throw DataError(fmt::format(
         "{}: begins as a WAV file does (RIFF), expected headerless samples (--raw-rate is given)",
         path));
   }
   if (bytes.size() % 2 != 0) {
-    throw SignalError(
+    throw DataError(
         fmt::format("{}: has {} bytes, expected two for each sample", path, bytes.size()));
   }
   Signal signal;
@@ -90,8 +91,8 @@ Signal resampled(const Signal& signal, int samplingRate, const std::string& path
       signal.samplingRate, samplingRate, 1, signal.samples.data(), signal.samples.size(), nullptr,
       result.samples.data(), result.samples.size(), &got, nullptr, &quality, nullptr);
   if (error) {
-    throw SignalError(fmt::format("{}: resampling from {} to {} Hz: {}", path, signal.samplingRate,
-                                  samplingRate, error));
+    throw DataError(fmt::format("{}: resampling from {} to {} Hz: {}", path, signal.samplingRate,
+                                samplingRate, error));
   }
   result.samples.resize(got);
   return result;

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "audio/OutputFile.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -50,7 +50,7 @@ SampleFormat sampleFormatNamed(const std::string& name) {
   for (const Encoding& encoding : ENCODINGS) {
     if (name == encoding.name) return encoding.format;
   }
-  throw AudioError(fmt::format("FORMAT is \"{}\", expected PCM_16, PCM_24 or FLOAT", name));
+  throw DataError(fmt::format("FORMAT is \"{}\", expected PCM_16, PCM_24 or FLOAT", name));
 }
 
 struct WavWriter::Impl {
@@ -85,7 +85,7 @@ WavWriter::Impl::Impl(std::string name, const WavFormat& wavFormat, bool overwri
 }
 
 void WavWriter::Impl::fail(const std::string& reason) const {
-  throw AudioError(fmt::format("{}: cannot be written: {}", output.path(), reason));
+  throw DataError(fmt::format("{}: cannot be written: {}", output.path(), reason));
 }
 
 void WavWriter::Impl::open(int mode) {
@@ -140,8 +140,7 @@ void WavWriter::Impl::close() {
   if (!file) return;
   const int error = sf_close(file.release());
   if (error != SF_ERR_NO_ERROR) {
-    throw AudioError(
-        fmt::format("{}: cannot be closed: {}", output.path(), sf_error_number(error)));
+    throw DataError(fmt::format("{}: cannot be closed: {}", output.path(), sf_error_number(error)));
   }
 }
 
@@ -152,12 +151,12 @@ WavWriter::WavWriter(WavWriter&&) noexcept = default;
 WavWriter& WavWriter::operator=(WavWriter&&) noexcept = default;
 
 void WavWriter::write(const float* samples, std::size_t count) {
-  if (impl->finished) throw AudioError(fmt::format("{}: is finished already", impl->output.path()));
+  if (impl->finished) throw DataError(fmt::format("{}: is finished already", impl->output.path()));
   const std::int64_t size = (impl->written + static_cast<std::int64_t>(count)) *
                             impl->format.channels * encodingOf(impl->format.samples).bytes;
   if (size > MAX_FILE_SIZE) {
-    throw AudioError(fmt::format("{}: the recording is too long for a WAV file, which holds 4 GB",
-                                 impl->output.path()));
+    throw DataError(fmt::format("{}: the recording is too long for a WAV file, which holds 4 GB",
+                                impl->output.path()));
   }
   if (!impl->file) impl->resume();
   impl->writeValues(samples, count * static_cast<std::size_t>(impl->format.channels));

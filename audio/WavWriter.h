@@ -10,7 +10,7 @@ namespace Audio {
 /// How samples are stored: whole numbers of 16 or 24 bits, or 32-bit floating point.
 enum class SampleFormat { Pcm16, Pcm24, Float };
 
-/// "PCM_16", "PCM_24" or "FLOAT". Throws AudioError for other names.
+/// "PCM_16", "PCM_24" or "FLOAT". Throws DataError for other names.
 SampleFormat sampleFormatNamed(const std::string& name);
 
 struct WavFormat {
@@ -25,7 +25,7 @@ struct WavFormat {
 /// finite are written as 0 and counted.
 class WavWriter {
  public:
-  /// Throws AudioError as OutputFile does.
+  /// Throws DataError as OutputFile does.
   WavWriter(const std::string& path, const WavFormat& wavFormat, bool overwrite);
 
   /// Removes the file unless it was finished.
@@ -34,18 +34,18 @@ class WavWriter {
   WavWriter& operator=(WavWriter&&) noexcept;
 
   /// Appends `count` samples of every channel, channels in turn; full scale is −1 … 1. Throws
-  /// AudioError when the disk is full, the file cannot be written or would exceed 4 GB.
+  /// DataError when the disk is full, the file cannot be written or would exceed 4 GB.
   void write(const float* samples, std::size_t count);
   void writeSilence(std::int64_t count);
 
   /// Closes the file until something is written again: it is none of the process's open files, of
-  /// which there may be about a thousand. Throws AudioError.
+  /// which there may be about a thousand. Throws DataError.
   void suspend();
 
-  /// Ends the file's content and waits until it is on the disk. Throws AudioError.
+  /// Ends the file's content and waits until it is on the disk. Throws DataError.
   void sync();
 
-  /// Syncs the file and gives it its name. Nothing can be written after it. Throws AudioError.
+  /// Syncs the file and gives it its name. Nothing can be written after it. Throws DataError.
   void finish();
 
   std::int64_t samplesWritten() const;  ///< per channel

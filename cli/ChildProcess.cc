@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "cli/StopSignals.h"
-#include "fileio/SofaError.h"
+#include "dsp/DataError.h"
 #include "fileio/SofaFile.h"
 
 namespace {
@@ -95,7 +95,7 @@ ChildEnd runInChild(const std::string& path, const std::function<void()>& work) 
   Pipe reasons;
   const pid_t child = pipe2(reasons.ends, O_CLOEXEC) == 0 ? startChild() : -1;
   if (child < 0) {
-    throw SofaError(
+    throw DataError(
         fmt::format("{}: no process could be made for it: {}", path, std::strerror(errno)));
   }
   if (child == 0) runChild(work, reasons.ends[1]);
@@ -103,7 +103,7 @@ ChildEnd runInChild(const std::string& path, const std::function<void()>& work) 
   ChildEnd end;
   while (waitpid(child, &end.status, 0) < 0) {
     if (errno != EINTR) {
-      throw SofaError(fmt::format("{}: waiting for it: {}", path, std::strerror(errno)));
+      throw DataError(fmt::format("{}: waiting for it: {}", path, std::strerror(errno)));
     }
   }
   running = 0;
@@ -118,7 +118,7 @@ void writeInChild(const std::string& path, const std::function<void()>& work) {
   const auto [status, reason] = runInChild(path, work);
   if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return;
   if (WIFEXITED(status) && WEXITSTATUS(status) == OUT_OF_MEMORY) throw std::bad_alloc();
-  throw SofaError(!reason.empty()
+  throw DataError(!reason.empty()
                       ? reason
                       : fmt::format("{}: cannot write: the library for it fails (is there room on "
                                     "the disk?)",

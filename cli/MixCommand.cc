@@ -7,7 +7,6 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +17,7 @@
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
 #include "cli/RoomOptions.h"
+#include "dsp/DataError.h"
 #include "responses/MixNoise.h"
 #include "responses/MixRenderer.h"
 #include "responses/ResponseSet.h"
@@ -32,11 +32,6 @@ constexpr double NOTED_DEVIATION = 5.0;  // degrees
 constexpr double LATEST_BEGIN = 86400.0;  // seconds
 constexpr int MAX_RATE = 1'000'000;       // Hz
 constexpr int MAX_CHANNEL = 1024;
-
-class MixError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 struct MixOptions {
   std::string scene;
@@ -78,8 +73,8 @@ std::vector<MixSource> sourcesOf(const Audio::Scene& scene, const MixOptions& op
   const auto add = [&](const Audio::SceneSource& source, const char* kind) {
     for (const Audio::TimeRange& range : source.active) {
       if (range.begin <= LATEST_BEGIN) continue;
-      throw MixError(fmt::format("{}: source {} is active from {} s on, expected {} s at most",
-                                 options.scene, source.id, range.begin, LATEST_BEGIN));
+      throw DataError(fmt::format("{}: source {} is active from {} s on, expected {} s at most",
+                                  options.scene, source.id, range.begin, LATEST_BEGIN));
     }
     result.push_back(
         {source, "", 1.0, besideOutput(options.output, fmt::format("{}{}", kind, source.id))});
@@ -106,7 +101,7 @@ std::vector<float> readDry(const MixSource& source, const MixOptions& options, i
                                       : readSignal(source.dry, options.channel);
   if (signal.samplingRate != rate) {
     if (!options.resample) {
-      throw SignalError(
+      throw DataError(
           fmt::format("{}: the sampling rate is {} Hz, expected {} Hz as in {} (--resample "
                       "converts it)",
                       source.dry, signal.samplingRate, rate, options.responses));

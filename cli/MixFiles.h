@@ -13,7 +13,7 @@ class MixFiles {
   MixFiles(std::size_t microphoneCount, int samplingRate, bool overwrite);
 
   /// Adds an image, microphones in turn, to the mixture and to the files. The mixture is the sum in
-  /// single precision in the order of the calls. Throws AudioError.
+  /// single precision in the order of the calls. Throws DataError.
   void add(const std::string& path, const std::vector<float>& image);
 
   /// Samples of each microphone so far.
@@ -23,7 +23,7 @@ class MixFiles {
   float peak() const;
 
   /// Writes the mixture, brings every image to its length with silence and names the files. Throws
-  /// AudioError.
+  /// DataError.
   void finish(const std::string& path);
 
  private:

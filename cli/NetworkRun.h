@@ -2,16 +2,16 @@
 
 #include <cstdint>
 #include <ostream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "NetworkDocument.h"
+#include "dsp/DataError.h"
 
-/// A network could not be run to its end; what() says why.
-class RunError : public std::runtime_error {
+/// A network could not be run to its end; what() says why, a line for each node that failed.
+class RunError : public DataError {
  public:
-  using std::runtime_error::runtime_error;
+  using DataError::DataError;
 };
 
 /// Loads the plug-ins (once per process): the command's own, then those in the folders of

@@ -10,8 +10,7 @@
 #include <functional>
 #include <utility>
 #include "cli/OutputCheck.h"
-#include "dsp/AudioError.h"
-#include "fileio/SofaError.h"
+#include "dsp/DataError.h"
 #include "fileio/SofaLimits.h"
 
 namespace {
@@ -31,7 +30,7 @@ CLI::Validator timeCheck(const std::string& expected, std::size_t most) {
   const auto check = [=](const std::string& text) -> std::string {
     try {
       if (timeRangesOf(text).size() <= most) return {};
-    } catch (const Audio::AudioError&) {  // speaks of a node's parameter
+    } catch (const DataError&) {  // speaks of a node's parameter
     }
     return fmt::format("\"{}\", expected {}", text, expected);
   };
@@ -83,7 +82,7 @@ void addDatabaseLimit(CLI::App& command) {
           [option](const std::string& size) {
             try {
               parseDatabaseLimit(option, size);
-            } catch (const SofaError& error) {
+            } catch (const DataError& error) {
               throw CLI::ValidationError(error.what());
             }
             setenv(DATABASE_LIMIT_VARIABLE, size.c_str(), 1);

@@ -12,14 +12,14 @@ CLI::Validator isBetween(double least, double most);
 CLI::Validator isPositive();
 CLI::Validator isNonNegative();
 
-/// The ranges of a text such as "0:1.5,4:5", in seconds. Throws AudioError as parseTimeRanges does.
+/// The ranges of a text such as "0:1.5,4:5", in seconds. Throws DataError as parseTimeRanges does.
 std::vector<Audio::TimeRange> timeRangesOf(std::string text);
 
 /// Checks of such texts: of one range, or of any number.
 CLI::Validator isTimeRange();
 CLI::Validator isTimeRanges();
 
-/// Throws CLI::ValidationError unless the name ends in .svg or .png, and AudioError as checkOutput
+/// Throws CLI::ValidationError unless the name ends in .svg or .png, and DataError as checkOutput
 /// does. To be called before the work starts.
 void checkPicture(const std::string& path, bool overwrite, const std::vector<std::string>& inputs);
 

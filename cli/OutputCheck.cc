@@ -4,26 +4,24 @@
 
 #include <filesystem>
 
-#include "dsp/AudioError.h"
-
-using Audio::AudioError;
+#include "dsp/DataError.h"
 
 void checkOutput(const std::string& path, bool overwrite, const std::vector<std::string>& inputs) {
   namespace fs = std::filesystem;
   std::error_code ignored;
   const fs::path folder = fs::path(path).parent_path();
   if (!folder.empty() && !fs::is_directory(folder, ignored)) {
-    throw AudioError(
+    throw DataError(
         fmt::format("{}: cannot be written: there is no folder {}, expected one that "
                     "exists",
                     path, folder.string()));
   }
   if (path.empty() || fs::is_directory(path, ignored)) {
-    throw AudioError(fmt::format("\"{}\": cannot be written: {}, expected the name of a file", path,
-                                 path.empty() ? "the name is empty" : "it is a folder"));
+    throw DataError(fmt::format("\"{}\": cannot be written: {}, expected the name of a file", path,
+                                path.empty() ? "the name is empty" : "it is a folder"));
   }
   if (!overwrite && fs::exists(fs::symlink_status(path, ignored))) {
-    throw AudioError(
+    throw DataError(
         fmt::format("{}: exists already, expected a new name (--force replaces the file)", path));
   }
   refuseInput(path, inputs);
@@ -33,6 +31,6 @@ void refuseInput(const std::string& path, const std::vector<std::string>& inputs
   for (const std::string& input : inputs) {
     std::error_code missing;
     if (!std::filesystem::equivalent(path, input, missing) || missing) continue;
-    throw AudioError(fmt::format("{}: is the input {} itself, expected another file", path, input));
+    throw DataError(fmt::format("{}: is the input {} itself, expected another file", path, input));
   }
 }

@@ -13,13 +13,12 @@
 #include <vector>
 
 #include "cli/OptionChecks.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "fileio/SofaFile.h"
 #include "pictures/BeamPattern.h"
 #include "pictures/DirectionRing.h"
 #include "pictures/PatternPicture.h"
 #include "pictures/PictureFile.h"
-#include "pictures/PlotError.h"
 #include "responses/DatabaseFile.h"
 #include "scene/SceneMoment.h"
 #include "separation/Methods.h"
@@ -83,7 +82,7 @@ Setup readInputs(const Options& options) {
   setup.time = options.time.value_or(fullestTime(scene));
   setup.sources = sourcesAt(scene, setup.time);
   if (std::none_of(setup.sources.begin(), setup.sources.end(), [](auto& s) { return s.flag; })) {
-    throw Audio::AudioError(
+    throw DataError(
         fmt::format("{}: found no source that is active at {:g} s, expected one or more (--time)",
                     options.scene, setup.time));
   }
@@ -103,7 +102,7 @@ std::vector<std::size_t> binsOf(const Options& options, const Setup& setup) {
   std::vector<double> frequencies = options.frequencies;
   for (const double frequency : frequencies) {
     if (frequency <= highest) continue;
-    throw PlotError(fmt::format("--frequency is {:g} Hz, expected 0 to {:g} Hz, which {} covers",
+    throw DataError(fmt::format("--frequency is {:g} Hz, expected 0 to {:g} Hz, which {} covers",
                                 frequency, highest, options.database));
   }
   if (frequencies.empty()) {
@@ -132,8 +131,8 @@ DirectionRing ringOf(const Options& options, const Setup& setup) {
   try {
     return DirectionRing::of(*setup.engine->tfDatabase, options.elevation,
                              meanDistance(setup.sources));
-  } catch (const RingError& error) {
-    throw RingError(options.database + ": " + error.what());
+  } catch (const DataError& error) {
+    throw DataError(options.database + ": " + error.what());
   }
 }
 

@@ -14,6 +14,7 @@
 #include "audio/SignalFile.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
+#include "dsp/DataError.h"
 #include "scoring/ScoreMetrics.h"
 #include "scoring/ScoreReport.h"
 
@@ -92,9 +93,9 @@ class Loader {
       report.samplingRate = signal.samplingRate;
       report.samples = signal.samples.size();
     } else if (signal.samplingRate != report.samplingRate) {
-      throw SignalError(fmt::format("{}: the sampling rate is {} Hz, expected {} Hz as in {}", path,
-                                    signal.samplingRate, report.samplingRate,
-                                    options.references.front()));
+      throw DataError(fmt::format("{}: the sampling rate is {} Hz, expected {} Hz as in {}", path,
+                                  signal.samplingRate, report.samplingRate,
+                                  options.references.front()));
     }
     report.samples = std::min(report.samples, signal.samples.size());
     return {path, std::vector<double>(signal.samples.begin(), signal.samples.end())};
@@ -115,9 +116,9 @@ class Loader {
     const auto begin = static_cast<std::size_t>(std::lround(range.begin * report.samplingRate));
     const auto end = static_cast<std::size_t>(std::lround(range.end * report.samplingRate));
     if (begin >= end || end > report.samples) {
-      throw SignalError(fmt::format("--range is {}, expected a part of the signals' {} s",
-                                    options.range,
-                                    static_cast<double>(report.samples) / report.samplingRate));
+      throw DataError(fmt::format("--range is {}, expected a part of the signals' {} s",
+                                  options.range,
+                                  static_cast<double>(report.samples) / report.samplingRate));
     }
     for (auto* group : {&signals.references, &signals.estimates, &signals.mixture}) {
       for (NamedSignal& signal : *group) {

@@ -22,7 +22,7 @@
 #include "cli/OutputCheck.h"
 #include "cli/SeparationInputs.h"
 #include "cli/SeparationNetwork.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "dsp/FrameLayout.h"
 #include "net_types.h"
 
@@ -174,7 +174,7 @@ void checkFolder(const SeparationSettings& s, const Audio::Scene& scene) {
   const Audio::FolderLock lock(s.directory);
   const std::optional<std::string> found = Audio::earlierFile(s.directory, s.prefix);
   if (found && !s.overwrite) {
-    throw Audio::AudioError(fmt::format(
+    throw DataError(fmt::format(
         "{}: exists already, expected no files of an earlier run (--force replaces them)", *found));
   }
   // The run replaces these or removes them.

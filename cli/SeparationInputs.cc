@@ -8,7 +8,7 @@
 #include "audio/AudioReader.h"
 #include "audio/Channels.h"
 #include "cli/SeparationWarnings.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "dsp/FrameLayout.h"
 #include "dsp/OverlapAdder.h"
 #include "responses/DatabaseFile.h"
@@ -24,11 +24,11 @@ void takeLengthAndRate(SeparationSettings& s, const SofaFile& database) {
   const int length = 2 * (static_cast<int>(database.length()) - 1);
   const int rate = static_cast<int>(std::lround(database.samplingRate()));
   if (s.length != 0 && s.length != length) {
-    throw SofaError(fmt::format("--length is {}, expected {} samples, for which {} was made",
+    throw DataError(fmt::format("--length is {}, expected {} samples, for which {} was made",
                                 s.length, length, s.database));
   }
   if (s.samplingRate != 0 && s.samplingRate != rate) {
-    throw SofaError(fmt::format("--rate is {} Hz, expected {} Hz, for which {} was made",
+    throw DataError(fmt::format("--rate is {} Hz, expected {} Hz, for which {} was made",
                                 s.samplingRate, rate, s.database));
   }
   s.length = length;
@@ -46,12 +46,12 @@ int examineRecording(SeparationSettings& s, SeparationInputs& inputs) {
   const int rate = reader.samplingRate();
   if (s.samplingRate == 0) s.samplingRate = rate;
   if (rate != s.samplingRate && !s.resample) {
-    throw Audio::AudioError(
+    throw DataError(
         fmt::format("{}: the sampling rate is {} Hz, expected {} Hz (--resample converts it)",
                     s.recording, rate, s.samplingRate));
   }
   if (s.reference < 1 || s.reference > reader.channelCount()) {
-    throw Audio::AudioError(
+    throw DataError(
         fmt::format("--reference-mic is {}, expected 1 to {}, the channels in use of {}",
                     s.reference, reader.channelCount(), s.recording));
   }
@@ -64,14 +64,14 @@ int examineRecording(SeparationSettings& s, SeparationInputs& inputs) {
 /// Refuses what makes no frames, or frames that lose samples.
 void checkFrames(const SeparationSettings& s) {
   if (s.advance > s.length) {
-    throw Audio::AudioError(fmt::format("--advance is {}, expected 1 to {}, the samples of a frame",
-                                        s.advance, s.length));
+    throw DataError(fmt::format("--advance is {}, expected 1 to {}, the samples of a frame",
+                                s.advance, s.length));
   }
   const Audio::FrameLayout layout(s.length, s.advance);
   try {
     const Audio::FrameSynthesizer check(layout, Audio::windowNamed(s.window), false);
-  } catch (const Audio::AudioError&) {  // speaks of a node's parameters
-    throw Audio::AudioError(fmt::format(
+  } catch (const DataError&) {  // speaks of a node's parameters
+    throw DataError(fmt::format(
         "--advance is {}, with which --window {} loses samples between the frames of {} samples; "
         "expected {} or less",
         s.advance, s.window, s.length, s.length / 2));
@@ -96,14 +96,14 @@ void checkNoiseRanges(const SeparationSettings& s, const SeparationInputs& input
   if (std::none_of(ranges.begin(), ranges.end(), [&](const Audio::TimeRange& range) {
         return range.begin >= duration || holdsFrame(s, range, *inputs.samples);
       })) {
-    throw Audio::AudioError(
+    throw DataError(
         fmt::format("--noise-from holds no whole frame of {} samples ({:.4f} s) of {}, expected a "
                     "longer time",
                     s.length, static_cast<double>(s.length) / s.samplingRate, s.recording));
   }
   for (const Audio::TimeRange& range : ranges) {
     if (range.begin < duration) continue;
-    throw Audio::AudioError(
+    throw DataError(
         fmt::format("--noise-from has {}:{} s, expected times within {}, which lasts {:.2f} s",
                     range.begin, range.end, s.recording, duration));
   }
@@ -118,13 +118,13 @@ void examineNoiseRecording(const SeparationSettings& s, int microphones) {
   reading.warn = [](const std::string&) {};  // the network will warn
   const Audio::AudioReader reader(s.noiseRecording, reading);
   if (reader.channelCount() != microphones) {
-    throw Audio::AudioError(
+    throw DataError(
         fmt::format("--noise-recording: {} gives {} channels, expected {} as {} (--noise-channels "
                     "selects)",
                     s.noiseRecording, reader.channelCount(), microphones, s.recording));
   }
   if (reader.samplingRate() != s.samplingRate && !s.resample) {
-    throw Audio::AudioError(fmt::format(
+    throw DataError(fmt::format(
         "--noise-recording: the sampling rate of {} is {} Hz, expected {} Hz (--resample converts "
         "it)",
         s.noiseRecording, reader.samplingRate(), s.samplingRate));
@@ -134,14 +134,14 @@ void examineNoiseRecording(const SeparationSettings& s, int microphones) {
 void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
   scene.requireFewAtOnce(s.scene, s.inactiveAsNoise);
   if (scene.sources().empty()) {
-    throw Audio::AudioError(fmt::format("{}: /sources: found none, expected one or more", s.scene));
+    throw DataError(fmt::format("{}: /sources: found none, expected one or more", s.scene));
   }
   const bool noiseIsRunning =
       s.method->nodeType == "ML" && s.noiseRanges.empty() && s.noiseRecording.empty();
   const bool hasPauses = std::none_of(scene.sources().begin(), scene.sources().end(),
                                       [](const auto& source) { return source.always; });
   if (noiseIsRunning && !hasPauses) {
-    throw Audio::AudioError(fmt::format(
+    throw DataError(fmt::format(
         "{}: found a source that is always active, but ML learns the noise while none is; expected "
         "\"active\" times, or --noise-from or --noise-recording",
         s.scene));
@@ -165,7 +165,7 @@ SeparationInputs examineInputs(SeparationSettings& s) {
   examineNoiseRecording(s, microphones);
   checkNoiseRanges(s, inputs);
   if (database && database->receivers() != static_cast<std::size_t>(microphones)) {
-    throw Audio::AudioError(fmt::format(
+    throw DataError(fmt::format(
         "{}: gives {} channels, expected {}, a channel for each microphone of {} (--channels "
         "selects)",
         s.recording, microphones, database->receivers(), s.database));

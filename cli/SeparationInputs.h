@@ -18,5 +18,5 @@ struct SeparationInputs {
 
 /// Reads the files' heads, takes from them what the settings leave open (frame length and sampling
 /// rate: the database's; without one 512 samples and the recording's rate), and checks that they
-/// fit together. Throws SofaError or AudioError naming the file, what was found and expected.
+/// fit together. Throws DataError naming the file, what was found and expected.
 SeparationInputs examineInputs(SeparationSettings& settings);

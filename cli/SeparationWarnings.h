@@ -18,7 +18,7 @@ struct SeparationPlan {
 };
 
 /// What a separation will do, but badly, before it starts: a line each with the numbers and the
-/// remedy. Moving sources are looked at 1,000 times. Throws SofaError when the responses cannot be
+/// remedy. Moving sources are looked at 1,000 times. Throws DataError when the responses cannot be
 /// read.
 std::vector<std::string> separationWarnings(const SeparationPlan& plan);
 

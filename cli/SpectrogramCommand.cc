@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "cli/OptionChecks.h"
+#include "dsp/DataError.h"
 #include "pictures/PictureFile.h"
-#include "pictures/PlotError.h"
 #include "pictures/Spectrogram.h"
 #include "pictures/SpectrogramPicture.h"
 
@@ -41,7 +41,7 @@ void drawSpectrograms(const Options& options) {
     panels.insert(panels.end(), std::make_move_iterator(more.begin()),
                   std::make_move_iterator(more.end()));
     if (panels.size() <= MAX_PANELS) continue;
-    throw PlotError(
+    throw DataError(
         fmt::format("{}: with it there are {} panels, expected {} at most (--channel "
                     "chooses channels)",
                     file, panels.size(), MAX_PANELS));

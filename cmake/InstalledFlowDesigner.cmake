@@ -37,12 +37,12 @@ if(NOT EXISTS ${ZELK_FLOWDESIGNER_INCLUDE}/Map.h OR NOT EXISTS ${ZELK_FLOWDESIGN
   foreach(header IN ITEMS Map.h Source.h)
     if(NOT EXISTS ${ZELK_FLOWDESIGNER_INCLUDE}/${header})
       configure_file(${PROJECT_SOURCE_DIR}/host/family/${header}
-                     ${CMAKE_BINARY_DIR}/flow-family/${header} COPYONLY)
+                     ${PROJECT_BINARY_DIR}/flow-family/${header} COPYONLY)
     else()
-      file(REMOVE ${CMAKE_BINARY_DIR}/flow-family/${header})
+      file(REMOVE ${PROJECT_BINARY_DIR}/flow-family/${header})
     endif()
   endforeach()
-  target_include_directories(flow-family SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/flow-family)
+  target_include_directories(flow-family SYSTEM INTERFACE ${PROJECT_BINARY_DIR}/flow-family)
 endif()
 target_link_libraries(flow INTERFACE flow-family)
 

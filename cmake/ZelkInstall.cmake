@@ -1,10 +1,53 @@
-# What is installed beside the libraries and the command: what other builds find the engine by,
+# What is installed where: plug-ins, libraries and the command; what other builds find the engine by;
 # manuals, completion, documents. A build for an installed FlowDesigner installs its plug-ins alone.
+
+# Libraries are found relative to each other, so that the installed tree can be moved.
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  message(FATAL_ERROR
+          "CMAKE_INSTALL_LIBDIR is ${CMAKE_INSTALL_LIBDIR}, expected a folder relative to the prefix")
+endif()
+
+# What is installed is for users; what only developers need says COMPONENT development.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME runtime)
 install(FILES LICENSE TYPE DOC RENAME copyright)
+
+# ---- plug-ins, and the libraries that serve nothing else
 if(ZELK_FLOWDESIGNER_ROOT)
+  # In one folder where that host looks, whatever the distribution calls its library folder.
+  set(ZELK_TOOLBOX_DESTINATION lib/flowdesigner/toolbox/zelk-sss)
+  set(ZELK_LIBRARY_DESTINATION ${ZELK_TOOLBOX_DESTINATION})
+else()
+  set(ZELK_LIBRARY_DESTINATION ${CMAKE_INSTALL_LIBDIR}/zelk-sss)
+  set(ZELK_TOOLBOX_DESTINATION ${ZELK_LIBRARY_DESTINATION}/toolbox)
+endif()
+
+if(TARGET zelk-sofa-reader)
+  install(TARGETS zelkfileio zelk-sofa-reader zelk-sofa-writer
+          LIBRARY DESTINATION ${ZELK_LIBRARY_DESTINATION}
+          RUNTIME DESTINATION ${ZELK_LIBRARY_DESTINATION})
+endif()
+if(ZELK_BUILD_COMMAND)
+  install(TARGETS zelk-audio LIBRARY DESTINATION ${ZELK_TOOLBOX_DESTINATION})
+  foreach(plugin IN ITEMS zelk-sss zelk-audio)
+    install(FILES ${ZELK_TOOLBOX_OUTPUT_DIRECTORY}/${plugin}.def DESTINATION ${ZELK_TOOLBOX_DESTINATION})
+  endforeach()
+endif()
+if(ZELK_FLOWDESIGNER_ROOT)
+  # The library is the plug-in and lies beside it.
+  install(TARGETS zelk-sss LIBRARY DESTINATION ${ZELK_LIBRARY_DESTINATION} NAMELINK_SKIP)
+  file(CREATE_LINK libzelk-sss.so.${PROJECT_VERSION_MAJOR} ${PROJECT_BINARY_DIR}/nodes/zelk-sss.tlb SYMBOLIC)
+  install(FILES ${PROJECT_BINARY_DIR}/nodes/zelk-sss.tlb DESTINATION ${ZELK_TOOLBOX_DESTINATION})
   return()
 endif()
-include(CMakePackageConfigHelpers)
+if(ZELK_BUILD_COMMAND)
+  install(TARGETS flow LIBRARY DESTINATION ${ZELK_LIBRARY_DESTINATION})
+  install(TARGETS zelk-sss EXPORT ZelkSSSTargets
+          LIBRARY DESTINATION ${ZELK_LIBRARY_DESTINATION} NAMELINK_COMPONENT development)
+  install(TARGETS zelk-sss-plugin LIBRARY DESTINATION ${ZELK_TOOLBOX_DESTINATION})
+endif()
+if(TARGET zelk-sss-cli)
+  install(TARGETS zelk-sss-cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 
 # The version's date stands in the change log, in a heading such as "## 2.1.0 – 2026-11-24".
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS CHANGELOG.md)
@@ -15,6 +58,7 @@ endif()
 set(ZELK_RELEASE_DATE ${CMAKE_MATCH_0})
 
 # ---- find_package(ZelkSSS)
+include(CMakePackageConfigHelpers)
 set(ZELK_PACKAGE_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ZelkSSS)
 set(ZELK_GENERATED ${PROJECT_BINARY_DIR}/generated)
 install(TARGETS zelk-sss-engine EXPORT ZelkSSSTargets
@@ -66,6 +110,6 @@ install(FILES examples/engine.cc examples/separator.cc examples/microphones.json
               examples/separate.n examples/two-talkers.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
-if(PROJECT_IS_TOP_LEVEL)
+if(PROJECT_IS_TOP_LEVEL AND TARGET zelk-sss-cli)
   include(ZelkPackages)
 endif()

@@ -1,38 +1,29 @@
-# What every target of the project shares: warnings, floating-point rules, output folders.
+# What every target of the project shares: warnings, floating-point rules, output folders. Nothing of it
+# reaches a project that this one is part of.
 
-find_program(ZELK_CCACHE ccache)
-if(ZELK_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${ZELK_CCACHE})
-endif()
-
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
-set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
-# Plug-ins (*.tlb) and their descriptions (*.def) stand here, as a host would find them.
-set(ZELK_TOOLBOX_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/toolbox)
-
-# Libraries are found relative to each other, so that the installed tree can be moved.
-if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
-  message(FATAL_ERROR
-          "CMAKE_INSTALL_LIBDIR is ${CMAKE_INSTALL_LIBDIR}, expected a folder relative to the prefix")
-endif()
-
-# Where plug-ins are installed, and the libraries that serve nothing else.
-if(ZELK_FLOWDESIGNER_ROOT)
-  # In one folder where that host looks, whatever the distribution calls its library folder.
-  set(ZELK_TOOLBOX_DESTINATION lib/flowdesigner/toolbox/zelk-sss)
-  set(ZELK_LIBRARY_DESTINATION ${ZELK_TOOLBOX_DESTINATION})
+if(PROJECT_IS_TOP_LEVEL)
+  find_program(ZELK_CCACHE ccache)
+  if(ZELK_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${ZELK_CCACHE})
+  endif()
 else()
-  set(ZELK_LIBRARY_DESTINATION ${CMAKE_INSTALL_LIBDIR}/zelk-sss)
-  set(ZELK_TOOLBOX_DESTINATION ${ZELK_LIBRARY_DESTINATION}/toolbox)
+  set(CMAKE_COMPILE_WARNING_AS_ERROR OFF)  # the other project's compiler may know more warnings
 endif()
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+# Plug-ins (*.tlb) and their descriptions (*.def) stand here, as a host would find them.
+set(ZELK_TOOLBOX_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/toolbox)
 
 # Our own libraries come before any in LD_LIBRARY_PATH: DT_RPATH, not DT_RUNPATH.
 add_link_options(LINKER:--disable-new-dtags)
 
+if(PROJECT_IS_TOP_LEVEL)
+  add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual)
+endif()
 # Contraction to fused multiply-adds would make results depend on the processor.
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
-                    -ffp-contract=off)
+add_compile_options(-ffp-contract=off)
 
 # zelk_add_test(<name> SOURCES … LIBRARIES …): one GoogleTest executable, its cases known to CTest.
 function(zelk_add_test name)

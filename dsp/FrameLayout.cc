@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -17,7 +17,7 @@ constexpr int MAX_RATE = 10'000'000;
 
 int checkedSamplingRate(int samplingRate) {
   if (samplingRate < 1 || samplingRate > MAX_RATE) {
-    throw AudioError(
+    throw DataError(
         fmt::format("SAMPLING_RATE is {}, expected 1 to {} Hz", samplingRate, MAX_RATE));
   }
   return samplingRate;
@@ -26,10 +26,10 @@ int checkedSamplingRate(int samplingRate) {
 FrameLayout::FrameLayout(int lengthValue, int advanceValue)
     : samplesPerFrame(lengthValue), samplesPerStep(advanceValue) {
   if (lengthValue < 1 || lengthValue > MAX_FRAME) {
-    throw AudioError(fmt::format("LENGTH is {}, expected 1 to {} samples", lengthValue, MAX_FRAME));
+    throw DataError(fmt::format("LENGTH is {}, expected 1 to {} samples", lengthValue, MAX_FRAME));
   }
   if (advanceValue < 1 || advanceValue > lengthValue) {
-    throw AudioError(
+    throw DataError(
         fmt::format("ADVANCE is {}, expected 1 to LENGTH = {} samples", advanceValue, lengthValue));
   }
 }

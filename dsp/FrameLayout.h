@@ -4,7 +4,7 @@
 
 namespace Audio {
 
-/// The rate itself. Throws AudioError unless it lies between 1 and 10 000 000 Hz.
+/// The rate itself. Throws DataError unless it lies between 1 and 10 000 000 Hz.
 int checkedSamplingRate(int samplingRate);
 
 /// Which samples of a recording belong to which frame: the one place that says so.
@@ -15,7 +15,7 @@ int checkedSamplingRate(int samplingRate);
 /// allows, the first and the last sample included.
 class FrameLayout {
  public:
-  /// Throws AudioError unless 1 ≤ lengthValue ≤ 2²⁴ and 1 ≤ advanceValue ≤ lengthValue.
+  /// Throws DataError unless 1 ≤ lengthValue ≤ 2²⁴ and 1 ≤ advanceValue ≤ lengthValue.
   FrameLayout(int lengthValue, int advanceValue);
 
   int length() const { return samplesPerFrame; }

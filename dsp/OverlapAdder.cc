@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -35,7 +35,7 @@ FrameSynthesizer::FrameSynthesizer(const FrameLayout& frameLayout, WindowType wi
   const std::vector<double> D = sumsOfSquares(gains, layout.advance());
   const auto [least, most] = std::minmax_element(D.begin(), D.end());
   if (*least <= *most * MIN_SHARE) {
-    throw AudioError(
+    throw DataError(
         fmt::format("frames of LENGTH {} with ADVANCE {} do not overlap enough for this WINDOW: "
                     "some samples would be lost; expected an ADVANCE of at most half of LENGTH",
                     layout.length(), layout.advance()));

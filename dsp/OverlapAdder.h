@@ -19,7 +19,7 @@ namespace Audio {
 class FrameSynthesizer {
  public:
   /// halfFrameShift: the spectra's odd bins are negated first, which undoes a circular shift by
-  /// half a frame (a factor e^(jkπ) on bin k). Throws AudioError when the frames overlap too little
+  /// half a frame (a factor e^(jkπ) on bin k). Throws DataError when the frames overlap too little
   /// for the window: when the sum of squares above falls below 10⁻⁴ of its maximum anywhere, where
   /// single precision would no longer keep errors below −100 dB.
   FrameSynthesizer(const FrameLayout& frameLayout, WindowType windowType, bool halfFrameShift);

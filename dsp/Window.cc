@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <numbers>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -34,7 +34,7 @@ WindowType windowNamed(const std::string& name) {
   if (name == "HAMMING") return WindowType::Hamming;
   if (name == "SINE") return WindowType::Sine;
   if (name == "RECTANGULAR") return WindowType::Rectangular;
-  throw AudioError(
+  throw DataError(
       fmt::format("WINDOW is \"{}\", expected HANN, HAMMING, SINE or RECTANGULAR", name));
 }
 

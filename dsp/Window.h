@@ -12,7 +12,7 @@ namespace Audio {
 ///   Rectangular  1
 enum class WindowType { Hann, Hamming, Sine, Rectangular };
 
-/// The type named "HANN", "HAMMING", "SINE" or "RECTANGULAR". Throws AudioError for other names.
+/// The type named "HANN", "HAMMING", "SINE" or "RECTANGULAR". Throws DataError for other names.
 WindowType windowNamed(const std::string& name);
 
 /// The window's values for n = 0 … length − 1.

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <new>
 
-#include "fileio/SofaError.h"
+#include "dsp/DataError.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ namespace {
 std::byte* mapped(int descriptor, std::size_t size) {
   if (ftruncate(descriptor, static_cast<off_t>(size)) != 0) {
     if (errno != EFBIG) throw std::bad_alloc();
-    throw SofaError(
+    throw DataError(
         fmt::format("its reader may make no file of {} bytes, expected a larger limit of file "
                     "sizes (ulimit -f)",
                     size));

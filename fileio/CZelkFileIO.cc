@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "dsp/DataError.h"
 #include "fileio/SofaFile.h"
 
 namespace {
@@ -54,14 +55,14 @@ Identity identityOf(const std::string& path) {
 
 void requireTransferFunctions(const SofaFile& file) {
   if (file.isTransferFunctions()) return;
-  throw SofaError(fmt::format(
+  throw DataError(fmt::format(
       "{}: attribute DataType is \"FIR\", expected \"TF\" (zelk-sss tfdb import converts it)",
       file.path()));
 }
 
 void requireCount(const SofaFile& file, const char* what, std::size_t found, std::size_t expected) {
   if (found == expected) return;
-  throw SofaError(
+  throw DataError(
       fmt::format("{}: the file holds {} {}, expected {}", file.path(), found, what, expected));
 }
 
@@ -87,7 +88,7 @@ struct CZelkFileIO::OpenDatabase {
   SofaFile readAsFarAsItGoes(const std::string& path) {
     try {
       return SofaFile(path);
-    } catch (const SofaError& error) {
+    } catch (const DataError& error) {
       SofaFile head(path, SofaFile::Part::HEAD);
       faultOfData = error.what();
       return head;
@@ -182,7 +183,7 @@ bool CZelkFileIO::ReadInfo(const char* path, const PARNIX_TFDBFileHeader* header
 bool CZelkFileIO::ReadData(const char* path, PARNIX_ComplexArray* values) {
   return reportingErrors(path, [&] {
     const OpenDatabase& database = open(path);
-    if (!database.faultOfData.empty()) throw SofaError(database.faultOfData);
+    if (!database.faultOfData.empty()) throw DataError(database.faultOfData);
     const SofaFile& file = database.file;
     const std::size_t M = file.measurements();
     const std::size_t R = file.receivers();

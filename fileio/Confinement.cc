@@ -13,7 +13,7 @@
 #include <initializer_list>
 #include <memory>
 
-#include "fileio/SofaError.h"
+#include "dsp/DataError.h"
 
 #ifdef __has_feature
 #define ZELK_HAS_FEATURE(name) __has_feature(name)
@@ -31,7 +31,7 @@ constexpr bool ADDRESSES_ARE_COUNTED = true;
 namespace {
 
 [[noreturn]] void failToConfine(int number) {
-  throw SofaError(fmt::format("its reader cannot be confined: {}, expected a system with seccomp",
+  throw DataError(fmt::format("its reader cannot be confined: {}, expected a system with seccomp",
                               std::strerror(number)));
 }
 

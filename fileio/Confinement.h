@@ -6,7 +6,7 @@
 /// memory, processor time and file sizes beyond the limits, new privileges, processes, core files,
 /// and all system calls but those that manage its own memory, resize the file `answer` and end it.
 /// Other calls fail with EPERM, so that libraries that try one go on without. The process also ends
-/// when the one that started it does. Throws SofaError where the system cannot do that.
+/// when the one that started it does. Throws DataError where the system cannot do that.
 void confine(const ReaderLimits& limits, int answer);
 
 /// Processor time is limited to what a head takes until this says that an answer of so many bytes

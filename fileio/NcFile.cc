@@ -8,11 +8,12 @@
 #include <cmath>
 #include <span>
 
+#include "dsp/DataError.h"
 #include "fileio/SofaLimits.h"
 
 namespace {
 
-[[noreturn]] void fail(const std::string& text) { throw SofaError(text); }
+[[noreturn]] void fail(const std::string& text) { throw DataError(text); }
 
 /// Pieces (chunks) up to this size may be larger than the variable they store.
 constexpr std::size_t SMALL_PIECE = std::size_t{1} << 24;  // bytes

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "fileio/SofaError.h"
+#include "fileio/PrintableText.h"
 
-/// A netCDF file in memory, every access checked. Throws SofaError, whose texts do not name the
+/// A netCDF file in memory, every access checked. Throws DataError, whose texts do not name the
 /// file: whoever started the reader knows its name.
 class NcFile {
  public:

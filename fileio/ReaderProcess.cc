@@ -19,8 +19,9 @@
 #include <utility>
 #include <vector>
 
+#include "dsp/DataError.h"
 #include "fileio/LibraryFolder.h"
-#include "fileio/SofaError.h"
+#include "fileio/PrintableText.h"
 #include "fileio/SofaLimits.h"
 
 namespace {
@@ -44,21 +45,21 @@ class Descriptor {
 };
 
 [[noreturn]] void failFor(const std::string& what, int number) {
-  throw SofaError(what + ": " + std::strerror(number));
+  throw DataError(what + ": " + std::strerror(number));
 }
 
 /// Opens a regular file: nothing else is opened even for a moment, for a device may notice.
 Descriptor openRegular(const std::string& path) {
-  if (path.empty()) throw SofaError("the name of the transfer-function file is empty");
+  if (path.empty()) throw DataError("the name of the transfer-function file is empty");
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) {
-    throw SofaError(errno == ENOENT ? "there is no such file" : std::strerror(errno));
+    throw DataError(errno == ENOENT ? "there is no such file" : std::strerror(errno));
   }
-  if (!S_ISREG(status.st_mode)) throw SofaError("is not a regular file");
+  if (!S_ISREG(status.st_mode)) throw DataError("is not a regular file");
   Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (*file < 0) throw SofaError(std::strerror(errno));
+  if (*file < 0) throw DataError(std::strerror(errno));
   if (fstat(*file, &status) != 0 || !S_ISREG(status.st_mode)) {
-    throw SofaError("is not a regular file");
+    throw DataError("is not a regular file");
   }
   return file;
 }
@@ -170,10 +171,10 @@ AnswerBytes sealed(const Descriptor& answer) {
 
 [[noreturn]] void failOfSignal(int signal) {
   if (signal == SIGXCPU) {
-    throw SofaError("reading it takes more processor time than its size allows, " +
+    throw DataError("reading it takes more processor time than its size allows, " +
                     EXPECTED_SOUND_FILE);
   }
-  throw SofaError(
+  throw DataError(
       fmt::format("reading it crashes ({}), {}", strsignal(signal), EXPECTED_SOUND_FILE));
 }
 
@@ -188,12 +189,12 @@ SofaAnswer readRegular(const std::string& program, const std::string& path, bool
   const pid_t reader = startReader(program, file, answer, withResponses, limit);
   const std::optional<int> status = waitForReader(reader, deadline);
   if (!status) {
-    throw SofaError(
+    throw DataError(
         fmt::format("reading it does not end within {} s, {}", waiting, EXPECTED_SOUND_FILE));
   }
   if (WIFSIGNALED(*status)) failOfSignal(WTERMSIG(*status));
   if (WEXITSTATUS(*status) != 0) {
-    throw SofaError(fmt::format("its reader {} ends with status {}, expected 0", program,
+    throw DataError(fmt::format("its reader {} ends with status {}, expected 0", program,
                                 WEXITSTATUS(*status)));
   }
   return {sealed(answer), limit};
@@ -209,8 +210,8 @@ SofaAnswer readBy(const std::string& program, const std::string& path, bool with
                   std::size_t limit, std::size_t seconds) {
   try {
     return readRegular(program, path, withResponses, limit, seconds);
-  } catch (const SofaError& error) {
+  } catch (const DataError& error) {
     if (path.empty()) throw;
-    throw SofaError(aboutFile(path, error.what()));
+    throw DataError(aboutFile(path, error.what()));
   }
 }

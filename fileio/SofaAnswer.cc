@@ -7,7 +7,8 @@
 #include <cstring>
 #include <limits>
 
-#include "fileio/SofaError.h"
+#include "dsp/DataError.h"
+#include "fileio/PrintableText.h"
 #include "fileio/SofaLimits.h"
 
 namespace {
@@ -23,7 +24,7 @@ bool addProduct(std::size_t& sum, std::size_t a, std::size_t b, std::size_t c) {
 }
 
 [[noreturn]] void refuseAnswer(const std::string& what) {
-  throw SofaError(fmt::format("its reader handed back {}, expected a sound answer", what));
+  throw DataError(fmt::format("its reader handed back {}, expected a sound answer", what));
 }
 
 template <class Number>
@@ -69,9 +70,9 @@ SofaAnswer::SofaAnswer(AnswerBytes memory, std::size_t limit) : bytes(std::move(
     refuseAnswer(fmt::format("{} bytes that do not fit its counts", bytes.size));
   }
   layout = *found;
-  if (begin.state == AnswerState::REFUSED) throw SofaError(printable(text(), MAX_REASON));
+  if (begin.state == AnswerState::REFUSED) throw DataError(printable(text(), MAX_REASON));
   if (begin.state == AnswerState::OUT_OF_MEMORY) {
-    throw SofaError("reading it takes more memory than its size allows, " + EXPECTED_SOUND_FILE);
+    throw DataError("reading it takes more memory than its size allows, " + EXPECTED_SOUND_FILE);
   }
   if (layout.text > limit) refuseAnswer(fmt::format("{} bytes", layout.text));
   checkCounts();

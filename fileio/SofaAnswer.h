@@ -70,7 +70,7 @@ class SofaAnswer {
  public:
   SofaAnswer() = default;
 
-  /// Throws SofaError (without the file's name) unless the bytes are a whole answer of state HEAD
+  /// Throws DataError (without the file's name) unless the bytes are a whole answer of state HEAD
   /// or RESPONSES of at most `limit` bytes in which counts, sizes and ranges agree and every number
   /// is finite; with the reader's reason if it refused the file.
   SofaAnswer(AnswerBytes memory, std::size_t limit);

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "fileio/SofaAnswer.h"
-#include "fileio/SofaError.h"
 
 /// Measured or computed responses in a SOFA file (AES69): M source positions (measurements), R
 /// receivers (microphones), N frequencies (DataType "TF") or samples (DataType "FIR").
@@ -22,7 +21,7 @@ class SofaFile {
 
   enum class Part { HEAD, ALL };  ///< whether the responses are read, too
 
-  /// Throws SofaError, which names the file.
+  /// Throws DataError, which names the file.
   explicit SofaFile(const std::string& path, Part part = Part::ALL);
 
   /// What a reader handed back for the file of this name.

@@ -4,7 +4,8 @@
 
 #include <cstdlib>
 
-#include "fileio/SofaError.h"
+#include "dsp/DataError.h"
+#include "fileio/PrintableText.h"
 
 std::size_t databaseLimit() {
   const char* text = std::getenv(DATABASE_LIMIT_VARIABLE);
@@ -28,7 +29,7 @@ std::size_t parseDatabaseLimit(const std::string& name, const std::string& text)
     }
   }
   if (digits == 0 || at != text.size() || bytes == 0 || bytes > MAX_BYTES) {
-    throw SofaError(fmt::format("{} is \"{}\", expected a size from 1 to 2^46 bytes, such as 4G",
+    throw DataError(fmt::format("{} is \"{}\", expected a size from 1 to 2^46 bytes, such as 4G",
                                 name, printable(text)));
   }
   return bytes;

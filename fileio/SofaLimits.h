@@ -21,11 +21,11 @@ constexpr const char* DATABASE_LIMIT_VARIABLE = "ZELK_SSS_MAX_DATABASE";
 constexpr std::size_t DEFAULT_DATABASE_LIMIT = std::size_t{1} << 31;
 
 /// Bytes that a database may have in memory: positions and responses, single precision. Throws
-/// SofaError if the environment variable is no size.
+/// DataError if the environment variable is no size.
 std::size_t databaseLimit();
 
 /// A whole number of bytes, with K, M, G or T behind it of KiB to TiB: 1 to 2^46. Throws
-/// SofaError "<name> is …" for another text.
+/// DataError "<name> is …" for another text.
 std::size_t parseDatabaseLimit(const std::string& name, const std::string& text);
 
 /// "expected at most … bytes in all (…)", where a database is larger than the limit.

@@ -9,13 +9,14 @@
 #include <cmath>
 #include <limits>
 
+#include "dsp/DataError.h"
 #include "fileio/SofaLimits.h"
 
 namespace {
 
 using Position = SofaPosition;
 
-[[noreturn]] void fail(const std::string& text) { throw SofaError(text); }
+[[noreturn]] void fail(const std::string& text) { throw DataError(text); }
 
 constexpr double PI = 3.141592653589793;
 

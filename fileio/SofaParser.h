@@ -13,7 +13,7 @@
 ///
 /// The constructor reads and checks everything but the responses, and refuses counts whose answer
 /// would be larger than the limit, or whose responses the file cannot hold (NcFile::valueCount),
-/// more than 2^20 measurements, and sampling rates above 10 MHz. Throws SofaError without the
+/// more than 2^20 measurements, and sampling rates above 10 MHz. Throws DataError without the
 /// file's name.
 class SofaParser {
  public:

@@ -6,7 +6,7 @@
 #include <ctime>
 #include <utility>
 
-#include "fileio/SofaError.h"
+#include "dsp/DataError.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ class NcWriter {
  private:
   void check(int status) const {
     if (status == NC_NOERR) return;
-    throw SofaError(fmt::format("{}: cannot write: {}{}", name, nc_strerror(status),
+    throw DataError(fmt::format("{}: cannot write: {}{}", name, nc_strerror(status),
                                 status == NC_EHDFERR ? " (is there room on the disk?)" : ""));
   }
 
@@ -163,7 +163,7 @@ void requireShape(const std::string& name, const Data& data, std::size_t N, cons
   const std::size_t M = data.sourcePositions.size();
   const std::size_t R = data.receiverPositions.size();
   if (M != 0 && R != 0 && N != 0 && data.values.size() == M * R * N) return;
-  throw SofaError(
+  throw DataError(
       fmt::format("{}: {} values do not fill {} positions × {} receivers × {} {}, each 1 or more",
                   name, data.values.size(), M, R, N, what));
 }

@@ -36,12 +36,12 @@ struct SofaImpulseResponses {
 
 /// Write a GeneralTF or GeneralFIR file (AES69, netCDF-4, compressed) as the content of an output
 /// file, which stays unfinished. The reference microphone and the part of the energy are global
-/// attributes of our own, ZelkReferenceMicrophone and ZelkEnergyInFrame. Throw SofaError naming the
+/// attributes of our own, ZelkReferenceMicrophone and ZelkEnergyInFrame. Throw DataError naming the
 /// file.
 void writeSofa(Audio::OutputFile& file, const SofaTransferFunctions& data);
 void writeSofa(Audio::OutputFile& file, const SofaImpulseResponses& data);
 
-/// Writes the file and finishes it, in place of one that is there. Throws SofaError, or AudioError
+/// Writes the file and finishes it, in place of one that is there. Throws DataError, also
 /// as Audio::OutputFile does.
 void writeSofa(const std::string& path, const SofaTransferFunctions& data);
 

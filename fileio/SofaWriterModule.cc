@@ -2,8 +2,8 @@
 #include <fmt/format.h>
 
 #include "audio/OutputFile.h"
+#include "dsp/DataError.h"
 #include "fileio/LibraryFolder.h"
-#include "fileio/SofaError.h"
 #include "fileio/SofaWriter.h"
 
 namespace {
@@ -14,7 +14,7 @@ void writeByModule(const char* functionName, Audio::OutputFile& file, const Data
   using Function = void(const std::string& path, const std::string& name, const Data& data);
   void* module = dlopen(besideLibrary("libzelk-sofa-writer.so").c_str(), RTLD_NOW | RTLD_LOCAL);
   void* function = module ? dlsym(module, functionName) : nullptr;
-  if (!function) throw SofaError(fmt::format("{}: cannot write: {}", file.path(), dlerror()));
+  if (!function) throw DataError(fmt::format("{}: cannot write: {}", file.path(), dlerror()));
   reinterpret_cast<Function*>(function)(file.temporaryName(), file.path(), data);
 }
 

@@ -15,6 +15,7 @@
 #include <exception>
 #include <new>
 
+#include "dsp/DataError.h"
 #include "fileio/AnswerFile.h"
 #include "fileio/Confinement.h"
 #include "fileio/NcFile.h"
@@ -26,11 +27,11 @@ constexpr int ANSWER = 3;
 
 void answer(bool withResponses, std::size_t limit) {
   struct stat file {};
-  if (fstat(STDIN_FILENO, &file) != 0) throw SofaError("its reader did not get it");
+  if (fstat(STDIN_FILENO, &file) != 0) throw DataError("its reader did not get it");
   const auto size = static_cast<std::size_t>(file.st_size);
-  if (size == 0) throw SofaError("is not a readable netCDF file: it is empty");
+  if (size == 0) throw DataError("is not a readable netCDF file: it is empty");
   void* bytes = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, STDIN_FILENO, 0);
-  if (bytes == MAP_FAILED) throw SofaError(fmt::format("cannot be read: {}", std::strerror(errno)));
+  if (bytes == MAP_FAILED) throw DataError(fmt::format("cannot be read: {}", std::strerror(errno)));
   confine({size, limit}, ANSWER);
   // Never closed: the libraries are not to tidy up what a hostile file left them with.
   const NcFile& netcdf = *new NcFile(bytes, size, limit);

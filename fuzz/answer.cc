@@ -3,6 +3,7 @@
 #include <memory>
 #include <vector>
 
+#include "dsp/DataError.h"
 #include "fileio/SofaFile.h"
 #include "fuzz/Fuzzing.h"
 
@@ -30,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       require(file.readImpulseResponses().size() == count, "the responses are complete");
       require(file.readDelays().size() == file.measurements() * file.receivers(), "delays");
     }
-  } catch (const SofaError& error) {
+  } catch (const DataError& error) {
     require(*error.what() == 0 || isShowable(error.what()), "messages are showable");
   } catch (const std::logic_error&) {  // a head alone
   }

@@ -7,7 +7,7 @@
 #include "ObjectRef.h"
 #include "ParameterValue.h"
 #include "audio/Channels.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "fuzz/Fuzzing.h"
 
 namespace {
@@ -19,7 +19,7 @@ void selectChannels(const std::string& text, int fileChannels) {
     require(different.size() == channels.size(), "no channel comes twice");
     require(!channels.empty() && *different.begin() >= 0 && *different.rbegin() < fileChannels,
             "channels are the file's");
-  } catch (const Audio::AudioError&) {
+  } catch (const DataError&) {
   }
 }
 
@@ -31,7 +31,7 @@ void parseRanges(const std::string& text) {
       require(range.begin >= 0.0 && range.begin < range.end && std::isfinite(range.end),
               "ranges have a length");
     }
-  } catch (const Audio::AudioError&) {
+  } catch (const DataError&) {
   }
 }
 

@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "audio/AudioReader.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "fuzz/Fuzzing.h"
 
 namespace {
@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     Audio::AudioReader reader(file.path(), options);
     readAll(reader, options.nonFinite == Audio::NonFinite::Zero);
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     require(isShowable(error.what()), "messages are showable");
   }
   return 0;

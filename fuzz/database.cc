@@ -1,5 +1,6 @@
 // Raw bytes as a transfer-function file, through the confined reader: the libraries for the format
 // may do what they like with them, this process must get a database or one line of reason.
+#include "dsp/DataError.h"
 #include "fileio/CZelkFileIO.h"
 #include "fileio/SofaFile.h"
 #include "fuzz/Fuzzing.h"
@@ -17,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const ResponseSet responses(file.path());
     // At a high rate a delay may be many samples.
     if (responses.samplingRate() <= 48000) require(!responses.response(0, 0).empty(), "responses");
-  } catch (const SofaError& error) {
+  } catch (const DataError& error) {
     require(isShowable(error.what()), "messages are showable");
   }
   CZelkFileIO reader;

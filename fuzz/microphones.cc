@@ -1,6 +1,7 @@
 // Microphone positions: any text as a file, and the database of an array that was accepted.
 #include <cmath>
 
+#include "dsp/DataError.h"
 #include "fuzz/Fuzzing.h"
 #include "responses/ArrayGeometry.h"
 
@@ -17,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const auto& H : database.values) {
       require(std::isfinite(H.real()) && std::isfinite(H.imag()), "responses are finite");
     }
-  } catch (const GeometryError& error) {
+  } catch (const DataError& error) {
     require(isShowable(error.what()), "messages are showable");
   }
   return 0;

@@ -1,7 +1,7 @@
 // Scene files: any text, read and asked for the sources at many times.
 #include <cmath>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "fuzz/Fuzzing.h"
 #include "scene/Scene.h"
 
@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       require(there == crowd.active, "crowds count who is there");
       before = crowd.time;
     }
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     require(isShowable(error.what()), "messages are showable");
   }
   return 0;

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <vector>
 
+#include "dsp/DataError.h"
 #include "fuzz/Fuzzing.h"
 #include "scoring/ScoreMetrics.h"
 
@@ -68,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       check(metrics.score(references[i], i));
       require(!std::isnan(metrics.fit(estimate, i)), "fits are numbers");
     }
-  } catch (const ScoreError& error) {
+  } catch (const DataError& error) {
     require(isShowable(error.what()), "messages are showable");
   }
   return 0;

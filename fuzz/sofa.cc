@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "dsp/DataError.h"
 #include "fileio/AnswerFile.h"
 #include "fileio/CZelkFileIO.h"
 #include "fileio/SofaFile.h"
@@ -37,7 +38,7 @@ SofaFile parsed(const std::string& path) {
   const int memory = memfd_create("answer", 0);
   try {
     writeAnswer(memory, SofaParser(netcdf, LIMIT), true);
-  } catch (const SofaError&) {
+  } catch (const DataError&) {
     close(memory);
     throw;
   }
@@ -87,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     read(sofa);
     isRead = true;
     examine(sofa);
-  } catch (const SofaError& error) {
+  } catch (const DataError& error) {
     std::fprintf(stderr, "refused: %s\n", error.what());
     require(isShowable(error.what()), "messages are showable");
   }

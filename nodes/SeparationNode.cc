@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "dsp/DataError.h"
 #include "nodes/FrameConversion.h"
 #include "nodes/NodeReports.h"
 #include "nodes/TransferFunctionLoader.h"
@@ -50,7 +51,7 @@ BF::TransformFunctionDatabase SeparationNode::loadDatabase(int sourceLine) {
     BF::TransformFunctionDatabase database = loadTransferFunctions(tfConjFilename);
     warnOfOtherBins(*this, spec.type, tfConjFilename, database, length / 2 + 1);
     return database;
-  } catch (const TransferFunctionFileError& error) {
+  } catch (const DataError& error) {
     fail(error.what(), sourceLine);
   }
 }

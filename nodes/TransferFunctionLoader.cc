@@ -1,6 +1,7 @@
 #include "nodes/TransferFunctionLoader.h"
 
 #include "CZelkFileIO.h"
+#include "dsp/DataError.h"
 
 namespace {
 
@@ -46,14 +47,14 @@ BF::TransformFunctionDatabase loadTransferFunctions(const std::string& path) {
   CZelkFileIO reader;
   PARNIX_TFDBFileHeader header{};
   if (!reader.ReadHeader(path.c_str(), &header)) {
-    throw TransferFunctionFileError("Failed to open TF data file <" + path + ">.");
+    throw DataError("Failed to open TF data file <" + path + ">.");
   }
   FileDatabase file(header.sources, header.microphones, header.bins);
   PARNIX_TFDatabase& records = file.records;
   if (!reader.ReadInfo(path.c_str(), &header, &records.sources, &records.microphones, &records.bins,
                        true) ||
       !reader.ReadData(path.c_str(), &records.transferFunctions)) {
-    throw TransferFunctionFileError("Failed to read TF data file <" + path + ">.");
+    throw DataError("Failed to read TF data file <" + path + ">.");
   }
   return converted(records);
 }

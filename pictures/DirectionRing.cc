@@ -9,6 +9,8 @@
 #include <numbers>
 #include <tuple>
 
+#include "dsp/DataError.h"
+
 namespace {
 
 constexpr std::size_t MAX_POSITIONS = 12;
@@ -59,7 +61,7 @@ DirectionRing DirectionRing::of(const BF::TransformFunctionDatabase& database, d
                                 double distance) {
   std::vector<Bearing> all;
   for (const BF::SourceLocation& place : database.sourceLocations) all.push_back(bearingOf(place));
-  if (all.empty()) throw RingError("found no directions, expected 3 or more");
+  if (all.empty()) throw DataError("found no directions, expected 3 or more");
   const double nearest =
       std::min_element(all.begin(), all.end(), [&](auto& a, auto& b) {
         return std::abs(a.elevation - elevation) < std::abs(b.elevation - elevation);
@@ -70,7 +72,7 @@ DirectionRing DirectionRing::of(const BF::TransformFunctionDatabase& database, d
     if (ring.positions.size() >= MAX_POSITIONS) break;
   }
   if (ring.positions.size() < MIN_POSITIONS) {
-    throw RingError(fmt::format(
+    throw DataError(fmt::format(
         "found {} of {} directions near elevation {:.1f}, which is the nearest to {:.1f} degrees, "
         "expected {} or more",
         ring.positions.size(), all.size(), nearest, elevation, MIN_POSITIONS));

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -16,13 +15,6 @@ struct Bearing {
 
 Bearing bearingOf(const BF::Location& place);
 
-/// A database has no ring of directions; what() says at which elevation, what was found and what
-/// was expected.
-class RingError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
 /// The positions of a database that stand around the array at one elevation, by azimuth, one for
 /// each azimuth.
 struct DirectionRing {
@@ -32,7 +24,7 @@ struct DirectionRing {
   /// The ring nearest to an elevation (degrees), of the distances nearest to the one given
   /// (metres). Directions count to it that differ by half a degree in elevation; with fewer than
   /// 12 of them, as in databases of scattered directions, those that differ by up to 2.5 or 5.
-  /// Throws RingError when even then they are fewer than 3.
+  /// Throws DataError when even then they are fewer than 3.
   static DirectionRing of(const BF::TransformFunctionDatabase& database, double elevation,
                           double distance);
 

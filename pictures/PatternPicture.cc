@@ -6,7 +6,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "pictures/PlotError.h"
+#include "dsp/DataError.h"
 
 namespace {
 
@@ -189,7 +189,7 @@ struct Layout {
         height(static_cast<int>(
             legendTop + LEGEND_LINE * std::ceil(1.0 * legendEntries / legendColumns) + 10.0)) {
     if (radius >= MIN_RADIUS) return;
-    throw PlotError(
+    throw DataError(
         fmt::format("--width is {}, expected {} pixels or more for {} diagrams side by side", width,
                     inRow * 2.0 * (MIN_RADIUS + SIDE), inRow));
   }

@@ -25,7 +25,7 @@ struct PatternPicture {
   std::vector<Source> sources;
   std::vector<Panel> panels;
 
-  /// The panels as polar diagrams seen from above, front up and left at the left. Throws PlotError
+  /// The panels as polar diagrams seen from above, front up and left at the left. Throws DataError
   /// when the width in pixels is too small for them.
   Drawing drawn(int width) const;
 };

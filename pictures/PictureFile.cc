@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "audio/OutputFile.h"
-#include "pictures/PlotError.h"
+#include "dsp/DataError.h"
 #include "pictures/PngBytes.h"
 
 namespace {
@@ -26,7 +26,7 @@ void require(bool success, GError* error) {
   if (success) return;
   const std::string reason = error ? error->message : "unknown error";
   g_clear_error(&error);
-  throw PlotError("the picture cannot be rendered: " + reason);
+  throw DataError("the picture cannot be rendered: " + reason);
 }
 
 }  // namespace

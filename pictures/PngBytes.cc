@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "pictures/PlotError.h"
+#include "dsp/DataError.h"
 
 std::string pngBytes(cairo_surface_t* surface) {
   std::string bytes;
@@ -12,7 +12,7 @@ std::string pngBytes(cairo_surface_t* surface) {
   };
   const cairo_status_t status = cairo_surface_write_to_png_stream(surface, append, &bytes);
   if (status != CAIRO_STATUS_SUCCESS) {
-    throw PlotError(fmt::format(
+    throw DataError(fmt::format(
         "a PNG image of {} × {} points cannot be made: {}", cairo_image_surface_get_width(surface),
         cairo_image_surface_get_height(surface), cairo_status_to_string(status)));
   }

@@ -4,5 +4,5 @@
 
 #include <string>
 
-/// The bytes of a PNG file of an image surface. Throws PlotError.
+/// The bytes of a PNG file of an image surface. Throws DataError.
 std::string pngBytes(cairo_surface_t* surface);

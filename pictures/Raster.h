@@ -15,7 +15,7 @@ class Raster {
 
   Colour& at(std::size_t column, std::size_t row) { return points[row * columns + column]; }
 
-  /// The image as the bytes of a PNG file. Throws PlotError when it is too large for one.
+  /// The image as the bytes of a PNG file. Throws DataError when it is too large for one.
   std::string png() const;
 
  private:

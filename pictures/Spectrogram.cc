@@ -7,7 +7,7 @@
 #include "audio/AudioReader.h"
 #include "audio/Channels.h"
 #include "audio/FrameReader.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "dsp/Window.h"
 #include "pictures/LevelColumns.h"
 
@@ -61,7 +61,7 @@ std::vector<Spectrogram> readSpectrograms(const std::string& path, const std::st
       columns[c].add(reader.spectra().data() + c * bins);
   }
   if (samples == 0) {
-    throw Audio::AudioError(path + ": holds no samples, expected one at least");
+    throw DataError(path + ": holds no samples, expected one at least");
   }
   std::vector<Spectrogram> result;
   for (std::size_t c = 0; c < columns.size(); ++c) {

@@ -27,7 +27,7 @@ struct Spectrogram {
 };
 
 /// Reads a file; channels as "1-4,7", empty for all; a file that has only one gives that one.
-/// Throws AudioError when the file cannot be read, lacks a channel or holds no samples. Warnings
+/// Throws DataError when the file cannot be read, lacks a channel or holds no samples. Warnings
 /// about the file go to standard error.
 std::vector<Spectrogram> readSpectrograms(const std::string& path, const std::string& channels,
                                           const SpectrogramFrames& frames);

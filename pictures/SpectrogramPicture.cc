@@ -6,7 +6,7 @@
 #include <cmath>
 #include <limits>
 
-#include "pictures/PlotError.h"
+#include "dsp/DataError.h"
 #include "pictures/Ticks.h"
 
 namespace {
@@ -135,14 +135,14 @@ void drawScale(Drawing& drawing, const Frame& frame, const Axes& axes) {
 /// The panels' height, from the picture's or the usual one.
 double panelHeight(std::size_t panels, const SpectrogramStyle& style) {
   if (style.width < MIN_WIDTH) {
-    throw PlotError(
+    throw DataError(
         fmt::format("--width is {}, expected {} pixels or more", style.width, MIN_WIDTH));
   }
   if (style.height == 0) return USUAL_PANEL;
   const auto count = static_cast<double>(panels);
   const double height = (style.height - BOTTOM) / count - TITLE;
   if (height < MIN_PANEL) {
-    throw PlotError(fmt::format("--height is {}, expected {} pixels or more for {} panels",
+    throw DataError(fmt::format("--height is {}, expected {} pixels or more for {} panels",
                                 style.height, count * (MIN_PANEL + TITLE) + BOTTOM, panels));
   }
   return height;

@@ -13,6 +13,6 @@ struct SpectrogramStyle {
 };
 
 /// Spectrograms one below the other with the same axes and the same scale of colours. Throws
-/// PlotError when they do not fit into the size asked for.
+/// DataError when they do not fit into the size asked for.
 Drawing spectrogramPicture(const std::vector<Spectrogram>& spectrograms,
                            const SpectrogramStyle& style);

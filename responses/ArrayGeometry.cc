@@ -7,6 +7,7 @@
 #include <complex>
 #include <numbers>
 
+#include "dsp/DataError.h"
 #include "responses/DelayCheck.h"
 
 namespace {
@@ -33,13 +34,13 @@ Position centreOf(const Positions& microphones) {
 
 void requireLength(const char* option, double length, double longest) {
   if (length > 0.0 && length <= longest) return;  // false for NaN too
-  throw GeometryError(
+  throw DataError(
       fmt::format("{} is {} m, expected above 0 and up to {} m", option, length, longest));
 }
 
 void requireCount(const char* option, int count) {
   if (count >= 1 && count <= MAX_MICROPHONES) return;
-  throw GeometryError(
+  throw DataError(
       fmt::format("{} is {}, expected 1 to {} microphones", option, count, MAX_MICROPHONES));
 }
 
@@ -51,7 +52,7 @@ void requireCompact(const Positions& microphones, const Position& centre, const 
   for (std::size_t m = 0; m < microphones.size(); ++m) {
     const double away = distance(microphones[m], centre);
     if (away < reach) continue;
-    throw GeometryError(fmt::format(
+    throw DataError(fmt::format(
         "microphone {} at {} m is {:.3g} m away from the array's centre, expected less than "
         "{:.3g} m, the way of sound in half a frame of {} samples at {} Hz",
         m, text(microphones[m]), away, reach, frame.length, frame.rate));
@@ -82,14 +83,14 @@ Positions linearArray(int count, double spacing) {
 
 Positions gridPositions(const DirectionGrid& grid) {
   if (!(grid.azimuthStep > 0.0 && grid.azimuthStep <= 360.0)) {
-    throw GeometryError(fmt::format("--azimuth-step is {}, expected above 0 and up to 360 degrees",
-                                    grid.azimuthStep));
+    throw DataError(fmt::format("--azimuth-step is {}, expected above 0 and up to 360 degrees",
+                                grid.azimuthStep));
   }
   const double perTurn = std::ceil(360.0 / grid.azimuthStep - 1e-9);
   const double all = perTurn * static_cast<double>(grid.elevations.size()) *
                      static_cast<double>(grid.distances.size());
   if (all > MAX_POSITIONS) {
-    throw GeometryError(fmt::format(
+    throw DataError(fmt::format(
         "--azimuth-step {} with {} elevations and {} distances makes {:.0f} positions, expected at "
         "most {:.0f}",
         grid.azimuthStep, grid.elevations.size(), grid.distances.size(), all, MAX_POSITIONS));
@@ -99,7 +100,7 @@ Positions gridPositions(const DirectionGrid& grid) {
     requireLength("--distances", metres, MAX_DISTANCE);
     for (const double elevation : grid.elevations) {
       if (!(std::abs(elevation) <= 90.0)) {
-        throw GeometryError(
+        throw DataError(
             fmt::format("--elevations holds {}, expected -90 to 90 degrees", elevation));
       }
       const bool pole = std::abs(elevation) == 90.0;
@@ -131,7 +132,7 @@ SofaTransferFunctions freeFieldResponses(const Positions& microphones, const Pos
     for (std::size_t m = 0; m < microphones.size(); ++m) {
       const double away = distance(source, microphones[m]);
       if (std::min(away, toCentre) < CLOSEST) {
-        throw GeometryError(fmt::format(
+        throw DataError(fmt::format(
             "the source at {} m is {:.2g} m away from {}, expected {} m or more (--distances)",
             text(source), std::min(away, toCentre),
             away < CLOSEST ? fmt::format("microphone {}", m) : "the array's centre", CLOSEST));

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -10,12 +9,6 @@
 
 /// Positions in metres: x forward, y left, z up.
 using Positions = std::vector<std::array<double, 3>>;
-
-/// An array or a grid cannot be used; what() names the file or option, what was found and expected.
-class GeometryError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// `count` microphones on a horizontal circle around the origin: the first in front, the others
 /// counter-clockwise (to the left). `count` must be 1 or more, the radius above 0.
@@ -35,7 +28,7 @@ struct DirectionGrid {
 };
 
 /// The grid's points: azimuths fastest, then elevations, then distances. At an elevation of ±90
-/// there is one point. Throws GeometryError naming the option.
+/// there is one point. Throws DataError naming the option.
 Positions gridPositions(const DirectionGrid& grid);
 
 /// Transfer functions of spherical waves in a free field to every microphone m, from a source at
@@ -44,7 +37,7 @@ Positions gridPositions(const DirectionGrid& grid);
 ///   H(k) = d(0) / d(m) · e^(−j2πf(k)(d(m) − d(0)) / c), with c = 343 m/s
 ///
 /// Microphones on the near side hear the sound before the centre does: no common delay is added.
-/// Throws GeometryError if a source is within 1 cm of a microphone or of the centre, or the array
+/// Throws DataError if a source is within 1 cm of a microphone or of the centre, or the array
 /// is so wide that delays reach half a frame.
 SofaTransferFunctions freeFieldResponses(const Positions& microphones, const Positions& sources,
                                          const FrameShape& frame);

@@ -7,17 +7,18 @@
 #include <utility>
 #include <vector>
 
+#include "dsp/DataError.h"
 #include "responses/Places.h"
 
 void requireDatabase(const SofaFile& file) {
   if (!file.isTransferFunctions()) {
-    throw SofaError(
+    throw DataError(
         fmt::format("{}: holds impulse responses, expected transfer functions (make them with: "
                     "zelk-sss tfdb import)",
                     file.path()));
   }
   if (file.samplingRate() < 1.0) {
-    throw SofaError(
+    throw DataError(
         fmt::format("{}: the sampling rate, twice the last of the {} frequencies, is {} Hz, "
                     "expected 1 Hz or more",
                     file.path(), file.length(), file.samplingRate()));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <complex>
 
+#include "dsp/DataError.h"
 #include "dsp/RealFft.h"
 
 namespace {
@@ -16,7 +17,7 @@ constexpr std::size_t RELATIVE_AHEAD_DIVISOR = 2;  // of responses relative to a
 void transformBack(const SofaFile& file, MeasuredResponses& responses) {
   const std::size_t bins = file.length();
   if (bins < 2) {
-    throw SofaError(
+    throw DataError(
         fmt::format("{}: Data.Real has {} frequency, expected 2 or more to get responses in time",
                     file.path(), bins));
   }

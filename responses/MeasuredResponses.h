@@ -25,5 +25,5 @@ struct MeasuredResponses {
 /// Reads the responses of a file of either data type. Transfer functions of N frequencies become
 /// 2 · (N − 1) samples; the last eighth of these counts as the time before 0, where an inverse
 /// transform leaves what rings ahead of an early onset, or the last half if they are relative to a
-/// microphone. Throws SofaError.
+/// microphone. Throws DataError.
 MeasuredResponses readMeasuredResponses(const SofaFile& file);

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "audio/FileText.h"
+#include "dsp/DataError.h"
 #include "responses/ArrayGeometry.h"
 #include "scene/Json.h"
 
@@ -23,21 +24,22 @@ constexpr double MAX_COORDINATE = 100.0;  // metres
 std::string readText(const std::string& path) {
   std::error_code error;
   if (!std::filesystem::is_regular_file(path, error)) {
-    throw GeometryError(fmt::format("{}: is no file, expected microphone positions in JSON", path));
+    throw DataError(fmt::format("{}: is no file, expected microphone positions in JSON", path));
   }
   const std::uintmax_t size = std::filesystem::file_size(path, error);
   if (error || size > MAX_FILE) {
-    throw GeometryError(fmt::format("{}: has {} bytes, expected at most {}", path, size, MAX_FILE));
+    throw DataError(fmt::format("{}: has {} bytes, expected at most {}", path, size, MAX_FILE));
   }
   return Audio::fileText(path);
 }
 
 json parse(const std::string& path) {
+  const std::string text = readText(path);
   try {
-    return Audio::parseJson(readText(path));
-  } catch (const Audio::JsonError& error) {
-    throw GeometryError(fmt::format("{}: {}, expected {}", path, error.what(),
-                                    "{\"microphones\": [[x, y, z], …]}"));
+    return Audio::parseJson(text);
+  } catch (const DataError& error) {
+    throw DataError(fmt::format("{}: {}, expected {}", path, error.what(),
+                                "{\"microphones\": [[x, y, z], …]}"));
   }
 }
 
@@ -47,7 +49,7 @@ std::array<double, 3> readPosition(const std::string& path, std::size_t index, c
         return x.is_number() && std::abs(x.get<double>()) <= MAX_COORDINATE;
       });
   if (!valid) {
-    throw GeometryError(
+    throw DataError(
         fmt::format("{}: /microphones/{}: found {}, expected [x, y, z] in metres, each within ±{}",
                     path, index, quotedJson(row), MAX_COORDINATE));
   }
@@ -59,13 +61,13 @@ std::array<double, 3> readPosition(const std::string& path, std::size_t index, c
 Positions readMicrophones(const std::string& path) {
   const json document = parse(path);
   if (!document.is_object() || document.size() != 1 || !document.contains("microphones")) {
-    throw GeometryError(
+    throw DataError(
         fmt::format("{}: found {}, expected an object with the key \"microphones\" and no other",
                     path, quotedJson(document)));
   }
   const json& rows = document.at("microphones");
   if (!rows.is_array() || rows.empty() || rows.size() > MAX_MICROPHONES) {
-    throw GeometryError(
+    throw DataError(
         fmt::format("{}: /microphones: found {}, expected a list of 1 to {} positions", path,
                     rows.is_array() ? fmt::format("{} elements", rows.size()) : quotedJson(rows),
                     MAX_MICROPHONES));
@@ -75,7 +77,7 @@ Positions readMicrophones(const std::string& path) {
     const auto position = readPosition(path, i, rows[i]);
     const auto same = std::find(microphones.begin(), microphones.end(), position);
     if (same != microphones.end()) {
-      throw GeometryError(fmt::format(
+      throw DataError(fmt::format(
           "{}: /microphones/{}: found {}, the place of /microphones/{}, expected different places",
           path, i, quotedJson(rows[i]), same - microphones.begin()));
     }

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "dsp/DataError.h"
 #include "fileio/NcFile.h"
 
 namespace {
@@ -56,7 +57,7 @@ void makeRelative(SofaTransferFunctions& data, int reference) {
   const std::size_t R = data.receiverPositions.size();
   const std::size_t N = data.frequencies;
   if (reference < 1 || static_cast<std::size_t>(reference) > R) {
-    throw SofaError(fmt::format("--reference-mic is {}, expected none or 1 to {}, the microphones",
+    throw DataError(fmt::format("--reference-mic is {}, expected none or 1 to {}, the microphones",
                                 reference, R));
   }
   const double perFrequency =

@@ -25,5 +25,5 @@
 /// does, and because a response that is undone rings to both sides. Transforms are periodic in the
 /// frame: what lies before time 0 stands at the frame's end, up to half of it.
 ///
-/// Throws SofaError "--reference-mic …" unless there is such a microphone.
+/// Throws DataError "--reference-mic …" unless there is such a microphone.
 void makeRelative(SofaTransferFunctions& data, int reference);

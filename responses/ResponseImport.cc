@@ -9,6 +9,7 @@
 #include <numbers>
 #include <optional>
 
+#include "dsp/DataError.h"
 #include "dsp/RealFft.h"
 
 namespace {
@@ -159,7 +160,7 @@ class Importer {
 void Importer::findStart() {
   const double onset = earliestOnset(responses);
   if (std::isnan(onset)) {
-    throw SofaError(fmt::format("{}: all responses are 0, expected some sound", path));
+    throw DataError(fmt::format("{}: all responses are 0, expected some sound", path));
   }
   lead = std::min(LEAD, frame.length / LEADS_PER_FRAME) * responses.rate / frame.rate;
   // A whole number: then whole delays stay whole.
@@ -254,7 +255,7 @@ void Importer::reportLosses(double all, double lost) {
   const std::string shape = fmt::format("a frame of {} samples ({:.1f} ms)", frame.length,
                                         1000.0 * frame.length / frame.rate);
   if (report.worstLoss > UNUSABLE_LOSS) {
-    throw SofaError(fmt::format(
+    throw DataError(fmt::format(
         "{}: the response of {} lies outside {} that starts at {:.2f} ms, expected responses and "
         "Data.Delay within one frame (a longer --length?)",
         path, place, shape, 1000.0 * report.removedDelay));
@@ -275,7 +276,7 @@ void Importer::requireFinite(const std::vector<std::complex<float>>& H) const {
   });
   if (bad == H.end()) return;
   const std::size_t row = static_cast<std::size_t>(bad - H.begin()) / binsOf(frame);
-  throw SofaError(fmt::format(
+  throw DataError(fmt::format(
       "{}: the transfer function of position {}, microphone {} is {} somewhere, expected responses "
       "of less than {:.2g}",
       path, row / responses.receivers, row % responses.receivers, std::abs(*bad),
@@ -349,15 +350,15 @@ double decibels(double energyRatio) { return 10.0 * std::log10(std::max(0.0, ene
 
 void checkFrame(const std::string& what, const FrameShape& frame, std::size_t responses) {
   if (frame.rate < 1 || frame.rate > MAX_RATE) {
-    throw SofaError(
+    throw DataError(
         fmt::format("{}: --rate is {}, expected 1 to {} Hz", what, frame.rate, MAX_RATE));
   }
   if (frame.length < MIN_LENGTH || frame.length > MAX_LENGTH || frame.length % 2 != 0) {
-    throw SofaError(fmt::format("{}: --length is {}, expected an even number from {} to {}", what,
+    throw DataError(fmt::format("{}: --length is {}, expected an even number from {} to {}", what,
                                 frame.length, MIN_LENGTH, MAX_LENGTH));
   }
   if (responses > MAX_VALUES / binsOf(frame)) {
-    throw SofaError(fmt::format(
+    throw DataError(fmt::format(
         "{}: {} responses of {} frequencies (--length {}) are {} values, expected at most {}", what,
         responses, binsOf(frame), frame.length, responses * binsOf(frame), MAX_VALUES));
   }

@@ -18,7 +18,7 @@ inline std::size_t binsOf(const FrameShape& frame) {
   return static_cast<std::size_t>(frame.length) / 2 + 1;
 }
 
-/// Throws SofaError "<what>: …" unless the rate is 1 … 1 000 000 Hz, the length even and 16 … 65536
+/// Throws DataError "<what>: …" unless the rate is 1 … 1 000 000 Hz, the length even and 16 … 65536
 /// samples, and `responses` (positions times microphones) times the bins can be written.
 void checkFrame(const std::string& what, const FrameShape& frame, std::size_t responses);
 
@@ -51,7 +51,7 @@ struct ImportReport {
 /// the least power of two, from 20 ms to 600 ms, that holds 99 % of the energy of all responses,
 /// or the largest of these.
 ///
-/// The report is replaced. Throws SofaError naming the file.
+/// The report is replaced. Throws DataError naming the file.
 SofaTransferFunctions importResponses(const SofaFile& file, FrameShape frame, ImportReport& report);
 
 /// The longest frame of at most so many seconds whose length is a fast one for the transform: even,

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "dsp/DataError.h"
 #include "dsp/RealFft.h"
 #include "responses/Places.h"
 
@@ -44,7 +45,7 @@ ResponseSet::ResponseSet(const std::string& path, const Reverberation& roomTail)
     : file(path), places(file), tail(roomTail) {
   rate = static_cast<int>(std::lround(file.samplingRate()));
   if (rate < 1 || std::abs(file.samplingRate() - rate) > 1e-3) {
-    throw SofaError(fmt::format("{}: the sampling rate is {} Hz, expected a whole number", path,
+    throw DataError(fmt::format("{}: the sampling rate is {} Hz, expected a whole number", path,
                                 file.samplingRate()));
   }
   if (file.isTransferFunctions()) {
@@ -58,7 +59,7 @@ ResponseSet::ResponseSet(const std::string& path, const Reverberation& roomTail)
 void ResponseSet::readTransferFunctions() {
   const std::size_t N = file.length();
   if (N < 2) {
-    throw SofaError(fmt::format("{}: N is {}, expected two frequencies at least", path(), N));
+    throw DataError(fmt::format("{}: N is {}, expected two frequencies at least", path(), N));
   }
   const std::vector<std::complex<float>> H = file.readTransferFunctions();
   const std::size_t count = file.measurements() * file.receivers();
@@ -94,7 +95,7 @@ void ResponseSet::readImpulseResponses() {
   delays = file.readDelays();
   for (const double delay : delays) {
     if (delay < 0.0 || delay > MAX_DELAY * rate) {
-      throw SofaError(fmt::format("{}: Data.Delay holds {}, expected 0 to {} samples ({} s)",
+      throw DataError(fmt::format("{}: Data.Delay holds {}, expected 0 to {} samples ({} s)",
                                   path(), delay, MAX_DELAY * rate, MAX_DELAY));
     }
   }

@@ -15,7 +15,7 @@
 /// microphones.
 class ResponseSet : public Responses {
  public:
-  /// Reads the file; every response gets the reverberation's tail. Throws SofaError.
+  /// Reads the file; every response gets the reverberation's tail. Throws DataError.
   explicit ResponseSet(const std::string& path, const Reverberation& roomTail = {});
 
   const std::string& path() const { return file.path(); }

@@ -17,7 +17,7 @@ std::string infoText(const SofaFile& file);
 std::vector<std::string> findingsOf(const SofaTransferFunctions& data);
 
 /// Reads and examines a whole file: its info, findings and a last line saying what it can be used
-/// for. Impulse responses are examined in a frame of up to 4096 samples. Throws SofaError if it
+/// for. Impulse responses are examined in a frame of up to 4096 samples. Throws DataError if it
 /// cannot be used at all.
 std::string checkText(const SofaFile& file);
 

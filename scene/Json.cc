@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "dsp/DataError.h"
+
 namespace Audio {
 
 namespace {
@@ -63,7 +65,7 @@ class DocumentGuard : public nlohmann::json_sax<json> {
     Level& level = levels.back();
     level.key = name;
     if (level.keys.insert(name).second) return true;
-    throw JsonError(
+    throw DataError(
         fmt::format("{}: found the key {} twice, expected it once", place(), quotedJson(name)));
   }
 
@@ -83,7 +85,7 @@ class DocumentGuard : public nlohmann::json_sax<json> {
   bool begin(bool isArray) {
     element();
     if (levels.size() >= MAX_DEPTH) {
-      throw JsonError(fmt::format("is nested deeper than {} levels", MAX_DEPTH));
+      throw DataError(fmt::format("is nested deeper than {} levels", MAX_DEPTH));
     }
     levels.push_back({isArray, 0, {}, {}});
     return true;
@@ -117,7 +119,7 @@ json parseJson(const std::string& text) {
   try {
     return json::parse(text);
   } catch (const json::exception& error) {
-    throw JsonError("is no valid JSON: " + reasonOf(error));
+    throw DataError("is no valid JSON: " + reasonOf(error));
   }
 }
 

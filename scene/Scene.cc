@@ -8,7 +8,7 @@
 #include <map>
 #include <numbers>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -102,11 +102,11 @@ void Scene::requireFewAtOnce(const std::string& name, bool inactiveAsNoise) cons
       all.begin(), all.end(),
       [](const SceneCrowd& a, const SceneCrowd& b) { return a.active < b.active; });
   if (fullest.active > MAX_AT_ONCE) {
-    throw AudioError(fmt::format("{}: {} sources are active at {:g} s, expected {} at most", name,
-                                 fullest.active, fullest.time, MAX_AT_ONCE));
+    throw DataError(fmt::format("{}: {} sources are active at {:g} s, expected {} at most", name,
+                                fullest.active, fullest.time, MAX_AT_ONCE));
   }
   if (inactiveAsNoise && targets.size() > MAX_AT_ONCE) {
-    throw AudioError(
+    throw DataError(
         fmt::format("{}: has {} sources, all of which count as noise while they are silent, "
                     "expected {} at most",
                     name, targets.size(), MAX_AT_ONCE));

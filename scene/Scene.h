@@ -75,7 +75,7 @@ class Scene {
   static constexpr std::size_t MAX_AT_ONCE = 256;
   static constexpr std::size_t MAX_FILE_SIZE = std::size_t{64} << 20;  ///< bytes
 
-  /// Reads a scene file. Throws AudioError naming the file, the place in it (such as
+  /// Reads a scene file. Throws DataError naming the file, the place in it (such as
   /// /sources/0/azimuth), what stands there and what was expected.
   static Scene read(const std::string& path);
 
@@ -96,7 +96,7 @@ class Scene {
   /// at which that changes, in order.
   std::vector<SceneCrowd> crowds() const;
 
-  /// Throws AudioError, naming the file, when more than MAX_AT_ONCE sources are listed at a time:
+  /// Throws DataError, naming the file, when more than MAX_AT_ONCE sources are listed at a time:
   /// those that are active and, with inactiveAsNoise, all other targets.
   void requireFewAtOnce(const std::string& name, bool inactiveAsNoise) const;
 

@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "audio/FileText.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "scene/Json.h"
 #include "scene/Scene.h"
 
@@ -39,8 +39,8 @@ class Place {
   Place at(std::size_t i) const { return {*file, fmt::format("{}/{}", path, i), value->at(i)}; }
 
   [[noreturn]] void refuse(const std::string& found, const std::string& expected) const {
-    throw AudioError(fmt::format("{}: {}: found {}, expected {}", *file, path.empty() ? "/" : path,
-                                 found, expected));
+    throw DataError(fmt::format("{}: {}: found {}, expected {}", *file, path.empty() ? "/" : path,
+                                found, expected));
   }
   [[noreturn]] void refuse(const std::string& expected) const {
     refuse(quotedJson(*value), expected);
@@ -216,8 +216,8 @@ std::vector<SceneSource> parseSources(const Place& place, std::map<int, std::str
 json parseDocument(const std::string& text, const std::string& name) {
   try {
     return parseJson(text);
-  } catch (const JsonError& error) {
-    throw AudioError(fmt::format("{}: {}", name, error.what()));
+  } catch (const DataError& error) {
+    throw DataError(fmt::format("{}: {}", name, error.what()));
   }
 }
 

@@ -8,6 +8,8 @@
 #include <numeric>
 #include <utility>
 
+#include "dsp/DataError.h"
+
 namespace {
 
 // A reference of which less than this share (−60 dB) is its own cannot be told from the others.
@@ -50,11 +52,11 @@ Signal nearestMultiple(const Signal& direction, const Signal& x) {
 
 ScoreMetrics::ScoreMetrics(std::vector<NamedSignal> referenceSignals, int filterTaps)
     : references(std::move(referenceSignals)) {
-  if (references.empty()) throw ScoreError("there are no references, expected one per source");
+  if (references.empty()) throw DataError("there are no references, expected one per source");
   std::vector<const ReferenceSubspace::Signal*> signals;
   for (const NamedSignal& reference : references) {
     if (energy(reference.samples) == 0.0) {
-      throw ScoreError(fmt::format(
+      throw DataError(fmt::format(
           "{}: the reference is silent over the compared length of {} samples, expected a signal",
           reference.name, reference.samples.size()));
     }
@@ -64,7 +66,7 @@ ScoreMetrics::ScoreMetrics(std::vector<NamedSignal> referenceSignals, int filter
   // Filters of so many taps make any signal of that length.
   const std::size_t others = (references.size() - 1) * static_cast<std::size_t>(filterTaps);
   if (others > 0 && references.front().samples.size() <= others + 1) {
-    throw ScoreError(fmt::format(
+    throw DataError(fmt::format(
         "{}: {} samples are too few to tell {} references apart with filters of {} taps, expected "
         "more than {} samples, or fewer taps",
         references.front().name, references.front().samples.size(), references.size(), filterTaps,
@@ -73,7 +75,7 @@ ScoreMetrics::ScoreMetrics(std::vector<NamedSignal> referenceSignals, int filter
   all = std::make_unique<ReferenceSubspace>(signals, filterTaps);
   for (std::size_t i = 0; i < references.size(); ++i) {
     if (all->ownShare(i) > MIN_OWN_SHARE) continue;
-    throw ScoreError(fmt::format(
+    throw DataError(fmt::format(
         "{}: the reference is {} of those before it (less than -60 dB of it differs), expected "
         "references that are linearly independent",
         references[i].name,
@@ -115,7 +117,7 @@ double ScoreMetrics::fit(const NamedSignal& estimate, std::size_t source) const 
 
 const Signal& ScoreMetrics::checked(const NamedSignal& estimate) {
   if (energy(estimate.samples) > 0.0) return estimate.samples;
-  throw ScoreError(fmt::format(
+  throw DataError(fmt::format(
       "{}: the signal is silent over the compared length of {} samples, expected one to score",
       estimate.name, estimate.samples.size()));
 }

@@ -2,17 +2,10 @@
 
 #include <cstddef>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "scoring/ReferenceSubspace.h"
-
-/// Signals cannot be scored; what() names the signal, what was found and what was expected.
-class ScoreError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// How well a source was separated, in dB, each from −∞ to ∞.
 struct SourceScore {
@@ -31,13 +24,13 @@ struct NamedSignal {
 class ScoreMetrics {
  public:
   /// One reference per source, all of one length; filterTaps ≥ 1 is the length of the filter that
-  /// an estimate may have been through without loss. Throws ScoreError when there are no
+  /// an estimate may have been through without loss. Throws DataError when there are no
   /// references, one is silent or is made by filters of that length of those before it, or all are
   /// so short that such filters make any signal of them.
   ScoreMetrics(std::vector<NamedSignal> referenceSignals, int filterTaps);
 
   /// Scores an estimate of source `source`, of the references' length:
-  /// 10^(−SDR/10) = 10^(−SIR/10) + 10^(−SAR/10). Throws ScoreError when it is silent.
+  /// 10^(−SDR/10) = 10^(−SIR/10) + 10^(−SAR/10). Throws DataError when it is silent.
   SourceScore score(const NamedSignal& estimate, std::size_t source) const;
 
   /// The SI-SDR alone, to the regularisation's precision and sooner. Throws like score().

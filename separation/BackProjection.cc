@@ -5,14 +5,14 @@
 #include <cmath>
 #include <cstddef>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
 BackProjection::BackProjection(int binCount, double forgettingFactor)
     : bins(binCount), alpha(forgettingFactor) {
   if (!(alpha >= 0 && alpha <= 1)) {
-    throw AudioError(fmt::format("FORGETTING is {}, expected 0 to 1", alpha));
+    throw DataError(fmt::format("FORGETTING is {}, expected 0 to 1", alpha));
   }
 }
 

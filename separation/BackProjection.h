@@ -16,7 +16,7 @@ namespace Audio {
 /// absence.
 class BackProjection {
  public:
-  /// Throws AudioError unless 0 ≤ forgettingFactor ≤ 1.
+  /// Throws DataError unless 0 ≤ forgettingFactor ≤ 1.
   BackProjection(int binCount, double forgettingFactor);
 
   /// One frame of one source; reference, spectrum and projected have bins values each, and

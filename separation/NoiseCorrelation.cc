@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstddef>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -23,7 +23,7 @@ bool allFinite(const std::complex<float>* values, std::size_t count) {
 NoiseCorrelation::NoiseCorrelation(int microphoneCount, int binCount, double forgettingFactor)
     : M(microphoneCount), K(binCount), forgetting(forgettingFactor) {
   if (!(forgetting >= 0 && forgetting <= 1)) {
-    throw AudioError(fmt::format("FORGETTING is {}, expected 0 to 1", forgetting));
+    throw DataError(fmt::format("FORGETTING is {}, expected 0 to 1", forgetting));
   }
   R.resize(static_cast<std::size_t>(K) * static_cast<std::size_t>(M) * static_cast<std::size_t>(M));
 }

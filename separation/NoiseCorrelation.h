@@ -13,7 +13,7 @@ namespace Audio {
 /// the plain mean at first, and always with forgetting = 1; a running mean later.
 class NoiseCorrelation {
  public:
-  /// Throws AudioError unless 0 ≤ forgettingFactor ≤ 1.
+  /// Throws DataError unless 0 ≤ forgettingFactor ≤ 1.
   NoiseCorrelation(int microphoneCount, int binCount, double forgettingFactor);
 
   int microphones() const { return M; }

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace Audio {
 
@@ -22,9 +22,9 @@ NoiseCorrelation noiseOfFile(FrameReader& reader, const std::vector<TimeRange>& 
     if (isWanted) noise.add(reader.spectra().data());
   }
   if (noise.frames() == 0) {
-    throw AudioError(fmt::format("{}: no whole frame of {} samples ({:.4f} s) lies in {}",
-                                 reader.file().path(), reader.length(), reader.length() / rate,
-                                 ranges.empty() ? "the file" : "one of the RANGES"));
+    throw DataError(fmt::format("{}: no whole frame of {} samples ({:.4f} s) lies in {}",
+                                reader.file().path(), reader.length(), reader.length() / rate,
+                                ranges.empty() ? "the file" : "one of the RANGES"));
   }
   return noise;
 }

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "dsp/FrameAnalyzer.h"
 #include "dsp/FrameLayout.h"
 #include "dsp/Window.h"
@@ -27,7 +27,7 @@ Audio::FrameSynthesizer makeSynthesizer(const Settings& s) {
   try {
     return {Audio::FrameLayout(s.length, s.advance), Audio::windowNamed(s.window),
             *s.undoHalfFrameShift};
-  } catch (const Audio::AudioError&) {  // the one fault that is left
+  } catch (const DataError&) {  // the one fault that is left
     throw SettingError(
         "advance", std::to_string(s.advance),
         "at most half of length = " + std::to_string(s.length) +

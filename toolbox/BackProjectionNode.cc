@@ -6,7 +6,7 @@
 #include <set>
 #include <utility>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "dsp/FrameLayout.h"
 
 const NodeSpec BackProjection::SPEC = {
@@ -44,7 +44,7 @@ BackProjection::BackProjection(std::string nodeName, const FD::ParameterSet& par
     bins = Audio::FrameLayout(length, length).bins();
     reference = intParameter("REFERENCE") - 1;
     if (reference < 0) {
-      throw Audio::AudioError(
+      throw DataError(
           fmt::format("REFERENCE is {}, expected a microphone's number from 1", reference + 1));
     }
     projection = Audio::BackProjection(bins, floatParameter("FORGETTING"));

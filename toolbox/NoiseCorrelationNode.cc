@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "separation/NoiseFile.h"
 
 const NodeSpec NoiseCorrelation::SPEC = {
@@ -63,7 +63,7 @@ NoiseCorrelation::NoiseCorrelation(std::string nodeName, const FD::ParameterSet&
   checked([&] {
     const float loading = floatParameter("LOADING");
     if (!(loading >= 0 && std::isfinite(loading))) {
-      throw Audio::AudioError(fmt::format("LOADING is {}, expected 0 or more", loading));
+      throw DataError(fmt::format("LOADING is {}, expected 0 or more", loading));
     }
     isRunning = stringParameter("MODE") == "RUNNING";
     if (isRunning) {
@@ -78,12 +78,11 @@ NoiseCorrelation::NoiseCorrelation(std::string nodeName, const FD::ParameterSet&
 Audio::NoiseCorrelation NoiseCorrelation::noiseOfFile() const {
   const std::string mode = stringParameter("MODE");
   if (mode != "RANGES" && mode != "FILE") {
-    throw Audio::AudioError(fmt::format("MODE is \"{}\", expected RANGES, FILE or RUNNING", mode));
+    throw DataError(fmt::format("MODE is \"{}\", expected RANGES, FILE or RUNNING", mode));
   }
   const std::string path = stringParameter("FILENAME");
   if (path.empty()) {
-    throw Audio::AudioError(
-        fmt::format("FILENAME is empty, expected a recording for MODE {}", mode));
+    throw DataError(fmt::format("FILENAME is empty, expected a recording for MODE {}", mode));
   }
   std::vector<Audio::TimeRange> ranges;
   if (mode == "RANGES") ranges = Audio::parseTimeRanges(stringParameter("RANGES"));

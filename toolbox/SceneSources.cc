@@ -3,7 +3,7 @@
 #include <memory>
 #include <utility>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace {
 

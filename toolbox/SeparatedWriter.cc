@@ -9,7 +9,7 @@
 #include <set>
 #include <utility>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 
 namespace {
 
@@ -104,7 +104,7 @@ void SeparatedWriter::calculate(int /*output_id*/, int count, FD::Buffer& out) {
     const FD::ObjectRef map = pull("INPUT", count);
     write(FD::object_cast<SpectrumMap>(map), count);
     out[count] = map;
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     files.reset();
     fail(error.what());
   } catch (...) {
@@ -161,7 +161,7 @@ void SeparatedWriter::stop() {
   if (!files || files->isFinished()) return;
   try {
     finish();
-  } catch (const Audio::AudioError& error) {
+  } catch (const DataError& error) {
     files.reset();
     fail(error.what());
   }

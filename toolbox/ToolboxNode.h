@@ -3,7 +3,7 @@
 #include <set>
 #include <string>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "nodes/DeclaredNode.h"
 
 /// What the nodes of the toolbox share.
@@ -11,12 +11,12 @@ class ToolboxNode : public DeclaredNode {
  protected:
   using DeclaredNode::DeclaredNode;
 
-  /// What action returns. What it throws as Audio::AudioError is thrown as new FD::NodeException.
+  /// What action returns. What it throws as DataError is thrown as new FD::NodeException.
   template <class Action>
   auto checked(Action action, int sourceLine = __builtin_LINE()) {
     try {
       return action();
-    } catch (const Audio::AudioError& error) {
+    } catch (const DataError& error) {
       fail(error.what(), sourceLine);
     }
   }

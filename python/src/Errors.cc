@@ -4,10 +4,8 @@
 #include <map>
 #include <string>
 
-#include "dsp/AudioError.h"
-#include "fileio/SofaError.h"
-#include "responses/ArrayGeometry.h"
-#include "scoring/ScoreMetrics.h"
+#include "dsp/DataError.h"
+#include "responses/Room.h"
 #include "separation/Settings.h"
 
 namespace py = pybind11;
@@ -37,8 +35,6 @@ std::string argumentFor(const std::string& field) {
 
 void raise(const py::object& error) { PyErr_SetObject(errorType.ptr(), error.ptr()); }
 
-void raiseText(const std::exception& error) { raise(errorType(error.what())); }
-
 void translate(std::exception_ptr pointer) {
   try {
     std::rethrow_exception(pointer);
@@ -46,14 +42,10 @@ void translate(std::exception_ptr pointer) {
     const std::string field = argumentFor(error.field);
     raise(errorType(field + " is " + error.actual + ", expected " + error.expected, field,
                     error.actual, error.expected));
-  } catch (const SofaError& error) {
-    raiseText(error);
-  } catch (const Audio::AudioError& error) {
-    raiseText(error);
-  } catch (const GeometryError& error) {
-    raiseText(error);
-  } catch (const ScoreError& error) {
-    raiseText(error);
+  } catch (const DataError& error) {
+    raise(errorType(error.what()));
+  } catch (const RoomError& error) {
+    raise(errorType(error.what()));
   }
 }
 

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "audio/Channels.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "gtest/gtest.h"
 #include "tests/support/AudioTesting.h"
 
@@ -68,7 +68,7 @@ TEST(ChannelTextTest, SelectsChannelsOrIsRefused) {
       {"4-2", "\"4-2\" does not fit a file whose channels are 1 to 8"},
       {"1-3,2", "channel 2 is named twice"}};
   for (const auto& [text, message] : bad) {
-    EXPECT_EQ(messageOf<Audio::AudioError>([&] { Audio::selectedChannels(text, 8); }),
+    EXPECT_EQ(messageOf<DataError>([&] { Audio::selectedChannels(text, 8); }),
               "CHANNELS is \"" + text + "\": " + message);
   }
 }
@@ -79,7 +79,7 @@ TEST(TimeRangesTest, ReadsRangesAndRefusesOthers) {
   EXPECT_EQ(ranges[0].end, 1.5);
   EXPECT_EQ(ranges[1].begin, 4.0);
   for (const char* text : {"", "1", "2-1", "1-1", "a-2", "-1-2", "0-inf", "0-nan"}) {
-    EXPECT_THAT(messageOf<Audio::AudioError>([&] { Audio::parseTimeRanges(text); }),
+    EXPECT_THAT(messageOf<DataError>([&] { Audio::parseTimeRanges(text); }),
                 HasSubstr("expected seconds begin-end"))
         << text;
   }
@@ -150,7 +150,7 @@ TEST(AudioReaderTest, RefusesWhatItCannotUse) {
       {"15", converting(true), "the sampling rate is 15" + impossible},
       {"16000001", converting(true), "the sampling rate is 16000001" + impossible}};
   for (const auto& [file, options, message] : cases) {
-    EXPECT_THAT(messageOf<Audio::AudioError>([&] { Audio::AudioReader(folder / file, options); }),
+    EXPECT_THAT(messageOf<DataError>([&] { Audio::AudioReader(folder / file, options); }),
                 testing::StartsWith(folder / file + ": " + message));
   }
   EXPECT_NO_THROW(Audio::AudioReader(folder / "16000000", converting(true)));
@@ -191,12 +191,11 @@ TEST(AudioReaderTest, ComparesTheHeaderWithTheFile) {
     std::fstream(path, std::ios::in | std::ios::out | std::ios::binary)
         .seekp(static_cast<std::streamoff>(sizeAt))
         .write("\0\0\0\0\0\0\0", sizeBytes);
-    EXPECT_THAT(messageOf<Audio::AudioError>(count),
+    EXPECT_THAT(messageOf<DataError>(count),
                 AllOf(testing::StartsWith(path + ": the header announces no samples, but "),
                       HasSubstr(" bytes follow it")));
     writeSound(path, 16000, 1, {}, format | SF_FORMAT_PCM_16);
-    EXPECT_EQ(messageOf<Audio::AudioError>(count),
-              path + ": holds no samples, expected one at least");
+    EXPECT_EQ(messageOf<DataError>(count), path + ": holds no samples, expected one at least");
   }
 }
 

@@ -17,7 +17,7 @@
 #include "audio/FrameReader.h"
 #include "audio/OutputFile.h"
 #include "audio/WavWriter.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "gtest/gtest.h"
 #include "tests/support/AudioTesting.h"
 
@@ -88,7 +88,7 @@ TEST(OutputFileTest, ReplacesOnlyWhatItMayAndOnlyWithAWholeFile) {
   const TestFolder folder;
   const std::string path = folder.write("a", "precious");
   const auto refusal = [](const std::string& name, bool overwrite) {
-    return messageOf<Audio::AudioError>([&] { Audio::OutputFile(name, overwrite).finish(); });
+    return messageOf<DataError>([&] { Audio::OutputFile(name, overwrite).finish(); });
   };
   const auto content = [](const std::string& name) {
     std::ifstream in(name);
@@ -113,7 +113,7 @@ TEST(OutputFileTest, ReplacesOnlyWhatItMayAndOnlyWithAWholeFile) {
   removed.suspend();
   Audio::OutputFile::removeAll();
   EXPECT_THAT(folder.names(), ElementsAre("a"));
-  EXPECT_EQ(messageOf<Audio::AudioError>([&] { removed.resume(); }),
+  EXPECT_EQ(messageOf<DataError>([&] { removed.resume(); }),
             path + ": cannot be written: No such file or directory");
 
   Audio::OutputFile whole(path, true);
@@ -122,7 +122,7 @@ TEST(OutputFileTest, ReplacesOnlyWhatItMayAndOnlyWithAWholeFile) {
   whole.write("whole");
   whole.finish();
   EXPECT_EQ(content(path), "whole");
-  EXPECT_THROW(late.finish(), Audio::AudioError);
+  EXPECT_THROW(late.finish(), DataError);
   EXPECT_EQ(content(folder / "b"), "another run's");
 }
 
@@ -265,7 +265,7 @@ TEST_F(SeparatedFilesTest, RemovesFilesOfAnEarlierRunThatTheNewOneLacksAndNoOthe
   options.overwrite = true;
   {
     Audio::SeparatedFiles abandoned = filesOf(options);
-    EXPECT_THAT(messageOf<Audio::AudioError>([&] { filesOf(options); }),
+    EXPECT_THAT(messageOf<DataError>([&] { filesOf(options); }),
                 testing::HasSubstr("out: another run is writing into it"));
   }
   EXPECT_EQ(folder.names("out").size(), 6U);  // what was left unfinished is gone
@@ -279,7 +279,7 @@ TEST_F(SeparatedFilesTest, RemovesFilesOfAnEarlierRunThatTheNewOneLacksAndNoOthe
 }
 
 TEST_F(SeparatedFilesTest, RefusesFilesOfAnEarlierRunAndUnusableNames) {
-  const auto refusal = [&] { return messageOf<Audio::AudioError>([&] { filesOf(options); }); };
+  const auto refusal = [&] { return messageOf<DataError>([&] { filesOf(options); }); };
   std::filesystem::create_directory(folder / "out");
   folder.write("out/source_mixture.wav", "not ours");
   EXPECT_NO_THROW(filesOf(options));
@@ -296,9 +296,9 @@ TEST_F(SeparatedFilesTest, RefusesFilesOfAnEarlierRunAndUnusableNames) {
   const std::string tooLong = folder / std::string(300, 'x');
   options.directory = tooLong;
   EXPECT_EQ(refusal(), tooLong + ": cannot be made or is no folder: File name too long");
-  EXPECT_THAT(messageOf<Audio::AudioError>([&] { Audio::WavWriter(tooLong, {}, false); }),
+  EXPECT_THAT(messageOf<DataError>([&] { Audio::WavWriter(tooLong, {}, false); }),
               testing::StartsWith(tooLong + ": cannot be written: "));
-  EXPECT_EQ(messageOf<Audio::AudioError>([] { Audio::sampleFormatNamed("PCM_32"); }),
+  EXPECT_EQ(messageOf<DataError>([] { Audio::sampleFormatNamed("PCM_32"); }),
             "FORMAT is \"PCM_32\", expected PCM_16, PCM_24 or FLOAT");
 }
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "audio/FrameReader.h"
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "dsp/FrameLayout.h"
 #include "dsp/OverlapAdder.h"
 #include "dsp/RealFft.h"
@@ -65,7 +65,7 @@ TEST(WindowTest, IsPeriodic) {
 
 TEST(FrameSynthesizerTest, RefusesLayoutsThatLoseSamples) {
   const auto message = [](int length, int advance) {
-    return messageOf<Audio::AudioError>([&] {
+    return messageOf<DataError>([&] {
       const Audio::FrameLayout layout(length, advance);
       Audio::FrameSynthesizer(layout, Audio::WindowType::Hann, false);
     });

@@ -16,8 +16,8 @@
 #include <random>
 
 #include "CZelkFileIO.h"
+#include "dsp/DataError.h"
 #include "fileio/ReaderProcess.h"
-#include "fileio/SofaError.h"
 #include "tests/fileio/NetcdfEdits.h"
 #include "tests/fileio/SofaFiles.h"
 
@@ -228,11 +228,11 @@ TEST(BrokenReaders, AreReportedByNameOfTheFile) {
     std::ofstream(program) << "#!/bin/bash\n" << script << "\n";
     std::filesystem::permissions(program, std::filesystem::perms::owner_all);
     EXPECT_THAT([&] { readBy(program, path, false, 99, 1); },
-                testing::ThrowsMessage<SofaError>(testing::StartsWith(path + ": " + reason)));
+                testing::ThrowsMessage<DataError>(testing::StartsWith(path + ": " + reason)));
   }
   EXPECT_THAT(
       [&] { readBy(folder / "none", path, false, 99, 1); },
-      testing::ThrowsMessage<SofaError>(testing::HasSubstr("no process could be made for it")));
+      testing::ThrowsMessage<DataError>(testing::HasSubstr("no process could be made for it")));
 }
 
 /// A sound answer of 2 positions, 1 microphone and 3 frequencies, and its warning.
@@ -275,7 +275,7 @@ TEST(SofaAnswer, OfALyingReaderIsRefused) {
       std::memcpy(bytes.data() + at, &wrong, sizeof wrong);
       if (at == offsetof(AnswerHead, isTransferFunctions) && wrong != 0) continue;  // below
       if (at == offsetof(AnswerHead, referenceMicrophone) && wrong == 0) continue;
-      EXPECT_THROW(answerOf(bytes), SofaError) << at << " " << wrong;
+      EXPECT_THROW(answerOf(bytes), DataError) << at << " " << wrong;
     }
   }
   const double NaN = std::nan("");
@@ -284,32 +284,32 @@ TEST(SofaAnswer, OfALyingReaderIsRefused) {
   };
   std::vector<std::byte> bytes = soundAnswer();
   put(bytes, offsetof(AnswerHead, isTransferFunctions), std::uint64_t{2});
-  EXPECT_THROW(answerOf(bytes), SofaError);
+  EXPECT_THROW(answerOf(bytes), DataError);
   for (const double rate : {NaN, -1.0, 1e8}) {
     bytes = soundAnswer();
     put(bytes, offsetof(AnswerHead, samplingRate), rate);
-    EXPECT_THROW(answerOf(bytes), SofaError) << rate;
+    EXPECT_THROW(answerOf(bytes), DataError) << rate;
   }
   for (const double share : {NaN, -0.1, 1.001}) {
     bytes = soundAnswer();
     put(bytes, offsetof(AnswerHead, energyInFrame), share);
-    EXPECT_THROW(answerOf(bytes), SofaError) << share;
+    EXPECT_THROW(answerOf(bytes), DataError) << share;
   }
   for (const std::size_t place : {sizeof(AnswerHead), sizeof(AnswerHead) + 64}) {
     for (const double x : {NaN, 1e300, -HUGE_VAL}) {
       bytes = soundAnswer();
       put(bytes, place, x);
-      EXPECT_THROW(answerOf(bytes), SofaError) << place << " " << x;
+      EXPECT_THROW(answerOf(bytes), DataError) << place << " " << x;
     }
   }
   bytes = soundAnswer();
   put(bytes, bytes.size() - std::string("odd\x1B[2J\n").size() - sizeof(float),
       std::numeric_limits<float>::infinity());
-  EXPECT_THROW(answerOf(bytes), SofaError);
+  EXPECT_THROW(answerOf(bytes), DataError);
   for (const std::size_t size : {0, 8, 63, 64, 100, 1000}) {
     bytes = soundAnswer();
     bytes.resize(size);
-    EXPECT_THROW(answerOf(bytes), SofaError) << size;
+    EXPECT_THROW(answerOf(bytes), DataError) << size;
   }
 }
 

@@ -3,6 +3,7 @@
 #include <pugixml.hpp>
 #include <sstream>
 
+#include "dsp/DataError.h"
 #include "gmock/gmock.h"
 #include "pictures/DirectionRing.h"
 #include "pictures/PatternPicture.h"
@@ -77,7 +78,7 @@ TEST_F(DirectionRings, WidenOnlyWhereDirectionsAreScattered) {
 
 TEST_F(DirectionRings, RefuseWhatIsNoRing) {
   const auto message = [&](double elevation) {
-    return messageOf<RingError>([&] { DirectionRing::of(database, elevation, 1.0); });
+    return messageOf<DataError>([&] { DirectionRing::of(database, elevation, 1.0); });
   };
   EXPECT_EQ(message(0.0), "found no directions, expected 3 or more");
   addGrid(30.0, {0.0}, 1.0);

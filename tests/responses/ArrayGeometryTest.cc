@@ -6,6 +6,7 @@
 #include <complex>
 #include <numbers>
 
+#include "dsp/DataError.h"
 #include "responses/DelayCheck.h"
 #include "responses/TfdbReport.h"
 #include "tests/support/AudioTesting.h"
@@ -61,10 +62,10 @@ TEST(MicrophoneFile, IsReadOrRefusedWithThePlace) {
   };
   for (const auto& [text, reason] : cases) {
     folder.write("array.json", text);
-    EXPECT_THAT(messageOf<GeometryError>([&] { readMicrophones(path); }),
+    EXPECT_THAT(messageOf<DataError>([&] { readMicrophones(path); }),
                 testing::AllOf(testing::StartsWith(path + ": "), HasSubstr(reason)));
   }
-  EXPECT_THAT(messageOf<GeometryError>([&] { readMicrophones(folder / "none.json"); }),
+  EXPECT_THAT(messageOf<DataError>([&] { readMicrophones(folder / "none.json"); }),
               HasSubstr("is no file"));
 }
 

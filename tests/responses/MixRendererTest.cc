@@ -5,6 +5,7 @@
 #include <complex>
 #include <numbers>
 
+#include "dsp/DataError.h"
 #include "fileio/SofaWriter.h"
 #include "gmock/gmock.h"
 #include "responses/ResponseSet.h"
@@ -62,7 +63,7 @@ TEST_F(MixRendering, DelaysShiftTheResponses) {
     EXPECT_LT(differenceInDb(image[r], expected), r == 2 ? -60 : -140) << r;
   }
   fir.delays = {0, -1, 0};
-  EXPECT_EQ(messageOf<SofaError>([&] { load(fir); }),
+  EXPECT_EQ(messageOf<DataError>([&] { load(fir); }),
             folder / "responses.sofa: Data.Delay holds -1, expected 0 to 160000 samples (10 s)");
 }
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "gtest/gtest.h"
 #include "tests/support/AudioTesting.h"
 
@@ -158,18 +158,18 @@ TEST(SceneTest, BadScenesAreRefusedWithTheReason) {
       {sourceWith(longText), "/sources/0/azimuth: found \"" + std::string(59, 'x') + "…, expected"},
   };
   for (const auto& [text, message] : cases) {
-    EXPECT_THAT(messageOf<Audio::AudioError>([&] { sceneOf(text); }),
+    EXPECT_THAT(messageOf<DataError>([&] { sceneOf(text); }),
                 testing::StartsWith("scene.json: " + message))
         << text.substr(0, 100);
   }
   // What is quoted of the file cannot control a terminal.
-  EXPECT_THAT(messageOf<Audio::AudioError>([] { sceneOf("{\"\x7F\xC3 "); }),
+  EXPECT_THAT(messageOf<DataError>([] { sceneOf("{\"\x7F\xC3 "); }),
               HasSubstr("last read: '\"?? '"));
   for (const auto& [path, reason] :
        {std::pair{"/no/scene.json", "cannot be read: No such file or directory"},
         std::pair{"/usr", "cannot be read: Is a directory"},
         std::pair{"/dev/zero", "has more than 67108864 bytes, expected at most that"}}) {
-    EXPECT_EQ(messageOf<Audio::AudioError>([&] { Audio::Scene::read(path); }),
+    EXPECT_EQ(messageOf<DataError>([&] { Audio::Scene::read(path); }),
               std::string(path) + ": " + reason);
   }
 }

@@ -7,6 +7,7 @@
 #include <random>
 #include <utility>
 
+#include "dsp/DataError.h"
 #include "gmock/gmock.h"
 #include "tests/support/AudioTesting.h"
 
@@ -221,9 +222,9 @@ TEST(ScoreMetrics, RefusesReferencesThatAreFilteredVersionsOfOthers) {
   const Samples p = padded(500, 1);
   const std::vector<NamedSignal> references = {{"a.wav", p}, {"b.wav", padded(500, 1, 3)}};
   EXPECT_NO_THROW(ScoreMetrics(references, 4));
-  EXPECT_THAT(messageOf<ScoreError>([&] { ScoreMetrics(references, 8); }),
+  EXPECT_THAT(messageOf<DataError>([&] { ScoreMetrics(references, 8); }),
               testing::StartsWith("b.wav: the reference is a sum of filtered versions (8 taps)"));
-  EXPECT_THAT(messageOf<ScoreError>([&] { ScoreMetrics(references, 579); }),
+  EXPECT_THAT(messageOf<DataError>([&] { ScoreMetrics(references, 579); }),
               testing::StartsWith("a.wav: 580 samples are too few to tell 2 references apart with "
                                   "filters of 579 taps, expected more than 580"));
 }

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "dsp/AudioError.h"
+#include "dsp/DataError.h"
 #include "gtest/gtest.h"
 #include "separation/BackProjection.h"
 #include "separation/NoiseCorrelation.h"
@@ -99,8 +99,8 @@ TEST(NoiseCorrelationTest, SilenceIsZeroOrTheIdentityAndBrokenFramesAreLeftOut) 
 
 TEST(NoiseCorrelationTest, RefusesForgettingFactorsOutsideItsRange) {
   for (const double factor : {-0.1, 1.1, std::nan("")}) {
-    EXPECT_THROW(Audio::NoiseCorrelation(1, 1, factor), Audio::AudioError);
-    EXPECT_THROW(Audio::BackProjection(1, factor), Audio::AudioError);
+    EXPECT_THROW(Audio::NoiseCorrelation(1, 1, factor), DataError);
+    EXPECT_THROW(Audio::BackProjection(1, factor), DataError);
   }
 }
 
@@ -146,12 +146,12 @@ TEST(NoiseFileTest, SaysWhenThereIsNoFrame) {
   const TestFolder folder;
   const std::string path = loudMiddle(folder);
   Audio::FrameReader reader = readerOf(path);
-  EXPECT_EQ(messageOf<Audio::AudioError>(
+  EXPECT_EQ(messageOf<DataError>(
                 [&] { Audio::noiseOfFile(reader, Audio::parseTimeRanges("0-0.05,5-6")); }),
             path + ": no whole frame of 64 samples (0.0640 s) lies in one of the RANGES");
   writeSound(folder / "short.wav", 1000, 1, noise(63, 22));
   Audio::FrameReader shortReader = readerOf(folder / "short.wav");
-  EXPECT_THAT(messageOf<Audio::AudioError>([&] { Audio::noiseOfFile(shortReader, {}); }),
+  EXPECT_THAT(messageOf<DataError>([&] { Audio::noiseOfFile(shortReader, {}); }),
               HasSubstr("no whole frame of 64 samples (0.0640 s) lies in the file"));
 }
 

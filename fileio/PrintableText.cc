@@ -1,4 +1,4 @@
-#include "fileio/SofaError.h"
+#include "fileio/PrintableText.h"
 
 #include <algorithm>
 

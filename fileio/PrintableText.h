@@ -1,14 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <stdexcept>
 #include <string>
-
-/// A file cannot be used; what() names the file, the place in it, what was found and expected.
-class SofaError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// A text from a file, fit to be shown on one line: what is not printable ASCII becomes '?', and
 /// only the first `longest` characters are kept.
