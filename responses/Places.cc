@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 double angleBetween(const Audio::Position& a, const Audio::Position& b) {
   const double product = std::hypot(a.x, a.y, a.z) * std::hypot(b.x, b.y, b.z);
@@ -21,8 +22,8 @@ std::vector<BF::SourceLocation> sourcesAsSeparated(
   return sources;
 }
 
-MeasuredPlaces::MeasuredPlaces(const SofaFile& file)
-    : grid{sourcesAsSeparated(file.sourcePositions()), {}, {}}, places(file.sourcePositions()) {}
+MeasuredPlaces::MeasuredPlaces(std::vector<SofaFile::Position> positions)
+    : grid{sourcesAsSeparated(positions), {}, {}}, places(std::move(positions)) {}
 
 std::size_t MeasuredPlaces::nearest(const Audio::Position& point) const {
   return static_cast<std::size_t>(grid.findNearestSourceIndex(asSeparated(point, 0, true)));

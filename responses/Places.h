@@ -15,10 +15,13 @@ double angleBetween(const Audio::Position& a, const Audio::Position& b);
 std::vector<BF::SourceLocation> sourcesAsSeparated(
     const std::vector<SofaFile::Position>& positions);
 
-/// The source positions of a file, and the choice between them that the separation makes.
+/// Source positions, and the choice between them that the separation makes.
 class MeasuredPlaces {
  public:
-  explicit MeasuredPlaces(const SofaFile& file);
+  explicit MeasuredPlaces(std::vector<SofaFile::Position> positions);
+  explicit MeasuredPlaces(const SofaFile& file) : MeasuredPlaces(file.sourcePositions()) {}
+
+  std::size_t count() const { return places.size(); }
 
   /// The position with the least distance to a point, as its number from 0; of equals the first.
   std::size_t nearest(const Audio::Position& point) const;

@@ -2,6 +2,7 @@
 
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <utility>
@@ -11,6 +12,7 @@
 #include "python/src/Arguments.h"
 #include "responses/ArrayGeometry.h"
 #include "responses/DatabaseFile.h"
+#include "responses/RelativeResponses.h"
 #include "responses/ResponseImport.h"
 
 namespace py = pybind11;
@@ -36,6 +38,14 @@ FrameShape checkedFrame(int rate, int length) {
   return {rate, length};
 }
 
+std::string text(double value) { return py::str(py::float_(value)).cast<std::string>(); }
+
+void requireReference(int reference, std::size_t microphones) {
+  if (reference >= 0 && static_cast<std::size_t>(reference) <= microphones) return;
+  throw SettingError("reference_mic", std::to_string(reference),
+                     "1 to " + std::to_string(microphones) + ", or None");
+}
+
 std::unique_ptr<Database> readDatabase(const std::string& path) {
   const SofaFile file(path);
   requireDatabase(file);
@@ -44,12 +54,59 @@ std::unique_ptr<Database> readDatabase(const std::string& path) {
 
 std::unique_ptr<Database> freeField(const py::handle& microphones, int rate, int length,
                                     double azimuthStep, std::vector<double> elevations,
-                                    std::vector<double> distances) {
+                                    std::vector<double> distances, int reference) {
   const FrameShape frame = checkedFrame(rate, length);
   const Positions array = Arguments::points(microphones, "mics");
+  requireReference(reference, array.size());
+  if (!(azimuthStep > 0.0 && azimuthStep <= 360.0)) {
+    throw SettingError("azimuth_step", text(azimuthStep), "above 0 and up to 360 degrees");
+  }
+  for (const double metres : distances) {
+    if (!(metres > 0.0)) throw SettingError("distance", text(metres), "metres above 0");
+  }
+  for (const double degrees : elevations) {
+    if (!(std::abs(degrees) <= 90.0)) {
+      throw SettingError("elevations", text(degrees), "-90 to 90 degrees");
+    }
+  }
   const py::gil_scoped_release release;
   const Positions grid = gridPositions({azimuthStep, std::move(elevations), std::move(distances)});
-  return std::make_unique<Database>(freeFieldResponses(array, grid, frame));
+  SofaTransferFunctions data = freeFieldResponses(array, grid, frame);
+  if (reference > 0) makeRelative(data, reference);
+  return std::make_unique<Database>(std::move(data));
+}
+
+// responses [positions, microphones, taps], which is how the library keeps them.
+std::unique_ptr<Database> fromResponses(const py::handle& responses, const py::handle& positions,
+                                        const py::handle& microphones, int rate, int length,
+                                        int reference) {
+  const std::string expected = "[positions, microphones, taps]";
+  const py::array_t<float> given = Arguments::floats(responses, "ir", 3, expected);
+  Positions places = Arguments::points(positions, "positions");
+  Positions array = Arguments::points(microphones, "microphones");
+  Arguments::requireShape(
+      given, "ir",
+      {static_cast<py::ssize_t>(places.size()), static_cast<py::ssize_t>(array.size()), -1},
+      "[" + std::to_string(places.size()) + " positions, " + std::to_string(array.size()) +
+          " microphones, taps]");
+  const FrameShape frame = {checkedFrame(rate, MIN_LENGTH).rate,
+                            length == 0 ? 0 : checkedFrame(rate, length).length};
+  requireReference(reference, array.size());
+  MeasuredResponses measured;
+  measured.measurements = places.size();
+  measured.receivers = array.size();
+  measured.length = static_cast<std::size_t>(given.shape(2));
+  measured.rate = rate;
+  measured.values.assign(given.data(), given.data() + given.size());
+  measured.delays.assign(places.size() * array.size(), 0.0);
+  const py::gil_scoped_release release;
+  ImportReport report;
+  SofaTransferFunctions data = importResponses(measured, "ir", frame, report);
+  data.sourcePositions = std::move(places);
+  data.receiverPositions = std::move(array);
+  data.title = "impulse responses given as arrays";
+  if (reference > 0) makeRelative(data, reference);
+  return std::make_unique<Database>(std::move(data));
 }
 
 // h [bins, microphones, positions], which the library keeps as [positions, microphones, bins].
@@ -104,6 +161,7 @@ void bindDatabase(py::module_& module) {
   py::class_<Database>(module, "Database")
       .def_static("read", &readDatabase, py::call_guard<py::gil_scoped_release>())
       .def_static("free_field", &freeField)
+      .def_static("from_responses", &fromResponses)
       .def_static("from_arrays", &fromArrays)
       .def(
           "write",
@@ -116,6 +174,10 @@ void bindDatabase(py::module_& module) {
       .def_property_readonly(
           "microphones",
           [](const Database& self) { return pointsArray(self.data().receiverPositions); })
+      .def_property_readonly("energy_in_frame",
+                             [](const Database& self) { return self.data().energyInFrame; })
+      .def_property_readonly("reference_mic",
+                             [](const Database& self) { return self.data().referenceMicrophone; })
       .def_property_readonly("rate", &Database::rate)
       .def_property_readonly("length", &Database::length);
 }

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "python/src/Arguments.h"
 #include "python/src/Sources.h"
@@ -25,6 +27,43 @@ BF::SourceLocation sourceTowards(int id, double azimuth, double elevation, doubl
                                  bool isTarget) {
   const Audio::Position p = Audio::Direction{azimuth, elevation, distance}.position();
   return sourceAt(id, p.x, p.y, p.z, isTarget);
+}
+
+/// speakers: the Source of each name.
+Audio::Scene readRttm(const std::string& path, const py::dict& speakers,
+                      const std::string& recording) {
+  std::vector<Audio::Speaker> list;
+  for (const auto& [name, value] : speakers) {
+    if (!py::isinstance<BF::SourceLocation>(value)) {
+      throw SettingError("speakers[" + py::repr(name).cast<std::string>() + "]",
+                         py::repr(value).cast<std::string>(), "a Source");
+    }
+    const auto& source = value.cast<const BF::SourceLocation&>();
+    Audio::SceneSource place;
+    place.id = source.id;
+    place.track.emplace_back().position = {source.x, source.y, source.z};
+    list.push_back({py::str(name).cast<std::string>(), place});
+  }
+  const py::gil_scoped_release release;
+  return Audio::Scene::readRttm(path, list, recording);
+}
+
+py::tuple idsOf(const Audio::Scene& scene) {
+  std::vector<int> ids;
+  for (const Audio::SceneSource& source : scene.sources()) ids.push_back(source.id);
+  return py::tuple(py::cast(ids));
+}
+
+/// (begin, end) in seconds of a target's ranges; None where it is there always.
+py::object activeRanges(const Audio::Scene& scene, int id) {
+  for (const Audio::SceneSource& source : scene.sources()) {
+    if (source.id != id) continue;
+    if (source.always) return py::none();
+    std::vector<std::pair<double, double>> ranges;
+    for (const Audio::TimeRange& range : source.active) ranges.emplace_back(range.begin, range.end);
+    return py::cast(ranges);
+  }
+  throw SettingError("id", std::to_string(id), "that of a target in the scene");
 }
 
 }  // namespace
@@ -58,10 +97,13 @@ void bindScene(py::module_& module) {
   py::class_<Audio::Scene>(module, "Scene")
       .def_static("read", &Audio::Scene::read, py::call_guard<py::gil_scoped_release>())
       .def_static("parse", &Audio::Scene::parse)
-      .def("at", &sourcesAt)
-      .def_property_readonly("ids", [](const Audio::Scene& self) {
+      .def("at", [](const Audio::Scene& self, double time) { return sourcesAt(self, time); })
+      .def_static("from_rttm", &readRttm)
+      .def("active", &activeRanges)
+      .def_property_readonly("ids", &idsOf)
+      .def_property_readonly("noise_ids", [](const Audio::Scene& self) {
         std::vector<int> ids;
-        for (const Audio::SceneSource& source : self.sources()) ids.push_back(source.id);
-        return ids;
+        for (const Audio::SceneSource& source : self.noiseSources()) ids.push_back(source.id);
+        return py::tuple(py::cast(ids));
       });
 }

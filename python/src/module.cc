@@ -12,5 +12,8 @@ PYBIND11_MODULE(_core, module) {
   bindDatabase(module);
   bindScene(module);
   bindSeparator(module);
+  bindEngine(module);
+  bindMixing(module);
+  bindScoring(module);
   module.attr("__version__") = ZELK_VERSION;
 }

@@ -44,6 +44,7 @@ class Database:
         azimuth_step: float = 5.0,
         distance: float | Sequence[float] = 1.5,
         elevations: Sequence[float] = (0.0,),
+        reference_mic: int | None = 1,
     ) -> Database:
         """Compute the transfer functions of spherical waves in a free field.
 
@@ -61,11 +62,51 @@ class Database:
             Metres from the origin to the sources.
         elevations : sequence of floats, optional
             Degrees up from the horizontal plane.
+        reference_mic : int or None, optional
+            Microphone, from 1, that the functions are made relative to, so that separated sources
+            sound as it hears them. None: compared with the centre of the array; `mix` needs that.
         """
         distances = [float(d) for d in np.atleast_1d(np.asarray(distance, dtype=np.float64))]
         heights = [float(e) for e in elevations]
         return cls._of(
-            _core.Database.free_field(mics, rate, length, azimuth_step, heights, distances)
+            _core.Database.free_field(
+                mics, rate, length, azimuth_step, heights, distances, reference_mic or 0
+            )
+        )
+
+    @classmethod
+    def from_responses(
+        cls,
+        ir: ArrayLike,
+        positions: ArrayLike,
+        microphones: ArrayLike,
+        rate: int,
+        length: int | None = None,
+        reference_mic: int | None = 1,
+    ) -> Database:
+        """Make transfer functions of measured or simulated impulse responses.
+
+        Parameters
+        ----------
+        ir : array_like, float32 or float64 [positions, microphones, taps]
+            Impulse responses, sample 0 at the time when the sound is emitted, or any time common to
+            all.
+        positions : array_like, [positions, 3]
+            Metres: x forward, y left, z up.
+        microphones : array_like, [microphones, 3]
+            Likewise.
+        rate : int
+            Sampling rate in Hz.
+        length : int, optional
+            Samples per frame, even. Unless given, the least power of two that holds 99 % of the
+            energy, up to 600 ms; `energy_in_frame` says how much it holds.
+        reference_mic : int or None, optional
+            As for `free_field`.
+        """
+        return cls._of(
+            _core.Database.from_responses(
+                ir, positions, microphones, rate, length or 0, reference_mic or 0
+            )
         )
 
     @classmethod
@@ -105,6 +146,16 @@ class Database:
     def microphones(self) -> NDArray[np.float64]:
         """Positions of the microphones in metres, float64 [microphones, 3]."""
         return self._native.microphones
+
+    @property
+    def reference_mic(self) -> int | None:
+        """Microphone, from 1, that the transfer functions are relative to; None: none."""
+        return self._native.reference_mic or None
+
+    @property
+    def energy_in_frame(self) -> float | None:
+        """Part of the energy of the impulse responses that the frame holds; None: not known."""
+        return self._native.energy_in_frame
 
     @property
     def rate(self) -> int:

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import json
-from collections.abc import Sequence
+from collections.abc import Mapping, Sequence
 from os import PathLike, fspath
 from typing import Any
 
@@ -100,14 +100,44 @@ class Scene:
         --------
         >>> scene = Scene.from_dict({"sources": [{"id": 0, "azimuth": 30, "active": [[0.5, 4.0]]}]})
         >>> scene.ids
-        [0]
+        (0,)
         """
         return cls._of(_core.Scene.parse(json.dumps(document), "document"))
 
+    @classmethod
+    def from_rttm(
+        cls,
+        path: str | PathLike[str],
+        speakers: Mapping[str, Source],
+        recording: str | None = None,
+    ) -> Scene:
+        """Read who speaks when from an RTTM file, as diarisation writes it.
+
+        Parameters
+        ----------
+        path : str or path
+            The file; its lines of type SPEAKER count.
+        speakers : mapping of str to Source
+            Who each name in the file is, and where: ``{"anna": Source(0, azimuth=30)}``. A name in
+            the file that is not here is an error.
+        recording : str, optional
+            Which recording of the file, if it has several.
+        """
+        return cls._of(_core.Scene.from_rttm(fspath(path), dict(speakers), recording or ""))
+
     @property
-    def ids(self) -> list[int]:
+    def ids(self) -> tuple[int, ...]:
         """Ids of the targets, in the scene's order."""
         return self._native.ids
+
+    @property
+    def noise_ids(self) -> tuple[int, ...]:
+        """Ids of the noise sources, in the scene's order."""
+        return self._native.noise_ids
+
+    def active(self, id: int) -> list[tuple[float, float]] | None:
+        """Return when a target is active: begin and end in seconds; None means always."""
+        return self._native.active(id)
 
     def at(self, time: float) -> list[Source]:
         """Return the sources that are active at a time in seconds, noise sources last."""
