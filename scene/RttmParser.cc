@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstddef>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <utility>
 
