@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 group=${1:-test}
 python=$(readlink -f "$(command -v "${PYTHON:-python3}")")
 folder=$PWD/build/python-env
-wanted="$group $python $(sha256sum pyproject.toml)"
+wanted="$group $python $(sed -n '/^\[dependency-groups\]/,/^$/p' pyproject.toml | sha256sum)"
 if [ "$(cat "$folder/made-for" 2>/dev/null)" != "$wanted" ]; then
   echo "python-env.sh: making $folder for $group" >&2
   rm -rf "$folder"

@@ -7,12 +7,12 @@
 #include <vector>
 
 #include "bf/EngineFactory.h"
+#include "geometry/SpeedOfSound.h"
 #include "python/src/Arguments.h"
 #include "python/src/Bindings.h"
 #include "python/src/Database.h"
 #include "python/src/Parameters.h"
 #include "python/src/Sources.h"
-#include "responses/DelayCheck.h"
 
 namespace py = pybind11;
 using Complex = std::complex<double>;

@@ -27,8 +27,7 @@ std::string argumentFor(const std::string& field) {
       {"parameters.decompositionAlgorithm", "decomposition_algorithm"},
       {"database.micLocations", "db.microphones"},
       {"database.sourceLocations", "db.positions"},
-      {"database.transferFunctions", "db"},
-      {"database", "db"}};
+      {"database.transferFunctions", "db"}};
   const auto found = ARGUMENTS.find(field);
   return found == ARGUMENTS.end() ? field : found->second;
 }

@@ -52,7 +52,7 @@ class StreamSeparator {
 
   const Separation::Separator& base() const { return separator; }
 
- private:
+  /// The samples of a block, or of a whole recording, as `process` reads them.
   py::array_t<float> checkedBlock(const py::handle& block) const {
     const auto M = static_cast<py::ssize_t>(separator.microphones());
     std::string expected = "[samples, " + std::to_string(M) + " microphones]";
@@ -66,6 +66,7 @@ class StreamSeparator {
     return Arguments::floats(given, "x", 2, expected);
   }
 
+ private:
   void list(const py::handle& sources) {
     if (sources.is_none()) return;
     if (py::isinstance<Audio::Scene>(sources)) {
@@ -136,6 +137,9 @@ std::unique_ptr<StreamSeparator> makeSeparator(const Database& db, const std::st
 std::unique_ptr<StreamSeparator> makeWithoutDatabase(int microphones, int rate,
                                                      const std::string& method,
                                                      const py::dict& parameters) {
+  if (algorithmNamed(method) != BF::BF_ALGORITHM_CMSNR) {
+    throw SettingError("db", "missing", "a Database, unless the method is MSNR");
+  }
   return std::make_unique<StreamSeparator>(separationSettings(method, parameters, rate, 512),
                                            microphones);
 }
@@ -143,13 +147,14 @@ std::unique_ptr<StreamSeparator> makeWithoutDatabase(int microphones, int rate,
 }  // namespace
 
 void bindSeparator(py::module_& module) {
-  module.def("samples_of", [](const py::handle& x) {
-    return Arguments::floats(x, "x", 2, "[samples, microphones]");
+  module.def("channels_of", [](const py::handle& x) {
+    return Arguments::floats(x, "x", 2, "[samples, microphones]").shape(1);
   });
   py::class_<StreamSeparator>(module, "Separator")
       .def(py::init(&makeSeparator))
       .def(py::init(&makeWithoutDatabase))
       .def("process", &StreamSeparator::process)
+      .def("checked", &StreamSeparator::checkedBlock)
       .def("flush", &StreamSeparator::flush)
       .def_property_readonly("samples", [](const StreamSeparator& s) { return s.base().samples(); })
       .def_property_readonly("latency", [](const StreamSeparator& s) { return s.base().latency(); })

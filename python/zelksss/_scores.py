@@ -47,7 +47,8 @@ def score(references: ArrayLike, estimates: ArrayLike, filter_taps: int = 512) -
     Notes
     -----
     `docs/scores.md` has the definition. With the allowed filter centred on no delay, scores equal
-    those of BSS Eval for estimates that are ``(filter_taps - 1) // 2`` samples later.
+    those of BSS Eval for estimates that are ``(filter_taps - 1) // 2`` samples later, but for the
+    SAR, in which BSS Eval compares the artefacts with target and interference together.
     """
     sdr, sir, sar = _core.score(references, estimates, filter_taps).T
     return Scores(sdr, sir, sar)

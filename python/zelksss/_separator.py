@@ -252,14 +252,14 @@ def separate(
         The signal of each target by its id. Sample n belongs to sample n of the recording; where a
         source is not active its signal is 0.
     """
-    recording = _core.samples_of(x)
-    separator = Separator(db, rate, method, microphones=recording.shape[1], **parameters)
+    channels = _core.channels_of(x) if db is None else None
+    separator = Separator(db, rate, method, microphones=channels, **parameters)
+    recording = separator._native.checked(x)
+    separator.process(recording[:0], sources)  # refuses what is no list of sources
     ids = sources.ids if isinstance(sources, Scene) else [s.id for s in sources if s.target]
     result = {id: np.zeros(len(recording), np.float32) for id in ids}
     for begin in range(0, len(recording), _BLOCK):
-        # The list is in force from the first sample on; a scene says itself when it changes.
-        given = sources if begin == 0 else None
-        _collect(result, separator.process(recording[begin : begin + _BLOCK], given))
+        _collect(result, separator.process(recording[begin : begin + _BLOCK]))
     _collect(result, separator.flush())
     return result
 
