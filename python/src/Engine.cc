@@ -27,7 +27,7 @@ class Engine {
     if (bins < 1) throw SettingError("bins", std::to_string(bins), "1 or more");
     if (rate < 1) throw SettingError("rate", std::to_string(rate), "1 Hz or more");
     engine = BF::makeEngine(algorithmNamed(method), engineParameters(method, parameters), bins,
-                            rate, SPEED_OF_SOUND);
+                            rate, BF::SPEED_OF_SOUND);
   }
 
   void setDatabase(const Database& db) {
