@@ -26,8 +26,8 @@ class Engine {
   Engine(const std::string& method, int bins, int rate, const py::dict& parameters) {
     if (bins < 1) throw SettingError("bins", std::to_string(bins), "1 or more");
     if (rate < 1) throw SettingError("rate", std::to_string(rate), "1 Hz or more");
-    engine = BF::makeEngine(algorithmNamed(method), engineParameters(method, parameters), bins,
-                            rate, BF::SPEED_OF_SOUND);
+    engine = BF::makeEngine(algorithmNamed(method), engineKeywords(method, parameters), bins, rate,
+                            BF::SPEED_OF_SOUND);
   }
 
   void setDatabase(const Database& db) {

@@ -18,13 +18,6 @@ using Separation::SettingError;
 
 namespace {
 
-const std::map<std::string, BF::BfAlgorithmType> ALGORITHMS = {
-    {"DS", BF::BF_ALGORITHM_DS},     {"WDS", BF::BF_ALGORITHM_WDS},
-    {"NULL", BF::BF_ALGORITHM_NULL}, {"ILSE", BF::BF_ALGORITHM_ILSE},
-    {"LCMV", BF::BF_ALGORITHM_LCMV}, {"GJ", BF::BF_ALGORITHM_GJ},
-    {"GICA", BF::BF_ALGORITHM_GICA}, {"ML", BF::BF_ALGORITHM_CML},
-    {"MSNR", BF::BF_ALGORITHM_CMSNR}};
-
 const Method& checkedMethod(const std::string& name) {
   std::string names;
   for (const Method& method : methods()) {
@@ -59,9 +52,11 @@ class Keywords {
     values.erase(found);
   }
 
-  /// A parameter of the method, as its table allows it: a word or a number.
+  bool has(const std::string& name) const { return values.contains(name); }
+
+  /// A parameter of the method, as its table allows it and as text: a word or a number.
   std::string word(const MethodParameter& parameter, const std::string& name) {
-    std::string value = parameter.defaultValue;
+    std::string value;
     take(name, "a text", value);
     const std::vector<std::string>& choices = parameter.choices;
     if (std::find(choices.begin(), choices.end(), value) != choices.end()) return value;
@@ -70,14 +65,13 @@ class Keywords {
     throw SettingError(name, '"' + value + '"', expected);
   }
 
-  double number(const MethodParameter& parameter, const std::string& name) {
-    float value = std::stof(parameter.defaultValue);  // as the nodes have it
+  std::string number(const MethodParameter& parameter, const std::string& name) {
+    double value = 0.0;
     take(name, parameter.range.text, value);
-    if (value >= parameter.range.least && value <= parameter.range.most) return value;
-    throw SettingError(name, py::str(py::float_(value)).cast<std::string>(), parameter.range.text);
+    const std::string text = py::repr(py::float_(value)).cast<std::string>();
+    if (value >= parameter.range.least && value <= parameter.range.most) return text;
+    throw SettingError(name, text, parameter.range.text);
   }
-
-  bool has(const std::string& name) const { return values.contains(name); }
 
   /// Refuses what was not taken.
   void requireNoMore(const Method& method) const {
@@ -105,33 +99,14 @@ class Keywords {
 };
 
 BF::EngineParameters takeParameters(const Method& method, Keywords& keywords) {
-  BF::EngineParameters result;
+  std::map<std::string, std::string> given;
   for (const MethodParameter& parameter : method.parameters) {
     const std::string name = keywordFor(method, parameter.name);
-    if (name == "lc_method") {
-      result.lcAdaptive = keywords.word(parameter, name) == "ADAPTIVE";
-    } else if (name == "lc_myu") {
-      result.mu = keywords.number(parameter, name);
-    } else if (name == "ss_myu") {
-      result.mu_ss = keywords.number(parameter, name);
-    } else if (name == "ss_scal") {
-      result.scale = keywords.number(parameter, name);
-    } else if (name == "reg_factor") {
-      result.regFactor = keywords.number(parameter, name);
-    } else if (name == "alpha") {
-      result.alpha = keywords.number(parameter, name);
-    } else if (name == "decomposition_algorithm") {
-      result.decompositionAlgorithm = keywords.word(parameter, name);
-    }
+    if (!keywords.has(name)) continue;
+    given[parameter.name] = parameter.choices.empty() ? keywords.number(parameter, name)
+                                                      : keywords.word(parameter, name);
   }
-  // The separation term's step may have the size of the constraint's.
-  for (const MethodParameter& parameter : method.parameters) {
-    if (keywordFor(method, parameter.name) != "ss_method") continue;
-    const std::string chosen = keywords.word(parameter, "ss_method");
-    result.ssAdaptive = chosen == "ADAPTIVE";
-    if (chosen == "LC_MYU") result.mu_ss = result.mu;
-  }
-  return result;
+  return engineParameters(method, given);
 }
 
 /// [bins, microphones, microphones] as the separator has it.
@@ -161,10 +136,10 @@ void takeNoise(Keywords& keywords, Separation::NoiseSettings& noise) {
 }  // namespace
 
 BF::BfAlgorithmType algorithmNamed(const std::string& method) {
-  return ALGORITHMS.at(checkedMethod(method).name);
+  return checkedMethod(method).algorithm;
 }
 
-BF::EngineParameters engineParameters(const std::string& name, const py::dict& given) {
+BF::EngineParameters engineKeywords(const std::string& name, const py::dict& given) {
   Keywords keywords(given);
   const Method& method = checkedMethod(name);
   const BF::EngineParameters result = takeParameters(method, keywords);
@@ -177,7 +152,7 @@ Separation::Settings separationSettings(const std::string& name, const py::dict&
   const Method& method = checkedMethod(name);
   Keywords keywords(given);
   Separation::Settings settings;
-  settings.method = algorithmNamed(name);
+  settings.method = method.algorithm;
   settings.parameters = takeParameters(method, keywords);
   settings.samplingRate = rate;
   settings.length = length;

@@ -14,7 +14,7 @@ Separation::Settings separationSettings(const std::string& method, const pybind1
                                         int rate, int length);
 
 /// The keywords that are parameters of the method's engine, likewise.
-BF::EngineParameters engineParameters(const std::string& method, const pybind11::dict& keywords);
+BF::EngineParameters engineKeywords(const std::string& method, const pybind11::dict& keywords);
 
 /// The algorithm of a method's name. Refuses others.
 BF::BfAlgorithmType algorithmNamed(const std::string& method);

@@ -90,17 +90,8 @@ class StreamSeparator {
     for (; (nextFrame + 1) * s.advance <= total; ++nextFrame) {
       if (!scene) continue;
       const double time = layout.time(nextFrame, s.samplingRate);
-      std::vector<BF::SourceLocation> sources = sourcesAt(*scene, time);
-      if (*s.inactiveAsNoise) appendInactive(time, sources);
       lastFrom = std::max(lastFrom, separator.sourcesAt(nextFrame));
-      separator.setSources(sources, lastFrom);
-    }
-  }
-
-  void appendInactive(double time, std::vector<BF::SourceLocation>& sources) const {
-    for (const Audio::SceneSource& source : scene->sources()) {
-      if (source.isActive(time)) continue;
-      sources.push_back(asSeparated(source.positionAt(time), source.id, false));
+      separator.setSources(sourcesAt(*scene, time, *s.inactiveAsNoise), lastFrom);
     }
   }
 

@@ -108,9 +108,9 @@ def test_database_gives_its_own_memory(db, tmp_path):
     ir = np.fft.irfft(air.h.T * np.exp(-2j * np.pi * np.arange(257) * 100 / 512))
     made = Database.from_responses(ir, db.positions, MICS, 16000, 512, reference_mic=None)
     np.testing.assert_allclose(
-        (made.h[:, 1] / made.h[:, 0])[5:250], (air.h[:, 1] / air.h[:, 0])[5:250], atol=0.02
+        (made.h[:, 1] / made.h[:, 0])[:160], (air.h[:, 1] / air.h[:, 0])[:160], atol=0.01
     )
-    assert made.energy_in_frame > 0.99
+    assert 0.99 < made.energy_in_frame <= 1
     assert Database.from_responses(ir, db.positions, MICS, 16000).length >= 512
 
 
