@@ -155,6 +155,17 @@ struct Database {
   int length() const { return 2 * (static_cast<int>(framed.frequencies) - 1); }
 };
 
+MeasuredResponses measuredOf(const SofaImpulseResponses& responses) {
+  const std::size_t M = responses.sourcePositions.size();
+  const std::size_t R = responses.receiverPositions.size();
+  return {M,
+          R,
+          responses.samples,
+          responses.samplingRate,
+          responses.values,
+          std::vector<double>(M * R)};
+}
+
 Database makeDatabase(const EvaluationPlan& plan, const Site& site, const Audio::Scene& scene,
                       const EvaluationPlan::Database& wanted) {
   const Positions places = placesTold(scene, wanted.error);
@@ -168,7 +179,10 @@ Database makeDatabase(const EvaluationPlan& plan, const Site& site, const Audio:
   } else {
     ImportReport unused;
     data.whole = impulseResponses(*site.listener(), microphones, places);
-    data.framed = importResponses(data.whole, "the responses", {plan.rate, wanted.length}, unused);
+    data.framed = importResponses(measuredOf(data.whole), "the responses",
+                                  {plan.rate, wanted.length}, unused);
+    data.framed.sourcePositions = data.whole.sourcePositions;
+    data.framed.receiverPositions = data.whole.receiverPositions;
   }
   if (wanted.reference > 0) makeRelative(data.framed, wanted.reference);
   return data;

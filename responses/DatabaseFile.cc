@@ -25,27 +25,34 @@ void requireDatabase(const SofaFile& file) {
   }
 }
 
-namespace {
+SofaTransferFunctions transferFunctionsOf(const SofaFile& file) {
+  SofaTransferFunctions data;
+  data.sourcePositions = file.sourcePositions();
+  data.receiverPositions = file.receiverPositions();
+  data.samplingRate = file.samplingRate();
+  data.frequencies = file.length();
+  data.values = file.readTransferFunctions();
+  data.referenceMicrophone = file.referenceMicrophone();
+  data.energyInFrame = file.energyInFrame();
+  return data;
+}
 
-/// values: (m, r, k) at (m · R + r) · K + k.
-BF::TransformFunctionDatabase databaseFrom(std::vector<BF::SourceLocation> sources,
-                                           const std::vector<SofaPosition>& microphones,
-                                           const std::vector<std::complex<float>>& values,
-                                           std::size_t K) {
+BF::TransformFunctionDatabase databaseOf(const SofaTransferFunctions& data) {
   BF::TransformFunctionDatabase database;
-  const std::size_t S = sources.size();
-  const std::size_t M = microphones.size();
-  database.sourceLocations = std::move(sources);
-  for (const SofaPosition& p : microphones) {
+  database.sourceLocations = sourcesAsSeparated(data.sourcePositions);
+  for (const SofaFile::Position& p : data.receiverPositions) {
     const BF::SourceLocation place = asSeparated({p[0], p[1], p[2]}, 0, true);
     database.micLocations.emplace_back(place.x, place.y, place.z);
   }
+  const std::size_t P = data.sourcePositions.size();
+  const std::size_t M = data.receiverPositions.size();
+  const std::size_t K = data.frequencies;
   for (std::size_t k = 0; k < K; ++k) {
-    BF::Matrix H(static_cast<int>(M), static_cast<int>(S));
-    for (std::size_t s = 0; s < S; ++s) {
+    BF::Matrix H(static_cast<int>(M), static_cast<int>(P));
+    for (std::size_t s = 0; s < P; ++s) {
       for (std::size_t m = 0; m < M; ++m) {
         H.setElementAt(static_cast<int>(m), static_cast<int>(s),
-                       std::complex<double>(values[(s * M + m) * K + k]));
+                       std::complex<double>(data.values[(s * M + m) * K + k]));
       }
     }
     database.transferFunctions.push_back(std::move(H));
@@ -53,14 +60,6 @@ BF::TransformFunctionDatabase databaseFrom(std::vector<BF::SourceLocation> sourc
   return database;
 }
 
-}  // namespace
-
 BF::TransformFunctionDatabase databaseOf(const SofaFile& file) {
-  return databaseFrom(sourcesAsSeparated(file.sourcePositions()), file.receiverPositions(),
-                      file.readTransferFunctions(), file.length());
-}
-
-BF::TransformFunctionDatabase databaseOf(const SofaTransferFunctions& data) {
-  return databaseFrom(sourcesAsSeparated(data.sourcePositions), data.receiverPositions, data.values,
-                      data.frequencies);
+  return databaseOf(transferFunctionsOf(file));
 }
