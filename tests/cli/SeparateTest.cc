@@ -84,12 +84,13 @@ TEST_F(Separate, PrintedNetworkWritesTheSameSamples) {
         "ML --noise-from 0:0.05,1.41:1.5 --noise-loading 0.3 --param REG_FACTOR=0.1",
         "ML --noise-recording mix.wav --noise-channels 2,1,3 --noise-normalize false --project on",
         "ML --noise-forgetting 0.7", "MSNR --reference-mic 2 --project-forgetting 0.9",
-        "MSNR --length 256 --param DECOMPOSITION_ALGORITHM=GSVD --project off"}) {
+        "MSNR --length 256 --param DECOMPOSITION_ALGORITHM=GSVD --project off", "MSNR --level off",
+        "MSNR --refine-live --post-mask 0.2", "NULL --refine-live --refine-memory 0.3",
+        "ML --refine-live", "MVDR --responses array.sofa --param LOADING=0.01"}) {
     SCOPED_TRACE(method);
-    const std::string separation =
-        "separate mix.wav --sources busy.json --tf array.sofa "
-        "--format FLOAT --force --method " +
-        method;
+    const std::string separation = "separate mix.wav --sources busy.json --format FLOAT --force " +
+                                   std::string(method.starts_with("MVDR") ? "" : "--tf array.sofa") +
+                                   " --method " + method;
     ASSERT_EQ(run(separation + " -o direct").status, 0);
     const CommandRun printed = run(separation + " -o printed --print-network");
     ASSERT_EQ(printed.status, 0) << printed.errors;
