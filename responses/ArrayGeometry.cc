@@ -8,7 +8,7 @@
 #include <numbers>
 
 #include "dsp/DataError.h"
-#include "responses/DelayCheck.h"
+#include "geometry/SpeedOfSound.h"
 
 namespace {
 
@@ -48,7 +48,7 @@ std::string text(const Position& p) { return fmt::format("({:g}, {:g}, {:g})", p
 
 // The delays of all microphones must fit the half frame before and the half frame after the centre.
 void requireCompact(const Positions& microphones, const Position& centre, const FrameShape& frame) {
-  const double reach = 0.5 * frame.length / frame.rate * SPEED_OF_SOUND;
+  const double reach = 0.5 * frame.length / frame.rate * BF::SPEED_OF_SOUND;
   for (std::size_t m = 0; m < microphones.size(); ++m) {
     const double away = distance(microphones[m], centre);
     if (away < reach) continue;
@@ -137,7 +137,7 @@ SofaTransferFunctions freeFieldResponses(const Positions& microphones, const Pos
             text(source), std::min(away, toCentre),
             away < CLOSEST ? fmt::format("microphone {}", m) : "the array's centre", CLOSEST));
       }
-      const double turn = -pi * frame.rate * (away - toCentre) / SPEED_OF_SOUND /
+      const double turn = -pi * frame.rate * (away - toCentre) / BF::SPEED_OF_SOUND /
                           static_cast<double>(data.frequencies - 1);  // radians per bin
       for (std::size_t k = 0; k < data.frequencies; ++k) {
         data.values.emplace_back(std::polar(toCentre / away, turn * static_cast<double>(k)));

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "dsp/RealFft.h"
+#include "geometry/SpeedOfSound.h"
 
 namespace {
 
@@ -103,11 +104,11 @@ std::optional<DelayAgreement> comparePair(const SofaTransferFunctions& data, Del
   std::vector<double> predicted;
   for (const std::size_t m : directions) {
     const Position& source = data.sourcePositions[m];
-    predicted.push_back((distance(source, pb) - distance(source, pa)) / SPEED_OF_SOUND);
+    predicted.push_back((distance(source, pb) - distance(source, pa)) / BF::SPEED_OF_SOUND);
   }
   if (Spread(predicted).deviation < 0.25 / data.samplingRate) return std::nullopt;
 
-  const double longest = DETOUR * distance(pa, pb) / SPEED_OF_SOUND + CHANNEL_DELAY;
+  const double longest = DETOUR * distance(pa, pb) / BF::SPEED_OF_SOUND + CHANNEL_DELAY;
   std::vector<double> found;
   found.reserve(directions.size());
   for (const std::size_t m : directions) found.push_back(finder.find(m, a, b, longest));

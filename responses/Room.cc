@@ -11,10 +11,11 @@
 #include <thread>
 
 #include "dsp/FastConvolution.h"
-#include "responses/DelayCheck.h"
+#include "geometry/SpeedOfSound.h"
 
 namespace {
 
+using BF::SPEED_OF_SOUND;
 using std::numbers::pi;
 using Place = std::array<double, 3>;
 using Channels = std::vector<std::vector<double>>;

@@ -3,13 +3,8 @@
 #include <stdexcept>
 
 #include "bf/EngineFactory.h"
+#include "geometry/SpeedOfSound.h"
 #include "separation/Methods.h"
-
-namespace {
-
-constexpr double SPEED_OF_SOUND = 343.0;  // m/s
-
-}  // namespace
 
 std::unique_ptr<BF::BF> engineOf(const std::string& method,
                                  const BF::TransformFunctionDatabase& database, int samplingRate) {
@@ -21,7 +16,7 @@ std::unique_ptr<BF::BF> engineOf(const std::string& method,
   BF::EngineParameters parameters;  // steps do not count, as nothing is learnt
   parameters.regFactor = 0.0;
   std::unique_ptr<BF::BF> engine =
-      BF::makeEngine(algorithm, parameters, bins, samplingRate, SPEED_OF_SOUND);
+      BF::makeEngine(algorithm, parameters, bins, samplingRate, BF::SPEED_OF_SOUND);
   engine->setTransformFunctionDatabase(database);
   if (method == "ML") {
     const int M = static_cast<int>(database.micLocations.size());
