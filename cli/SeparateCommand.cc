@@ -169,11 +169,12 @@ void printReport(const SeparationSettings& s, const SeparationResult& result, do
   }
   std::cout << (std::filesystem::path(s.directory) / "timeline.json").string() << "\n";
   const double duration = static_cast<double>(result.samples) / s.samplingRate;
-  std::cout << fmt::format(
-      "{:.2f} s of sound in {:.2f} s, real-time factor {:.3f}; latency {} "
-      "samples ({:.1f} ms)\n",
-      duration, seconds, duration > 0 ? seconds / duration : 0.0, s.length,
-      1000.0 * s.length / s.samplingRate);
+  std::cout << fmt::format("{:.2f} s of sound in {:.2f} s, real-time factor {:.3f}; ", duration,
+                           seconds, duration > 0 ? seconds / duration : 0.0);
+  const int passes = s.passes + s.refinePasses;
+  std::cout << (passes > 1 ? fmt::format("{} passes\n", passes)
+                           : fmt::format("latency {} samples ({:.1f} ms)\n", s.length,
+                                         1000.0 * s.length / s.samplingRate));
 }
 
 /// Complains before the work starts; the files, when they are opened, do so again.

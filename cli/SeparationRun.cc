@@ -45,7 +45,7 @@ Separation::Separator makeSeparator(const SeparationSettings& s, SeparationInput
   return {settings, database};
 }
 
-Audio::SeparatedFiles openFiles(const SeparationSettings& s) {
+Audio::SeparatedFilesOptions fileOptions(const SeparationSettings& s) {
   Audio::SeparatedFilesOptions options;
   options.directory = s.directory;
   options.prefix = s.prefix;
@@ -53,7 +53,7 @@ Audio::SeparatedFiles openFiles(const SeparationSettings& s) {
   options.format = Audio::sampleFormatNamed(s.format);
   options.overwrite = s.overwrite;
   options.overwriteWords = FORCE_WORDS;
-  return {options, {s.length, s.advance}};
+  return options;
 }
 
 /// For --debug: says when the output of a source ceases to be finite.
@@ -105,17 +105,22 @@ class SeparationRun {
       framesBefore += frame + 1;
       frame = -1;
     }
-    files.emplace(openFiles(s));
+    files.emplace(fileOptions(s), layout);
     const bool isEnd = goThrough(inputs.recording, progress);
     files->finish();
     for (const std::string& remark : files->remarks("--format FLOAT")) warn(remark);
     return isEnd;
   }
 
-  /// Where it was stopped.
-  std::string stop() const {
-    if (files) return fmt::format("after frame {}; the files are complete up to it", frame);
-    return fmt::format("in pass {} of {}, before any file was written", pass, separator.passes());
+  /// What to say of a run that was stopped.
+  std::string stopText() const {
+    const int signal = SignalWatch::caught();
+    if (!files) {
+      return fmt::format("stopped by signal {} in pass {} of {}, before any file was written",
+                         signal, pass, separator.passes());
+    }
+    return fmt::format("stopped by signal {} after frame {}; the files are complete up to it",
+                       signal, frame);
   }
   SeparationResult result() const { return {files->report(), files->samples()}; }
 
@@ -193,9 +198,6 @@ SeparationResult runSeparation(const SeparationSettings& settings, SeparationInp
         showsProgress && inputs.samples ? passes * layout.frameCount(*inputs.samples) : 0);
     isComplete = run.separate(progress);
   }
-  if (!isComplete) {
-    throw std::runtime_error(
-        fmt::format("stopped by signal {} {}", SignalWatch::caught(), run.stop()));
-  }
+  if (!isComplete) throw std::runtime_error(run.stopText());
   return run.result();
 }
