@@ -77,7 +77,7 @@ std::vector<Method> makeMethods() {
        constraintStep("LCMV", "0.2")},
       {"GJ", BF::BF_ALGORITHM_GJ, "BeamForming",
        "the same aim by a sidelobe canceller; forgets at every source change",
-       constraintStep("GJ", "0.2")},
+       constraintStep("GJ", "0.002")},
       {"GICA", BF::BF_ALGORITHM_GICA, "BeamForming",
        "several talkers at known positions, a database that fits roughly; adapts over seconds",
        gicaSteps()},
