@@ -109,8 +109,13 @@ TEST_F(Separate, PrintedNetworkWritesTheSameSamples) {
     folder.write("network.n", printed.output);
     EXPECT_EQ(run("run network.n").output, "<Bool true >\n");
     for (const char* name : {"/source_3.wav", "/source_7.wav"}) {
-      const bool isSame = sound("direct" + std::string(name)).samples ==
-                          sound("printed" + std::string(name)).samples;
+      const std::vector<float> direct = sound("direct" + std::string(name)).samples;
+      const std::vector<float> byNetwork = sound("printed" + std::string(name)).samples;
+      // The refinement of three sources and more is the same up to rounding.
+      const float tolerance = method.find("--refine-live") == std::string::npos ? 0.0F : 1e-6F;
+      const bool isSame =
+          std::equal(direct.begin(), direct.end(), byNetwork.begin(), byNetwork.end(),
+                     [tolerance](float a, float b) { return std::abs(a - b) <= tolerance; });
       EXPECT_EQ(isSame, method != "GJ") << name;
     }
     std::filesystem::remove_all(folder / "printed");
