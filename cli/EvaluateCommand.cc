@@ -140,11 +140,10 @@ EvaluatedMethod methodOf(const std::string& text) {
                                    MAX_PASSES));
     }
   }
-  if (name == "MVDR") return method;
   try {
     method.method = &methodNamed(name);
   } catch (const std::invalid_argument& error) {
-    throw CLI::ValidationError(std::string(error.what()) + ", MVDR");
+    throw CLI::ValidationError(error.what());
   }
   return method;
 }

@@ -233,8 +233,8 @@ std::vector<Samples> separate(Separation::Separator& separator, const Audio::Sce
 /// The command's settings of a method.
 Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, int length) {
   Separation::Settings settings;
-  settings.method = wanted.method ? wanted.method->algorithm : Separation::ALGORITHM_MVDR;
-  if (wanted.method) settings.parameters = engineParameters(*wanted.method, {});
+  settings.method = wanted.method->algorithm;
+  settings.parameters = engineParameters(*wanted.method, {});
   settings.refinement.passes = wanted.refinement;
   settings.samplingRate = rate;
   settings.length = length;
@@ -245,8 +245,10 @@ Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, int le
 /// The separator of a method; those without a database take its frames and microphones alone.
 Separation::Separator separatorFor(const EvaluatedMethod& wanted, int rate, const Database& data) {
   const Separation::Settings settings = settingsFor(wanted, rate, data.length());
-  if (wanted.method && wanted.method->needsDatabase()) return {settings, databaseOf(data.framed)};
-  if (wanted.method) return {settings, static_cast<int>(data.framed.receiverPositions.size())};
+  if (wanted.method->needsDatabase()) return {settings, databaseOf(data.framed)};
+  if (!wanted.method->needsResponses()) {
+    return {settings, static_cast<int>(data.framed.receiverPositions.size())};
+  }
   return {settings, Separation::ImpulseResponses{sourcesAsSeparated(data.whole.sourcePositions),
                                                  data.whole.receiverPositions.size(),
                                                  data.whole.samples, rate, data.whole.values}};
@@ -288,9 +290,9 @@ class Evaluator {
       for (const Rendered& rendered : scenes) mixtures.push_back(inNoise(rendered, site, noise));
       for (std::size_t d = 0; d < plan.databases.size(); ++d) {
         for (const EvaluatedMethod& method : methods) {
-          if (!method.needsDatabase() && d > 0) continue;
+          if (!method.isInformed() && d > 0) continue;
           EvaluationRow row{room.name,   array.name,
-                            noise.name,  method.needsDatabase() ? plan.databases[d].name : "",
+                            noise.name,  method.isInformed() ? plan.databases[d].name : "",
                             method.name, {}};
           for (std::size_t s = 0; s < scenes.size(); ++s) {
             Separation::Separator separator = separatorFor(method, plan.rate, databases[d][s]);

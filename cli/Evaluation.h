@@ -11,10 +11,11 @@
 /// A method and how it is run.
 struct EvaluatedMethod {
   std::string name;
-  const Method* method = nullptr;  ///< null: MVDR from whole responses
-  int refinement = 0;              ///< passes of MVDR from masks after it
+  const Method* method = nullptr;
+  int refinement = 0;  ///< passes of MVDR from masks after it
 
-  bool needsDatabase() const { return !method || method->needsDatabase(); }
+  /// Whether it makes a difference with which database it runs.
+  bool isInformed() const { return method->needsDatabase() || method->needsResponses(); }
 };
 
 /// One line of an evaluation: how well a method did, every target of every scene counting once.
@@ -22,7 +23,7 @@ struct EvaluationRow {
   std::string room;
   std::string array;
   std::string noise;
-  std::string database;  ///< "" for methods without one
+  std::string database;  ///< "" for methods that need none
   std::string method;
   std::vector<SourceScore> scores;  ///< scenes and, within them, targets in the plan's order
 };
