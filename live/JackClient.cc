@@ -121,9 +121,10 @@ void JackClient::Impl::addPorts(std::vector<jack_port_t*>& ports, const char* pr
     jack_port_t* const port =
         jack_port_register(client.get(), name.c_str(), JACK_DEFAULT_AUDIO_TYPE, direction, 0);
     if (!port) {
-      throw DataError(fmt::format("the JACK server gives no port {}, expected {} of them (jackd "
-                                  "--port-max raises how many there are)",
-                                  name, count));
+      throw DataError(
+          fmt::format("the JACK server gives no port {}, expected {} of them (jackd "
+                      "--port-max raises how many there are)",
+                      name, count));
     }
     ports.push_back(port);
   }
