@@ -2,9 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -13,46 +11,27 @@
 #include <vector>
 
 #include "cli/OptionChecks.h"
-#include "dsp/DataError.h"
-#include "fileio/SofaFile.h"
+#include "cli/PatternModel.h"
+#include "cli/PrintableOutput.h"
 #include "pictures/BeamPattern.h"
-#include "pictures/DirectionRing.h"
-#include "pictures/PatternPicture.h"
 #include "pictures/PictureFile.h"
-#include "responses/DatabaseFile.h"
+#include "scene/Scene.h"
 #include "scene/SceneMoment.h"
 #include "separation/Methods.h"
-#include "separation/SeparationEngine.h"
 
 namespace {
 
 constexpr std::size_t MAX_FREQUENCIES = 8;
 constexpr double NOTED_ELEVATION = 5.0;  // degrees
-constexpr double MIN_GAIN = -100.0;      // dB; what lies below is rounding
 
 struct Options {
-  std::string database;
-  std::string scene;
-  std::string method = "NULL";
-  std::vector<double> frequencies;  ///< Hz; empty: the usual ones
+  PatternRequest request;
+  std::string band;  ///< "LOW:HIGH" in Hz; empty: all
   std::optional<double> time;
-  double elevation = 0.0;
   std::string output;
   int width = 900;
   bool force = false;
 };
-
-/// Everything the gains follow from.
-struct Setup {
-  std::unique_ptr<BF::BF> engine;
-  double samplingRate = 0.0;
-  double time = 0.0;
-  std::vector<BF::SourceLocation> sources;
-};
-
-std::string fileName(const std::string& path) {
-  return std::filesystem::path(path).filename().string();
-}
 
 void checkMethod(const std::string& name) {
   try {
@@ -66,156 +45,71 @@ void checkMethod(const std::string& name) {
                   name));
 }
 
-void checkUsage(const Options& options) {
-  checkMethod(options.method);
-  if (options.frequencies.size() > MAX_FREQUENCIES) {
+/// LOW:HIGH in Hz.
+std::optional<std::pair<double, double>> bandOf(const std::string& text) {
+  if (text.empty()) return {};
+  const std::size_t colon = text.find(':');
+  double low = 0.0;
+  double high = 0.0;
+  if (colon == std::string::npos || !CLI::detail::lexical_cast(text.substr(0, colon), low) ||
+      !CLI::detail::lexical_cast(text.substr(colon + 1), high) ||
+      !(0.0 <= low && low < high && std::isfinite(high))) {
     throw CLI::ValidationError(
-        "--frequency",
-        fmt::format("{} given, expected {} at most", options.frequencies.size(), MAX_FREQUENCIES));
+        "--band", fmt::format("\"{}\", expected LOW:HIGH in Hz with 0 <= LOW < HIGH, such as "
+                              "300:3400",
+                              text));
   }
-  checkPicture(options.output, options.force, {options.database, options.scene});
+  return std::pair(low, high);
 }
 
-Setup readInputs(const Options& options) {
-  Setup setup;
-  const Audio::Scene scene = Audio::Scene::read(options.scene);
-  setup.time = options.time.value_or(fullestTime(scene));
-  setup.sources = sourcesAt(scene, setup.time);
-  if (std::none_of(setup.sources.begin(), setup.sources.end(), [](auto& s) { return s.flag; })) {
-    throw DataError(
-        fmt::format("{}: found no source that is active at {:g} s, expected one or more (--time)",
-                    options.scene, setup.time));
+void checkUsage(const Options& options) {
+  checkMethod(options.request.method);
+  if (options.request.frequencies.size() > MAX_FREQUENCIES) {
+    throw CLI::ValidationError("--frequency",
+                               fmt::format("{} given, expected {} at most",
+                                           options.request.frequencies.size(), MAX_FREQUENCIES));
   }
-  const SofaFile file(options.database);
-  requireDatabase(file);
-  setup.samplingRate = file.samplingRate();
-  setup.engine =
-      engineOf(options.method, databaseOf(file), static_cast<int>(std::lround(setup.samplingRate)));
-  setup.engine->updateSources(setup.sources);
-  return setup;
-}
-
-/// The bins nearest to the frequencies, in increasing order, each once.
-std::vector<std::size_t> binsOf(const Options& options, const Setup& setup) {
-  const std::size_t last = setup.engine->separationMatrices.size() - 1;
-  const double highest = setup.samplingRate / 2.0;
-  std::vector<double> frequencies = options.frequencies;
-  for (const double frequency : frequencies) {
-    if (frequency <= highest) continue;
-    throw DataError(fmt::format("--frequency is {:g} Hz, expected 0 to {:g} Hz, which {} covers",
-                                frequency, highest, options.database));
-  }
-  if (frequencies.empty()) {
-    for (const double usual : {500.0, 1000.0, 2000.0, 4000.0}) {
-      if (usual <= highest) frequencies.push_back(usual);
-    }
-  }
-  std::vector<std::size_t> bins;
-  bins.reserve(frequencies.size());
-  for (const double frequency : frequencies) {
-    bins.push_back(
-        static_cast<std::size_t>(std::lround(frequency / highest * static_cast<double>(last))));
-  }
-  std::sort(bins.begin(), bins.end());
-  bins.erase(std::unique(bins.begin(), bins.end()), bins.end());
-  return bins;
-}
-
-double meanDistance(const std::vector<BF::SourceLocation>& sources) {
-  double sum = 0.0;
-  for (const BF::SourceLocation& source : sources) sum += bearingOf(source).distance;
-  return sum / static_cast<double>(sources.size());
-}
-
-DirectionRing ringOf(const Options& options, const Setup& setup) {
-  try {
-    return DirectionRing::of(*setup.engine->tfDatabase, options.elevation,
-                             meanDistance(setup.sources));
-  } catch (const DataError& error) {
-    throw DataError(options.database + ": " + error.what());
-  }
-}
-
-/// How the matrices were made, where that is not the whole truth about the method.
-std::string stateOf(const std::string& method) {
-  if (method == "ML") return ", equal noise at all microphones";
-  if (method == "LCMV" || method == "GJ" || method == "GICA") return " before it adapts";
-  return "";
-}
-
-PatternPicture pictureOf(const Options& options, const Setup& setup, const DirectionRing& ring) {
-  PatternPicture picture;
-  picture.title = fmt::format("{}{}: gain by direction (0 dB: unchanged)", options.method,
-                              stateOf(options.method));
-  picture.subtitle = fmt::format("{}, {}; {} at {:.2f} s", fileName(options.database), ring.text(),
-                                 fileName(options.scene), setup.time);
-  for (const Bearing& bearing : ring.bearings) picture.azimuths.push_back(bearing.azimuth);
-  const std::vector<std::size_t> bins = binsOf(options, setup);
-  const double step =
-      setup.samplingRate / 2.0 /
-      static_cast<double>(std::max<std::size_t>(1, setup.engine->separationMatrices.size() - 1));
-  for (const std::size_t k : bins) picture.frequencies.push_back(static_cast<double>(k) * step);
-  for (std::size_t row = 0; row < setup.sources.size(); ++row) {
-    picture.sources.push_back({setup.sources[row].id, bearingOf(setup.sources[row])});
-    if (!setup.sources[row].flag) continue;
-    PatternPicture::Panel panel{row, std::vector<std::vector<double>>(bins.size() + 1)};
-    for (const int position : ring.positions) {
-      const std::vector<double> gains = powerGains(*setup.engine, static_cast<int>(row), position);
-      for (std::size_t c = 0; c < bins.size(); ++c) {
-        panel.curves[c].push_back(inDecibels(gains[bins[c]]));
-      }
-      panel.curves.back().push_back(broadbandGain(gains));
-    }
-    picture.panels.push_back(std::move(panel));
-  }
-  return picture;
+  checkPicture(options.output, options.force, {options.request.database, options.request.scene});
 }
 
 /// Notes sources that stand elsewhere than what the picture shows.
-void noteElevations(const Options& options, const Setup& setup, const DirectionRing& ring) {
-  const double shown = ring.bearings.front().elevation;
-  for (const BF::SourceLocation& source : setup.sources) {
+void noteElevations(const Options& options, const PatternModel& model) {
+  const double shown = model.ring().bearings.front().elevation;
+  for (const BF::SourceLocation& source : model.sources()) {
     const double elevation = bearingOf(source).elevation;
     if (std::abs(elevation - shown) <= NOTED_ELEVATION) continue;
-    std::cerr << "zelk-sss: "
-              << fmt::format(
-                     "{}: source {} is at elevation {:.1f} degrees, the picture shows {:.1f} "
-                     "(--elevation)",
-                     options.scene, source.id, elevation, shown + 0.0)
-              << std::endl;
+    warn(
+        fmt::format("{}: source {} is at elevation {:.1f} degrees, the picture shows {:.1f} "
+                    "(--elevation)",
+                    options.request.scene, source.id, elevation, shown + 0.0));
   }
 }
 
-std::string gainText(double gain) {
-  return gain < MIN_GAIN ? fmt::format("below {:.0f} dB", MIN_GAIN)
-                         : fmt::format("{:.1f} dB", std::round(10.0 * gain) / 10.0 + 0.0);
-}
-
-/// The broadband gains between the sources themselves, a line for each target.
-void printGains(const Options& options, const Setup& setup, const DirectionRing& ring) {
-  std::cout << fmt::format("{}: {} at {:.2f} s, {} of {}\n", options.output, options.method,
-                           setup.time, ring.text(), options.database);
-  for (std::size_t row = 0; row < setup.sources.size(); ++row) {
-    if (!setup.sources[row].flag) continue;
-    std::cout << fmt::format("source {}: gain", setup.sources[row].id);
-    for (std::size_t s = 0; s < setup.sources.size(); ++s) {
-      const int position = setup.engine->tfDatabase->findNearestSourceIndex(setup.sources[s]);
-      const double gain = broadbandGain(powerGains(*setup.engine, static_cast<int>(row), position));
-      std::cout << fmt::format("{} {} towards source {}", s == 0 ? "" : ",", gainText(gain),
-                               setup.sources[s].id);
+/// The mean gains between the sources themselves, a line for each target.
+void printGains(const Options& options, const PatternModel& model) {
+  std::cout << fmt::format("{}: {} at {:.2f} s, {} of {}\n", options.output, options.request.method,
+                           model.time(), model.ring().text(), options.request.database);
+  for (std::size_t row = 0; row < model.sources().size(); ++row) {
+    if (!model.sources()[row].flag) continue;
+    std::cout << fmt::format("source {}: gain", model.sources()[row].id);
+    for (std::size_t s = 0; s < model.sources().size(); ++s) {
+      std::cout << fmt::format("{} {} towards source {}", s == 0 ? "" : ",",
+                               gainText(model.gain(row, s)), model.sources()[s].id);
     }
     std::cout << "\n";
   }
 }
 
-void drawPattern(const Options& options) {
+void drawPattern(Options options) {
+  PatternRequest& request = options.request;
   checkUsage(options);
-  const Setup setup = readInputs(options);
-  const DirectionRing ring = ringOf(options, setup);
-  const PatternPicture picture = pictureOf(options, setup, ring);
-  writePicture(options.output, picture.drawn(options.width), options.force);
-  noteElevations(options, setup, ring);
-  printGains(options, setup, ring);
+  request.band = bandOf(options.band);
+  const Audio::Scene scene = Audio::Scene::read(request.scene);
+  PatternModel model(request, scene);
+  model.setTime(options.time.value_or(fullestTime(scene)));
+  writePicture(options.output, model.picture().drawn(options.width), options.force);
+  noteElevations(options, model);
+  printGains(options, model);
 }
 
 }  // namespace
@@ -224,26 +118,30 @@ void addPatternCommand(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand(
       "pattern", "Draw how loud a method lets each direction through, for each source");
-  command->add_option("--tf", options->database, "Transfer-function database (SOFA, DataType TF)")
+  command
+      ->add_option("--tf", options->request.database,
+                   "Transfer-function database (SOFA, DataType TF)")
       ->required();
-  command->add_option("--sources", options->scene, "Scene file: which sources, where, when")
+  command->add_option("--sources", options->request.scene, "Scene file: which sources, where, when")
       ->required();
   command
-      ->add_option("--method", options->method,
+      ->add_option("--method", options->request.method,
                    "See: zelk-sss methods; LCMV, GJ and GICA are drawn before they adapt, ML with "
                    "equal noise at all microphones")
       ->capture_default_str();
   command
       ->add_option(
-          "--frequency", options->frequencies,
+          "--frequency", options->request.frequencies,
           "Frequencies to draw, in Hz, beside the mean of all; default: 500 1000 2000 4000")
       ->check(isNonNegative());
+  command->add_option("--band", options->band,
+                      "Frequencies that the mean is over, LOW:HIGH in Hz; default: all");
   command
       ->add_option("--time", options->time,
                    "When in the scene, in seconds; default: when the most sources are active")
       ->check(isNonNegative());
   command
-      ->add_option("--elevation", options->elevation,
+      ->add_option("--elevation", options->request.elevation,
                    "Elevation to draw, in degrees: the nearest that the database has")
       ->check(isBetween(-90.0, 90.0))
       ->capture_default_str();

@@ -9,20 +9,24 @@
 #include <memory>
 
 #include "audio/FolderLock.h"
+#include "audio/OutputFile.h"
 #include "audio/SeparatedFiles.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
 #include "cli/PrintableOutput.h"
+#include "cli/ReportBuilder.h"
 #include "cli/SeparationInputs.h"
 #include "cli/SeparationNetwork.h"
 #include "cli/SeparationOptions.h"
 #include "cli/SeparationRun.h"
+#include "report/RunRecord.h"
 
 namespace {
 
 struct Options {
   SeparationOptions separation;
   bool printNetwork = false;
+  std::string report;  ///< a page to write, or empty
   bool quiet = false;
 };
 
@@ -43,6 +47,49 @@ void checkNetwork(const SeparationSettings& s) {
   if (s.postMask < 1.0F && !s.refineLive) {
     misuse("--post-mask needs --refine-live in a network, expected both or neither");
   }
+}
+
+std::string absolutePath(const std::string& path) {
+  return path.empty() ? "" : std::filesystem::absolute(path).lexically_normal().string();
+}
+
+/// Writes down beside the files how they were made.
+void writeRecord(const SeparationSettings& s, const SeparationInputs& inputs,
+                 const SeparationResult& result, double seconds) {
+  RunRecord record;
+  record.version = ZELK_VERSION;
+  record.recording = absolutePath(s.recording);
+  record.database = absolutePath(s.database);
+  record.responses = absolutePath(s.responses);
+  record.channels = s.channels;
+  record.method = s.method->name;
+  for (const MethodParameter& parameter : s.method->parameters) {
+    const auto given = s.methodParameters.find(parameter.name);
+    record.parameters.emplace_back(
+        parameter.name, given == s.methodParameters.end() ? parameter.defaultValue : given->second);
+  }
+  record.length = s.length;
+  record.advance = s.advance;
+  record.window = s.window;
+  record.samplingRate = s.samplingRate;
+  record.microphones = inputs.microphones;
+  record.reference = s.reference;
+  record.passes = s.passes + s.refinePasses;
+  record.refinePasses = s.refinePasses;
+  record.duration = static_cast<double>(result.samples) / s.samplingRate;
+  record.elapsed = seconds;
+  record.warnings = inputs.warnings;
+  for (const Audio::SeparatedFile& file : result.files) {
+    if (file.clipped == 0) continue;
+    record.warnings.push_back(
+        fmt::format("source {}: {} samples were clipped, the largest was "
+                    "{:.3f} times full scale",
+                    file.id, file.clipped, file.peak));
+  }
+  record.scene = inputs.scene;
+  Audio::OutputFile file((std::filesystem::path(s.directory) / RunRecord::NAME).string(), true);
+  file.write(record.json());
+  file.finish();
 }
 
 /// What the run wrote.
@@ -74,6 +121,7 @@ void checkFolder(const SeparationSettings& s, const Audio::Scene& scene) {
   std::vector<std::string> paths = Audio::SeparatedFiles::filesOfEarlierRun(s.directory);
   const std::filesystem::path folder = s.directory;
   paths.push_back((folder / "timeline.json").string());
+  paths.push_back((folder / RunRecord::NAME).string());
   for (const Audio::SceneSource& source : scene.sources()) {
     paths.push_back((folder / fmt::format("{}{}.wav", s.prefix, source.id)).string());
   }
@@ -92,13 +140,25 @@ void separate(Options options) {
     return;
   }
   checkFolder(s, inputs.scene);
+  if (!options.report.empty()) {
+    checkReportFile(options.report, s.overwrite, {s.recording, s.database, s.responses, s.scene});
+  }
   for (const std::string& warning : inputs.warnings) warn(warning);
   const auto start = std::chrono::steady_clock::now();
   const SeparationResult result = runSeparation(s, inputs, !options.quiet);
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+  writeRecord(s, inputs, result, elapsed.count());
+  if (!options.report.empty()) {
+    ReportRequest request;
+    request.folders = {s.directory};
+    request.output = options.report;
+    request.force = s.overwrite;
+    writeReport(request);
+  }
   if (options.quiet) return;
   for (const std::string& note : inputs.notes) std::cout << note << "\n";
   printReport(s, result, elapsed.count());
+  if (!options.report.empty()) std::cout << options.report << "\n";
 }
 
 void addRecordingOptions(CLI::App& command, SeparationSettings& s) {
@@ -160,6 +220,8 @@ void addSeparateCommand(CLI::App& app) {
   separation.addNoise(*command);
   separation.addOutputs(*command);
   addPassOptions(*command, s);
+  command->add_option("--report", options->report,
+                      "Also write a page to hear and see the result in a browser, NAME.html");
   command->add_flag("--debug", s.debug, "Report NaN and infinite values of the output");
   command->add_flag("--force", s.overwrite, "Replace files of an earlier run");
   command->add_flag("--print-network", options->printNetwork,

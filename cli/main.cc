@@ -11,7 +11,9 @@
 #include "cli/NetworkRun.h"
 #include "cli/PatternCommand.h"
 #include "cli/PrintableOutput.h"
+#include "cli/ReportCommand.h"
 #include "cli/RunCommand.h"
+#include "cli/SceneCommand.h"
 #include "cli/ScoreCommand.h"
 #include "cli/SeparateCommand.h"
 #include "cli/SpectrogramCommand.h"
@@ -99,6 +101,8 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   addEvaluateCommand(app);
   addPatternCommand(app);
   addSpectrogramCommand(app);
+  addSceneCommand(app);
+  addReportCommand(app);
   addRunCommand(app);
   return run(app, argc, argv);
 }

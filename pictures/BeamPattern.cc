@@ -1,5 +1,7 @@
 #include "pictures/BeamPattern.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <complex>
@@ -23,3 +25,9 @@ double broadbandGain(const std::vector<double>& powerGains) {
 }
 
 double inDecibels(double power) { return 10.0 * std::log10(power); }
+
+std::string gainText(double decibels) {
+  constexpr double LEAST = -100.0;
+  return decibels < LEAST ? fmt::format("below {:.0f} dB", LEAST)
+                          : fmt::format("{:.1f} dB", std::round(10.0 * decibels) / 10.0 + 0.0);
+}

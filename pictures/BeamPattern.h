@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "bf/BF.h"
@@ -14,3 +15,6 @@ double broadbandGain(const std::vector<double>& powerGains);
 
 /// A power in dB; −∞ for 0.
 double inDecibels(double power);
+
+/// "-12.3 dB", or "below -100 dB" for what is but rounding.
+std::string gainText(double decibels);

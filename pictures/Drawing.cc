@@ -7,6 +7,8 @@
 #include <memory>
 #include <sstream>
 
+#include "pictures/Base64.h"
+
 namespace {
 
 /// Mean width of a letter over the text's size.
@@ -29,12 +31,6 @@ std::string clean(const std::string& text) {
     if ((c >= 0 && c < ' ') || c == 0x7f) c = '?';
   }
   return result;
-}
-
-std::string base64(const std::string& bytes) {
-  const std::unique_ptr<char, void (*)(void*)> text(
-      g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size()), g_free);
-  return text.get();
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <numbers>
 
 #include "dsp/DataError.h"
+#include "pictures/BeamPattern.h"
 
 namespace {
 
@@ -21,8 +22,10 @@ constexpr double MIN_RADIUS = 90.0;
 constexpr double MAX_RADIUS = 230.0;
 constexpr double HEADING = 56.0;  // height of the title and the subtitle
 constexpr double PANEL_TITLE = 26.0;
-constexpr double LEGEND_WIDTH = 125.0;  // of an entry
+constexpr double LEGEND_WIDTH = 172.0;  // of an entry
 constexpr double LEGEND_LINE = 24.0;
+constexpr double NOTE_LINE = 20.0;
+constexpr std::size_t MAX_DOTS = 120;  // directions that are marked one by one
 
 Stroke curveStroke(std::size_t curve, std::size_t curves) {
   if (curve + 1 == curves) return {BLACK, 2.4};
@@ -67,6 +70,27 @@ class Diagram {
       drawing.patch({p.x - half, p.y - 6.0}, {p.x + half, p.y + 6.0}, 3.0, WHITE, {WHITE, 0.0});
       drawing.text(p, text, {10.0, Anchor::Middle, GREY});
     }
+    const std::string least = fmt::format("≤ {} dB", FLOOR);
+    drawing.patch({centre.x - 24.0, centre.y - 6.0}, {centre.x + 24.0, centre.y + 6.0}, 3.0, WHITE,
+                  {WHITE, 0.0});
+    drawing.text(centre, least, {10.0, Anchor::Middle, GREY});
+  }
+
+  /// The directions that the curve was computed at.
+  void drawDots(const std::vector<double>& azimuths, const std::vector<double>& gains) const {
+    if (azimuths.size() > MAX_DOTS) return;
+    for (std::size_t i = 0; i < azimuths.size(); ++i) {
+      drawing.circle(at(azimuths[i], radius(gains[i])), 1.6, {BLACK, 1.6});
+    }
+  }
+
+  /// How loud the mean is towards a source, inside its mark.
+  void drawGain(double azimuth, double gain) const {
+    const std::string text = gainText(gain);
+    const double half = 3.2 * static_cast<double>(text.size());
+    const Point p = at(azimuth, R - 22.0);
+    drawing.patch({p.x - half, p.y - 7.0}, {p.x + half, p.y + 7.0}, 3.0, WHITE, {PALE, 0.8});
+    drawing.text(p, text, {10.0, Anchor::Middle, BLACK, true});
   }
 
   /// The curve, open where the directions leave a gap.
@@ -226,7 +250,12 @@ void drawPanel(Drawing& drawing, const Layout& layout, const PatternPicture& pic
   for (std::size_t c = 0; c < panel.curves.size(); ++c) {
     diagram.drawCurve(picture.azimuths, panel.curves[c], curveStroke(c, panel.curves.size()));
   }
+  diagram.drawDots(picture.azimuths, panel.curves.back());
   diagram.drawLevels(freeAzimuth(picture.sources));
+  for (std::size_t s = 0; s < panel.sourceGains.size(); ++s) {
+    if (s != panel.source)
+      diagram.drawGain(picture.sources[s].bearing.azimuth, panel.sourceGains[s]);
+  }
   // The target's patch last: it stays in sight where two sources share an azimuth.
   for (std::size_t s = 0; s < picture.sources.size(); ++s) {
     const auto& source = picture.sources[s];
@@ -235,7 +264,8 @@ void drawPanel(Drawing& drawing, const Layout& layout, const PatternPicture& pic
   diagram.drawMark(target.id, target.bearing.azimuth, true);
 }
 
-void drawLegend(Drawing& drawing, const Layout& layout, const std::vector<double>& frequencies) {
+void drawLegend(Drawing& drawing, const Layout& layout, const PatternPicture& picture) {
+  const std::vector<double>& frequencies = picture.frequencies;
   const int curves = static_cast<int>(frequencies.size()) + 1;
   const auto name = [&](int i, const std::string& text) {
     const Point p = layout.legendEntry(i);
@@ -244,8 +274,8 @@ void drawLegend(Drawing& drawing, const Layout& layout, const std::vector<double
   };
   for (int c = 0; c < curves; ++c) {
     const bool isLast = c + 1 == curves;
-    const Point p =
-        name(c, isLast ? "mean of all" : frequencyText(frequencies[static_cast<std::size_t>(c)]));
+    const Point p = name(
+        c, isLast ? picture.meanName : frequencyText(frequencies[static_cast<std::size_t>(c)]));
     drawing.line(p, {p.x + 30.0, p.y},
                  curveStroke(static_cast<std::size_t>(c), static_cast<std::size_t>(curves)));
   }
@@ -260,11 +290,16 @@ void drawLegend(Drawing& drawing, const Layout& layout, const std::vector<double
 Drawing PatternPicture::drawn(int width) const {
   const Layout layout(width, static_cast<int>(panels.size()),
                       static_cast<int>(frequencies.size()) + 3);
-  Drawing drawing(width, layout.height, title);
+  const double noteHeight = note.empty() ? 0.0 : NOTE_LINE;
+  Drawing drawing(width, layout.height + static_cast<int>(noteHeight), title);
   drawing.text({20.0, 20.0}, shortened(title, width - 40.0, 16.0),
                {16.0, Anchor::Start, BLACK, true});
   drawing.text({20.0, 42.0}, shortened(subtitle, width - 40.0, 12.0), {12.0, Anchor::Start, GREY});
   for (std::size_t p = 0; p < panels.size(); ++p) drawPanel(drawing, layout, *this, p);
-  drawLegend(drawing, layout, frequencies);
+  drawLegend(drawing, layout, *this);
+  if (!note.empty()) {
+    drawing.text({20.0, layout.height + NOTE_LINE / 2.0 - 4.0}, shortened(note, width - 40.0, 11.0),
+                 {11.0, Anchor::Start, GREY});
+  }
   return drawing;
 }

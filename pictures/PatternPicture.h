@@ -16,12 +16,15 @@ struct PatternPicture {
   struct Panel {
     std::size_t source = 0;                   ///< the separated one's number in sources
     std::vector<std::vector<double>> curves;  ///< dB, a row per curve, a value per direction
+    std::vector<double> sourceGains;          ///< dB, of the mean, towards each of the sources
   };
 
   std::string title;
   std::string subtitle;
   std::vector<double> azimuths;     ///< degrees, increasing
-  std::vector<double> frequencies;  ///< Hz, of the curves but the last, which is that of all
+  std::vector<double> frequencies;  ///< Hz, of the curves but the last, which is a mean
+  std::string meanName;             ///< of the last curve
+  std::string note;                 ///< a sentence below the diagrams, or empty
   std::vector<Source> sources;
   std::vector<Panel> panels;
 

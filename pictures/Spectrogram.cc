@@ -2,12 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <numeric>
 
 #include "audio/AudioReader.h"
 #include "audio/Channels.h"
 #include "audio/FrameReader.h"
 #include "dsp/DataError.h"
+#include "dsp/FrameAnalyzer.h"
 #include "dsp/Window.h"
 #include "pictures/LevelColumns.h"
 
@@ -21,12 +23,11 @@ double fullScalePower(int length) {
 }
 
 /// Names and times; `first` is the first frame that counts.
-Spectrogram described(const std::string& path, const Audio::FrameReader& reader,
-                      const Audio::FrameLayout& layout, std::int64_t first,
-                      std::size_t framesPerColumn) {
+Spectrogram described(const std::string& name, int samplingRate, const Audio::FrameLayout& layout,
+                      std::int64_t first, std::size_t framesPerColumn) {
   Spectrogram result;
-  result.name = path;
-  result.samplingRate = reader.file().samplingRate();
+  result.name = name;
+  result.samplingRate = samplingRate;
   result.bins = static_cast<std::size_t>(layout.bins());
   const auto seconds = [&](double samples) { return samples / result.samplingRate; };
   result.begin = seconds(static_cast<double>(layout.start(first)) +
@@ -65,11 +66,36 @@ std::vector<Spectrogram> readSpectrograms(const std::string& path, const std::st
   }
   std::vector<Spectrogram> result;
   for (std::size_t c = 0; c < columns.size(); ++c) {
-    Spectrogram one = described(path, reader, layout, first, columns[c].framesPerColumn());
+    Spectrogram one =
+        described(path, reader.file().samplingRate(), layout, first, columns[c].framesPerColumn());
     one.duration = static_cast<double>(samples) / one.samplingRate;
     one.levels = columns[c].levels(fullScalePower(layout.length()));
     if (fileChannels > 1) one.name += fmt::format(", channel {}", numbers[c] + 1);
     result.push_back(std::move(one));
   }
+  return result;
+}
+
+Spectrogram spectrogramOf(const std::string& name, const Signal& signal,
+                          const SpectrogramFrames& frames) {
+  const Audio::FrameLayout layout(frames.length, frames.advance);
+  Audio::FrameAnalyzer analyzer(1, layout, Audio::WindowType::Hann);
+  LevelColumns columns(static_cast<std::size_t>(layout.bins()));
+  const auto samples = static_cast<std::int64_t>(signal.samples.size());
+  std::int64_t first = 0;
+  for (std::int64_t frame = 0; frame < layout.frameCount(samples); ++frame) {
+    const std::int64_t begin = std::min(samples, frame * layout.advance());
+    const std::int64_t count = std::min<std::int64_t>(samples - begin, layout.advance());
+    analyzer.add(signal.samples.data() + begin, static_cast<std::size_t>(count));
+    if (layout.start(frame) + layout.length() / 2 < 0) {
+      first = frame + 1;
+    } else {
+      columns.add(analyzer.spectra().data());
+    }
+  }
+  Spectrogram result =
+      described(name, signal.samplingRate, layout, first, columns.framesPerColumn());
+  result.duration = static_cast<double>(samples) / signal.samplingRate;
+  result.levels = columns.levels(fullScalePower(layout.length()));
   return result;
 }

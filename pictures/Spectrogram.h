@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "audio/SignalFile.h"
+
 /// How a recording is cut into frames, in samples.
 struct SpectrogramFrames {
   int length = 512;
@@ -31,3 +33,7 @@ struct Spectrogram {
 /// about the file go to standard error.
 std::vector<Spectrogram> readSpectrograms(const std::string& path, const std::string& channels,
                                           const SpectrogramFrames& frames);
+
+/// The same of samples in memory, of which there must be some.
+Spectrogram spectrogramOf(const std::string& name, const Signal& signal,
+                          const SpectrogramFrames& frames);

@@ -29,13 +29,11 @@ struct Axes {
   double bottom = 0.0;  // dB
 
   Axes(const std::vector<Spectrogram>& spectrograms, double range) {
-    double loudest = -std::numeric_limits<double>::infinity();
     for (const Spectrogram& s : spectrograms) {
       seconds = std::max(seconds, s.duration);
       hertz = std::max(hertz, s.samplingRate / 2.0);
-      for (const float level : s.levels) loudest = std::max(loudest, double{level});
     }
-    top = std::isfinite(loudest) ? 5.0 * std::ceil(loudest / 5.0) : 0.0;
+    top = loudestLevel(spectrograms);
     bottom = top - range;
   }
 
@@ -55,25 +53,16 @@ struct Frame {
   }
 };
 
-Raster colours(const Spectrogram& s, const Axes& axes) {
-  Raster raster(s.columns(), s.bins);
-  for (std::size_t c = 0; c < s.columns(); ++c) {
-    for (std::size_t k = 0; k < s.bins; ++k) {
-      raster.at(c, s.bins - 1 - k) = scaleColour(axes.share(double{s.level(c, k)}));
-    }
-  }
-  return raster;
-}
-
 /// Each bin reaches half a bin to both sides of its frequency, each column one step from its begin.
 void drawLevels(Drawing& drawing, const Spectrogram& s, const Frame& frame, const Axes& axes) {
   const double half =
       s.bins > 1 ? s.samplingRate / 4.0 / static_cast<double>(s.bins - 1) : s.samplingRate / 4.0;
   const double end = s.begin + s.columnSeconds * static_cast<double>(s.columns());
-  drawing.image(
-      colours(s, axes), {frame.x(s.begin, axes), frame.y(s.samplingRate / 2.0 + half, axes)},
-      {frame.x(end, axes), frame.y(-half, axes)},
-      {frame.from.x, frame.y(s.samplingRate / 2.0, axes)}, {frame.x(s.duration, axes), frame.to.y});
+  drawing.image(levelRaster(s, axes.bottom, axes.top),
+                {frame.x(s.begin, axes), frame.y(s.samplingRate / 2.0 + half, axes)},
+                {frame.x(end, axes), frame.y(-half, axes)},
+                {frame.from.x, frame.y(s.samplingRate / 2.0, axes)},
+                {frame.x(s.duration, axes), frame.to.y});
 }
 
 void drawFrequencies(Drawing& drawing, const Frame& frame, const Axes& axes) {
@@ -149,6 +138,24 @@ double panelHeight(std::size_t panels, const SpectrogramStyle& style) {
 }
 
 }  // namespace
+
+double loudestLevel(const std::vector<Spectrogram>& spectrograms) {
+  double loudest = -std::numeric_limits<double>::infinity();
+  for (const Spectrogram& s : spectrograms) {
+    for (const float level : s.levels) loudest = std::max(loudest, double{level});
+  }
+  return std::isfinite(loudest) ? 5.0 * std::ceil(loudest / 5.0) : 0.0;
+}
+
+Raster levelRaster(const Spectrogram& s, double bottom, double top) {
+  Raster raster(s.columns(), s.bins);
+  for (std::size_t c = 0; c < s.columns(); ++c) {
+    for (std::size_t k = 0; k < s.bins; ++k) {
+      raster.at(c, s.bins - 1 - k) = scaleColour((double{s.level(c, k)} - bottom) / (top - bottom));
+    }
+  }
+  return raster;
+}
 
 Drawing spectrogramPicture(const std::vector<Spectrogram>& spectrograms,
                            const SpectrogramStyle& style) {

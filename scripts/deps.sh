@@ -9,6 +9,7 @@
 #   scripts/deps.sh --docs       also what the API reference needs
 #   scripts/deps.sh --fuzz       also what fuzzing needs
 #   scripts/deps.sh --valgrind   also what scripts/valgrind.sh needs
+#   scripts/deps.sh --browser    also what the test of the report page needs, which is left out without it
 #   scripts/deps.sh --lint       also what linting needs
 #   scripts/deps.sh --all        all that
 # Quick when everything is there. Uses sudo when not root. Without apt it prints the list and goes on.
@@ -31,6 +32,7 @@ bare=(debootstrap ccache)
 docs=(doxygen)
 fuzzing=(clang-14 libclang-rt-14-dev)
 memory=(valgrind)
+browser=(chromium)
 linting=(clang-tidy-14)
 
 packages=("${building[@]}" "${demonstration[@]}" "${development[@]}")
@@ -43,11 +45,12 @@ case "${1:-}" in
   --bare) packages+=("${bare[@]}") ;;
   --docs) packages+=("${docs[@]}") ;;
   --valgrind) packages+=("${memory[@]}") ;;
+  --browser) packages+=("${browser[@]}") ;;
   --lint) packages+=("${linting[@]}") ;;
   --fuzz) packages+=("${fuzzing[@]}") ;;
   --all)
     packages+=("${baselines[@]}" "${packaging[@]}" "${bare[@]}" "${docs[@]}" "${fuzzing[@]}" "${memory[@]}"
-      "${linting[@]}")
+      "${linting[@]}" "${browser[@]}")
     ;;
   *) echo "deps.sh: there is no option $1; its head lists them" >&2; exit 1 ;;
 esac
