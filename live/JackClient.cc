@@ -26,7 +26,7 @@ std::string refusal(const std::string& server, jack_status_t status) {
   if ((status & (JackServerFailed | JackServerError)) != 0) {
     return fmt::format(
         "no JACK server{} answers, expected one that runs (start jackd, or with PipeWire: pw-jack "
-        "zelk-sss live …)",
+        "zelk-sss live)",
         server.empty() ? "" : fmt::format(" \"{}\"", server));
   }
   return fmt::format("the JACK server refuses a client (status 0x{:x}), expected one that takes it",
