@@ -11,8 +11,6 @@
 /// double-precision matrices, which all separation nodes share.
 
 /// Speed of sound handed to the engines, in metres per second.
-constexpr float SPEED_OF_SOUND = 343.0F;
-
 /// Appends one location per source of the list (FD::Source objects), with the flag.
 /// Throws the host's cast exception when an element is no source.
 void appendLocations(const SourceList& sourceList, bool flag,

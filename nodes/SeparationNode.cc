@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "dsp/DataError.h"
+#include "geometry/SpeedOfSound.h"
 #include "nodes/FrameConversion.h"
 #include "nodes/NodeReports.h"
 #include "nodes/TransferFunctionLoader.h"
@@ -59,7 +60,7 @@ BF::TransformFunctionDatabase SeparationNode::loadDatabase(int sourceLine) {
 void SeparationNode::makeEngine(BF::BfAlgorithmType algorithm,
                                 const BF::EngineParameters& engineParameters) {
   engine =
-      BF::makeEngine(algorithm, engineParameters, length / 2 + 1, samplingRate, SPEED_OF_SOUND);
+      BF::makeEngine(algorithm, engineParameters, length / 2 + 1, samplingRate, BF::SPEED_OF_SOUND);
 }
 
 // ---- frames

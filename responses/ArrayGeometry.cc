@@ -8,6 +8,8 @@
 #include <numbers>
 
 #include "dsp/DataError.h"
+#include "geometry/Direction.h"
+#include "geometry/SpeedOfSound.h"
 #include "responses/DelayCheck.h"
 
 namespace {
@@ -48,7 +50,7 @@ std::string text(const Position& p) { return fmt::format("({:g}, {:g}, {:g})", p
 
 // The delays of all microphones must fit the half frame before and the half frame after the centre.
 void requireCompact(const Positions& microphones, const Position& centre, const FrameShape& frame) {
-  const double reach = 0.5 * frame.length / frame.rate * SPEED_OF_SOUND;
+  const double reach = 0.5 * frame.length / frame.rate * BF::SPEED_OF_SOUND;
   for (std::size_t m = 0; m < microphones.size(); ++m) {
     const double away = distance(microphones[m], centre);
     if (away < reach) continue;
@@ -104,10 +106,10 @@ Positions gridPositions(const DirectionGrid& grid) {
             fmt::format("--elevations holds {}, expected -90 to 90 degrees", elevation));
       }
       const bool pole = std::abs(elevation) == 90.0;
-      const double level = pole ? 0.0 : metres * std::cos(elevation * pi / 180.0);
-      const double height = metres * std::sin(elevation * pi / 180.0);
+      const double level = pole ? 0.0 : metres * std::cos(BF::radians(elevation));
+      const double height = metres * std::sin(BF::radians(elevation));
       for (int i = 0; i < (pole ? 1 : static_cast<int>(perTurn)); ++i) {
-        const double azimuth = i * grid.azimuthStep * pi / 180.0;
+        const double azimuth = BF::radians(i * grid.azimuthStep);
         positions.push_back({level * std::cos(azimuth), level * std::sin(azimuth), height});
       }
     }
@@ -137,7 +139,7 @@ SofaTransferFunctions freeFieldResponses(const Positions& microphones, const Pos
             text(source), std::min(away, toCentre),
             away < CLOSEST ? fmt::format("microphone {}", m) : "the array's centre", CLOSEST));
       }
-      const double turn = -pi * frame.rate * (away - toCentre) / SPEED_OF_SOUND /
+      const double turn = -pi * frame.rate * (away - toCentre) / BF::SPEED_OF_SOUND /
                           static_cast<double>(data.frequencies - 1);  // radians per bin
       for (std::size_t k = 0; k < data.frequencies; ++k) {
         data.values.emplace_back(std::polar(toCentre / away, turn * static_cast<double>(k)));

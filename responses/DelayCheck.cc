@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "dsp/RealFft.h"
+#include "geometry/Direction.h"
+#include "geometry/SpeedOfSound.h"
 
 namespace {
 
@@ -103,11 +105,11 @@ std::optional<DelayAgreement> comparePair(const SofaTransferFunctions& data, Del
   std::vector<double> predicted;
   for (const std::size_t m : directions) {
     const Position& source = data.sourcePositions[m];
-    predicted.push_back((distance(source, pb) - distance(source, pa)) / SPEED_OF_SOUND);
+    predicted.push_back((distance(source, pb) - distance(source, pa)) / BF::SPEED_OF_SOUND);
   }
   if (Spread(predicted).deviation < 0.25 / data.samplingRate) return std::nullopt;
 
-  const double longest = DETOUR * distance(pa, pb) / SPEED_OF_SOUND + CHANNEL_DELAY;
+  const double longest = DETOUR * distance(pa, pb) / BF::SPEED_OF_SOUND + CHANNEL_DELAY;
   std::vector<double> found;
   found.reserve(directions.size());
   for (const std::size_t m : directions) found.push_back(finder.find(m, a, b, longest));
@@ -173,12 +175,11 @@ std::string describe(const DelayAgreement& agreement, const SofaTransferFunction
     return fmt::format("the worst pair: {}", numbers);
   }
   const Position& p = data.sourcePositions[agreement.example];
-  const double azimuth = std::atan2(p[1], p[0]) * 180.0 / pi;
-  const double elevation = std::atan2(p[2], std::hypot(p[0], p[1])) * 180.0 / pi;
+  const BF::Direction direction = BF::directionOf({p[0], p[1], p[2]});
   return fmt::format(
       "the responses contradict the positions: {}; sound from position {} (azimuth {:.0f}°, "
       "elevation {:.0f}°) arrives {} by the responses, {} by the positions. Separation follows the "
       "responses; either the microphones' order or the direction of the azimuth is reversed",
-      numbers, agreement.example, azimuth, elevation, later(agreement.foundDelay, a, b),
-      later(agreement.predictedDelay, a, b));
+      numbers, agreement.example, direction.azimuth, direction.elevation,
+      later(agreement.foundDelay, a, b), later(agreement.predictedDelay, a, b));
 }

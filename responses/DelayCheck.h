@@ -6,9 +6,6 @@
 
 #include "fileio/SofaWriter.h"
 
-/// Speed of sound where nothing sets it, in m/s.
-constexpr double SPEED_OF_SOUND = 343.0;
-
 /// How the delays between two microphones that the transfer functions hold agree with those that
 /// the positions of the microphones and sources predict.
 struct DelayAgreement {

@@ -4,10 +4,9 @@
 #include <stdexcept>
 
 #include "bf/EngineFactory.h"
+#include "geometry/SpeedOfSound.h"
 
 namespace {
-
-constexpr double SPEED_OF_SOUND = 343.0;  // m/s
 
 BF::BfAlgorithmType algorithmOf(const std::string& method) {
   static const std::map<std::string, BF::BfAlgorithmType> ALGORITHMS = {
@@ -28,7 +27,7 @@ std::unique_ptr<BF::BF> engineOf(const std::string& method,
   BF::EngineParameters parameters;  // steps do not count, as nothing is learnt
   parameters.regFactor = 0.0;
   std::unique_ptr<BF::BF> engine =
-      BF::makeEngine(algorithmOf(method), parameters, bins, samplingRate, SPEED_OF_SOUND);
+      BF::makeEngine(algorithmOf(method), parameters, bins, samplingRate, BF::SPEED_OF_SOUND);
   engine->setTransformFunctionDatabase(database);
   if (method == "ML") {
     const int M = static_cast<int>(database.micLocations.size());

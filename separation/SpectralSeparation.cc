@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "dsp/Window.h"
+#include "geometry/SpeedOfSound.h"
 #include "separation/SourceTimeline.h"
 #include "separation/mvdr/Mvdr.h"
 #include "separation/refine/Masks.h"
@@ -13,11 +14,10 @@ namespace Separation {
 
 namespace {
 
-constexpr double SPEED_OF_SOUND = 343.0;  // m/s
-
 std::unique_ptr<BF::BF> makeEngine(const Settings& s, const ImpulseResponses* responses) {
   if (s.method != ALGORITHM_MVDR) {
-    return BF::makeEngine(s.method, s.parameters, s.length / 2 + 1, s.samplingRate, SPEED_OF_SOUND);
+    return BF::makeEngine(s.method, s.parameters, s.length / 2 + 1, s.samplingRate,
+                          BF::SPEED_OF_SOUND);
   }
   SpatialCovariance covariance(*responses,
                                Audio::makeWindow(Audio::windowNamed(s.window), s.length));

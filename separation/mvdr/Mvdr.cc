@@ -4,11 +4,11 @@
 #include <cstddef>
 #include <utility>
 
+#include "geometry/SpeedOfSound.h"
+
 namespace Separation {
 
 namespace {
-
-constexpr double SPEED_OF_SOUND = 343.0;  // m/s; the base keeps it, nothing here depends on it
 
 bool samePlace(const ::BF::SourceLocation& a, const ::BF::SourceLocation& b) {
   return a.x == b.x && a.y == b.y && a.z == b.z;
