@@ -3,6 +3,8 @@
 
 #include "bench/Scenes.h"
 #include "matrix/EigenBatch.h"
+#include "matrix/InverseBatch.h"
+#include "matrix/SvdBatch.h"
 
 namespace {
 
@@ -53,16 +55,23 @@ void pseudoInverse(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(A.pseudoInverse());
 }
 
-/// Eight decompositions at once.
-void evdBatch(benchmark::State& state) {
+/// An operation on eight correlation matrices at once.
+void batchOfEight(benchmark::State& state, void (*operation)(const BF::Batch&)) {
   std::vector<Matrix> matrices;
   for (int i = 0; i < 8; ++i) {
     matrices.push_back(bench::randomCorrelation(static_cast<int>(state.range(0)), 1 + i));
   }
-  std::vector<Matrix> vectors;
-  for (auto _ : state) BF::principalEigenVectors(matrices, vectors);
+  std::vector<Matrix> results(8);
+  BF::Batch batch;
+  for (int i = 0; i < 8; ++i) batch.push_back({&matrices[i], &results[i]});
+  for (auto _ : state) operation(batch);
 }
+void evdBatch(benchmark::State& state) { batchOfEight(state, BF::principalEigenVectors); }
+void pseudoInverseBatch(benchmark::State& state) { batchOfEight(state, BF::pseudoInverses); }
+void inverseBatch(benchmark::State& state) { batchOfEight(state, BF::inverses); }
 
+BENCHMARK(pseudoInverseBatch)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
+BENCHMARK(inverseBatch)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
 BENCHMARK(evdBatch)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
 BENCHMARK(svd)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);
 BENCHMARK(evd)->Arg(4)->Arg(8)->Arg(16)->Unit(benchmark::kMicrosecond);

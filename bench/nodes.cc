@@ -12,7 +12,7 @@
 #include "SofaWriter.h"
 #include "ToolboxLoader.h"
 #include "bench/Scenes.h"
-#include "tests/nodes/NodeTesting.h"
+#include "tests/support/NodeTesting.h"
 
 namespace {
 
@@ -55,7 +55,7 @@ const std::string& databaseFile(int M) {
 }
 
 FD::ObjectRef frameOf(int rows, int columns, unsigned seed) {
-  auto* frame = new Spectra(rows, columns);
+  auto* frame = new SpectrumMatrix(rows, columns);
   const std::vector<std::complex<float>> values =
       randomValues(static_cast<std::size_t>(rows) * columns, seed);
   for (int i = 0; i < rows; ++i) {
@@ -66,7 +66,7 @@ FD::ObjectRef frameOf(int rows, int columns, unsigned seed) {
 
 /// Bins × M² noise correlations x · xᴴ + I, as INPUT_NOISE_CM takes them.
 FD::ObjectRef noiseOf(int M, unsigned seed) {
-  auto* noise = new Spectra(bench::BINS, M * M);
+  auto* noise = new SpectrumMatrix(bench::BINS, M * M);
   for (int k = 0; k < bench::BINS; ++k) {
     const std::vector<std::complex<float>> x = randomValues(M, seed + k);
     for (int i = 0; i < M * M; ++i) {
@@ -89,11 +89,11 @@ void node(benchmark::State& state, const std::string& type, const std::string& m
   static const FD::ToolboxReport loaded = FD::loadToolboxes({ZELK_TOOLBOX});
   const int M = static_cast<int>(state.range(0));
   const int N = static_cast<int>(state.range(1));
-  std::vector<Parameter> settings = {number("LENGTH", 2 * (bench::BINS - 1)),
-                                     number("SAMPLING_RATE", bench::SAMPLING_RATE)};
-  if (type == "BeamForming") settings.push_back(text("BF_METHOD", method));
-  if (type != "MSNR") settings.push_back(text("TF_CONJ_FILENAME", databaseFile(M)));
-  if (type == "ML") settings.push_back(real("REG_FACTOR", 0.01F));
+  Parameters settings = {{"LENGTH", number(2 * (bench::BINS - 1))},
+                         {"SAMPLING_RATE", number(bench::SAMPLING_RATE)}};
+  if (type == "BeamForming") settings.emplace_back("BF_METHOD", text(method));
+  if (type != "MSNR") settings.emplace_back("TF_CONJ_FILENAME", text(databaseFile(M)));
+  if (type == "ML") settings.emplace_back("REG_FACTOR", real(0.01F));
 
   std::vector<FD::ObjectRef> frames;
   for (int i = 0; i < bench::FRAMES; ++i) frames.push_back(frameOf(M, bench::BINS, 1 + i));
@@ -101,8 +101,8 @@ void node(benchmark::State& state, const std::string& type, const std::string& m
   const FD::ObjectRef sources = sourcesAt(N);
   std::vector<NodePtr> feeds;
   const NodePtr separation = makeNode(type, settings);
-  const auto feed = [&](const std::string& input, const Feed::Function& function) {
-    feeds.emplace_back(new Feed(function));
+  const auto feed = [&](const std::string& input, const Stub::Output& function) {
+    feeds.emplace_back(new Stub("feed", {{"OUTPUT", function}}));
     separation->connectToNode(input, feeds.back().get(), "OUTPUT");
   };
   feed("INPUT_FRAMES", [&](int count) { return frames[count % bench::FRAMES]; });

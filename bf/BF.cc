@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <complex>
 #include <cstddef>
-#include <cstring>
 #include <utility>
 
 namespace BF {
@@ -18,23 +17,6 @@ void gatherColumn(const Matrix& measured, int from, Matrix& H, int to) {
     H.data()[std::ptrdiff_t{i} * H.getColumnCount() + to] =
         measured.data()[std::ptrdiff_t{i} * measured.getColumnCount() + from];
   }
-}
-
-/// Whether column i of a and column j of b have the same bytes.
-bool sameColumn(const Matrix& a, int i, const Matrix& b, int j) {
-  if (i >= a.getColumnCount() || j >= b.getColumnCount() || a.getRowCount() != b.getRowCount()) {
-    return false;
-  }
-  const std::complex<double>* x = a.data() + i;
-  const std::complex<double>* y = b.data() + j;
-  for (int m = 0; m < a.getRowCount(); ++m) {
-    if (std::memcmp(static_cast<const void*>(x), static_cast<const void*>(y), sizeof *x) != 0) {
-      return false;
-    }
-    x += a.getColumnCount();
-    y += b.getColumnCount();
-  }
-  return true;
 }
 
 /// Column k of Y := W · column k of X, without a temporary.
@@ -64,42 +46,37 @@ void BF::setTransformFunctionDatabase(const TransformFunctionDatabase& db) {
 
 void BF::getTransformFunctions(const std::vector<SourceLocation>& requested,
                                std::vector<Matrix>& out) const {
-  if (!tfDatabase) throw InvalidStateException();
-  const int nSources = static_cast<int>(requested.size());
-  const int nMic = static_cast<int>(tfDatabase->micLocations.size());
-
-  std::vector<int> nearest;
-  nearest.reserve(requested.size());
-  for (const SourceLocation& source : requested) {
-    nearest.push_back(tfDatabase->findNearestSourceIndex(source));
-  }
-
   std::vector<Matrix> result;
-  result.reserve(std::max(numFreq, 0));
-  for (int k = 0; k < numFreq; ++k) {
-    Matrix H(nMic, nSources);
-    for (int j = 0; j < nSources; ++j) {
-      if (static_cast<std::size_t>(k) >= tfDatabase->transferFunctions.size()) {
-        throw IndexOutOfBoundException();
-      }
-      gatherColumn(tfDatabase->transferFunctions[k], nearest[j], H, j);
-    }
-    result.push_back(std::move(H));
-  }
+  gather(requested, result);
   out.swap(result);
 }
 
-std::vector<int> BF::previousIndices(const std::vector<SourceLocation>& newSources) const {
-  std::vector<int> result;
+void BF::gatherTransferFunctions(const std::vector<SourceLocation>& requested) {
+  gather(requested, spareTransferFunctions);
+}
+
+void BF::gather(const std::vector<SourceLocation>& requested, std::vector<Matrix>& out) const {
+  if (!tfDatabase) throw InvalidStateException();
+  const int N = static_cast<int>(requested.size());
+  const std::vector<Matrix>& measured = tfDatabase->transferFunctions;
+  prepare(out, static_cast<int>(tfDatabase->micLocations.size()), N);
+  for (int j = 0; j < N; ++j) {
+    const int nearest = tfDatabase->findNearestSourceIndex(requested[j]);
+    if (measured.size() < out.size()) throw IndexOutOfBoundException();
+    for (std::size_t k = 0; k < out.size(); ++k) gatherColumn(measured[k], nearest, out[k], j);
+  }
+}
+
+void BF::findPrevious(const std::vector<SourceLocation>& newSources) {
+  previous.clear();
   for (const SourceLocation& source : newSources) {
     const auto same = std::find_if(sources.begin(), sources.end(),
                                    [&](const SourceLocation& old) { return old.id == source.id; });
-    result.push_back(same == sources.end() ? -1 : static_cast<int>(same - sources.begin()));
+    previous.push_back(same == sources.end() ? -1 : static_cast<int>(same - sources.begin()));
   }
-  return result;
 }
 
-bool BF::keepsOrder(const std::vector<int>& previous) const {
+bool BF::keepsOrder() const {
   if (previous.size() != sources.size()) return false;
   for (std::size_t j = 0; j < previous.size(); ++j) {
     if (previous[j] != static_cast<int>(j)) return false;
@@ -107,28 +84,10 @@ bool BF::keepsOrder(const std::vector<int>& previous) const {
   return true;
 }
 
-bool BF::nothingChanges(const std::vector<SourceLocation>& newSources,
-                        const std::vector<int>& previous) const {
-  if (!keepsOrder(previous)) return false;
-  const auto bins = static_cast<std::size_t>(std::max(numFreq, 0));
-  if (!tfDatabase || tfDatabase->transferFunctions.size() < bins ||
-      transferFunctions.size() != bins || separationMatrices.size() != bins) {
-    return false;
-  }
-  const int nMic = static_cast<int>(tfDatabase->micLocations.size());
-  if (std::any_of(transferFunctions.begin(), transferFunctions.end(),
-                  [nMic](const Matrix& A) { return A.getRowCount() != nMic; })) {
-    return false;
-  }
-  for (int j = 0; j < static_cast<int>(newSources.size()); ++j) {
-    const int nearest = tfDatabase->findNearestSourceIndex(newSources[j]);
-    for (std::size_t k = 0; k < bins; ++k) {
-      if (!sameColumn(tfDatabase->transferFunctions[k], nearest, transferFunctions[k], j)) {
-        return false;
-      }
-    }
-  }
-  return true;
+bool BF::nothingChanges() const {
+  return keepsOrder() && separationMatrices.size() == spareTransferFunctions.size() &&
+         std::equal(transferFunctions.begin(), transferFunctions.end(),
+                    spareTransferFunctions.begin(), spareTransferFunctions.end(), sameBits);
 }
 
 void BF::prepare(std::vector<Matrix>& list, int rows, int columns) const {

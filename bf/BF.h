@@ -90,26 +90,34 @@ class BF {
   Matrix outputSpectrum;                         ///< its result, N × K
 
  protected:
-  /// For every source of a new list the index of the first source in force with the same id, or -1.
-  std::vector<int> previousIndices(const std::vector<SourceLocation>& newSources) const;
+  /// previous := for every source of a new list the index of the first source in force with the
+  /// same id, or -1.
+  void findPrevious(const std::vector<SourceLocation>& newSources);
 
-  /// Whether a new list, given its previousIndices, has the ids of the sources in force in the same
-  /// order, each once: then what an algorithm carries over by id stays where it is.
-  bool keepsOrder(const std::vector<int>& previous) const;
+  /// Whether the list of findPrevious has the ids of the sources in force in the same order, each
+  /// once: then what an algorithm carries over by id stays where it is.
+  bool keepsOrder() const;
 
-  /// keepsOrder, and transferFunctions hold to the bit what getTransformFunctions would give for
-  /// the new list: then what an algorithm derives from the transfer functions stays as well.
-  bool nothingChanges(const std::vector<SourceLocation>& newSources,
-                      const std::vector<int>& previous) const;
+  /// spareTransferFunctions := the result of getTransformFunctions, whose exceptions it throws.
+  void gatherTransferFunctions(const std::vector<SourceLocation>& requested);
+
+  /// keepsOrder, and what was gathered is, to the bit, what transferFunctions hold: then what an
+  /// algorithm derives from the transfer functions stays as well.
+  bool nothingChanges() const;
 
   /// Makes list numFreq matrices of rows × columns, to be filled whole and swapped with another
   /// list. Matrices that have the shape already are kept with whatever they hold.
   void prepare(std::vector<Matrix>& list, int rows, int columns) const;
 
-  /// Storage of the separation matrices that were replaced last.
+  std::vector<int> previous;  ///< of the list that findPrevious was called with last
+
+  // Storage of the lists that were replaced last, filled before the next exchange.
+  std::vector<Matrix> spareTransferFunctions;
   std::vector<Matrix> spareMatrices;
 
  private:
+  void gather(const std::vector<SourceLocation>& requested, std::vector<Matrix>& out) const;
+
   Matrix spareInput;   // storage of the frame before the last
   Matrix spareOutput;  // and of its result
 };

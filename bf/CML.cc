@@ -1,12 +1,19 @@
 #include "bf/CML.h"
 
+#include <array>
 #include <cmath>
 #include <complex>
 #include <cstddef>
 
+#include "bf/Memo.h"
+#include "matrix/SvdBatch.h"
+
 namespace BF {
 
 namespace {
+
+/// Bins that are computed together: enough to fill the lanes of any processor.
+constexpr int BINS_AT_ONCE = 8;
 
 constexpr double PI = 3.141592653589793;
 const std::complex<double> ONE(1.0, 0.0);
@@ -17,88 +24,119 @@ std::complex<double> awayFromZero(const std::complex<double>& z) {
 }
 
 /// Every column of A at unit Euclidean norm.
-Matrix normalisedColumns(const Matrix& A) {
-  Matrix result(A.getRowCount(), A.getColumnCount());
-  Matrix U;
-  Matrix S;
-  Matrix V;
+void normaliseColumns(const Matrix& A, Matrix& result) {
+  reshape(result, A.getRowCount(), A.getColumnCount());
   for (int j = 0; j < A.getColumnCount(); ++j) {
-    const Matrix a = A.getColumn(j);
-    a.singularValueDecomposition(U, S, V);
-    const std::complex<double> sigma = awayFromZero(S.getMaximumValue());
-    result.setColumn(j, a * (ONE / sigma));
+    double squared = 0.0;
+    for (int m = 0; m < A.getRowCount(); ++m) squared += std::norm(A.getElementAt(m, j));
+    const std::complex<double> reciprocal = ONE / awayFromZero(std::sqrt(squared));
+    for (int m = 0; m < A.getRowCount(); ++m) {
+      result.setElementAt(m, j, A.getElementAt(m, j) * reciprocal);
+    }
   }
-  return result;
 }
 
-/// pinv(R + regFactor · ‖R‖ · I).
-Matrix regularisedInverse(const Matrix& R, double regFactor) {
+/// result := R + regFactor · ‖R‖ · I.
+void loadDiagonal(const Matrix& R, double regFactor, Matrix& result) {
+  const int M = R.getRowCount();
   const std::complex<double> frobenius = R.frobeniusNorm();
   const std::complex<double> c(regFactor * frobenius.real(), regFactor * frobenius.imag());
-  return (R + c * Matrix::I(R.getRowCount())).pseudoInverse();
-}
-
-/// Row j is wᴴ · e^(jkπ) with w = Q · a / (aᴴ · Q · a), a being column j of the steering vectors.
-Matrix filters(const Matrix& Q, const Matrix& steering, int k) {
-  const int M = steering.getRowCount();
-  const int N = steering.getColumnCount();
-  const std::complex<double> e = std::exp(std::complex<double>(0.0, k * PI));
-  Matrix W(N, M);
-  for (int j = 0; j < N; ++j) {
-    const Matrix a = steering.getColumn(j);
-    const Matrix q = Q * a;
-    const std::complex<double> d = awayFromZero((a.transposed(true) * q).scalar());
-    const Matrix w = q * (ONE / d);
-    for (int m = 0; m < M; ++m) W.setElementAt(j, m, std::conj(w.getElementAt(m, 0)) * e);
+  reshape(result, M, M);
+  for (int i = 0; i < M; ++i) {
+    for (int j = 0; j < M; ++j) {
+      const std::complex<double> I = i == j ? 1.0 : 0.0;
+      result.setElementAt(i, j, R.getElementAt(i, j) + I * c);
+    }
   }
-  return W;
 }
 
 }  // namespace
 
+struct CML::Work {
+  // Entry k: bin k's separation matrix, which follows from its transfer functions, its noise
+  // correlation and regFactor; and its steering vectors (M × N), which follow from the first.
+  std::vector<Memo<2>> known;
+  std::vector<Memo<1>> steering;
+
+  std::vector<int> stale;  // bins to be computed together
+  std::array<Matrix, BINS_AT_ONCE> loaded, Q;
+  Batch batch;
+  Matrix a, q;
+};
+
 CML::CML(int numFreqValue, int samplingRateValue, double soundSpeedValue, double regFactorValue)
-    : BF(numFreqValue, samplingRateValue, soundSpeedValue), regFactor(regFactorValue) {}
+    : BF(numFreqValue, samplingRateValue, soundSpeedValue),
+      regFactor(regFactorValue),
+      work(std::make_unique<Work>()) {}
+
+CML::~CML() = default;
 
 void CML::updateSources(const std::vector<SourceLocation>& newSources) {
-  std::vector<Matrix> tf;
-  getTransformFunctions(newSources, tf);
-
-  std::vector<Bin> bins;
-  std::vector<Matrix> newMatrices;
-  bins.reserve(tf.size());
-  newMatrices.reserve(tf.size());
-  for (int k = 0; k < numFreq; ++k) {
-    if (static_cast<std::size_t>(k) >= noiseCorrelationMatrices.size()) {
-      throw IndexOutOfBoundException();
-    }
-    bins.push_back(computed(k, tf[k], noiseCorrelationMatrices[k]));
-    newMatrices.push_back(bins.back().separation);
+  gatherTransferFunctions(newSources);
+  const std::vector<Matrix>& A = spareTransferFunctions;
+  work->known.resize(A.size());
+  work->steering.resize(A.size());
+  work->stale.clear();
+  for (std::size_t k = 0; k < A.size(); ++k) {
+    if (k >= noiseCorrelationMatrices.size()) throw IndexOutOfBoundException();
+    const Matrix& R = noiseCorrelationMatrices[k];
+    // A sum of different shapes would be fatal, and noise matrices come from outside.
+    const int M = A[k].getRowCount();
+    if (R.getRowCount() != M || R.getColumnCount() != M) throw MatrixSizeMismatchException();
+    if (work->known[k].isOf({&A[k], &R}, regFactor)) continue;
+    work->stale.push_back(static_cast<int>(k));
+    if (work->stale.size() == BINS_AT_ONCE) compute();
   }
+  compute();
 
-  std::vector<SourceLocation> newList(newSources);
-  known.swap(bins);
-  sources.swap(newList);
-  transferFunctions.swap(tf);
-  separationMatrices.swap(newMatrices);
+  spareMatrices.resize(A.size());
+  for (std::size_t k = 0; k < A.size(); ++k) spareMatrices[k] = work->known[k].value;
+  sources = newSources;
+  transferFunctions.swap(spareTransferFunctions);
+  separationMatrices.swap(spareMatrices);
 }
 
-// Bin k with transfer functions A (M × N) and noise correlation R (M × M):
+// The stale bins. With transfer functions A (M × N) and noise correlation R (M × M):
 //   Q = pinv(R + regFactor · ‖R‖ · I),  w = Q · a / (aᴴ · Q · a),  row of W = wᴴ · e^(jkπ)
-CML::Bin CML::computed(int k, const Matrix& A, const Matrix& R) const {
-  const int M = A.getRowCount();
-  // A sum of different shapes would be fatal, and noise matrices come from outside.
-  if (R.getRowCount() != M || R.getColumnCount() != M) throw MatrixSizeMismatchException();
-  const Bin* last = static_cast<std::size_t>(k) < known.size() ? &known[k] : nullptr;
-  const bool sameA = last && sameBits(A, last->transferFunctions);
-  if (sameA && sameBits(R, last->noise) && regFactor == last->regFactor) return *last;
+void CML::compute() {
+  std::vector<int>& stale = work->stale;
+  work->batch.clear();
+  for (std::size_t i = 0; i < stale.size(); ++i) {
+    loadDiagonal(noiseCorrelationMatrices[stale[i]], regFactor, work->loaded[i]);
+    work->batch.push_back({&work->loaded[i], &work->Q[i]});
+  }
+  pseudoInverses(work->batch);
+  for (std::size_t i = 0; i < stale.size(); ++i) computeFilters(stale[i], work->Q[i]);
+  stale.clear();
+}
 
-  Bin bin;
-  bin.transferFunctions = A;
-  bin.noise = R;
-  bin.regFactor = regFactor;
-  bin.steering = sameA ? last->steering : normalisedColumns(A);
-  bin.separation = filters(regularisedInverse(R, regFactor), bin.steering, k);
-  return bin;
+void CML::computeFilters(int k, const Matrix& Q) {
+  Memo<2>& known = work->known[k];
+  Memo<1>& steering = work->steering[k];
+  Matrix& a = work->a;
+  Matrix& q = work->q;
+  const Matrix& A = spareTransferFunctions[k];
+  const int M = A.getRowCount();
+  const int N = A.getColumnCount();
+  if (!steering.isOf({&A})) {
+    steering.forget();
+    normaliseColumns(A, steering.value);
+    steering.remember({&A});
+  }
+  known.forget();
+  Matrix& W = known.value;
+  reshape(W, N, M);
+  reshape(a, M, 1);
+  reshape(q, M, 1);
+  const std::complex<double> e = std::exp(std::complex<double>(0.0, k * PI));
+  for (int j = 0; j < N; ++j) {
+    copyColumn(steering.value, j, a);
+    multiplyInto(Q, a, q);
+    const std::complex<double> d = awayFromZero(dotProductWithConjugate(q.data(), a.data(), M));
+    const auto row = W.row(j);
+    for (int m = 0; m < M; ++m) row[m] = std::conj(q.data()[m] * (ONE / d)) * e;
+  }
+  known.remember({&A, &noiseCorrelationMatrices[k]}, regFactor);
 }
 
 void CML::adaptSeparationMatrices() {}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "bf/BF.h"
@@ -7,9 +8,11 @@
 namespace BF {
 
 /// Maximum likelihood: per source and bin the minimum-variance distortionless filter
-/// w = Q · a / (aᴴ · Q · a) for the noise correlation matrix of the bin, Q being the inverse of
-/// that matrix after regularisation and a the source's transfer function at unit norm. Each filter
-/// is multiplied by e^(jkπ) = (−1)^k, a circular shift by half a frame.
+///   w = Q · a / (aᴴ · Q · a)
+/// (Capon 1969, the maximum-likelihood filter; MVDR, Van Trees, Optimum Array Processing, 2002,
+/// section 6.2), where Q is the inverse of the bin's noise correlation matrix after diagonal
+/// loading (Cox, Zeskind & Owen 1987) and a the source's transfer function at unit norm. Each
+/// filter is multiplied by e^(jkπ) = (−1)^k, a circular shift by half a frame.
 ///
 /// noiseCorrelationMatrices is filled from outside before updateSources; the filters follow it and
 /// the source list there, and never adapt.
@@ -17,6 +20,7 @@ class CML : public BF {
  public:
   /// regFactor: the multiple of the noise matrix's Frobenius norm added to its diagonal.
   CML(int numFreq, int samplingRate, double soundSpeed, double regFactor);
+  ~CML() override;
 
   int getBfAlgorithmType() const override { return BF_ALGORITHM_CML; }
 
@@ -30,17 +34,11 @@ class CML : public BF {
   double regFactor;  ///< as in the constructor; read by updateSources
 
  private:
-  // What the last update computed for each bin, and from what; a bin whose inputs are the same to
-  // the bit is not computed again.
-  struct Bin {
-    Matrix transferFunctions;  // M × N
-    Matrix steering;           // M × N, the same at unit norm
-    Matrix noise;              // M × M
-    double regFactor = 0.0;
-    Matrix separation;  // N × M
-  };
-  Bin computed(int k, const Matrix& A, const Matrix& R) const;
-  std::vector<Bin> known;
+  struct Work;
+  void compute();
+  void computeFilters(int k, const Matrix& Q);
+
+  std::unique_ptr<Work> work;  // what is kept from update to update
 };
 
 }  // namespace BF

@@ -1,18 +1,22 @@
 #include "bf/CMSNR.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <complex>
 #include <cstddef>
 #include <utility>
 
+#include "bf/Memo.h"
 #include "matrix/EigenBatch.h"
+#include "matrix/InverseBatch.h"
+#include "matrix/SvdBatch.h"
 
 namespace BF {
 
 namespace {
 
-/// Pairs whose eigenproblems are solved together: enough to fill the lanes of any processor.
+/// Pairs whose decompositions are done together: enough to fill the lanes of any processor.
 constexpr int PAIRS_AT_ONCE = 8;
 
 /// Row `row` of W := the uniform filter 1/√M.
@@ -22,31 +26,63 @@ void setUniform(Matrix& W, int row) {
   for (int m = 0; m < M; ++m) W.setElementAt(row, m, weight, 0.0);
 }
 
+/// result := a · b, whatever shape result had.
+void assignProduct(const Matrix& a, const Matrix& b, Matrix& result) {
+  reshape(result, a.getRowCount(), b.getColumnCount());
+  multiplyInto(a, b, result);
+}
+
+/// result := aᴴ.
+void assignAdjoint(const Matrix& a, Matrix& result) {
+  reshape(result, a.getColumnCount(), a.getRowCount());
+  for (int i = 0; i < a.getRowCount(); ++i) {
+    for (int j = 0; j < a.getColumnCount(); ++j) {
+      result.setElementAt(j, i, std::conj(a.getElementAt(i, j)));
+    }
+  }
+}
+
 }  // namespace
+
+struct CMSNR::Work {
+  /// Operands of one of the pairs that are decomposed together, named as in the formulas below.
+  struct Pair {
+    Matrix inverseRH, inverseRHA, D, inverseB, G, y, v;
+  };
+
+  std::vector<Memo<1>> inverseFactors;  // entry k · N + s: R⁻¹ of the noise correlation Rᴴ · R
+  std::vector<Matrix> movedCorrelations;  // entry k · N + s: of this step, then what it replaced
+  std::array<Pair, PAIRS_AT_ONCE> pairs;
+  Batch batch;
+  Matrix x, P;  // a bin's observation and x · xᴴ
+};
 
 CMSNR::CMSNR(int numFreqValue, int samplingRateValue, double soundSpeedValue,
              std::string decomposition, double alphaValue)
     : BF(numFreqValue, samplingRateValue, soundSpeedValue),
       decompositionAlgorithm(std::move(decomposition)),
-      alpha(alphaValue) {
+      alpha(alphaValue),
+      work(std::make_unique<Work>()) {
   if (decompositionAlgorithm != "GEVD" && decompositionAlgorithm != "GSVD") {
     throw InvalidStateException();
   }
 }
 
+CMSNR::~CMSNR() = default;
+
 void CMSNR::updateSources(const std::vector<SourceLocation>& newSources) {
-  const std::vector<int> previous = previousIndices(newSources);
+  findPrevious(newSources);
   const int N = static_cast<int>(newSources.size());
   const int oldN = static_cast<int>(sources.size());
   const int M = numMic;
-  if (keepsOrder(previous) && holdsMatricesFor(M)) {
+  if (keepsOrder() && holdsMatricesFor(M)) {
     sources = newSources;
     return;
   }
 
   std::vector<Matrix> newSignal;
   std::vector<Matrix> newNoise;
-  std::vector<Factor> newFactors;
+  std::vector<Memo<1>> newFactors;
   std::vector<Matrix> newMatrices;
   for (int k = 0; k < numFreq; ++k) {
     Matrix W(N, M);
@@ -60,7 +96,7 @@ void CMSNR::updateSources(const std::vector<SourceLocation>& newSources) {
       } else {
         newSignal.push_back(signalCorrelations[k * oldN + j]);
         newNoise.push_back(noiseCorrelations[k * oldN + j]);
-        newFactors.push_back(factors.at(k * oldN + j));
+        newFactors.push_back(work->inverseFactors.at(k * oldN + j));
         copyRow(separationMatrices[k], j, W, i);
       }
     }
@@ -71,7 +107,7 @@ void CMSNR::updateSources(const std::vector<SourceLocation>& newSources) {
   sources.swap(newList);
   signalCorrelations.swap(newSignal);
   noiseCorrelations.swap(newNoise);
-  factors.swap(newFactors);
+  work->inverseFactors.swap(newFactors);
   separationMatrices.swap(newMatrices);
 }
 
@@ -82,20 +118,25 @@ bool CMSNR::holdsMatricesFor(int M) const {
 }
 
 // Per bin with the observation x (M × 1) and P = x · xᴴ: a target's signal correlation A, or a
-// noise source's noise correlation B, moves towards P; the source's row of W is the filter of (A,
-// B).
+// noise source's noise correlation B, moves towards P; the source's row of W is the filter of
+// (A, B).
 void CMSNR::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
   moveCorrelations();
   prepare(spareMatrices, N, numMic);
   const int count = N * std::max(numFreq, 0);
   for (int first = 0; first < count; first += PAIRS_AT_ONCE) {
-    computeFilters(first, std::min(first + PAIRS_AT_ONCE, count));
+    const int end = std::min(first + PAIRS_AT_ONCE, count);
+    if (decompositionAlgorithm == "GEVD") {
+      computeEigenFilters(first, end);
+    } else {
+      computeSingularFilters(first, end);
+    }
   }
 
   for (int i = 0; i < count; ++i) {
     Matrix& old = sources[i % N].flag ? signalCorrelations[i] : noiseCorrelations[i];
-    old.swap(movedCorrelations[i]);
+    old.swap(work->movedCorrelations[i]);
   }
   separationMatrices.swap(spareMatrices);
 }
@@ -103,16 +144,19 @@ void CMSNR::adaptSeparationMatrices() {
 // Entry k · N + s of movedCorrelations is what source s's signal or noise correlation becomes.
 void CMSNR::moveCorrelations() {
   const int N = static_cast<int>(sources.size());
+  const int M = inputSpectrum.getRowCount();
   const std::size_t count = static_cast<std::size_t>(N) * std::max(numFreq, 0);
-  movedCorrelations.resize(count);
-  factors.resize(count);
+  work->movedCorrelations.resize(count);
+  work->inverseFactors.resize(count);
+  reshape(work->x, M, 1);
+  reshape(work->P, M, M);
   for (int k = 0; k < numFreq; ++k) {
-    const Matrix x = inputSpectrum.getColumn(k);
-    const Matrix P = x * x.transposed(true);
+    copyColumn(inputSpectrum, k, work->x);
+    multiplyAdjointInto(work->x, work->x, work->P);
     for (int s = 0; s < N; ++s) {
       const int i = k * N + s;
       const Matrix& old = sources[s].flag ? signalCorrelations[i] : noiseCorrelations[i];
-      average(P, old, movedCorrelations[i]);
+      average(work->P, old, work->movedCorrelations[i]);
     }
   }
 }
@@ -130,54 +174,73 @@ void CMSNR::average(const Matrix& P, const Matrix& old, Matrix& result) const {
   }
 }
 
-// The filters of pairs first … end − 1 into their rows of spareMatrices. For "GEVD" a filter's
-// vector v is the one that maximises vᴴ · A · v / vᴴ · B · v: D = R⁻ᴴ · A · R⁻¹ with B = Rᴴ · R has
-// the pair's eigenvalues, and v = R⁻¹ · y for D's eigenvector y.
-void CMSNR::computeFilters(int first, int end) {
-  if (decompositionAlgorithm == "GEVD") {
-    std::vector<Matrix> D;
-    for (int i = first; i < end; ++i) {
-      const Matrix& inverseR = inverseFactor(i);
-      D.push_back(inverseR.transposed(true) * signalOf(i) * inverseR);
-    }
-    std::vector<Matrix> y;
-    principalEigenVectors(D, y);
-    for (int i = first; i < end; ++i) setFilter(i, factors[i].inverseR * y[i - first]);
-  } else {
-    Matrix V;
-    Matrix D;
-    Matrix unused;
-    for (int i = first; i < end; ++i) {
-      signalOf(i).generalizedSingularValues(noiseOf(i), V, D, unused);
-      setFilter(i, V.getColumn(D.getMaximumValueIndexInColumn(0)));
-    }
+// The filters of pairs first … end − 1 into their rows of spareMatrices: the vector v that
+// maximises vᴴ · A · v / vᴴ · B · v. With B = Rᴴ · R (Golub & Van Loan, section 8.7):
+//   D = R⁻ᴴ · A · R⁻¹ has the pair's eigenvalues,  v = R⁻¹ · y for D's eigenvector y
+void CMSNR::computeEigenFilters(int first, int end) {
+  updateInverseFactors(first, end);
+  work->batch.clear();
+  for (int i = first; i < end; ++i) {
+    Work::Pair& pair = work->pairs[i - first];
+    const Matrix& inverseR = work->inverseFactors[i].value;
+    assignAdjoint(inverseR, pair.inverseRH);
+    assignProduct(pair.inverseRH, signalOf(i), pair.inverseRHA);
+    assignProduct(pair.inverseRHA, inverseR, pair.D);
+    work->batch.push_back({&pair.D, &pair.y});
   }
+  principalEigenVectors(work->batch);
+  for (int i = first; i < end; ++i) {
+    Work::Pair& pair = work->pairs[i - first];
+    assignProduct(work->inverseFactors[i].value, pair.y, pair.v);
+    setFilter(i, pair.v);
+  }
+}
+
+// Computed only where B is another, to the bit, than the one that R⁻¹ was computed of.
+void CMSNR::updateInverseFactors(int first, int end) {
+  work->batch.clear();
+  for (int i = first; i < end; ++i) {
+    Memo<1>& factor = work->inverseFactors[i];
+    if (factor.isOf({&noiseOf(i)})) continue;
+    factor.forget();
+    work->batch.push_back({&noiseOf(i), &factor.value});
+  }
+  inverseCholeskyFactors(work->batch);
+  for (int i = first; i < end; ++i) work->inverseFactors[i].remember({&noiseOf(i)});
+}
+
+// The same with v the first left singular vector of G = B⁻¹ · A.
+void CMSNR::computeSingularFilters(int first, int end) {
+  work->batch.clear();
+  for (int i = first; i < end; ++i) {
+    work->batch.push_back({&noiseOf(i), &work->pairs[i - first].inverseB});
+  }
+  inverses(work->batch);
+  work->batch.clear();
+  for (int i = first; i < end; ++i) {
+    Work::Pair& pair = work->pairs[i - first];
+    assignProduct(pair.inverseB, signalOf(i), pair.G);
+    work->batch.push_back({&pair.G, &pair.v});
+  }
+  principalSingularVectors(work->batch);
+  for (int i = first; i < end; ++i) setFilter(i, work->pairs[i - first].v);
 }
 
 // The two matrices of pair i after this step.
 const Matrix& CMSNR::signalOf(int i) const {
-  return sources[i % sources.size()].flag ? movedCorrelations[i] : signalCorrelations[i];
+  return sources[i % sources.size()].flag ? work->movedCorrelations[i] : signalCorrelations[i];
 }
 const Matrix& CMSNR::noiseOf(int i) const {
-  return sources[i % sources.size()].flag ? noiseCorrelations[i] : movedCorrelations[i];
-}
-
-// R⁻¹ of pair i, computed only when B is another, to the bit, than the one it was computed of.
-const Matrix& CMSNR::inverseFactor(int i) {
-  Factor& factor = factors[i];
-  const Matrix& B = noiseOf(i);
-  if (factor.B.getRowCount() == 0 || !sameBits(B, factor.B)) {
-    factor = {B, B.inverseCholeskyFactor()};
-  }
-  return factor.inverseR;
+  return sources[i % sources.size()].flag ? noiseCorrelations[i] : work->movedCorrelations[i];
 }
 
 // The row of pair i := vᴴ, v divided by its squared norm.
 void CMSNR::setFilter(int i, const Matrix& v) {
   const int N = static_cast<int>(sources.size());
-  const double n = v.norm().real();
-  const Matrix row = (v * std::complex<double>(1.0 / n, 0.0)).transposed(true);
-  copyRow(row, 0, spareMatrices[i / N], i % N);
+  const std::complex<double> scale(1.0 / v.norm().real(), 0.0);
+  const auto row = spareMatrices[i / N].row(i % N);
+  if (row.size() != static_cast<std::size_t>(v.getRowCount())) throw MatrixSizeMismatchException();
+  for (std::size_t m = 0; m < row.size(); ++m) row[m] = std::conj(v.data()[m] * scale);
 }
 
 }  // namespace BF

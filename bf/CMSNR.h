@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -7,11 +8,13 @@
 
 namespace BF {
 
-/// Maximum signal-to-noise ratio, without transfer functions: per source and bin a pair of spatial
-/// correlation matrices is averaged recursively, the signal's on frames in which the source is
-/// listed as a target (flag true), the noise's on frames in which the same id is listed as a noise
-/// source. The source's filter is the generalised eigenvector (or singular vector) of the pair with
-/// the largest generalised value.
+/// Maximum signal-to-noise ratio, without transfer functions (Van Trees, Optimum Array Processing,
+/// 2002, section 6.2; by generalised eigenvectors from estimated correlations, Warsitz &
+/// Haeb-Umbach 2007; by singular vectors, Doclo & Moonen 2002): per source and bin a pair of
+/// spatial correlation matrices is averaged recursively, the signal's on frames in which the source
+/// is listed as a target (flag true), the noise's on frames in which the same id is listed as a
+/// noise source. The source's filter is the generalised eigenvector (or singular vector) of the
+/// pair with the largest generalised value.
 ///
 /// The pair and the filter are carried over by id. numMic must hold the input's row count before
 /// updateSources.
@@ -21,6 +24,7 @@ class CMSNR : public BF {
   /// alpha: forgetting factor of the averages, 1 keeps the old value, 0 takes the new one.
   CMSNR(int numFreq, int samplingRate, double soundSpeed, std::string decompositionAlgorithm,
         double alpha);
+  ~CMSNR() override;
 
   int getBfAlgorithmType() const override { return BF_ALGORITHM_CMSNR; }
 
@@ -36,23 +40,18 @@ class CMSNR : public BF {
   double alpha;                            ///< forgetting factor of the averages
 
  private:
-  /// The inverse triangular factor of a noise correlation matrix, beside the matrix it is of.
-  struct Factor {
-    Matrix B;
-    Matrix inverseR;
-  };
-
+  struct Work;
   bool holdsMatricesFor(int M) const;
   void moveCorrelations();
   void average(const Matrix& P, const Matrix& old, Matrix& result) const;
-  void computeFilters(int first, int end);
+  void computeEigenFilters(int first, int end);
+  void computeSingularFilters(int first, int end);
+  void updateInverseFactors(int first, int end);
   const Matrix& signalOf(int i) const;
   const Matrix& noiseOf(int i) const;
-  const Matrix& inverseFactor(int i);
   void setFilter(int i, const Matrix& v);
 
-  std::vector<Factor> factors;  // entry k · N + s, of the last decomposition; new sources: empty
-  std::vector<Matrix> movedCorrelations;  // entry k · N + s: of this step, then what it replaced
+  std::unique_ptr<Work> work;  // what is kept from step to step
 };
 
 }  // namespace BF

@@ -1,136 +1,221 @@
 #include "bf/Fixed.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <complex>
 #include <cstddef>
+
+#include "bf/Memo.h"
+#include "matrix/SvdBatch.h"
 
 namespace BF {
 
 namespace {
 
+/// Bins that are computed together: enough to fill the lanes of any processor.
+constexpr int BINS_AT_ONCE = 8;
+
+/// a := column n of A, or its conjugate.
+void takeColumn(const Matrix& A, int n, bool conjugate, Matrix& a) {
+  reshape(a, A.getRowCount(), 1);
+  for (int m = 0; m < A.getRowCount(); ++m) {
+    const std::complex<double>& z = A.getElementAt(m, n);
+    a.setElementAt(m, 0, conjugate ? std::conj(z) : z);
+  }
+}
+
+/// BT := the columns of A except column n, in their order, as rows: (N − 1) × M.
+void takeOtherColumns(const Matrix& A, int n, Matrix& BT) {
+  reshape(BT, A.getColumnCount() - 1, A.getRowCount());
+  for (int j = 0; j < BT.getRowCount(); ++j) {
+    for (int m = 0; m < BT.getColumnCount(); ++m) {
+      BT.setElementAt(j, m, A.getElementAt(m, j < n ? j : j + 1));
+    }
+  }
+}
+
+/// result := a · b, whatever shape result had.
+void assignProduct(const Matrix& a, const Matrix& b, Matrix& result) {
+  reshape(result, a.getRowCount(), b.getColumnCount());
+  multiplyInto(a, b, result);
+}
+
 /// Delay-and-sum. Row n of W has the entries conj(a_i) / (|a_i| · Σ_j |a_j|), a = column n of A.
-void fillDelayAndSum(const Matrix& A, Matrix& W) {
+void delayAndSum(const Matrix& A, Matrix& W) {
   for (int n = 0; n < A.getColumnCount(); ++n) {
-    Matrix a = A.getColumn(n);
-    const Matrix r = a.elementwiseAbs();
-    const std::complex<double> S = r.getElementSum();
+    std::complex<double> S = 0.0;
+    for (int j = 0; j < A.getRowCount(); ++j) S += std::abs(A.getElementAt(j, n));
     for (int i = 0; i < A.getRowCount(); ++i) {
-      const std::complex<double> t = r.getElementAt(i, 0) * S;
-      if (BF::BF_EPS > std::abs(t)) {
-        a.setElementAt(i, 0, a.getElementAt(i, 0) / (t + BF::BF_EPS));
-      } else {
-        a.setElementAt(i, 0, (a.getElementAt(i, 0) / r.getElementAt(i, 0)) / S);
-      }
+      const std::complex<double>& a = A.getElementAt(i, n);
+      const std::complex<double> r = std::abs(a);
+      const std::complex<double> t = r * S;
+      const bool small = BF::BF_EPS > std::abs(t);
+      W.setElementAt(n, i, std::conj(small ? a / (t + BF::BF_EPS) : (a / r) / S));
     }
-    W.setRow(n, a.transposed(true));
   }
-}
-
-/// Weighted delay-and-sum. Row n of W = pinv(a_n).
-void fillWeightedDelayAndSum(const Matrix& A, Matrix& W) {
-  for (int n = 0; n < A.getColumnCount(); ++n) W.setRow(n, A.getColumn(n).pseudoInverse());
-}
-
-/// The columns of A except column n, in their order: M × (N − 1).
-Matrix otherColumns(const Matrix& A, int n) {
-  Matrix B(A.getRowCount(), A.getColumnCount() - 1);
-  for (int j = 0; j < B.getColumnCount(); ++j) B.setColumn(j, A.getColumn(j < n ? j : j + 1));
-  return B;
-}
-
-/// An orthonormal basis of the vectors v with aᵀ · v = 0, M × (M − 1), for a row aᵀ (1 × M): its
-/// right singular vectors but the first.
-Matrix nullSpace(const Matrix& aT) {
-  const int M = aT.getColumnCount();
-  Matrix U;
-  Matrix S;
-  Matrix V(M, M);
-  aT.singularValueDecomposition(U, S, V);
-  const int first = std::min(1, M);
-  return V.getSubmatrix(0, first, M, M - first);
-}
-
-/// ILSE. Among all w with aᵀ · w = 1 the one whose responses Bᵀ · w to the other sources are the
-/// smallest in the least-squares sense:
-///   h      M × 1              pinv(aᵀ), the minimum-norm solution of aᵀ · h = 1
-///   V_null M × (M − 1)        basis of the space orthogonal to it
-///   B      M × (N − 1)        the other sources' columns
-///   G      (N − 1) × (M − 1)  Bᵀ · V_null
-///   z      (M − 1) × 1        −pinv(G) · Bᵀ · h
-///   w      M × 1              h + V_null · z; row n of W = wᵀ
-void fillIlse(const Matrix& A, Matrix& W) {
-  const int N = A.getColumnCount();
-  for (int n = 0; n < N; ++n) {
-    const Matrix aT = A.getColumn(n).transposed(false);
-    const Matrix h = aT.pseudoInverse();
-    if (N == 1) {
-      W.setRow(n, h.transposed(false));
-      continue;
-    }
-    const Matrix Vnull = nullSpace(aT);
-    const Matrix BT = otherColumns(A, n).transposed(false);
-    const Matrix G = BT * Vnull;
-    const Matrix z = std::complex<double>(-1.0, 0.0) * G.pseudoInverse() * BT * h;
-    const Matrix w = h + Vnull * z;
-    W.setRow(n, w.transposed(false));
-  }
-}
-
-/// The formula of an algorithm number; zeros for one that is not of this family.
-Matrix separationMatrix(int type, const Matrix& A) {
-  Matrix W(A.getColumnCount(), A.getRowCount());
-  switch (type) {
-    case BF_ALGORITHM_DS:
-      fillDelayAndSum(A, W);
-      break;
-    case BF_ALGORITHM_WDS:
-      fillWeightedDelayAndSum(A, W);
-      break;
-    case BF_ALGORITHM_NULL:
-      W = A.pseudoInverse();
-      break;
-    case BF_ALGORITHM_ILSE:
-      fillIlse(A, W);
-      break;
-    default:
-      break;
-  }
-  return W;
 }
 
 }  // namespace
 
-void Fixed::updateSources(const std::vector<SourceLocation>& newSources) {
-  std::vector<Matrix> tf;
-  getTransformFunctions(newSources, tf);
+/// The bins that are computed together.
+struct Fixed::Work {
+  /// One of them. The operands of a row of W are named as in the formulas below.
+  struct Bin {
+    const Matrix* A;
+    Matrix* W;
+    Matrix a, conjA, aT, h, q, Vnull, BT, G, pinvG, pinvGBT, z, change;
+  };
 
-  std::vector<Matrix> newMatrices;
-  newMatrices.reserve(tf.size());
-  std::vector<int> types;
-  bool allKnown = knownTransferFunctions.size() == tf.size();
-  for (std::size_t k = 0; k < tf.size(); ++k) {
-    types.push_back(getBfAlgorithmType());
-    if (k < knownTypes.size() && types[k] == knownTypes[k] &&
-        sameBits(tf[k], knownTransferFunctions[k])) {
-      newMatrices.push_back(knownMatrices[k]);
-    } else {
-      newMatrices.push_back(separationMatrix(types[k], tf[k]));
-      allKnown = false;
+  void add(const Matrix& A, Matrix& W) {
+    bins[count].A = &A;
+    bins[count++].W = &W;
+    reshape(W, A.getColumnCount(), A.getRowCount());
+  }
+
+  /// Result := operation of operand, for these members of all bins.
+  void all(void (*operation)(const Batch&), Matrix Bin::*operand, Matrix Bin::*result) {
+    batch.clear();
+    for (int i = 0; i < count; ++i) batch.push_back({&(bins[i].*operand), &(bins[i].*result)});
+    operation(batch);
+  }
+
+  void compute(int type);
+  void weightedDelayAndSum();
+  void null();
+  void ilse();
+
+  // Entry k: bin k's separation matrix, which follows from its transfer functions and the
+  // algorithm's number.
+  std::vector<Memo<1>> known;
+
+  std::vector<int> stale;              // bins to be computed together, with the same formula
+  std::array<Bin, BINS_AT_ONCE> bins;  // and their matrices
+  int count = 0;
+  Batch batch;
+};
+
+void Fixed::Work::compute(int type) {
+  switch (type) {
+    case BF_ALGORITHM_DS:
+      for (int i = 0; i < count; ++i) delayAndSum(*bins[i].A, *bins[i].W);
+      break;
+    case BF_ALGORITHM_WDS:
+      weightedDelayAndSum();
+      break;
+    case BF_ALGORITHM_NULL:
+      null();
+      break;
+    case BF_ALGORITHM_ILSE:
+      ilse();
+      break;
+    default:
+      for (int i = 0; i < count; ++i)
+        *bins[i].W = Matrix::O(bins[i].W->getRowCount(), bins[i].W->getColumnCount());
+  }
+}
+
+/// Row n of W = pinv(a_n).
+void Fixed::Work::weightedDelayAndSum() {
+  for (int n = 0; n < bins[0].A->getColumnCount(); ++n) {
+    for (int i = 0; i < count; ++i) takeColumn(*bins[i].A, n, false, bins[i].a);
+    all(pseudoInverses, &Bin::a, &Bin::q);
+    for (int i = 0; i < count; ++i) copyRow(bins[i].q, 0, *bins[i].W, n);
+  }
+}
+
+/// W = pinv(A).
+void Fixed::Work::null() {
+  batch.clear();
+  for (int i = 0; i < count; ++i) batch.push_back({bins[i].A, bins[i].W});
+  pseudoInverses(batch);
+}
+
+/// Among all w with aᵀ · w = 1 the one whose responses Bᵀ · w to the other sources are the smallest
+/// in the least-squares sense:
+///   h      M × 1              pinv(aᵀ), the minimum-norm solution of aᵀ · h = 1
+///   V_null M × (M − 1)        orthonormal basis of the vectors v with aᵀ · v = 0
+///   B      M × (N − 1)        the other sources' columns
+///   G      (N − 1) × (M − 1)  Bᵀ · V_null
+///   z      (M − 1) × 1        −pinv(G) · Bᵀ · h
+///   w      M × 1              h + V_null · z; row n of W = wᵀ
+void Fixed::Work::ilse() {
+  const int N = bins[0].A->getColumnCount();
+  for (int n = 0; n < N; ++n) {
+    for (int i = 0; i < count; ++i) {
+      Bin& bin = bins[i];
+      takeColumn(*bin.A, n, true, bin.conjA);
+      reshape(bin.aT, 1, bin.A->getRowCount());
+      for (int m = 0; m < bin.A->getRowCount(); ++m) bin.aT.row(0)[m] = bin.A->getElementAt(m, n);
+    }
+    all(pseudoInverses, &Bin::aT, &Bin::h);
+    if (N > 1) {
+      all(orthogonalComplements, &Bin::conjA, &Bin::Vnull);
+      for (int i = 0; i < count; ++i) {
+        takeOtherColumns(*bins[i].A, n, bins[i].BT);
+        assignProduct(bins[i].BT, bins[i].Vnull, bins[i].G);
+      }
+      all(pseudoInverses, &Bin::G, &Bin::pinvG);
+    }
+    for (int i = 0; i < count; ++i) {
+      Bin& bin = bins[i];
+      const auto w = bin.W->row(n);
+      std::copy_n(bin.h.data(), w.size(), w.begin());
+      if (N == 1) continue;
+      for (int j = 0; j < bin.pinvG.getRowCount(); ++j) {
+        for (std::complex<double>& x : bin.pinvG.row(j)) x *= std::complex<double>(-1.0, 0.0);
+      }
+      assignProduct(bin.pinvG, bin.BT, bin.pinvGBT);
+      assignProduct(bin.pinvGBT, bin.h, bin.z);
+      assignProduct(bin.Vnull, bin.z, bin.change);
+      for (std::size_t m = 0; m < w.size(); ++m) w[m] += bin.change.data()[m];
     }
   }
+}
 
-  std::vector<SourceLocation> newList(newSources);
-  if (!allKnown) {
-    std::vector<Matrix> tfCopy(tf);
-    std::vector<Matrix> matricesCopy(newMatrices);
-    knownTypes.swap(types);
-    knownTransferFunctions.swap(tfCopy);
-    knownMatrices.swap(matricesCopy);
+Fixed::Fixed(int numFreqValue, int samplingRateValue, double soundSpeedValue)
+    : BF(numFreqValue, samplingRateValue, soundSpeedValue), work(std::make_unique<Work>()) {}
+
+Fixed::~Fixed() = default;
+
+void Fixed::updateSources(const std::vector<SourceLocation>& newSources) {
+  gatherTransferFunctions(newSources);
+  const std::vector<Matrix>& A = spareTransferFunctions;
+  std::vector<Memo<1>>& known = work->known;
+  std::vector<int>& stale = work->stale;
+  known.resize(A.size());
+  int type = 0;
+  stale.clear();
+  for (int k = 0; k < static_cast<int>(A.size()); ++k) {
+    const int typeOfBin = getBfAlgorithmType();
+    if (known[k].isOf({&A[k]}, typeOfBin)) continue;
+    if (typeOfBin != type || stale.size() == BINS_AT_ONCE) compute(type);
+    type = typeOfBin;
+    stale.push_back(k);
   }
-  sources.swap(newList);
-  transferFunctions.swap(tf);
-  separationMatrices.swap(newMatrices);
+  compute(type);
+
+  spareMatrices.resize(A.size());
+  for (std::size_t k = 0; k < A.size(); ++k) spareMatrices[k] = known[k].value;
+  sources = newSources;
+  transferFunctions.swap(spareTransferFunctions);
+  separationMatrices.swap(spareMatrices);
+}
+
+// The separation matrices of the stale bins by the formula of an algorithm number; zeros for one
+// that is not of this family.
+void Fixed::compute(int type) {
+  std::vector<Memo<1>>& known = work->known;
+  std::vector<int>& stale = work->stale;
+  work->count = 0;
+  for (const int k : stale) {
+    known[k].forget();
+    work->add(spareTransferFunctions[k], known[k].value);
+  }
+  const bool empty = stale.empty() || work->bins[0].A->getRowCount() == 0;
+  if (!empty) work->compute(type);
+  for (const int k : stale) known[k].remember({&spareTransferFunctions[k]}, type);
+  stale.clear();
 }
 
 void Fixed::adaptSeparationMatrices() {}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "bf/BF.h"
@@ -11,7 +12,8 @@ namespace BF {
 /// when the sources' transfer functions are linearly independent).
 class Fixed : public BF {
  public:
-  using BF::BF;
+  Fixed(int numFreq, int samplingRate, double soundSpeed);
+  ~Fixed() override;
 
   /// Rebuilds every bin's separation matrix by the formula of getBfAlgorithmType().
   void updateSources(const std::vector<SourceLocation>& newSources) override;
@@ -20,28 +22,29 @@ class Fixed : public BF {
   void adaptSeparationMatrices() override;
 
  private:
-  // The last algorithm numbers and transfer functions of the bins, and what followed from them: it
-  // depends on nothing else, so bins where both are the same to the bit are not computed again.
-  std::vector<int> knownTypes;
-  std::vector<Matrix> knownTransferFunctions;
-  std::vector<Matrix> knownMatrices;
+  struct Work;
+  void compute(int type);
+
+  std::unique_ptr<Work> work;  // what is kept from update to update
 };
 
-/// Delay-and-sum: every microphone with the same weight after phase alignment.
+/// Delay-and-sum: every microphone with the same weight after phase alignment (Van Trees, Optimum
+/// Array Processing, 2002, section 2.2).
 class DS : public Fixed {
  public:
   using Fixed::Fixed;
   int getBfAlgorithmType() const override { return BF_ALGORITHM_DS; }
 };
 
-/// Weighted delay-and-sum: row n of W = pinv(a_n) = a_nᴴ / ‖a_n‖².
+/// Weighted delay-and-sum, the matched filter: row n of W = pinv(a_n) = a_nᴴ / ‖a_n‖².
 class WDS : public Fixed {
  public:
   using Fixed::Fixed;
   int getBfAlgorithmType() const override { return BF_ALGORITHM_WDS; }
 };
 
-/// Null beamformer: W = pinv(A), so that W · A = I when A has full column rank.
+/// Null beamformer: W = pinv(A), so that W · A = I when A has full column rank (Van Trees 2002,
+/// section 3.7).
 class Null : public Fixed {
  public:
   using Fixed::Fixed;
@@ -49,7 +52,8 @@ class Null : public Fixed {
 };
 
 /// Row n keeps unit gain towards source n and answers the other sources as little as possible in
-/// the least-squares sense.
+/// the least-squares sense: equality-constrained least squares by the null-space method (Lawson &
+/// Hanson, Solving Least Squares Problems, 1974, chapter 20).
 class ILSE : public Fixed {
  public:
   using Fixed::Fixed;

@@ -30,8 +30,9 @@ GJ::GJ(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool lcA
       lcAdaptive(lcAdaptiveValue) {}
 
 void GJ::updateSources(const std::vector<SourceLocation>& newSources) {
-  const std::vector<int> previous = previousIndices(newSources);
-  if (nothingChanges(newSources, previous)) {
+  findPrevious(newSources);
+  gatherTransferFunctions(newSources);
+  if (nothingChanges()) {
     sources = newSources;
     for (Matrix& weights : adaptiveWeights) {
       std::fill_n(weights.data(), std::ptrdiff_t{weights.getRowCount()} * weights.getColumnCount(),
@@ -39,9 +40,8 @@ void GJ::updateSources(const std::vector<SourceLocation>& newSources) {
     }
     return;
   }
-  std::vector<Matrix> tf;
-  getTransformFunctions(newSources, tf);
 
+  const std::vector<Matrix>& tf = spareTransferFunctions;
   const int N = static_cast<int>(newSources.size());
   const int oldN = static_cast<int>(sources.size());
   std::vector<Matrix> newQuiescent;
@@ -77,7 +77,7 @@ void GJ::updateSources(const std::vector<SourceLocation>& newSources) {
   quiescentWeights.swap(newQuiescent);
   blockingMatrices.swap(newBlocking);
   adaptiveWeights.swap(newAdaptive);
-  transferFunctions.swap(tf);
+  transferFunctions.swap(spareTransferFunctions);
   separationMatrices.swap(newMatrices);
 }
 
@@ -106,9 +106,10 @@ void GJ::adaptSeparationMatrices() {
       copyRow(adaptiveWeights[k], n, wa, 0);
       for (int i = 0; i < blocked; ++i) wa.data()[i] += std::conj(z.data()[i]) * stepY;
       multiplyInto(wa, B, waB);
-      const std::complex<double>* q = quiescentWeights[k].data() + std::ptrdiff_t{n} * M;
-      std::complex<double>* w = W.data() + std::ptrdiff_t{n} * M;
-      for (int m = 0; m < M; ++m) w[m] = q[m] - waB.data()[m];
+      const auto q = quiescentWeights[k].row(n);
+      const auto w = W.row(n);
+      const auto b = waB.row(0);
+      for (int m = 0; m < M; ++m) w[m] = q[m] - b[m];
       copyRow(wa, 0, Wa, n);
     }
   }

@@ -6,7 +6,8 @@
 
 namespace BF {
 
-/// Generalised sidelobe canceller of Griffiths and Jim, one per source and bin: a fixed quiescent
+/// Generalised sidelobe canceller of Griffiths and Jim (1982), one per source and bin, with a
+/// blocking matrix from the singular vectors of the source's transfer function: a fixed quiescent
 /// row q passes the source with unit gain, a blocking matrix B (B · a = 0) removes it from the
 /// microphone signals, and an adaptive row wa, trained by least mean squares, subtracts from the
 /// quiescent output what of the blocked signals correlates with it. Row w = q − wa · B keeps

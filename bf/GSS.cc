@@ -151,14 +151,14 @@ GHDSS::GHDSS(int numFreqValue, int samplingRateValue, double soundSpeedValue, bo
 GSS::~GSS() = default;
 
 void GSS::updateSources(const std::vector<SourceLocation>& newSources) {
-  const std::vector<int> previous = previousIndices(newSources);
-  if (nothingChanges(newSources, previous)) {
+  findPrevious(newSources);
+  gatherTransferFunctions(newSources);
+  if (nothingChanges()) {
     sources = newSources;
     return;
   }
-  std::vector<Matrix> tf;
-  getTransformFunctions(newSources, tf);
 
+  const std::vector<Matrix>& tf = spareTransferFunctions;
   const int N = static_cast<int>(newSources.size());
   std::vector<Matrix> newMatrices;
   for (int k = 0; k < numFreq; ++k) {
@@ -175,7 +175,7 @@ void GSS::updateSources(const std::vector<SourceLocation>& newSources) {
 
   std::vector<SourceLocation> newList(newSources);
   sources.swap(newList);
-  transferFunctions.swap(tf);
+  transferFunctions.swap(spareTransferFunctions);
   separationMatrices.swap(newMatrices);
 }
 

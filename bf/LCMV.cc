@@ -20,14 +20,14 @@ LCMV::LCMV(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool
       lcAdaptive(lcAdaptiveValue) {}
 
 void LCMV::updateSources(const std::vector<SourceLocation>& newSources) {
-  const std::vector<int> previous = previousIndices(newSources);
-  if (nothingChanges(newSources, previous)) {
+  findPrevious(newSources);
+  gatherTransferFunctions(newSources);
+  if (nothingChanges()) {
     sources = newSources;
     return;
   }
-  std::vector<Matrix> tf;
-  getTransformFunctions(newSources, tf);
 
+  const std::vector<Matrix>& tf = spareTransferFunctions;
   const int N = static_cast<int>(newSources.size());
   const int oldN = static_cast<int>(sources.size());
   std::vector<Matrix> newQuiescent;
@@ -63,7 +63,7 @@ void LCMV::updateSources(const std::vector<SourceLocation>& newSources) {
   sources.swap(newList);
   quiescentWeights.swap(newQuiescent);
   projectionMatrices.swap(newProjections);
-  transferFunctions.swap(tf);
+  transferFunctions.swap(spareTransferFunctions);
   separationMatrices.swap(newMatrices);
 }
 
@@ -86,9 +86,10 @@ void LCMV::adaptSeparationMatrices() {
       const std::complex<double> stepY(step * y.real(), step * y.imag());
       for (int m = 0; m < M; ++m) stepped.data()[m] -= std::conj(x.data()[m]) * stepY;
       multiplyInto(stepped, projectionMatrices[k * N + n], projected);
-      const std::complex<double>* f = quiescentWeights[k].data() + std::ptrdiff_t{n} * M;
-      std::complex<double>* w = W.data() + std::ptrdiff_t{n} * M;
-      for (int m = 0; m < M; ++m) w[m] = projected.data()[m] + f[m];
+      const auto f = quiescentWeights[k].row(n);
+      const auto w = W.row(n);
+      const auto p = projected.row(0);
+      for (int m = 0; m < M; ++m) w[m] = p[m] + f[m];
     }
   }
   separationMatrices.swap(spareMatrices);

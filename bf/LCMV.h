@@ -6,9 +6,11 @@
 
 namespace BF {
 
-/// Linearly constrained minimum variance, adapted by constrained least mean squares: every frame
-/// each row takes a stochastic-gradient step towards less output power and is projected back onto
-/// the constraint, so that row j · a_j = 1 after every step, whatever its size (a_j ≠ 0).
+/// Linearly constrained minimum variance, adapted by constrained least mean squares (Frost 1972,
+/// his recursion for one constraint per row): every frame each row w takes a stochastic-gradient
+/// step towards less output power |y|² and is projected back onto the constraint,
+///   w ← (w − μ · y · xᴴ) · P + f,  P = I − a · aᴴ / (aᴴ · a),  f = aᴴ / (aᴴ · a),
+/// so that row j · a_j = 1 after every step, whatever its size (a_j ≠ 0).
 ///
 /// Sources that stay (by id) keep their rows, quiescent rows and projections.
 class LCMV : public BF {

@@ -7,6 +7,7 @@
 
 #include "matrix/EigenBatch.h"
 #include "matrix/JacobiRotation-inl.h"
+#include "matrix/Lanes-inl.h"
 #include "matrix/evd.h"
 
 #ifndef ZELK_MATRIX_EIGEN_BATCH_ONCE
@@ -41,25 +42,6 @@ namespace {
 // lane: operations, their order and so every bit are those of evd<double>, but of the eigenvectors
 // only the principal one is formed.
 
-using D = hn::CappedTag<double, 8>;
-using V = hn::Vec<D>;
-using Mask = hn::Mask<D>;
-constexpr D d;
-constexpr int LANES = hn::MaxLanes(d);
-
-/// One real number of each of the matrices that are decomposed together.
-struct alignas(LANES * sizeof(double)) Real {
-  double lanes[LANES];
-
-  V load() const { return hn::Load(d, lanes); }
-  void store(V x) { hn::Store(x, d, lanes); }
-};
-
-/// A complex one.
-struct Complex {
-  Real re, im;
-};
-
 /// An element of the diagonal: now, at the start of the sweep, and what the sweep has added.
 struct Diagonal {
   Real d, b, z;
@@ -70,19 +52,6 @@ struct PlaneRotation {
   Real sr, si, rho;
   int p, q;
 };
-
-/// |re + i·im| as modulus() of Modulus.h gives it.
-HWY_INLINE V modulusOf(V re, V im) {
-  const V square = re * re + im * im;
-  const Mask plain = hn::And(square > hn::Set(d, 1e-280), square < hn::Set(d, 1e280));
-  const Mask zero = hn::And(re == hn::Zero(d), im == hn::Zero(d));
-  if (hn::AllTrue(d, hn::Or(plain, zero))) return hn::Sqrt(square);
-  Complex x;
-  x.re.store(re);
-  x.im.store(im);
-  for (int l = 0; l < LANES; ++l) x.re.lanes[l] = modulus(x.re.lanes[l], x.im.lanes[l]);
-  return x.re.load();
-}
 
 HWY_INLINE void rotate(Complex& g, Complex& h, const Rotation<V>& rotation, Mask rotating) {
   const V gr = g.re.load();
@@ -101,7 +70,7 @@ HWY_INLINE void rotate(Complex& g, Complex& h, const Rotation<V>& rotation, Mask
 }
 
 /// The work arrays of up to LANES decompositions. The names are those of evd<double>.
-struct Batch {
+struct Decompositions {
   int n = 0;
   std::vector<Complex> A;  // upper triangle, n × n
   std::vector<Diagonal> diagonal;
@@ -117,6 +86,8 @@ struct Batch {
     A.assign(static_cast<std::size_t>(n) * n, Complex{});
     diagonal.assign(n, Diagonal{});
     rotations.clear();
+    // All that there can be, so that no step but the first of this order allocates.
+    rotations.reserve(static_cast<std::size_t>(JACOBI_MAX_SWEEPS) * n * (n - 1) / 2);
     v.assign(n, Complex{});
   }
 
@@ -134,7 +105,8 @@ struct Batch {
 
 /// Rotates rows p and q of the Hermitian matrix, of which the upper triangle is stored: left of the
 /// diagonal stands the conjugate of what is stored above it.
-HWY_INLINE void rotateHermitian(Batch& batch, int p, int q, const Rotation<V>& r, Mask rotating) {
+HWY_INLINE void rotateHermitian(Decompositions& batch, int p, int q, const Rotation<V>& r,
+                                Mask rotating) {
   const Rotation<V> conjugate = {r.sr, hn::Neg(r.si), r.rho, r.shift};
   for (int j = 0; j < p; ++j) rotate(batch.a(j, p), batch.a(j, q), r, rotating);
   for (int j = p + 1; j < q; ++j) {
@@ -149,11 +121,8 @@ HWY_INLINE void rotateHermitian(Batch& batch, int p, int q, const Rotation<V>& r
   }
 }
 
-/// x := y in the lanes `where`.
-HWY_INLINE void assign(Real& x, V y, Mask where) { x.store(hn::IfThenElse(where, y, x.load())); }
-
 /// One sweep over all pairs p < q in the lanes that are not done.
-void sweepOnce(Batch& batch, int sweep, V threshold, Mask running) {
+void sweepOnce(Decompositions& batch, int sweep, V threshold, Mask running) {
   for (int p = 0; p + 1 < batch.n; ++p) {
     for (int q = p + 1; q < batch.n; ++q) {
       Complex& a = batch.a(p, q);
@@ -190,7 +159,7 @@ void sweepOnce(Batch& batch, int sweep, V threshold, Mask running) {
 }
 
 /// Σ |A(p, q)| over the strictly upper triangle, row by row.
-V offDiagonalSum(Batch& batch) {
+V offDiagonalSum(Decompositions& batch) {
   V sum = hn::Zero(d);
   for (int p = 0; p + 1 < batch.n; ++p) {
     for (int q = p + 1; q < batch.n; ++q) {
@@ -201,7 +170,7 @@ V offDiagonalSum(Batch& batch) {
 }
 
 /// The lanes of which an element above the diagonal is not zero.
-Mask findUnfinished(Batch& batch) {
+Mask findUnfinished(Decompositions& batch) {
   const V zero = hn::Zero(d);
   Mask finished = zero == zero;
   for (int p = 0; p + 1 < batch.n; ++p) {
@@ -214,7 +183,7 @@ Mask findUnfinished(Batch& batch) {
 }
 
 /// Finds the eigenvalues of every lane; returns the lanes that have not converged.
-Mask decompose(Batch& batch) {
+Mask decompose(Decompositions& batch) {
   Mask running = hn::Zero(d) == hn::Zero(d);
   for (int sweep = 0; sweep < JACOBI_MAX_SWEEPS; ++sweep) {
     running = hn::And(running, findUnfinished(batch));
@@ -235,7 +204,7 @@ Mask decompose(Batch& batch) {
 }
 
 /// v, a unit vector e in every lane, := V · e, with V the product of all rotations.
-void rotateBack(Batch& batch) {
+void rotateBack(Decompositions& batch) {
   for (std::size_t i = batch.rotations.size(); i-- > 0;) {
     const PlaneRotation& r = batch.rotations[i];
     const V sr = r.sr.load();
@@ -248,38 +217,38 @@ void rotateBack(Batch& batch) {
 }
 
 /// vectors[i] of matrices[i] for i = first … first + LANES − 1, or to the end.
-void principalVectorsFrom(int first, const std::vector<Matrix>& matrices,
-                          std::vector<Matrix>& vectors) {
-  thread_local Batch batch;  // its storage is kept between calls
-  const int n = matrices[first].getRowCount();
-  const int used = std::min(LANES, static_cast<int>(matrices.size()) - first);
+void principalVectorsFrom(int first, const Batch& items) {
+  thread_local Decompositions batch;  // its storage is kept between calls
+  const int n = items[first].operand->getRowCount();
+  const int used = std::min(LANES, static_cast<int>(items.size()) - first);
   batch.clear(n);
-  for (int l = 0; l < used; ++l) batch.load(l, matrices[first + l]);
+  for (int l = 0; l < used; ++l) batch.load(l, *items[first + l].operand);
   Real unfinished;
   unfinished.store(hn::IfThenElseZero(decompose(batch), hn::Set(d, 1.0)));
 
-  Matrix values(n, 1);
+  thread_local Matrix values;
+  reshape(values, n, 1);
   for (int l = 0; l < used; ++l) {
     for (int i = 0; i < n; ++i) values.setElementAt(i, 0, batch.diagonal[i].d.lanes[l], 0.0);
     batch.v[values.getMaximumValueIndexInColumn(0)].re.lanes[l] = 1.0;
   }
   rotateBack(batch);
   for (int l = 0; l < used; ++l) {
-    Matrix& vector = vectors[first + l];
+    Matrix& vector = *items[first + l].result;
     if (unfinished.lanes[l] != 0.0) {  // sorted in its own way
-      vector = principalVectorOf(matrices[first + l]);
+      vector = principalVectorOf(*items[first + l].operand);
       continue;
     }
-    vector = Matrix(n, 1);
+    reshape(vector, n, 1);
     for (int i = 0; i < n; ++i) {
       vector.setElementAt(i, 0, batch.v[i].re.lanes[l], batch.v[i].im.lanes[l]);
     }
   }
 }
 
-void principalVectorsOfAll(const std::vector<Matrix>& matrices, std::vector<Matrix>& vectors) {
-  const int count = static_cast<int>(matrices.size());
-  for (int first = 0; first < count; first += LANES) principalVectorsFrom(first, matrices, vectors);
+void principalVectorsOfAll(const Batch& items) {
+  const int count = static_cast<int>(items.size());
+  for (int first = 0; first < count; first += LANES) principalVectorsFrom(first, items);
 }
 
 }  // namespace
@@ -291,14 +260,14 @@ namespace BF {
 
 HWY_EXPORT(principalVectorsOfAll);
 
-void principalEigenVectors(const std::vector<Matrix>& matrices, std::vector<Matrix>& vectors) {
-  for (const Matrix& matrix : matrices) {
-    if (matrix.getRowCount() != matrix.getColumnCount()) throw NotSquareMatrixException();
-    if (matrix.getRowCount() != matrices[0].getRowCount()) throw MatrixSizeMismatchException();
-    if (matrix.getRowCount() == 0) throw IndexOutOfBoundException();
+void principalEigenVectors(const Batch& batch) {
+  for (const auto& [operand, result] : batch) {
+    const int n = operand->getRowCount();
+    if (n != operand->getColumnCount()) throw NotSquareMatrixException();
+    if (n != batch[0].operand->getRowCount()) throw MatrixSizeMismatchException();
+    if (n == 0) throw IndexOutOfBoundException();
   }
-  vectors.resize(matrices.size());
-  HWY_DYNAMIC_DISPATCH(principalVectorsOfAll)(matrices, vectors);
+  HWY_DYNAMIC_DISPATCH(principalVectorsOfAll)(batch);
 }
 
 }  // namespace BF

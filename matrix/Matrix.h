@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <memory>
+#include <span>
 #include <utility>
 
 #include "matrix/Exceptions.h"
@@ -63,6 +64,13 @@ class Matrix {
   std::complex<double>* data() { return elements.get(); }
 
   // ---- rows, columns, blocks and diagonals
+
+  /// One row's elements, where they stand: valid while the matrix keeps its storage. Throws
+  /// IndexOutOfBoundException.
+  std::span<const std::complex<double>> row(int index) const;
+
+  /// The same, to be written.
+  std::span<std::complex<double>> row(int index);
 
   /// Copy of one column (rows × 1). Throws IndexOutOfBoundException.
   Matrix getColumn(int column) const;
@@ -163,12 +171,14 @@ class Matrix {
 
   // ---- decompositions; every output argument is replaced whole
 
-  /// Inverse by Gauss–Jordan elimination. Does not throw: a matrix that is not square gives zeros
+  /// Inverse by Gauss–Jordan elimination (without scaled pivoting; Golub & Van Loan, Matrix
+  /// Computations, chapter 3). Does not throw: a matrix that is not square gives zeros
   /// of its own shape and a message on standard output; a singular one gives a message and
   /// elements that are not finite.
   Matrix Inverse() const;
 
-  /// Moore–Penrose pseudo-inverse (columns × rows); singular values up to SMALL_NUMBER count as 0.
+  /// Moore–Penrose pseudo-inverse (columns × rows) V · Σ⁺ · Uᴴ (ibid., section 5.5); singular
+  /// values up to SMALL_NUMBER count as 0.
   Matrix pseudoInverse() const;
 
   /// A = U · diag(S) · Vᴴ for this m × n matrix A: U (m × m) and V (n × n) unitary, S a
@@ -186,12 +196,12 @@ class Matrix {
   void eigenValues(Matrix& values, Matrix& vectors) const;
 
   /// A · x = λ · B · x for Hermitian A and Hermitian positive-definite B, both n × n: values (n ×
-  /// 1) and vectors (n × n). Throws NotSquareMatrixException. Not to be called on two threads at
-  /// once.
+  /// 1) and vectors (n × n), through the Cholesky factor of B (ibid., section 8.7). Throws
+  /// NotSquareMatrixException. Not to be called on two threads at once.
   void generalizedEigenValues(const Matrix& B, Matrix& values, Matrix& vectors) const;
 
-  /// R⁻¹ for the upper triangular R with Rᴴ · R = this matrix: what generalizedEigenValues takes of
-  /// its B. Throws NotSquareMatrixException.
+  /// R⁻¹ for the upper triangular R with Rᴴ · R = this matrix (Cholesky; ibid., section 4.2): what
+  /// generalizedEigenValues takes of its B. Throws NotSquareMatrixException.
   Matrix inverseCholeskyFactor() const;
 
   // ---- text
@@ -266,6 +276,16 @@ Matrix operator-(const Matrix& a, const Matrix& b);
 inline const std::complex<double>& Matrix::getElementAt(int row, int column) const {
   if (row >= rows || column >= columns) throw IndexOutOfBoundException();
   return elements[offset(row, column)];
+}
+
+inline std::span<const std::complex<double>> Matrix::row(int index) const {
+  if (index >= rows) throw IndexOutOfBoundException();
+  return {elements.get() + offset(index, 0), static_cast<std::size_t>(columns)};
+}
+
+inline std::span<std::complex<double>> Matrix::row(int index) {
+  if (index >= rows) throw IndexOutOfBoundException();
+  return {elements.get() + offset(index, 0), static_cast<std::size_t>(columns)};
 }
 
 inline void Matrix::setElementAt(int row, int column, const std::complex<double>& value) {

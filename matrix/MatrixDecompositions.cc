@@ -3,6 +3,7 @@
 #include <complex>
 #include <cstdio>
 
+#include "matrix/CholeskyFactor.h"
 #include "matrix/Matrix.h"
 #include "matrix/evd.h"
 #include "matrix/svd.h"
@@ -55,26 +56,6 @@ void divideRow(Matrix& a, int row, const std::complex<double>& pivot) {
 }
 
 bool isZero(const std::complex<double>& z) { return z.real() == 0.0 && z.imag() == 0.0; }
-
-/// Upper triangular R with B = Rᴴ · R, column by column; a pivot that is not positive gives a
-/// complex or zero diagonal element, and the factorisation goes on.
-Matrix choleskyFactor(const Matrix& B) {
-  const int n = B.getRowCount();
-  Matrix R(n, n);
-  for (int j = 0; j < n; ++j) {
-    // Σ over k < j of conj(R(k, j)) · R(k, i)
-    const auto sumUpTo = [&R, j](int i) {
-      std::complex<double> sum = 0.0;
-      for (int k = 0; k < j; ++k) sum += std::conj(R.getElementAt(k, j)) * R.getElementAt(k, i);
-      return sum;
-    };
-    R.setElementAt(j, j, std::sqrt(B.getElementAt(j, j) - sumUpTo(j)));
-    for (int i = j + 1; i < n; ++i) {
-      R.setElementAt(j, i, (B.getElementAt(j, i) - sumUpTo(i)) / R.getElementAt(j, j));
-    }
-  }
-  return R;
-}
 
 }  // namespace
 
@@ -173,8 +154,28 @@ void Matrix::generalizedEigenValues(const Matrix& B, Matrix& values, Matrix& vec
 }
 
 Matrix Matrix::inverseCholeskyFactor() const {
-  if (rows != columns) throw NotSquareMatrixException();
-  return choleskyFactor(*this).pseudoInverse();
+  Matrix R;
+  choleskyFactor(*this, R);
+  return R.pseudoInverse();
+}
+
+void choleskyFactor(const Matrix& B, Matrix& R) {
+  const int n = B.getRowCount();
+  if (n != B.getColumnCount()) throw NotSquareMatrixException();
+  reshape(R, n, n);
+  for (int j = 0; j < n; ++j) {
+    // Σ over k < j of conj(R(k, j)) · R(k, i)
+    const auto sumUpTo = [&R, j](int i) {
+      std::complex<double> sum = 0.0;
+      for (int k = 0; k < j; ++k) sum += std::conj(R.getElementAt(k, j)) * R.getElementAt(k, i);
+      return sum;
+    };
+    for (int i = 0; i < j; ++i) R.setElementAt(j, i, 0.0, 0.0);
+    R.setElementAt(j, j, std::sqrt(B.getElementAt(j, j) - sumUpTo(j)));
+    for (int i = j + 1; i < n; ++i) {
+      R.setElementAt(j, i, (B.getElementAt(j, i) - sumUpTo(i)) / R.getElementAt(j, j));
+    }
+  }
 }
 
 }  // namespace BF

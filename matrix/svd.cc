@@ -14,15 +14,6 @@ namespace BF {
 
 namespace {
 
-/// Vectors whose squared norm is at most this are not reflected: they count as zero.
-constexpr double ZERO_SQUARED_NORM = 1.5e-31F;
-
-/// Off-diagonal elements up to this multiple of the largest d(i) + e(i) split the problem.
-constexpr double OFF_DIAGONAL_TOLERANCE = 1.5e-7F;
-
-/// Diagonal elements up to this multiple of the largest d(i) + e(i) count as zero.
-constexpr double ZERO_DIAGONAL_TOLERANCE = 1e-16;
-
 /// A reflection H = I − v · vᴴ / β that turns a vector x into −phase · ‖x‖ times the first unit
 /// vector. v is x with its first element replaced by phase · (‖x‖ + |x₀|), where phase = x₀ / |x₀|;
 /// β = ‖x‖ · (‖x‖ + |x₀|).
@@ -43,7 +34,7 @@ Reflection makeReflection(double* re, double* im, std::size_t count, std::size_t
     const double xi = im[i * stride];
     squared += xr * xr + xi * xi;
   }
-  if (squared <= ZERO_SQUARED_NORM) return reflection;
+  if (squared <= SVD_ZERO_SQUARED_NORM) return reflection;
 
   reflection.skipped = false;
   reflection.norm = std::sqrt(squared);
@@ -251,8 +242,8 @@ class TallSvd {
       d[i] = std::scalbn(d[i], -exponent);
       e[i] = std::scalbn(e[i], -exponent);
     }
-    const double tol = OFF_DIAGONAL_TOLERANCE * std::scalbn(largest, -exponent);
-    const double zero = ZERO_DIAGONAL_TOLERANCE * std::scalbn(largest, -exponent);
+    const double tol = SVD_OFF_DIAGONAL_TOLERANCE * std::scalbn(largest, -exponent);
+    const double zero = SVD_ZERO_DIAGONAL_TOLERANCE * std::scalbn(largest, -exponent);
     for (std::size_t k = n; k-- > 0;) {
       std::size_t l = splitPoint(k, tol, zero);
       while (l != k) {
@@ -296,11 +287,10 @@ class TallSvd {
     }
   }
 
-  // One implicit QR step on the block l … k, shifted by the eigenvalue of the trailing 2 × 2 minor
-  // of BᵀB that is nearest to its last element.
+  // One implicit QR step on the block l … k.
   void sweep(std::size_t l, std::size_t k) {
     double x = d[l];
-    double f = shiftedStart(l, k);
+    double f = svdShiftedStart(d[l], d[k - 1], d[k], e[k - 1], e[k]);
     double c = 1.0;
     double s = 1.0;
     for (std::size_t i = l + 1; i <= k; ++i) {
@@ -331,19 +321,6 @@ class TallSvd {
     c = z != 0.0 ? f / z : 1.0;
     s = z != 0.0 ? h / z : 0.0;
     return z;
-  }
-
-  // (d(l)² − shift) / d(l), the first element of the column that starts the step.
-  double shiftedStart(std::size_t l, std::size_t k) const {
-    const double x = d[l];
-    const double y = d[k - 1];
-    const double z = d[k];
-    const double g = e[k - 1];
-    const double h = e[k];
-    double f = ((y - z) * (y + z) + (g - h) * (g + h)) / (2.0 * h * y);
-    const double root = std::copysign(std::hypot(f, 1.0), f);
-    f = ((x - z) * (x + z) + h * (y / (f + root) - h)) / x;
-    return f;
   }
 
   static void rotateColumns(SplitMatrix& transposed, std::size_t count, std::size_t i,

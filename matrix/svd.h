@@ -1,11 +1,33 @@
 #pragma once
 
+#include <cmath>
+
 #include "matrix/KernelTypes.h"
 
 namespace BF {
 
+/// Vectors whose squared norm is at most this are not reflected: they count as zero.
+constexpr double SVD_ZERO_SQUARED_NORM = 1.5e-31F;
+
+/// Off-diagonal elements up to this multiple of the largest d(i) + e(i) split the problem.
+constexpr double SVD_OFF_DIAGONAL_TOLERANCE = 1.5e-7F;
+
+/// Diagonal elements up to this multiple of the largest d(i) + e(i) count as zero.
+constexpr double SVD_ZERO_DIAGONAL_TOLERANCE = 1e-16;
+
+/// (x² − shift) / x, the first element of the column that starts a QR step on a block of the
+/// bidiagonal whose first diagonal element is x, whose last ones are y and z, with g above y and h
+/// above z. The shift is the eigenvalue of the trailing 2 × 2 minor of BᵀB that is nearest to its
+/// last element.
+inline double svdShiftedStart(double x, double y, double z, double g, double h) {
+  double f = ((y - z) * (y + z) + (g - h) * (g + h)) / (2.0 * h * y);
+  const double root = std::copysign(std::hypot(f, 1.0), f);
+  f = ((x - z) * (x + z) + h * (y / (f + root) - h)) / x;
+  return f;
+}
+
 /// Singular-value decomposition of a complex matrix, A = U · diag(s) · Vᴴ, by Householder
-/// bidiagonalisation and implicit QR sweeps (Golub–Kahan–Reinsch).
+/// bidiagonalisation (Golub & Kahan 1965) and implicit QR sweeps (Golub & Reinsch 1970).
 ///
 /// A (m × n) stays as it is. U (m × m) and V (n × n) become unitary, s (max(m, n) elements) the
 /// singular values in decreasing order, zero beyond min(m, n). Vectors whose squared norm is at

@@ -22,7 +22,7 @@ building=(
 )
 # measured responses and real speech
 demonstration=(libmysofa1 pocketsphinx-testdata)
-development=(git ca-certificates clang-format-14 libgtest-dev libgmock-dev libbenchmark-dev)
+development=(git ca-certificates clang-format-14 libgtest-dev libgmock-dev libbenchmark-dev python3-pygments)
 baselines=(libopenblas-dev liblapacke-dev)
 packaging=(dpkg-dev file lintian debootstrap)
 bare=(debootstrap ccache)

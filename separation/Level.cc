@@ -15,6 +15,6 @@ void Level::add(const std::complex<float>* spectra, std::size_t count) {
   P = (1.0 - w) * P + w * p;
 }
 
-double Level::gain() const { return n > 0 ? std::sqrt(POWER / P) : 1.0; }
+float Level::gain() const { return n > 0 ? static_cast<float>(std::sqrt(POWER / P)) : 1.0F; }
 
 }  // namespace Separation

@@ -15,13 +15,13 @@ namespace Separation {
 /// without its transient). The gain is √(POWER / P), and 1 before any sound.
 class Level {
  public:
-  static constexpr double POWER = 1e4;      ///< to which gain() brings the mean of |X|²
+  static constexpr double POWER = 1e6;      ///< to which gain() brings the mean of |X|²
   static constexpr double FRAMES = 1000.0;  ///< time constant of the running mean
 
   /// Takes a frame of `count` values. One that is silent or not finite does not count.
   void add(const std::complex<float>* spectra, std::size_t count);
 
-  double gain() const;
+  float gain() const;
 
  private:
   double P = 0.0;

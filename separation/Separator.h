@@ -29,8 +29,8 @@ namespace Separation {
 /// An exception (memory that runs out, above all) costs nothing: samples() says how much of its
 /// block an interrupted push took, and what was interrupted is done by the next call, whose output
 /// then holds the interrupted call's, too. In blocks of the same size, frames with unchanged
-/// sources allocate no memory, except with CMSNR and while `noise.times` last. A separator is used
-/// by one thread at a time; several work on several threads at once.
+/// sources allocate no memory, as long as all statistics stay finite. A separator is used by one
+/// thread at a time; several work on several threads at once.
 class Separator {
  public:
   /// Throws SettingError for settings out of range and a database that does not fit them; the

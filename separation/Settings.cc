@@ -88,7 +88,7 @@ void checkRefinement(const Settings& s) {
   require(s.refinement.passes >= 0, "refinement.passes", s.refinement.passes, "0 or more");
   require(s.refinement.passes == 0 || !s.refinement.running, "refinement.passes",
           s.refinement.passes, "0 beside refinement.running");
-  if (s.postMask) requireShare("postMask", *s.postMask);
+  requireShare("postMask", s.postMask);
 }
 
 }  // namespace

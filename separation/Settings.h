@@ -83,16 +83,17 @@ struct Settings {
   /// Samples that are not finite or beyond 10¹⁵ are passed on instead of being replaced by 0.
   bool keepNonFinite = false;
   double mvdrLoading = 1e-4;  ///< MVDR: of the sources' mean power, above 0
-  /// CMSNR separates spectra that are brought to a stated level, and its outputs are brought back,
-  /// so that the level of the recording makes no difference. (CML has noise.normalize for that.)
+  /// CMSNR separates spectra that are brought to a stated level, and its outputs are brought back
+  /// (by the projection, if there is one), so that the level of the recording makes no difference.
+  /// (CML has noise.normalize for that.)
   bool level = true;
   /// How often the method goes through the recording, 1 or more, by Separator::startOver: LCMV,
   /// GICA and CMSNR learn on from one pass to the next.
   int passes = 1;
   RefinementSettings refinement;
   /// Each output is multiplied, bin by bin, by its share of the power of all outputs, but at least
-  /// by this, 0 to 1: a Wiener filter. Unset: not at all.
-  std::optional<double> postMask;
+  /// by this, 0 to 1: a Wiener filter. 1: not at all.
+  double postMask = 1.0;
 };
 
 /// A copy in which every optional member is set. Throws SettingError for a value out of its range,

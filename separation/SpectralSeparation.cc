@@ -79,7 +79,7 @@ const BF::Matrix& SpectralSeparation::separate(std::int64_t frame, std::int64_t 
   }
   if (!listed.empty() && stage < Stage::Separated) {
     if (isByEngine) runEngine(frame, spectra, listed);
-    load(spectra, 1.0);
+    load(spectra, 1.0F);
     stage = Stage::Separated;
     projectedRows = 0;
   }
@@ -105,9 +105,9 @@ void SpectralSeparation::learn(std::int64_t frame, std::int64_t total,
   noise->addFrame(frame, total, spectra.data(), hasTargets);
 }
 
-void SpectralSeparation::load(const std::vector<std::complex<float>>& spectra, double gain) {
+void SpectralSeparation::load(const std::vector<std::complex<float>>& spectra, float gain) {
   for (std::size_t i = 0; i < spectra.size(); ++i) {
-    X.data()[i] = std::complex<double>(spectra[i]) * gain;
+    X.data()[i] = std::complex<double>(spectra[i] * gain);
   }
 }
 
@@ -119,11 +119,11 @@ void SpectralSeparation::runEngine(std::int64_t frame,
     updateEngine(listed);
     updateIsDue = false;
   }
-  const double gain = level ? level->gain() : 1.0;
+  const float gain = level ? level->gain() : 1.0F;
   load(spectra, gain);
   engine->executeBeamForming(X, Y);
   engine->adaptSeparationMatrices();
-  if (!level) return;
+  if (!level || projection) return;
   for (std::size_t i = 0; i < listed.size() * spectrum.size(); ++i) Y.data()[i] /= gain;
 }
 
@@ -164,9 +164,9 @@ void SpectralSeparation::refine(const std::vector<BF::SourceLocation>& listed) {
     if (isWanted) ofRecording->gather(listed, heard, X, Y);
     stage = Stage::Gathered;
   }
-  if (settings.postMask) {
+  if (settings.postMask < 1.0) {
     masks.resize(heard.size());
-    applyMasks(*settings.postMask, heard, masks, Y);
+    applyMasks(settings.postMask, heard, masks, Y);
   }
 }
 

@@ -48,7 +48,7 @@ class SpectralSeparation {
   void learn(std::int64_t frame, std::int64_t total,
              const std::vector<std::complex<float>>& spectra,
              const std::vector<BF::SourceLocation>& listed);
-  void load(const std::vector<std::complex<float>>& spectra, double gain);
+  void load(const std::vector<std::complex<float>>& spectra, float gain);
   void runEngine(std::int64_t frame, const std::vector<std::complex<float>>& spectra,
                  const std::vector<BF::SourceLocation>& listed);
   void updateEngine(const std::vector<BF::SourceLocation>& listed);

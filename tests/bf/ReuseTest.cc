@@ -13,6 +13,7 @@
 #include "bf/GSS.h"
 #include "bf/LCMV.h"
 #include "tests/bf/EngineLists.h"
+#include "tests/support/CountedMemory.h"
 #include "tests/support/Databases.h"
 
 namespace {
@@ -209,6 +210,43 @@ TEST(Reuse, CmsnrMatchesItsDefinitionWhateverItKeeps) {
       ASSERT_TRUE(BF::sameBits(engine.separationMatrices[i / N].getRow(i % N), filterOf(A, B)))
           << i;
     }
+  }
+}
+
+TEST(Reuse, FramesAllocateNothingOnceTheSourcesRest) {
+  constexpr int M = 8;
+  const Maker makers[] = {making<BF::DS>(),
+                          making<BF::WDS>(),
+                          making<BF::Null>(),
+                          making<BF::ILSE>(),
+                          making<BF::LCMV>(true, 0.01),
+                          making<BF::GJ>(true, 0.01),
+                          making<BF::GICA>(true, 0.01, true, 0.01, 0.1, BF::NL_FUNC_TANH),
+                          making<BF::CMSNR>("GEVD", 0.9),
+                          making<BF::CMSNR>("GSVD", 0.9),
+                          making<BF::CML>(0.01)};
+  Generator random(6);
+  const auto database = support::randomDatabase(random, M, 9, BINS);
+  const auto sources = support::locationsOf({{1, 2}, {2, 5}, {3, 7, false}}, database);
+  for (const Maker& make : makers) {
+    const auto engine = make();
+    engine->setTransformFunctionDatabase(database);
+    for (int k = 0; k < BINS; ++k) {
+      engine->noiseCorrelationMatrices.push_back(random.hermitian(std::vector<double>(M, 1.0)));
+    }
+    Matrix output;
+    long allocated = 0;
+    for (int frame = 0; frame < 1003; ++frame) {
+      // New noise statistics in every frame.
+      for (Matrix& R : engine->noiseCorrelationMatrices) R.setElementAt(0, 0, 1.0 + frame, 0.0);
+      const Matrix input = random.gaussian(M, BINS);
+      const long before = allocations;
+      engine->updateSources(sources);
+      engine->executeBeamForming(input, output);
+      engine->adaptSeparationMatrices();
+      if (frame >= 3) allocated += allocations - before;
+    }
+    EXPECT_EQ(allocated, 0) << engine->getBfAlgorithmType();
   }
 }
 

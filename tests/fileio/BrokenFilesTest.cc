@@ -136,7 +136,7 @@ TEST(BrokenFiles, AreRefusedWithAReasonOnOneLine) {
        "attribute ZelkReferenceMicrophone is \"left\", expected a number or none"},
       {stating("ZelkEnergyInFrame", "nan"), "attribute ZelkEnergyInFrame is nan, expected 0 to 1"},
   };
-  const TemporaryFolder folder;
+  const TestFolder folder;
   for (const Case& c : cases) {
     const std::string path = folder / "a\nb.sofa";
     fs::remove_all(path);
@@ -157,7 +157,7 @@ TEST(BrokenFiles, AreRefusedWithAReasonOnOneLine) {
 
 /// Every way to reach a file refuses one that was mangled, or reads it; none crashes or hangs.
 TEST(BrokenFiles, MangledFilesDoNoHarm) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   const std::string path = folder / "db.sofa";
   writeSofa(path, randomTransferFunctions(M, R, N));
   std::ifstream file(path, std::ios::binary);
@@ -180,7 +180,7 @@ TEST(BrokenFiles, MangledFilesDoNoHarm) {
 }
 
 TEST(DatabaseLimit, IsThatOfTheEnvironmentAndNamedInTheRefusal) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   const std::string path = folder / "db.sofa";
   writeSofa(path, randomTransferFunctions(M, R, N));
   // A head of 80 bytes, M + R positions of 24 and M · R · N values of 8.
@@ -205,7 +205,7 @@ TEST(DatabaseLimit, IsThatOfTheEnvironmentAndNamedInTheRefusal) {
 }
 
 TEST(BrokenReaders, AreReportedByNameOfTheFile) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   const std::string path = folder / "db.sofa";
   const std::string program = folder / "reader";
   std::ofstream(path) << "any";

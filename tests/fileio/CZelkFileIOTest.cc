@@ -18,7 +18,7 @@ constexpr int R = 2;
 constexpr int N = 5;
 
 TEST(CZelkFileIO, ReadsBackWhatTheWriterWroteConjugated) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   const std::string path = folder / "db.sofa";
   const SofaTransferFunctions data = randomTransferFunctions(M, R, N);
   writeSofa(path, data);
@@ -58,7 +58,7 @@ TEST(CZelkFileIO, ReadsBackWhatTheWriterWroteConjugated) {
 }
 
 TEST(CZelkFileIO, RefusesArraysThatDoNotFitTheFileOrTheMemory) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   const std::string path = folder / "db.sofa";
   writeSofa(path, randomTransferFunctions(M, R, N));
   CZelkFileIO reader;
@@ -111,7 +111,7 @@ TEST(SofaFile, SourcesAreSeenFromTheListener) {
        {{0, 1, 0}, {0, 0, 1}}},
       {{placing("ListenerView", {1e-170, 0, 0})}, {{1, 2, 3}}, {{1, 2, 3}}},
   };
-  const TemporaryFolder folder;
+  const TestFolder folder;
   const std::string path = folder / "db.sofa";
   for (const auto& [edits, stored, seen] : cases) {
     SofaTransferFunctions data = randomTransferFunctions(static_cast<int>(stored.size()), 1, 3);
@@ -126,7 +126,7 @@ TEST(SofaFile, SourcesAreSeenFromTheListener) {
 }
 
 TEST(SofaFile, RemarksOneSourcePositionForAllMeasurements) {
-  const TemporaryFolder folder;
+  const TestFolder folder;
   const std::string path = folder / "one.sofa";
   SofaTransferFunctions data = randomTransferFunctions(3, 1, 4);
   data.sourcePositions.assign(3, {0.0, 2.0, 0.0});

@@ -1,32 +1,9 @@
 #pragma once
 
-#include <unistd.h>
-
-#include <filesystem>
 #include <random>
-#include <string>
 
 #include "fileio/SofaWriter.h"
-
-/// A folder of its own for a test's files, removed at the end.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "zelk-test-XXXXXX").string();
-    folder = mkdtemp(pattern.data());
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
-  }
-
-  std::string operator/(const std::string& name) const { return folder + "/" + name; }
-
- private:
-  std::string folder;
-};
+#include "tests/support/TestFolder.h"
 
 /// Random transfer functions of M positions and R receivers, each on a line, and N frequencies.
 inline SofaTransferFunctions randomTransferFunctions(int M, int R, int N, unsigned seed = 1) {

@@ -85,16 +85,6 @@ TEST(ParameterSet, TellsMissingAndUnusedParameters) {
   EXPECT_EQ(thrownText([&] { set.checkUnused(); }), "");
 }
 
-TEST(Exceptions, ChainInnermostFirstAndKeepTheirOrigin) {
-  BaseException* e = new GeneralException("first", "a.cc", 1);
-  e->noteOrigin({"inner", "T", 3});
-  e = e->add(new GeneralException("second", "b.cc", 2))->add(new GeneralException("3", "c.cc", 3));
-  e->noteOrigin({"outer", "T", 4});
-  const std::unique_ptr<BaseException> owner(e);
-  EXPECT_EQ(describe(*e), "a.cc, line 1: first\nb.cc, line 2: second\nc.cc, line 3: 3");
-  EXPECT_EQ(e->getOrigin()->node, "inner");
-}
-
 TEST(Buffer, HoldsTheLastCountsOnly) {
   Counted::live = 0;
   {

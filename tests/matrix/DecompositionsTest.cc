@@ -6,12 +6,16 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "matrix/EigenBatch.h"
+#include "matrix/InverseBatch.h"
 #include "matrix/Matrix.h"
+#include "matrix/SvdBatch.h"
 #include "tests/support/ComplexMatrixMatchers.h"
 #include "tests/support/MatrixGenerators.h"
 
@@ -427,50 +431,100 @@ bool sameNumbers(const Matrix& a, const Matrix& b) {
                     });
 }
 
-TEST(PrincipalEigenVectors, GivesToTheBitWhatEachGivesAlone) {
-  const double poison[] = {0.0,
-                           -0.0,
-                           1e-160,
-                           1e170,
-                           1e-300,
-                           1e300,
-                           std::numeric_limits<double>::infinity(),
-                           std::numeric_limits<double>::quiet_NaN()};
-  for (int seed = 0; seed < 300; ++seed) {
-    SCOPED_TRACE(testing::Message() << "seed " << seed);
+/// An operation on a Batch, what does the same to one matrix, and the shapes it takes.
+struct BatchOperation {
+  const char* name;
+  void (*onBatch)(const BF::Batch&);
+  Matrix (*onOne)(const Matrix&);
+  enum { ANY, TALL, SQUARE, HERMITIAN } shape;
+};
+
+Matrix leftVectors(const Matrix& A, int begin, int end) {
+  Matrix U, S, V;
+  A.singularValueDecomposition(U, S, V);
+  return U.getSubmatrix(0, begin, A.getRowCount(), end - begin);
+}
+
+Matrix principalEigenVector(const Matrix& A) {
+  Matrix values, vectors;
+  A.eigenValues(values, vectors);
+  return vectors.getColumn(values.getMaximumValueIndexInColumn(0));
+}
+
+const BatchOperation BATCH_OPERATIONS[] = {
+    {"pseudoInverses", BF::pseudoInverses, [](const Matrix& A) { return A.pseudoInverse(); },
+     BatchOperation::ANY},
+    {"orthogonalComplements", BF::orthogonalComplements,
+     [](const Matrix& A) { return leftVectors(A, A.getColumnCount(), A.getRowCount()); },
+     BatchOperation::TALL},
+    {"principalSingularVectors", BF::principalSingularVectors,
+     [](const Matrix& A) { return leftVectors(A, 0, 1); }, BatchOperation::SQUARE},
+    {"inverses", BF::inverses, [](const Matrix& A) { return A.Inverse(); }, BatchOperation::SQUARE},
+    {"inverseCholeskyFactors", BF::inverseCholeskyFactors,
+     [](const Matrix& A) { return A.inverseCholeskyFactor(); }, BatchOperation::HERMITIAN},
+    {"principalEigenVectors", BF::principalEigenVectors, principalEigenVector,
+     BatchOperation::HERMITIAN}};
+
+/// A matrix of any spectrum and scale, or a sparse one, some with poison in a few places.
+Matrix batchOperand(Generator& random, bool hermitian, int m, int n) {
+  const double poison[] = {0.0, -0.0, 1e-160, 1e170, 1e-300, 1e300, INFINITE, NOT_A_NUMBER};
+  const Spectrum kind = ALL_SPECTRA[random.integer(0, 6)];
+  const std::vector<double> values = spectrumOf(kind, std::min(m, n));
+  Matrix A = hermitian            ? random.hermitian(values)
+             : random.chance(0.7) ? random.withSingularValues(m, n, values)
+                                  : random.integers(m, n);
+  A = A * std::pow(10.0, random.uniform(-160.0, 150.0) * random.integer(0, 1));
+  if (!random.chance(0.25)) return A;
+  for (int i = random.integer(1, 2 * n); i > 0; --i) {
+    A.setElementAt(random.integer(0, m - 1), random.integer(0, n - 1), poison[random.integer(0, 7)],
+                   poison[random.integer(0, 7)]);
+  }
+  return A;
+}
+
+TEST(Batch, GivesToTheBitWhatEachGivesAloneOnEveryProcessor) {
+  const std::vector<std::int64_t> targets = hwy::SupportedAndGeneratedTargets();
+  testing::internal::CaptureStdout();
+  for (int seed = 0; seed < 1200; ++seed) {
     Generator random(seed);
-    const int n = random.integer(1, 12);
-    std::vector<Matrix> matrices(random.integer(0, 19));
-    for (Matrix& A : matrices) {
-      A = random.hermitian(spectrumOf(ALL_SPECTRA[random.integer(0, 6)], n)) *
-          std::pow(10.0, random.uniform(-160.0, 150.0) * random.integer(0, 1));
-      if (random.integer(0, 3) != 0) continue;
-      for (int i = random.integer(1, 2 * n); i > 0; --i) {
-        A.setElementAt(random.integer(0, n - 1), random.integer(0, n - 1),
-                       poison[random.integer(0, 7)], poison[random.integer(0, 7)]);
-      }
+    const BatchOperation& operation = BATCH_OPERATIONS[seed % std::size(BATCH_OPERATIONS)];
+    int m = random.integer(1, 12);
+    int n = operation.shape >= BatchOperation::SQUARE ? m : random.integer(1, 12);
+    if (operation.shape == BatchOperation::TALL && m < n) std::swap(m, n);
+    std::vector<Matrix> operands(random.integer(0, 19));
+    std::vector<Matrix> results(operands.size(), Matrix(3, 1));
+    BF::Batch batch;
+    for (std::size_t i = 0; i < operands.size(); ++i) {
+      operands[i] = batchOperand(random, operation.shape == BatchOperation::HERMITIAN, m, n);
+      batch.push_back({&operands[i], &results[i]});
     }
-    std::vector<Matrix> vectors(2, Matrix(3, 1));
-    // Every kind of vectors that this processor has.
-    const std::vector<std::int64_t> targets = hwy::SupportedAndGeneratedTargets();
     const std::int64_t target = targets[random.integer(0, static_cast<int>(targets.size()) - 1)];
     hwy::SetSupportedTargetsForTest(target);
-    BF::principalEigenVectors(matrices, vectors);
+    operation.onBatch(batch);
     hwy::SetSupportedTargetsForTest(0);
-    ASSERT_EQ(vectors.size(), matrices.size());
-    for (std::size_t i = 0; i < matrices.size(); ++i) {
-      Matrix d;
-      Matrix V;
-      matrices[i].eigenValues(d, V);
-      const Matrix expected = V.getColumn(d.getMaximumValueIndexInColumn(0));
-      ASSERT_TRUE(sameNumbers(vectors[i], expected)) << i << ", " << hwy::TargetName(target);
+    for (std::size_t i = 0; i < operands.size(); ++i) {
+      ASSERT_TRUE(sameNumbers(results[i], operation.onOne(operands[i])))
+          << operation.name << ", seed " << seed << ", " << m << " x " << n << ", " << i << ", "
+          << hwy::TargetName(target);
     }
   }
-  std::vector<Matrix> vectors;
-  EXPECT_THROW(BF::principalEigenVectors({Matrix(2, 3)}, vectors), BF::NotSquareMatrixException);
-  EXPECT_THROW(BF::principalEigenVectors({Matrix(2, 2), Matrix(3, 3)}, vectors),
-               BF::MatrixSizeMismatchException);
-  EXPECT_THROW(BF::principalEigenVectors({Matrix(0, 0)}, vectors), BF::IndexOutOfBoundException);
+  testing::internal::GetCapturedStdout();
+}
+
+TEST(Batch, NeedsOneShapeThatFits) {
+  const Matrix tall(3, 2), wide(2, 3), two(2, 2), three(3, 3), none(0, 0);
+  Matrix result;
+  for (const BatchOperation& operation : BATCH_OPERATIONS) {
+    SCOPED_TRACE(operation.name);
+    EXPECT_THROW(operation.onBatch({{&two, &result}, {&three, &result}}),
+                 BF::MatrixSizeMismatchException);
+    if (operation.shape >= BatchOperation::SQUARE) {
+      EXPECT_THROW(operation.onBatch({{&tall, &result}}), BF::NotSquareMatrixException);
+    }
+  }
+  EXPECT_THROW(BF::orthogonalComplements({{&wide, &result}}), BF::MatrixSizeMismatchException);
+  EXPECT_THROW(BF::principalEigenVectors({{&none, &result}}), BF::IndexOutOfBoundException);
+  EXPECT_THROW(BF::principalSingularVectors({{&none, &result}}), BF::IndexOutOfBoundException);
 }
 
 }  // namespace

@@ -1,39 +1,11 @@
 #include "tests/support/AudioTesting.h"
 
 #include <sndfile.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <limits>
 #include <random>
 #include <stdexcept>
-
-TestFolder::TestFolder() {
-  std::string name = (std::filesystem::temp_directory_path() / "zelk-toolbox-XXXXXX").string();
-  if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
-  path = name;
-}
-
-TestFolder::~TestFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path, ignored);
-}
-
-std::string TestFolder::write(const std::string& name, const std::string& content) const {
-  std::ofstream(path / name, std::ios::binary) << content;
-  return (path / name).string();
-}
-
-std::vector<std::string> TestFolder::names(const std::string& below) const {
-  std::vector<std::string> found;
-  for (const auto& entry : std::filesystem::directory_iterator(path / below)) {
-    found.push_back(entry.path().filename().string());
-  }
-  std::sort(found.begin(), found.end());
-  return found;
-}
 
 Sound readSound(const std::string& path) {
   SF_INFO info{};

@@ -1,31 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "gmock/gmock.h"
-
-/// A folder of its own for one test, removed with everything in it.
-class TestFolder {
- public:
-  TestFolder();
-  ~TestFolder();
-  TestFolder(const TestFolder&) = delete;
-  TestFolder& operator=(const TestFolder&) = delete;
-
-  std::string operator/(const std::string& name) const { return (path / name).string(); }
-
-  /// Writes a text or bytes, and returns the file's path.
-  std::string write(const std::string& name, const std::string& content) const;
-
-  /// Names of all files in it or in a folder below it, sorted.
-  std::vector<std::string> names(const std::string& below = "") const;
-
- private:
-  std::filesystem::path path;
-};
+#include "tests/support/TestFolder.h"
 
 /// Interleaved samples and what a file says about them.
 struct Sound {

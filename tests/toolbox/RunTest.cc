@@ -8,12 +8,10 @@
 #include <utility>
 #include <vector>
 
-#include "AudioFrames.h"
 #include "Iterator.h"
-#include "NodeTesting.h"
-#include "SeparatedWriter.h"
-#include "gtest/gtest.h"
+#include "gmock/gmock.h"
 #include "tests/support/AudioTesting.h"
+#include "tests/toolbox/Layout.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -27,12 +25,11 @@ class Separation {
  public:
   using IdsAt = std::function<std::set<int>(int frame)>;
 
-  Separation(const FD::ParameterSet& framesParameters, const FD::ParameterSet& writerParameters,
-             IdsAt idsAt)
+  Separation(const Parameters& framesParameters, const Parameters& writerParameters, IdsAt idsAt)
       : loop(new FD::Iterator("loop", FD::ParameterSet())) {
-    add(new AudioFrames("frames", framesParameters));
+    loop->addNode(makeNode("AudioFrames", framesParameters, "frames"));
     add(new Separator(std::move(idsAt)));
-    add(new SeparatedWriter("writer", writerParameters));
+    loop->addNode(makeNode("SeparatedWriter", writerParameters, "writer"));
     loop->connect("separator", "INPUT_FRAMES", "frames", "OUTPUT");
     loop->connect("writer", "INPUT", "separator", "OUTPUT");
     loop->bindOutput("OUTPUT", "writer", "OUTPUT");
@@ -89,14 +86,13 @@ class RunTest : public testing::Test {
  protected:
   RunTest() : sound(noise(1000, 50)) { writeSound(folder / "in.wav", RATE, 1, sound); }
 
-  FD::ParameterSet framesParameters() const {
+  Parameters framesParameters() const {
     return withLayout({{"FILENAME", text(folder / "in.wav")}});
   }
-  FD::ParameterSet writerParameters(const Parameters& others = {}) const {
-    FD::ParameterSet set =
-        withLayout({{"DIRECTORY", text(folder / "out")}, {"FORMAT", text("FLOAT")}});
-    for (const auto& [name, value] : others) set.add(name, value);
-    return set;
+  Parameters writerParameters(const Parameters& others = {}) const {
+    Parameters all = withLayout({{"DIRECTORY", text(folder / "out")}, {"FORMAT", text("FLOAT")}});
+    all.insert(all.end(), others.begin(), others.end());
+    return all;
   }
   std::vector<std::string> written() const { return folder.names("out"); }
   std::vector<float> source(int id) const {
@@ -176,10 +172,10 @@ TEST_F(RunTest, WritesTargetsOnlyWhileTheyAreActive) {
   Separation separation(framesParameters(), writerParameters(), [](int) {
     return std::set<int>{1, 2, 99};
   });
-  separation.add(
-      new Stub("scene", {{"SOURCES", [](int frame) {
-                            return sourceList(frame < 30 ? std::set<int>{1} : std::set<int>{1, 2});
-                          }}}));
+  separation.add(new Stub(
+      "scene", {{"SOURCES", [](int frame) {
+                   return sourcesWithIds(frame < 30 ? std::set<int>{1} : std::set<int>{1, 2});
+                 }}}));
   separation.loop->connect("writer", "SOURCES", "scene", "SOURCES");
   separation.linkLength().run();
   EXPECT_THAT(written(), ElementsAre("source_1.wav", "source_2.wav", "timeline.json"));
@@ -206,7 +202,7 @@ TEST_F(RunTest, ReportsClippedSamples) {
 
 TEST_F(RunTest, RefusesSpectraOfAnotherLength) {
   Separation separation(framesParameters(), writerParameters({{"LENGTH", number(128)}}), always);
-  EXPECT_THAT(faultOf([&] { separation.run(); }),
+  EXPECT_THAT(thrownText([&] { separation.run(); }),
               HasSubstr("The spectrum of source 2 has 33 bins, expected LENGTH/2+1 = 65."));
 }
 

@@ -1,0 +1,620 @@
+// Compiled once for each kind of processor; the best one is chosen at run time.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "matrix/SvdBatch.cc"
+#include "matrix/HighwayTargets.h"
+// This one comes first.
+#include <hwy/foreach_target.h>
+
+#include "matrix/CholeskyFactor.h"
+#include "matrix/Lanes-inl.h"
+#include "matrix/SvdBatch.h"
+#include "matrix/svd.h"
+
+#ifndef ZELK_MATRIX_SVD_BATCH_ONCE
+#define ZELK_MATRIX_SVD_BATCH_ONCE
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <cstddef>
+#include <utility>
+
+#endif
+
+HWY_BEFORE_NAMESPACE();
+namespace BF::HWY_NAMESPACE {
+namespace {
+
+// The decomposition of svd<double> for several matrices that are not wider than tall (m ≥ n) at
+// once, one in each lane: operations, their order and so every bit are those of svd<double>, as are
+// the names. Of U only the first columns are formed, each of which is computed apart from the rest.
+
+/// A reflection I − v · vᴴ / β as in svd.cc.
+struct Reflection {
+  Real applied;  // 1, or 0 in lanes that skip it
+  Real norm, phaseRe, phaseIm, beta;
+
+  Mask mask() const { return applied.load() != hn::Zero(d); }
+};
+
+/// Scales x by (ar + i·ai) where it is to be.
+HWY_INLINE void scale(Complex& x, V ar, V ai, Mask where) {
+  const V re = x.re.load();
+  const V im = x.im.load();
+  assign(x, ar * re - ai * im, ar * im + ai * re, where);
+}
+
+/// (g, h) := (c·g + s·h, c·h − s·g).
+HWY_INLINE void rotate(Real& g, Real& h, V c, V s, Mask where) {
+  const V x = g.load();
+  const V y = h.load();
+  assign(g, c * x + s * y, where);
+  assign(h, c * y - s * x, where);
+}
+
+/// Rotates rows x and y of count elements.
+HWY_INLINE void rotateRows(Complex* x, Complex* y, int count, V c, V s, Mask where) {
+  for (int j = 0; j < count; ++j) {
+    rotate(x[j].re, y[j].re, c, s, where);
+    rotate(x[j].im, y[j].im, c, s, where);
+  }
+}
+
+/// c and s of the rotation that turns (f, h) into (z, 0); returns z.
+HWY_INLINE V planeRotation(V f, V h, V& c, V& s) {
+  const V z = modulusOf(f, h);
+  const Mask some = z != hn::Zero(d);
+  c = hn::IfThenElse(some, f / z, hn::Set(d, 1.0));
+  s = hn::IfThenElse(some, h / z, hn::Zero(d));
+  return z;
+}
+
+/// The decompositions of up to LANES matrices.
+class TallSvdBatch {
+ public:
+  /// Takes m × n matrices, of whose U the first `columns` ≥ n columns are to be formed. Lanes that
+  /// are not loaded hold zeros, whose decomposition ends at once.
+  void clear(int rowCount, int columnCount, int leftColumns) {
+    m = rowCount;
+    n = columnCount;
+    columns = leftColumns;
+    A.assign(static_cast<std::size_t>(m) * n, Complex{});
+    Ut.assign(static_cast<std::size_t>(columns) * m, Complex{});
+    Vt.assign(static_cast<std::size_t>(n) * n, Complex{});
+    left.assign(n, Reflection{});
+    right.assign(n, Reflection{});
+    diagonal.assign(n, Real{});
+    e.assign(n, Real{});
+    factor.assign(m, Complex{});
+    std::fill_n(unusable, LANES, false);
+  }
+
+  /// Lane l, cleared before, := matrix, or its plain transpose.
+  void load(int l, const Matrix& matrix, bool transpose) {
+    const std::complex<double>* z = matrix.data();
+    for (int i = 0; i < matrix.getRowCount(); ++i) {
+      for (int j = 0; j < matrix.getColumnCount(); ++j, ++z) {
+        Complex& x = transpose ? a(j, i) : a(i, j);
+        x.re.lanes[l] = z->real();
+        x.im.lanes[l] = z->imag();
+      }
+    }
+  }
+
+  void decompose() {
+    bidiagonalise();
+    accumulateU();
+    accumulateV();
+    diagonalise();
+    for (int l = 0; l < LANES; ++l) sortDecreasing(l);
+    normalisePhases();
+  }
+
+  /// Whether lane l is to be decomposed by itself.
+  bool isUnusable(int l) const { return unusable[l]; }
+
+  /// Element (i, j) of U and V, and singular value i.
+  const Complex& u(int i, int j) const { return Ut[static_cast<std::size_t>(j) * m + i]; }
+  const Complex& v(int i, int j) const { return Vt[static_cast<std::size_t>(j) * n + i]; }
+  const Real& value(int i) const { return diagonal[i]; }
+
+ private:
+  Complex& a(int i, int j) { return A[static_cast<std::size_t>(i) * n + j]; }
+  Complex* ut(int i) { return Ut.data() + static_cast<std::size_t>(i) * m; }
+  Complex* vt(int i) { return Vt.data() + static_cast<std::size_t>(i) * n; }
+
+  // The reflection for x, count elements of the given stride; x becomes v.
+  static void makeReflection(Complex* x, int count, int stride, Reflection& reflection) {
+    V squared = hn::Zero(d);
+    for (int i = 0; i < count; ++i) {
+      const V re = x[i * stride].re.load();
+      const V im = x[i * stride].im.load();
+      squared = squared + (re * re + im * im);
+    }
+    const V one = hn::Set(d, 1.0);
+    const Mask applied = hn::Not(squared <= hn::Set(d, SVD_ZERO_SQUARED_NORM));
+    const V norm = hn::IfThenElseZero(applied, hn::Sqrt(squared));
+    const V re = x->re.load();
+    const V im = x->im.load();
+    const V leading = modulusOf(re, im);
+    const Mask some = leading != hn::Zero(d);
+    const V phaseRe = hn::IfThenElse(some, re / leading, one);
+    const V phaseIm = hn::IfThenElseZero(some, im / leading);
+    reflection.applied.store(hn::IfThenElseZero(applied, one));
+    reflection.norm.store(norm);
+    reflection.phaseRe.store(phaseRe);
+    reflection.phaseIm.store(phaseIm);
+    reflection.beta.store(norm * (norm + leading));
+    assign(*x, phaseRe * (norm + leading), phaseIm * (norm + leading), applied);
+  }
+
+  void bidiagonalise() {
+    for (int k = 0; k < n; ++k) {
+      makeReflection(&a(k, k), m - k, n, left[k]);
+      diagonal[k] = left[k].norm;
+      reflectFromLeft(k);
+      if (k + 1 == n) break;
+      makeReflection(&a(k, k + 1), n - k - 1, 1, right[k + 1]);
+      e[k + 1] = right[k + 1].norm;
+      reflectFromRight(k);
+    }
+  }
+
+  // x := x − v · (vᴴ · x) / β for a column x of count elements of the given stride, v having the
+  // stride vStride; conjugate: with v̄ in place of v. factor holds −v / β.
+  HWY_INLINE void reflectColumn(const Complex* v, int vStride, bool conjugate, Complex* x,
+                                int stride, int count, Mask where) {
+    V wr = hn::Zero(d);
+    V wi = hn::Zero(d);
+    for (int i = 0; i < count; ++i) {
+      const V ar = v[i * vStride].re.load();
+      const V ai = conjugate ? v[i * vStride].im.load() : hn::Neg(v[i * vStride].im.load());
+      const V xr = x[i * stride].re.load();
+      const V xi = x[i * stride].im.load();
+      wr = wr + (ar * xr - ai * xi);
+      wi = wi + (ar * xi + ai * xr);
+    }
+    for (int i = 0; i < count; ++i) {
+      const V ar = factor[i].re.load();
+      const V ai = factor[i].im.load();
+      const V xr = x[i * stride].re.load();
+      const V xi = x[i * stride].im.load();
+      assign(x[i * stride], xr + (ar * wr - ai * wi), xi + (ar * wi + ai * wr), where);
+    }
+  }
+
+  // factor := −v / β, or −v̄ / β.
+  HWY_INLINE void setFactor(const Complex* v, int stride, bool conjugate, int count, V beta) {
+    for (int i = 0; i < count; ++i) {
+      const V im = v[i * stride].im.load();
+      factor[i].re.store(hn::Neg(v[i * stride].re.load()) / beta);
+      factor[i].im.store((conjugate ? im : hn::Neg(im)) / beta);
+    }
+  }
+
+  void reflectFromLeft(int k) {
+    const Reflection& h = left[k];
+    const Mask applied = h.mask();
+    const Complex* v = &a(k, k);
+    setFactor(v, n, false, m - k, h.beta.load());
+    for (int j = k + 1; j < n; ++j) {
+      reflectColumn(v, n, false, &a(k, j), n, m - k, applied);
+      scale(a(k, j), hn::Neg(h.phaseRe.load()), h.phaseIm.load(), applied);
+    }
+  }
+
+  // Row x := (x − (x · v̄) · vᵀ / β), its first element times −conj(phase).
+  void reflectFromRight(int k) {
+    const Reflection& h = right[k + 1];
+    const Mask applied = h.mask();
+    const V beta = h.beta.load();
+    const int count = n - k - 1;
+    const Complex* v = &a(k, k + 1);
+    for (int i = k + 1; i < m; ++i) {
+      Complex* x = &a(i, k + 1);
+      V tr = hn::Zero(d);
+      V ti = hn::Zero(d);
+      for (int j = 0; j < count; ++j) {
+        const V xr = x[j].re.load();
+        const V xi = x[j].im.load();
+        const V vr = v[j].re.load();
+        const V vi = v[j].im.load();
+        tr = tr + (xr * vr + xi * vi);
+        ti = ti + (xi * vr - xr * vi);
+      }
+      const V ar = hn::Neg(tr) / beta;
+      const V ai = hn::Neg(ti) / beta;
+      for (int j = 0; j < count; ++j) {
+        const V vr = v[j].re.load();
+        const V vi = v[j].im.load();
+        assign(x[j], x[j].re.load() + (ar * vr - ai * vi), x[j].im.load() + (ar * vi + ai * vr),
+               applied);
+      }
+      scale(x[0], hn::Neg(h.phaseRe.load()), h.phaseIm.load(), applied);
+    }
+  }
+
+  void accumulateU() {
+    for (int i = 0; i < columns; ++i) ut(i)[i].re.store(hn::Set(d, 1.0));
+    for (int k = n; k-- > 0;) {
+      const Reflection& h = left[k];
+      const Mask applied = h.mask();
+      scale(ut(k)[k], hn::Neg(h.phaseRe.load()), hn::Neg(h.phaseIm.load()), applied);
+      const Complex* v = &a(k, k);
+      setFactor(v, n, false, m - k, h.beta.load());
+      for (int j = k; j < columns; ++j) {
+        reflectColumn(v, n, false, ut(j) + k, 1, m - k, applied);
+      }
+    }
+  }
+
+  void accumulateV() {
+    for (int i = 0; i < n; ++i) vt(i)[i].re.store(hn::Set(d, 1.0));
+    for (int k = n; k-- > 1;) {
+      const Reflection& h = right[k];
+      const Mask applied = h.mask();
+      scale(vt(k)[k], hn::Neg(h.phaseRe.load()), h.phaseIm.load(), applied);
+      const Complex* v = &a(k - 1, k);
+      setFactor(v, 1, true, n - k, h.beta.load());
+      for (int j = k; j < n; ++j) reflectColumn(v, 1, true, vt(j) + k, 1, n - k, applied);
+    }
+  }
+
+  // The lanes split and converge each in its own time; those that are done wait for the others
+  // before all go on to the next k.
+  void diagonalise() {
+    double tol[LANES];
+    double zero[LANES];
+    int exponents[LANES];
+    for (int l = 0; l < LANES; ++l) scaleLane(l, exponents[l], tol[l], zero[l]);
+    for (int k = n; k-- > 0;) {
+      while (true) {
+        int first = k;
+        Real start;
+        for (int l = 0; l < LANES; ++l) {
+          const int from = unusable[l] ? k : splitPoint(l, k, tol[l], zero[l]);
+          start.lanes[l] = from;
+          first = std::min(first, from);
+        }
+        if (first == k) break;
+        sweep(first, k, start);
+      }
+      const V value = diagonal[k].load();
+      const Mask negative = value < hn::Zero(d);
+      assign(diagonal[k], hn::Neg(value), negative);
+      for (int j = 0; j < n; ++j) scale(vt(k)[j], hn::Set(d, -1.0), hn::Zero(d), negative);
+    }
+    for (int l = 0; l < LANES; ++l) {
+      const double back = std::scalbn(1.0, exponents[l]);
+      for (int i = 0; i < n; ++i) diagonal[i].lanes[l] *= back;
+    }
+  }
+
+  // Scales d and e of lane l by a power of two.
+  void scaleLane(int l, int& exponent, double& tol, double& zero) {
+    double largest = 0.0;
+    exponent = 0;
+    tol = zero = 0.0;
+    for (int i = 0; i < n; ++i) {
+      const double sum = diagonal[i].lanes[l] + e[i].lanes[l];
+      unusable[l] = unusable[l] || !std::isfinite(sum);
+      largest = std::max(largest, sum);
+    }
+    if (unusable[l] || largest == 0.0) return;
+    exponent = std::ilogb(largest);
+    if (std::abs(exponent) > 1000) {
+      unusable[l] = true;
+      exponent = 0;
+      return;
+    }
+    const double down = std::scalbn(1.0, -exponent);
+    for (int i = 0; i < n; ++i) {
+      diagonal[i].lanes[l] *= down;
+      e[i].lanes[l] *= down;
+    }
+    tol = SVD_OFF_DIAGONAL_TOLERANCE * (largest * down);
+    zero = SVD_ZERO_DIAGONAL_TOLERANCE * (largest * down);
+  }
+
+  int splitPoint(int lane, int k, double tol, double zero) {
+    for (int l = k; l > 0; --l) {
+      if (std::abs(e[l].lanes[lane]) <= tol) return l;
+      if (std::abs(diagonal[l - 1].lanes[lane]) <= zero) {
+        cancel(lane, l, k, tol);
+        return l;
+      }
+    }
+    return 0;
+  }
+
+  // Rotations of column l−1 of U with columns l … k, in one lane.
+  void cancel(int lane, int l, int k, double tol) {
+    double c = 0.0;
+    double s = 1.0;
+    for (int i = l; i <= k; ++i) {
+      const double f = s * e[i].lanes[lane];
+      e[i].lanes[lane] *= c;
+      if (std::abs(f) <= tol) break;
+      const double g = diagonal[i].lanes[lane];
+      const double z = modulus(f, g);
+      diagonal[i].lanes[lane] = z;
+      c = g / z;
+      s = -f / z;
+      Real only = {};
+      only.lanes[lane] = 1.0;
+      const Mask where = only.load() != hn::Zero(d);
+      rotateRows(ut(l - 1), ut(i), m, hn::Set(d, c), hn::Set(d, s), where);
+    }
+  }
+
+  // One implicit QR step in every lane on its block start … k, the longest of which is first … k.
+  void sweep(int first, int k, const Real& start) {
+    Real shifted = {};
+    Real leading = {};
+    for (int lane = 0; lane < LANES; ++lane) {
+      const int l = static_cast<int>(start.lanes[lane]);
+      if (l == k) continue;
+      leading.lanes[lane] = diagonal[l].lanes[lane];
+      shifted.lanes[lane] = shiftedStart(lane, l, k);
+    }
+    V x = leading.load();
+    V f = shifted.load();
+    V c = hn::Set(d, 1.0);
+    V s = c;
+    for (int i = first + 1; i <= k; ++i) {
+      const Mask active = hn::Set(d, static_cast<double>(i)) > start.load();
+      V g = e[i].load();
+      V y = diagonal[i].load();
+      V h = s * g;
+      g = g * c;
+      V newC;
+      V newS;
+      assign(e[i - 1], planeRotation(f, h, newC, newS), active);
+      V newF = x * newC + g * newS;
+      g = g * newC - x * newS;
+      h = y * newS;
+      y = y * newC;
+      rotateRows(vt(i - 1), vt(i), n, newC, newS, active);
+      assign(diagonal[i - 1], planeRotation(newF, h, newC, newS), active);
+      newF = newC * g + newS * y;
+      const V newX = newC * y - newS * g;
+      rotateRows(ut(i - 1), ut(i), m, newC, newS, active);
+      c = hn::IfThenElse(active, newC, c);
+      s = hn::IfThenElse(active, newS, s);
+      f = hn::IfThenElse(active, newF, f);
+      x = hn::IfThenElse(active, newX, x);
+    }
+    const Mask swept = hn::Set(d, static_cast<double>(k)) > start.load();
+    for (int lane = 0; lane < LANES; ++lane) {
+      const int l = static_cast<int>(start.lanes[lane]);
+      if (l != k) e[l].lanes[lane] = 0.0;
+    }
+    assign(e[k], f, swept);
+    assign(diagonal[k], x, swept);
+  }
+
+  double shiftedStart(int lane, int l, int k) const {
+    return svdShiftedStart(diagonal[l].lanes[lane], diagonal[k - 1].lanes[lane],
+                           diagonal[k].lanes[lane], e[k - 1].lanes[lane], e[k].lanes[lane]);
+  }
+
+  void sortDecreasing(int lane) {
+    for (int i = 0; i < n; ++i) {
+      double best = -1.0;
+      int at = i;
+      for (int j = i; j < n; ++j) {
+        if (diagonal[j].lanes[lane] > best) {
+          best = diagonal[j].lanes[lane];
+          at = j;
+        }
+      }
+      if (at == i) continue;
+      std::swap(diagonal[i].lanes[lane], diagonal[at].lanes[lane]);
+      swapLane(lane, ut(i), ut(at), m);
+      swapLane(lane, vt(i), vt(at), n);
+    }
+  }
+
+  static void swapLane(int lane, Complex* x, Complex* y, int count) {
+    for (int j = 0; j < count; ++j) {
+      std::swap(x[j].re.lanes[lane], y[j].re.lanes[lane]);
+      std::swap(x[j].im.lanes[lane], y[j].im.lanes[lane]);
+    }
+  }
+
+  void normalisePhases() {
+    for (int i = 0; i < columns; ++i) {
+      const Complex reference = i < n ? vt(i)[0] : ut(i)[0];
+      const V xr = reference.re.load();
+      const V xi = reference.im.load();
+      const V absX = modulusOf(xr, xi);
+      const Mask some = hn::Not(absX == hn::Zero(d));
+      const V re = xr / absX;
+      const V im = hn::Neg(xi) / absX;
+      for (int j = 0; j < m; ++j) scale(ut(i)[j], re, im, some);
+      if (i >= n) continue;
+      for (int j = 0; j < n; ++j) scale(vt(i)[j], re, im, some);
+    }
+  }
+
+  int m = 0;
+  int n = 0;
+  int columns = 0;
+  std::vector<Complex> A;
+  std::vector<Complex> Ut;  // row i: column i of U
+  std::vector<Complex> Vt;  // row i: column i of V
+  std::vector<Reflection> left;
+  std::vector<Reflection> right;
+  std::vector<Real> diagonal;
+  std::vector<Real> e;
+  std::vector<Complex> factor;
+  bool unusable[LANES] = {};
+};
+
+TallSvdBatch& batchOfThisThread() {
+  thread_local TallSvdBatch batch;  // its storage is kept between calls
+  return batch;
+}
+
+/// Loads of[first] … into the lanes of batch, decomposes them and returns how many there are.
+int decomposeFrom(std::size_t first, const Batch& items, bool transpose, int leftColumns,
+                  TallSvdBatch& batch) {
+  const int rows = items[first].operand->getRowCount();
+  const int columns = items[first].operand->getColumnCount();
+  batch.clear(transpose ? columns : rows, transpose ? rows : columns, leftColumns);
+  const int used = static_cast<int>(std::min<std::size_t>(LANES, items.size() - first));
+  for (int l = 0; l < used; ++l) batch.load(l, *items[first + l].operand, transpose);
+  batch.decompose();
+  return used;
+}
+
+/// vs := (1 / value) · v, an element of V · Σ⁺.
+HWY_INLINE void timesInverse(const Complex& v, V inverse, Complex& vs) {
+  const V zero = hn::Zero(d);
+  vs.re.store(zero + v.re.load() * inverse);
+  vs.im.store(zero + v.im.load() * inverse);
+}
+
+/// V · Σ⁺ · Uᴴ. What the zeros of Σ⁺ add to the sums is nothing.
+void pseudoInversesFrom(std::size_t first, const Batch& items) {
+  thread_local std::vector<Complex> vs;
+  const bool wide = items[first].operand->getRowCount() < items[first].operand->getColumnCount();
+  const int p =
+      std::max(items[first].operand->getRowCount(), items[first].operand->getColumnCount());
+  const int q =
+      std::min(items[first].operand->getRowCount(), items[first].operand->getColumnCount());
+  TallSvdBatch& batch = batchOfThisThread();
+  const int used = decomposeFrom(first, items, wide, q, batch);
+  for (int l = 0; l < used; ++l) {
+    reshape(*items[first + l].result, items[first].operand->getColumnCount(),
+            items[first].operand->getRowCount());
+  }
+
+  vs.resize(static_cast<std::size_t>(q) * q);
+  for (int k = 0; k < q; ++k) {
+    Real inverse = {};
+    for (int l = 0; l < used; ++l) {
+      const double value = batch.value(k).lanes[l];
+      if (value > SMALL_NUMBER) inverse.lanes[l] = 1.0 / value;
+    }
+    for (int i = 0; i < q; ++i) timesInverse(batch.v(i, k), inverse.load(), vs[i * q + k]);
+  }
+  for (int i = 0; i < q; ++i) {
+    for (int j = 0; j < p; ++j) {
+      V re = hn::Zero(d);
+      V im = hn::Zero(d);
+      for (int k = 0; k < q; ++k) {
+        const V xr = vs[i * q + k].re.load();
+        const V xi = vs[i * q + k].im.load();
+        const V yr = batch.u(j, k).re.load();
+        const V yi = hn::Neg(batch.u(j, k).im.load());
+        re = re + (xr * yr - xi * yi);
+        im = im + (xr * yi + xi * yr);
+      }
+      Complex element;
+      element.re.store(re);
+      element.im.store(im);
+      const int at = wide ? j * q + i : i * p + j;
+      for (int l = 0; l < used; ++l) {
+        items[first + l].result->data()[at] = {element.re.lanes[l], element.im.lanes[l]};
+      }
+    }
+  }
+  for (int l = 0; l < used; ++l) {
+    if (batch.isUnusable(l)) *items[first + l].result = items[first + l].operand->pseudoInverse();
+  }
+}
+
+void pseudoInversesOfAll(const Batch& items) {
+  for (std::size_t i = 0; i < items.size(); i += LANES) pseudoInversesFrom(i, items);
+}
+
+/// *items[i].result := columns begin … end − 1 of the U of *items[i].operand.
+void leftVectorsOfAll(const Batch& items, int begin, int end, int formed) {
+  TallSvdBatch& batch = batchOfThisThread();
+  for (std::size_t first = 0; first < items.size(); first += LANES) {
+    const int used = decomposeFrom(first, items, false, formed, batch);
+    const int m = items[first].operand->getRowCount();
+    for (int l = 0; l < used; ++l) {
+      Matrix& result = *items[first + l].result;
+      if (batch.isUnusable(l)) {
+        Matrix U;
+        Matrix S;
+        Matrix V;
+        items[first + l].operand->singularValueDecomposition(U, S, V);
+        result = U.getSubmatrix(0, begin, m, end - begin);
+        continue;
+      }
+      reshape(result, m, end - begin);
+      std::complex<double>* element = result.data();
+      for (int i = 0; i < m; ++i) {
+        for (int j = begin; j < end; ++j) {
+          const Complex& u = batch.u(i, j);
+          *element++ = {u.re.lanes[l], u.im.lanes[l]};
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace BF::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace BF {
+
+HWY_EXPORT(pseudoInversesOfAll);
+HWY_EXPORT(leftVectorsOfAll);
+
+namespace {
+
+void requireOneShape(const Batch& batch) {
+  for (const auto& [operand, result] : batch) {
+    if (operand->getRowCount() != batch[0].operand->getRowCount() ||
+        operand->getColumnCount() != batch[0].operand->getColumnCount()) {
+      throw MatrixSizeMismatchException();
+    }
+  }
+}
+
+}  // namespace
+
+void pseudoInverses(const Batch& batch) {
+  requireOneShape(batch);
+  HWY_DYNAMIC_DISPATCH(pseudoInversesOfAll)(batch);
+}
+
+void inverseCholeskyFactors(const Batch& batch) {
+  requireOneShape(batch);
+  thread_local std::vector<Matrix> R;  // their storage is kept between calls
+  thread_local Batch factors;
+  if (R.size() < batch.size()) R.resize(batch.size());
+  factors.clear();
+  for (std::size_t i = 0; i < batch.size(); ++i) {
+    choleskyFactor(*batch[i].operand, R[i]);
+    factors.push_back({&R[i], batch[i].result});
+  }
+  pseudoInverses(factors);
+}
+
+void orthogonalComplements(const Batch& batch) {
+  requireOneShape(batch);
+  if (batch.empty()) return;
+  const int m = batch[0].operand->getRowCount();
+  const int n = batch[0].operand->getColumnCount();
+  if (m < n) throw MatrixSizeMismatchException();
+  HWY_DYNAMIC_DISPATCH(leftVectorsOfAll)(batch, n, m, m);
+}
+
+void principalSingularVectors(const Batch& batch) {
+  requireOneShape(batch);
+  if (batch.empty()) return;
+  const int n = batch[0].operand->getRowCount();
+  if (n != batch[0].operand->getColumnCount()) throw NotSquareMatrixException();
+  if (n == 0) throw IndexOutOfBoundException();
+  HWY_DYNAMIC_DISPATCH(leftVectorsOfAll)(batch, 0, 1, n);
+}
+
+}  // namespace BF
+#endif
