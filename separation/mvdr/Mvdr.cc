@@ -18,7 +18,7 @@ bool samePlace(const ::BF::SourceLocation& a, const ::BF::SourceLocation& b) {
 
 Mvdr::Mvdr(SpatialCovariance spatialCovariance, int samplingRateHz, int referenceMicrophone,
            double loading)
-    : BF(static_cast<int>(spatialCovariance.bins()), samplingRateHz, SPEED_OF_SOUND),
+    : BF(static_cast<int>(spatialCovariance.bins()), samplingRateHz, ::BF::SPEED_OF_SOUND),
       covariance(std::move(spatialCovariance)),
       weights(static_cast<int>(covariance.microphones()), referenceMicrophone, loading) {
   numMic = static_cast<int>(covariance.microphones());
