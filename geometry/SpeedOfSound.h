@@ -2,6 +2,7 @@
 
 namespace BF {
 
-constexpr double SPEED_OF_SOUND = 343.0;  ///< in air where nothing says otherwise, m/s
+/// Speed of sound in air at 20 °C, in m/s.
+constexpr double SPEED_OF_SOUND = 343.0;
 
 }  // namespace BF

@@ -10,7 +10,6 @@
 /// The way of a frame between the dataflow host's single-precision containers and the engine's
 /// double-precision matrices, which all separation nodes share.
 
-/// Speed of sound handed to the engines, in metres per second.
 /// Appends one location per source of the list (FD::Source objects), with the flag.
 /// Throws the host's cast exception when an element is no source.
 void appendLocations(const SourceList& sourceList, bool flag,

@@ -10,7 +10,6 @@
 #include "dsp/DataError.h"
 #include "geometry/Direction.h"
 #include "geometry/SpeedOfSound.h"
-#include "responses/DelayCheck.h"
 
 namespace {
 

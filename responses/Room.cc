@@ -13,10 +13,10 @@
 #include "dsp/FastConvolution.h"
 #include "geometry/Direction.h"
 #include "geometry/SpeedOfSound.h"
-#include "responses/DelayCheck.h"
 
 namespace {
 
+using BF::SPEED_OF_SOUND;
 using std::numbers::pi;
 using Place = std::array<double, 3>;
 using Channels = std::vector<std::vector<double>>;

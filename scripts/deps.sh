@@ -9,7 +9,8 @@
 #   scripts/deps.sh --docs       also what the API reference needs
 #   scripts/deps.sh --fuzz       also what fuzzing needs
 #   scripts/deps.sh --valgrind   also what scripts/valgrind.sh needs
-#   scripts/deps.sh --all        all that, and what linting needs
+#   scripts/deps.sh --lint       also what linting needs
+#   scripts/deps.sh --all        all that
 # Quick when everything is there. Uses sudo when not root. Without apt it prints the list and goes on.
 set -euo pipefail
 
@@ -29,7 +30,7 @@ bare=(debootstrap ccache)
 docs=(doxygen)
 fuzzing=(clang-14 libclang-rt-14-dev)
 memory=(valgrind)
-extra=(clang-tidy-14)
+linting=(clang-tidy-14)
 
 packages=("${building[@]}" "${demonstration[@]}" "${development[@]}")
 case "${1:-}" in
@@ -41,10 +42,11 @@ case "${1:-}" in
   --bare) packages+=("${bare[@]}") ;;
   --docs) packages+=("${docs[@]}") ;;
   --valgrind) packages+=("${memory[@]}") ;;
+  --lint) packages+=("${linting[@]}") ;;
   --fuzz) packages+=("${fuzzing[@]}") ;;
   --all)
     packages+=("${baselines[@]}" "${packaging[@]}" "${bare[@]}" "${docs[@]}" "${fuzzing[@]}" "${memory[@]}"
-      "${extra[@]}")
+      "${linting[@]}")
     ;;
   *) echo "deps.sh: there is no option $1; its head lists them" >&2; exit 1 ;;
 esac
