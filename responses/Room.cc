@@ -71,7 +71,7 @@ double surfaceOf(const Place& size) {
 // α from Eyring's formula, ln(1 − α) = −24 · ln 10 · V / (c · S · T60).
 double absorptionFor(double t60, const Place& size) {
   return 1.0 - std::exp(-24.0 * std::numbers::ln10 * volumeOf(size) /
-                        (BF::SPEED_OF_SOUND * surfaceOf(size) * t60));
+                        (SPEED_OF_SOUND * surfaceOf(size) * t60));
 }
 
 double t60Of(const std::array<double, 6>& absorption, const Place& size) {
@@ -79,7 +79,7 @@ double t60Of(const std::array<double, 6>& absorption, const Place& size) {
   for (std::size_t i = 0; i < 6; ++i) mean += absorption[i] * wallsOf(size)[i] / surfaceOf(size);
   if (mean >= 1.0) return 0.0;
   return 24.0 * std::numbers::ln10 * volumeOf(size) /
-         (-BF::SPEED_OF_SOUND * surfaceOf(size) * std::log1p(-mean));
+         (-SPEED_OF_SOUND * surfaceOf(size) * std::log1p(-mean));
 }
 
 std::array<double, 6> absorptionOf(const RoomDescription& room) {
@@ -166,8 +166,7 @@ Room::Room(const RoomDescription& description, int samplingRate)
     throw RoomError(
         fmt::format("--absorption makes a T60 of {:.3g} s, expected up to {} s", decay, MAX_T60));
   }
-  const double images =
-      4.0 / 3.0 * pi * std::pow(BF::SPEED_OF_SOUND * decay, 3.0) / volumeOf(box.size);
+  const double images = 4.0 / 3.0 * pi * std::pow(SPEED_OF_SOUND * decay, 3.0) / volumeOf(box.size);
   if (images > MAX_IMAGES) {
     throw RoomError(fmt::format(
         "--room {} with a T60 of {:.3g} s has {:.2g} images of a source, expected at most {:.2g}",
@@ -210,14 +209,13 @@ std::vector<Place> Room::nearWalls(std::size_t count) const {
 
 // What is farther away arrives after the sound has fallen by 60 dB, but the direct sound counts.
 std::vector<ImageSource> Room::images(const Place& source, const Place& listener) const {
-  const double reach =
-      std::max(BF::SPEED_OF_SOUND * decay, distance(source, listener) + MIN_DISTANCE);
+  const double reach = std::max(SPEED_OF_SOUND * decay, distance(source, listener) + MIN_DISTANCE);
   return imagesOf(box, source, listener, reach, wanted.jitter, wanted.seed);
 }
 
 std::size_t Room::samplesFor(double farthest) const {
   return static_cast<std::size_t>(
-      std::ceil(rate * std::max(decay, farthest / BF::SPEED_OF_SOUND) + 1.0));
+      std::ceil(rate * std::max(decay, farthest / SPEED_OF_SOUND) + 1.0));
 }
 
 // Butterworth: H(s) = s² / (s² + √2 · s + 1), s = (1 − z⁻¹) / (1 + z⁻¹) / K, K = tan(π · f / rate).
@@ -255,7 +253,7 @@ Channels Room::responses(const Place& source, const std::vector<Place>& micropho
     PulseTrain train(rate, length);
     for (const ImageSource& image : all) {
       const double d = std::max(MIN_DISTANCE, distance(image.place, microphone));
-      train.add(d / BF::SPEED_OF_SOUND * rate, image.gain / d);
+      train.add(d / SPEED_OF_SOUND * rate, image.gain / d);
     }
     std::vector<double> response = train.samples();
     highPass(response);
@@ -286,7 +284,7 @@ Channels Room::responses(const Place& source, const ResponseSet& set) const {
     const double z = image.place[2] - at[2];
     const double d = std::max(MIN_DISTANCE, std::hypot(x, y, z));
     const std::size_t m = directions.nearest({x * cosine + y * sine, y * cosine - x * sine, z});
-    pulses[m].push_back({d / BF::SPEED_OF_SOUND * rate, image.gain * directions.distance(m) / d});
+    pulses[m].push_back({d / SPEED_OF_SOUND * rate, image.gain * directions.distance(m) / d});
   }
 
   const std::size_t length = samplesFor(distance(from, at));
