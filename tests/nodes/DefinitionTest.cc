@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
+#include <iterator>
 #include <pugixml.hpp>
 
 #include "ParameterValue.h"
@@ -28,6 +30,9 @@ TEST(Definition, StatesWhatTheRegisteredNodesDeclare) {
   const std::string plugIns[] = {"zelk-sss", "zelk-audio"};
   for (int i = 0; i < 2; ++i) {
     ASSERT_TRUE(documents[i].load_file((ZELK_TOOLBOX "/" + plugIns[i] + ".def").c_str()));
+    std::ifstream in(ZELK_TOOLBOX "/" + plugIns[i] + ".def");
+    const std::string content{std::istreambuf_iterator<char>(in), {}};
+    EXPECT_EQ(content.find("Matrix<"), std::string::npos) << "escaped, for stricter readers";
     for (const auto& nodeClass : documents[i].child("Definitions").children("NodeClass")) {
       EXPECT_EQ(nodeClass.attribute("require").value(), plugIns[i]);
       classes[nodeClass.attribute("name").value()] = nodeClass;
