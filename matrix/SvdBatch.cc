@@ -69,6 +69,11 @@ HWY_INLINE V planeRotation(V f, V h, V& c, V& s) {
   return z;
 }
 
+/// c and s of a rotation of two neighbouring rows.
+struct RowRotation {
+  Real c, s;
+};
+
 /// The decompositions of up to LANES matrices.
 class TallSvdBatch {
  public:
@@ -86,6 +91,8 @@ class TallSvdBatch {
     diagonal.assign(n, Real{});
     e.assign(n, Real{});
     factor.assign(m, Complex{});
+    uRotations.resize(n);
+    vRotations.resize(n);
     std::fill_n(unusable, LANES, false);
   }
 
@@ -374,16 +381,20 @@ class TallSvdBatch {
       g = g * newC - x * newS;
       h = y * newS;
       y = y * newC;
-      rotateRows(vt(i - 1), vt(i), n, newC, newS, active);
+      vRotations[i].c.store(newC);
+      vRotations[i].s.store(newS);
       assign(diagonal[i - 1], planeRotation(newF, h, newC, newS), active);
       newF = newC * g + newS * y;
       const V newX = newC * y - newS * g;
-      rotateRows(ut(i - 1), ut(i), m, newC, newS, active);
+      uRotations[i].c.store(newC);
+      uRotations[i].s.store(newS);
       c = hn::IfThenElse(active, newC, c);
       s = hn::IfThenElse(active, newS, s);
       f = hn::IfThenElse(active, newF, f);
       x = hn::IfThenElse(active, newX, x);
     }
+    rotateNeighbours(Vt.data(), n, vRotations, first, k, start);
+    rotateNeighbours(Ut.data(), m, uRotations, first, k, start);
     const Mask swept = hn::Set(d, static_cast<double>(k)) > start.load();
     for (int lane = 0; lane < LANES; ++lane) {
       const int l = static_cast<int>(start.lanes[lane]);
@@ -391,6 +402,30 @@ class TallSvdBatch {
     }
     assign(e[k], f, swept);
     assign(diagonal[k], x, swept);
+  }
+
+  // Rotates rows i−1 and i of count elements, for i = first + 1 … k in this order, in the lanes
+  // whose block has begun. Along a column each element is read and written once.
+  static void rotateNeighbours(Complex* rows, int count, const std::vector<RowRotation>& rotations,
+                               int first, int k, const Real& start) {
+    for (int j = 0; j < count; ++j) {
+      Complex* above = rows + static_cast<std::ptrdiff_t>(first) * count + j;
+      V xr = above->re.load();
+      V xi = above->im.load();
+      for (int i = first + 1; i <= k; ++i, above += count) {
+        const Mask active = hn::Set(d, static_cast<double>(i)) > start.load();
+        const V c = rotations[i].c.load();
+        const V s = rotations[i].s.load();
+        const V yr = above[count].re.load();
+        const V yi = above[count].im.load();
+        above->re.store(hn::IfThenElse(active, c * xr + s * yr, xr));
+        above->im.store(hn::IfThenElse(active, c * xi + s * yi, xi));
+        xr = hn::IfThenElse(active, c * yr - s * xr, yr);
+        xi = hn::IfThenElse(active, c * yi - s * xi, yi);
+      }
+      above->re.store(xr);
+      above->im.store(xi);
+    }
   }
 
   double shiftedStart(int lane, int l, int k) const {
@@ -448,6 +483,8 @@ class TallSvdBatch {
   std::vector<Real> diagonal;
   std::vector<Real> e;
   std::vector<Complex> factor;
+  std::vector<RowRotation> uRotations;  // of a sweep, entry i: of rows i−1 and i
+  std::vector<RowRotation> vRotations;
   bool unusable[LANES] = {};
 };
 

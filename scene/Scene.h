@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "audio/Channels.h"
 #include "geometry/Direction.h"
+#include "scene/TimeRange.h"
 
 namespace Audio {
 
