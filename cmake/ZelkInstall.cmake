@@ -102,7 +102,7 @@ if(TARGET zelk-sss-cli)
 endif()
 install(FILES README.md CHANGELOG.md TYPE DOC)
 install(FILES docs/architecture.md docs/embedding.md docs/errors.md docs/formats.md docs/limits.md docs/methods.md
-              docs/scores.md docs/speed.md
+              docs/python.md docs/scores.md docs/speed.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(FILES docs/pictures/pattern.svg docs/pictures/spectrogram.png
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs/pictures)

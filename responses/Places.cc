@@ -1,16 +1,19 @@
 #include "responses/Places.h"
 
-std::vector<BF::SourceLocation> sourcesAsSeparated(const SofaFile& file) {
+#include <utility>
+
+std::vector<BF::SourceLocation> sourcesAsSeparated(
+    const std::vector<SofaFile::Position>& positions) {
   std::vector<BF::SourceLocation> sources;
   int id = 0;
-  for (const SofaFile::Position& p : file.sourcePositions()) {
+  for (const SofaFile::Position& p : positions) {
     sources.push_back(asSeparated({p[0], p[1], p[2]}, id++, true));
   }
   return sources;
 }
 
-MeasuredPlaces::MeasuredPlaces(const SofaFile& file)
-    : grid{sourcesAsSeparated(file), {}, {}}, places(file.sourcePositions()) {}
+MeasuredPlaces::MeasuredPlaces(std::vector<SofaFile::Position> positions)
+    : grid{sourcesAsSeparated(positions), {}, {}}, places(std::move(positions)) {}
 
 std::size_t MeasuredPlaces::nearest(const BF::Location& point) const {
   return static_cast<std::size_t>(grid.findNearestSourceIndex(asSeparated(point, 0, true)));

@@ -8,13 +8,17 @@
 #include "scene/Scene.h"
 #include "scene/SceneMoment.h"
 
-/// A file's source positions as the separation has them, with their numbers from 0 as ids.
-std::vector<BF::SourceLocation> sourcesAsSeparated(const SofaFile& file);
+/// Source positions as the separation has them, with their numbers from 0 as ids.
+std::vector<BF::SourceLocation> sourcesAsSeparated(
+    const std::vector<SofaFile::Position>& positions);
 
-/// The source positions of a file, and the choice between them that the separation makes.
+/// Source positions, and the choice between them that the separation makes.
 class MeasuredPlaces {
  public:
-  explicit MeasuredPlaces(const SofaFile& file);
+  explicit MeasuredPlaces(std::vector<SofaFile::Position> positions);
+  explicit MeasuredPlaces(const SofaFile& file) : MeasuredPlaces(file.sourcePositions()) {}
+
+  std::size_t count() const { return places.size(); }
 
   /// The position with the least distance to a point, as its number from 0; of equals the first.
   std::size_t nearest(const BF::Location& point) const;

@@ -153,21 +153,6 @@ std::vector<TrackPoint> parseTrack(const Place& place) {
   return track;
 }
 
-/// The ranges in order, those that touch or overlap made one.
-std::vector<TimeRange> merged(std::vector<TimeRange> ranges) {
-  std::sort(ranges.begin(), ranges.end(),
-            [](const TimeRange& a, const TimeRange& b) { return a.begin < b.begin; });
-  std::vector<TimeRange> result;
-  for (const TimeRange& range : ranges) {
-    if (!result.empty() && range.begin <= result.back().end) {
-      result.back().end = std::max(result.back().end, range.end);
-    } else {
-      result.push_back(range);
-    }
-  }
-  return result;
-}
-
 std::vector<TimeRange> parseActive(const Place& place) {
   const char* const expected = "[begin, end] in seconds with begin < end";
   if (!place->is_array()) place.refuse(fmt::format("a list of {}", expected));
