@@ -43,7 +43,7 @@ _zelk_sss_value() {
       compopt -o nospace 2>/dev/null
       _zelk_sss_words "$(_zelk_sss_parameters)"
       ;;
-    *" --tf") _zelk_sss_files sofa ;;
+    *" --tf" | *" --responses") _zelk_sss_files sofa ;;
     *" --sources" | *" --microphones") _zelk_sss_files json ;;
     "separate -o" | "separate --output")
       compopt -o filenames 2>/dev/null
