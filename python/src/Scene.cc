@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "geometry/Direction.h"
 #include "python/src/Arguments.h"
 #include "python/src/Sources.h"
 #include "scene/Scene.h"
