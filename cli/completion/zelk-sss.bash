@@ -70,7 +70,7 @@ _zelk_sss_value() {
 _zelk_sss_argument() {
   case "$path" in
     "" | tfdb) _zelk_sss_words "$(sed -n '/^Subcommands:/,$ s/^  \([a-z]*\) .*/\1/p' <<<"$help")" ;;
-    mix) _zelk_sss_files json ;;
+    mix | evaluate) _zelk_sss_files json ;;
     tfdb\ *) _zelk_sss_files sofa ;;
     run) [ "$arguments" -gt 0 ] || _zelk_sss_files n ;;
     methods | score) _zelk_sss_nothing ;;
