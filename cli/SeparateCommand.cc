@@ -30,6 +30,7 @@ struct Options {
   std::string projection = "auto";
   std::string halfFrameShift = "auto";
   std::string inactiveAsNoise = "auto";
+  std::string level = "on";
   bool printNetwork = false;
   bool quiet = false;
 };
@@ -108,6 +109,25 @@ void applyMethod(Options& options) {
   if (s.method->needsDatabase() && s.database.empty()) {
     misuse(fmt::format("--tf is missing: {} needs a transfer-function database", s.method->name));
   }
+  if (s.method->needsResponses() && s.responses.empty()) {
+    misuse(fmt::format("--responses is missing: {} needs whole impulse responses", s.method->name));
+  }
+  if (s.method->needsResponses() && !s.database.empty()) {
+    misuse(fmt::format("--tf serves other methods, expected --responses alone for {}",
+                       s.method->name));
+  }
+  if (!s.method->needsResponses() && !s.responses.empty()) {
+    misuse(fmt::format("--responses serves MVDR, not {}", s.method->name));
+  }
+  const bool goesThroughTwice = s.passes > 1 || s.refinePasses > 0;
+  if (options.printNetwork && goesThroughTwice) {
+    misuse(
+        "--print-network makes networks that go through the recording once, expected neither "
+        "--passes nor --refine (--refine-live does with one)");
+  }
+  if (options.printNetwork && s.postMask < 1.0F && !s.refineLive) {
+    misuse("--post-mask needs --refine-live in a network, expected both or neither");
+  }
   const bool noiseGiven = !s.noiseRanges.empty() || !s.noiseRecording.empty();
   if (noiseGiven && s.method->nodeType != "ML") {
     misuse(fmt::format("--noise-from and --noise-recording serve ML, not {}", s.method->name));
@@ -130,7 +150,12 @@ void applyMethod(Options& options) {
   s.project = chosen(options.projection, learnsFromSilence);
   s.inactiveAsNoise = chosen(options.inactiveAsNoise, learnsFromSilence);
   // Projection turns each bin back by itself.
-  s.undoHalfFrameShift = chosen(options.halfFrameShift, s.method->nodeType == "ML" && !s.project);
+  // So does the refinement.
+  const bool isRefined = s.refinePasses > 0 || s.refineLive;
+  s.undoHalfFrameShift =
+      chosen(options.halfFrameShift, s.method->nodeType == "ML" && !s.project && !isRefined);
+  // Without projection MSNR's outputs have an arbitrary scale.
+  s.level = options.level == "on" && s.project;
 }
 
 /// What the run wrote.
@@ -144,11 +169,12 @@ void printReport(const SeparationSettings& s, const SeparationResult& result, do
   }
   std::cout << (std::filesystem::path(s.directory) / "timeline.json").string() << "\n";
   const double duration = static_cast<double>(result.samples) / s.samplingRate;
-  std::cout << fmt::format(
-      "{:.2f} s of sound in {:.2f} s, real-time factor {:.3f}; latency {} "
-      "samples ({:.1f} ms)\n",
-      duration, seconds, duration > 0 ? seconds / duration : 0.0, s.length,
-      1000.0 * s.length / s.samplingRate);
+  std::cout << fmt::format("{:.2f} s of sound in {:.2f} s, real-time factor {:.3f}; ", duration,
+                           seconds, duration > 0 ? seconds / duration : 0.0);
+  const int passes = s.passes + s.refinePasses;
+  std::cout << (passes > 1 ? fmt::format("{} passes\n", passes)
+                           : fmt::format("latency {} samples ({:.1f} ms)\n", s.length,
+                                         1000.0 * s.length / s.samplingRate));
 }
 
 /// Complains before the work starts; the files, when they are opened, do so again.
@@ -165,7 +191,7 @@ void checkFolder(const SeparationSettings& s, const Audio::Scene& scene) {
     paths.push_back((folder / fmt::format("{}{}.wav", s.prefix, source.id)).string());
   }
   for (const std::string& path : paths) {
-    refuseInput(path, {s.recording, s.database, s.scene, s.noiseRecording});
+    refuseInput(path, {s.recording, s.database, s.responses, s.scene, s.noiseRecording});
   }
 }
 
@@ -269,6 +295,39 @@ void addOutputOptions(CLI::App& command, Options& options) {
             "List sources as noise while they are silent; auto: for MSNR");
 }
 
+void addRefinementOptions(CLI::App& command, Options& options) {
+  SeparationSettings& s = options.settings;
+  CLI::Option* const whole =
+      command
+          .add_option("--refine", s.refinePasses,
+                      "Passes that separate anew, by MVDR from masks of what was separated before")
+          ->check(CLI::Range(0, 100))
+          ->capture_default_str();
+  command
+      .add_flag("--refine-live", s.refineLive, "The same within one pass, as live sound needs it")
+      ->excludes(whole);
+  command
+      .add_option("--refine-memory", s.refineMemory,
+                  "--refine-live: seconds that the covariances reach back")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  command
+      .add_option("--post-mask", s.postMask,
+                  "Multiply each output by its share of the power of all, at least by this; 1: off")
+      ->check(isBetween(0.0, 1.0))
+      ->capture_default_str();
+  command
+      .add_option("--passes", s.passes,
+                  "How often the method goes through the recording; LCMV, GICA and MSNR learn on")
+      ->check(CLI::Range(1, 100))
+      ->capture_default_str();
+  command
+      .add_option("--level", options.level,
+                  "MSNR: bring the recording to the same level, loud or soft")
+      ->check(CLI::IsMember({"on", "off"}))
+      ->capture_default_str();
+}
+
 }  // namespace
 
 void addSeparateCommand(CLI::App& app) {
@@ -277,6 +336,7 @@ void addSeparateCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("separate", "Separate a recording into its sources");
   command->add_option("MIX", s.recording, "The recording, a channel per microphone")->required();
   command->add_option("--tf", s.database, "Transfer-function database (SOFA, DataType TF)");
+  command->add_option("--responses", s.responses, "MVDR: whole impulse responses (SOFA, best FIR)");
   addDatabaseLimit(*command);
   command->add_option("--sources", s.scene, "Scene file: which sources, where, when")->required();
   command->add_option("--method", options->method, "See: zelk-sss methods")->capture_default_str();
@@ -288,6 +348,7 @@ void addSeparateCommand(CLI::App& app) {
   addSoundOptions(*command, s);
   addNoiseOptions(*command, s);
   addOutputOptions(*command, *options);
+  addRefinementOptions(*command, *options);
   command->add_flag("--debug", s.debug, "Report NaN and infinite values of the output");
   command->add_flag("--force", s.overwrite, "Replace files of an earlier run");
   command->add_flag("--print-network", options->printNetwork,

@@ -14,6 +14,7 @@
 #include "dsp/OverlapAdder.h"
 #include "responses/DatabaseFile.h"
 #include "responses/Places.h"
+#include "separation/ResponseFile.h"
 
 namespace {
 
@@ -149,15 +150,26 @@ void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
   }
 }
 
+/// Refuses a recording with other channels than a file has microphones.
+void requireChannels(const SeparationSettings& s, int microphones, const SofaFile* file) {
+  if (!file || file->receivers() == static_cast<std::size_t>(microphones)) return;
+  throw DataError(fmt::format(
+      "{}: gives {} channels, expected {}, a channel for each microphone of {} (--channels "
+      "selects)",
+      s.recording, microphones, file->receivers(), file->path()));
+}
+
 }  // namespace
 
 SeparationInputs openInputs(SeparationSettings& s) {
   Audio::Scene scene = Audio::Scene::read(s.scene);
   checkScene(s, scene);
   std::optional<SofaFile> database;
+  std::optional<SofaFile> responses;
   if (s.method->needsDatabase()) {
     takeLengthAndRate(s, database.emplace(s.database));
   }
+  if (s.method->needsResponses()) responses.emplace(s.responses, SofaFile::Part::HEAD);
   if (s.length == 0) s.length = DEFAULT_LENGTH;
   if (s.advance == 0) s.advance = std::max(1, s.length / 4);
   SeparationInputs inputs{.scene = std::move(scene), .recording = openRecording(s)};
@@ -166,22 +178,19 @@ SeparationInputs openInputs(SeparationSettings& s) {
   checkFrames(s, microphones);
   inputs.noise = openNoise(s, microphones);
   checkNoiseRanges(s, inputs);
-  if (database && database->receivers() != static_cast<std::size_t>(microphones)) {
-    throw DataError(fmt::format(
-        "{}: gives {} channels, expected {}, a channel for each microphone of {} (--channels "
-        "selects)",
-        s.recording, microphones, database->receivers(), s.database));
-  }
+  requireChannels(s, microphones, database ? &*database : responses ? &*responses : nullptr);
   SeparationPlan plan{s, inputs.scene, microphones, std::nullopt, database ? &*database : nullptr};
   if (inputs.samples) plan.duration = static_cast<double>(*inputs.samples) / s.samplingRate;
   inputs.notes = nearestResponses(plan);
   inputs.warnings = separationWarnings(plan);
   if (database) inputs.database = databaseOf(*database);
+  if (responses) inputs.responses = readImpulseResponses(s.responses, s.samplingRate);
   return inputs;
 }
 
-Audio::AudioReader openForNoise(const SeparationSettings& s) {
+Audio::AudioReader openAgain(const SeparationSettings& s) {
   Audio::AudioReaderOptions options = channelsOf("--channels", s.channels);
-  options.warn = [](const std::string&) {};  // as it was said already
+  options.nonFinite = Audio::nonFiniteNamed(s.nonFinite);
+  options.warn = [](const std::string&) {};  // as it is said once already
   return open(s, s.recording, options);
 }

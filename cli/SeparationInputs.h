@@ -9,6 +9,7 @@
 #include "cli/SeparationSettings.h"
 #include "geometry/TransformFunctionDatabase.h"
 #include "scene/Scene.h"
+#include "separation/mvdr/ImpulseResponses.h"
 
 /// The files of a separation, each opened once, and what they say before it starts.
 struct SeparationInputs {
@@ -16,6 +17,7 @@ struct SeparationInputs {
   Audio::AudioReader recording;
   std::optional<Audio::AudioReader> noise = {};  ///< of noise alone
   BF::TransformFunctionDatabase database = {};   ///< empty for methods without one
+  Separation::ImpulseResponses responses = {};   ///< for MVDR
   std::optional<std::int64_t> samples = {};      ///< the recording's length, where it says so
   std::vector<std::string> notes = {};           ///< which response serves each source, a line each
   std::vector<std::string> warnings = {};        ///< what will work, but badly
@@ -28,5 +30,5 @@ struct SeparationInputs {
 /// expected.
 SeparationInputs openInputs(SeparationSettings& settings);
 
-/// The recording once more, for a look at its noise beforehand. Warns of nothing.
-Audio::AudioReader openForNoise(const SeparationSettings& settings);
+/// The recording once more, for a look at it beforehand. Warns of nothing.
+Audio::AudioReader openAgain(const SeparationSettings& settings);
