@@ -11,39 +11,15 @@
 #include <string>
 #include <utility>
 
-#include "audio/FrameReader.h"
 #include "cli/PrintableOutput.h"
 #include "cli/ProgressBar.h"
 #include "cli/SeparatorSettings.h"
 #include "cli/StopSignals.h"
 #include "dsp/FrameLayout.h"
 #include "scene/SceneMoment.h"
-#include "separation/NoiseFile.h"
 #include "separation/Separator.h"
 
 namespace {
-
-/// The noise of --noise-recording, or of the recording at the times of --noise-from; else none.
-std::vector<BF::Matrix> measuredNoise(const SeparationSettings& s, SeparationInputs& inputs) {
-  if (!inputs.noise && s.noiseRanges.empty()) return {};
-  std::vector<Audio::TimeRange> ranges;
-  if (!inputs.noise) ranges = Audio::parseTimeRanges(s.noiseRanges);
-  Audio::FrameReader reader(inputs.noise ? std::move(*inputs.noise) : openAgain(s),
-                            {s.length, s.advance}, Audio::windowNamed(s.window));
-  return noiseMatrices(noiseOfFile(reader, ranges), s.noiseLoading, s.noiseNormalize);
-}
-
-Separation::Separator makeSeparator(const SeparationSettings& s, SeparationInputs& inputs) {
-  Separation::Settings settings = separatorSettings(s);
-  settings.noise.matrices = measuredNoise(s, inputs);
-  if (s.method->needsResponses()) {
-    const Separation::ImpulseResponses responses = std::move(inputs.responses);
-    return {settings, responses};
-  }
-  if (!s.method->needsDatabase()) return {settings, inputs.recording.channelCount()};
-  const BF::TransformFunctionDatabase database = std::move(inputs.database);
-  return {settings, database};
-}
 
 Audio::SeparatedFilesOptions fileOptions(const SeparationSettings& s) {
   Audio::SeparatedFilesOptions options;
@@ -106,7 +82,7 @@ class SeparationRun {
       frame = -1;
     }
     files.emplace(fileOptions(s), layout);
-    const bool isEnd = goThrough(inputs.recording, progress);
+    const bool isEnd = goThrough(*inputs.recording, progress);
     files->finish();
     for (const std::string& remark : files->remarks("--format FLOAT")) warn(remark);
     return isEnd;

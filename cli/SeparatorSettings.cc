@@ -4,6 +4,25 @@
 
 #include <cstdlib>
 #include <map>
+#include <utility>
+#include <vector>
+
+#include "audio/FrameReader.h"
+#include "separation/NoiseFile.h"
+
+namespace {
+
+/// The noise of --noise-recording, or of the recording at the times of --noise-from; else none.
+std::vector<BF::Matrix> measuredNoise(const SeparationSettings& s, SeparationInputs& inputs) {
+  if (!inputs.noise && s.noiseRanges.empty()) return {};
+  std::vector<Audio::TimeRange> ranges;
+  if (!inputs.noise) ranges = Audio::parseTimeRanges(s.noiseRanges);
+  Audio::FrameReader reader(inputs.noise ? std::move(*inputs.noise) : openAgain(s),
+                            {s.length, s.advance}, Audio::windowNamed(s.window));
+  return noiseMatrices(noiseOfFile(reader, ranges), s.noiseLoading, s.noiseNormalize);
+}
+
+}  // namespace
 
 Separation::Settings separatorSettings(const SeparationSettings& s) {
   Separation::Settings settings;
@@ -36,6 +55,18 @@ Separation::Settings separatorSettings(const SeparationSettings& s) {
     settings.mvdrLoading = std::strtof(loading.c_str(), nullptr);
   }
   return settings;
+}
+
+Separation::Separator makeSeparator(const SeparationSettings& s, SeparationInputs& inputs) {
+  Separation::Settings settings = separatorSettings(s);
+  settings.noise.matrices = measuredNoise(s, inputs);
+  if (s.method->needsResponses()) {
+    const Separation::ImpulseResponses responses = std::move(inputs.responses);
+    return {settings, responses};
+  }
+  if (!s.method->needsDatabase()) return {settings, inputs.microphones};
+  const BF::TransformFunctionDatabase database = std::move(inputs.database);
+  return {settings, database};
 }
 
 std::string refusalOf(const Separation::SettingError& error) {

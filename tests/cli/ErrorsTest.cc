@@ -23,8 +23,7 @@ TEST_F(Errors, OfUsage) {
   EXPECT_EQ(run("").status, 2);
   EXPECT_EQ(run("").errors,
             "zelk-sss: no command is given, expected one of: separate methods tfdb mix score "
-            "evaluate "
-            "pattern spectrogram run\n");
+            "evaluate pattern spectrogram run\n");
 
   expectRefused(
       2,
@@ -67,7 +66,7 @@ TEST_F(Errors, OfUsage) {
        {separate + "--refine 2 --print-network",
         "--print-network makes networks that go through the recording once, expected neither "
         "--passes nor --refine (--refine-live does with one)"},
-       {separate + "--refine 2 --refine-live", "--refine excludes --refine-live"},
+       {separate + "--refine 2 --refine-live", "--refine-live excludes --refine"},
        {separate + "--post-mask 0.1 --print-network",
         "--post-mask needs --refine-live in a network, expected both or neither"},
        {separate + "--noise-loading 1", "--noise-loading serves ML, not NULL"},
@@ -85,7 +84,7 @@ TEST_F(Errors, OfUsage) {
        {separate + "--method ML --noise-from 0:1,2",
         "--noise-from: \"0:1,2\", expected seconds BEGIN:END with 0 <= BEGIN < END, such as "
         "0:1.5,4:5"},
-       {separate + "--noise-from 0:1", "--noise-from and --noise-recording serve ML, not NULL"},
+       {separate + "--noise-from 0:1", "--noise-from serves ML, not NULL"},
        {separate + "--method ML --noise-from 0:1 --noise-recording n",
         "--noise-from and --noise-recording exclude each other"}});
 }

@@ -36,7 +36,7 @@ expect "--noise-channels --noise-forgetting --noise-from --noise-loading --noise
   zelk-sss separate mix.wav --noi
 
 # values of options
-expect "DS GICA GJ ILSE LCMV ML MSNR NULL WDS" zelk-sss separate --method ""
+expect "DS GICA GJ ILSE LCMV ML MSNR MVDR NULL WDS" zelk-sss separate --method ""
 expect "MSNR" zelk-sss separate --method = MS
 expect "GJ_LC_METHOD= GJ_LC_MYU=" zelk-sss separate mix.wav --method GJ --param ""
 expect "REG_FACTOR=" zelk-sss separate mix.wav --method = ML --param R
