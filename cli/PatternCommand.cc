@@ -74,9 +74,9 @@ void checkUsage(const Options& options) {
 
 /// Notes sources that stand elsewhere than what the picture shows.
 void noteElevations(const Options& options, const PatternModel& model) {
-  const double shown = model.ring().bearings.front().elevation;
+  const double shown = model.ring().directions.front().elevation;
   for (const BF::SourceLocation& source : model.sources()) {
-    const double elevation = bearingOf(source).elevation;
+    const double elevation = BF::directionOf(source).elevation;
     if (std::abs(elevation - shown) <= NOTED_ELEVATION) continue;
     warn(
         fmt::format("{}: source {} is at elevation {:.1f} degrees, the picture shows {:.1f} "

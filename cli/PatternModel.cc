@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "dsp/DataError.h"
+#include "dsp/Decibels.h"
 #include "fileio/SofaFile.h"
 #include "geometry/SpeedOfSound.h"
 #include "pictures/BeamPattern.h"
@@ -22,7 +23,7 @@ std::string fileName(const std::string& path) {
 
 double meanDistance(const std::vector<BF::SourceLocation>& sources) {
   double sum = 0.0;
-  for (const BF::SourceLocation& source : sources) sum += bearingOf(source).distance;
+  for (const BF::SourceLocation& source : sources) sum += BF::directionOf(source).distance;
   return sum / static_cast<double>(sources.size());
 }
 
@@ -141,19 +142,21 @@ PatternPicture PatternModel::picture() const {
         "apart.",
         kilohertz(limit));
   }
-  for (const Bearing& bearing : directions.bearings) picture.azimuths.push_back(bearing.azimuth);
+  for (const BF::Direction& one : directions.directions) {
+    picture.azimuths.push_back(one.azimuth);
+  }
   const std::vector<std::size_t> curves = bins();
   for (const std::size_t k : curves) {
     picture.frequencies.push_back(static_cast<double>(k) * binWidth());
   }
   for (std::size_t row = 0; row < active.size(); ++row) {
-    picture.sources.push_back({active[row].id, bearingOf(active[row])});
+    picture.sources.push_back({active[row].id, BF::directionOf(active[row])});
     if (!active[row].flag) continue;
     PatternPicture::Panel panel{row, std::vector<std::vector<double>>(curves.size() + 1), {}};
     for (const int position : directions.positions) {
       const std::vector<double> gains = powerGains(*engine, static_cast<int>(row), position);
       for (std::size_t c = 0; c < curves.size(); ++c) {
-        panel.curves[c].push_back(inDecibels(gains[curves[c]]));
+        panel.curves[c].push_back(Audio::decibels(gains[curves[c]]));
       }
       panel.curves.back().push_back(bandGain(gains));
     }

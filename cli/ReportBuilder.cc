@@ -78,11 +78,9 @@ Signal samplesOf(const SoundFile& file, int samplingRate) {
 }
 
 std::string placeText(const Audio::SceneSource& source) {
-  const Audio::Position p = source.track.front().position;
-  const Bearing b =
-      bearingOf({static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)});
+  const BF::Direction d = BF::directionOf(source.track.front().position);
   const std::string text = fmt::format("azimuth {:.0f}°, elevation {:.0f}°, {:.2g} m",
-                                       b.azimuth + 0.0, b.elevation + 0.0, b.distance);
+                                       d.azimuth + 0.0, d.elevation + 0.0, d.distance);
   return source.track.size() > 1 ? "moves, from " + text : text;
 }
 

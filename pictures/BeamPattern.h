@@ -13,8 +13,5 @@ std::vector<double> powerGains(const BF::BF& engine, int row, int position);
 /// The mean over all bins, in dB; −∞ for none.
 double broadbandGain(const std::vector<double>& powerGains);
 
-/// A power in dB; −∞ for 0.
-double inDecibels(double power);
-
 /// "-12.3 dB", or "below -100 dB" for what is but rounding.
 std::string gainText(double decibels);

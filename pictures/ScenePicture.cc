@@ -42,9 +42,9 @@ std::vector<Shown> shownOf(const Audio::Scene& scene) {
 }
 
 /// The places along a source's way.
-std::vector<Audio::Position> wayOf(const Audio::SceneSource& source) {
+std::vector<BF::Location> wayOf(const Audio::SceneSource& source) {
   constexpr int STEPS = 200;
-  std::vector<Audio::Position> way = {source.track.front().position};
+  std::vector<BF::Location> way = {source.track.front().position};
   const double begin = source.track.front().t;
   const double end = source.track.back().t;
   for (int i = 1; i <= STEPS && end > begin; ++i) {
@@ -82,7 +82,7 @@ class View {
 
   /// The way, a ring where it begins, and the id where it ends.
   void draw(const Shown& one) const {
-    const std::vector<Audio::Position> way = wayOf(one.source);
+    const std::vector<BF::Location> way = wayOf(one.source);
     std::vector<Point> points;
     for (const auto& p : way) points.push_back(at(p));
     if (points.size() > 1) {
@@ -99,7 +99,7 @@ class View {
 
  private:
   double scale() const { return 0.88 * R / farthest; }
-  Point at(const Audio::Position& p) const {
+  Point at(const BF::Location& p) const {
     return {centre.x - scale() * p.y, centre.y - scale() * p.x};
   }
 
