@@ -244,6 +244,10 @@ void SeparatedFiles::writeTimeline() const {
 }
 
 void SeparatedFiles::removeFilesOfEarlierRun() {
+  if (options.overwrite) {
+    std::error_code ignored;  // there need be none
+    fs::remove(fs::path(options.directory) / RUN_RECORD, ignored);
+  }
   std::set<std::string> written;
   for (const auto& [id, source] : sources) written.insert(pathOf(id));
   for (const std::string& path : earlierFiles) {

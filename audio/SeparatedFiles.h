@@ -56,6 +56,10 @@ void refuseEarlierFiles(const std::string& directory, const std::string& prefix,
 /// frame stands for the `advance` samples around its centre.
 class SeparatedFiles {
  public:
+  /// The file beside them that says how a run was made. Whoever writes it does so after finish(),
+  /// which with overwrite removes that of an earlier run.
+  static constexpr const char* RUN_RECORD = "run.json";
+
   /// Throws DataError when the directory cannot be made or another run is writing into it, or when
   /// it holds files of an earlier run (timeline.json or <prefix><number>.wav) and overwrite is
   /// false. Removes what a run that was killed left there unfinished.

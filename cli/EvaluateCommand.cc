@@ -119,8 +119,8 @@ std::string jsonText(const std::vector<EvaluationRow>& rows) {
                     {"noise", row.noise},
                     {"database", row.database},
                     {"method", row.method},
-                    {"siSir", jsonOf(row.scores, &SourceScore::sir)},
-                    {"siSdr", jsonOf(row.scores, &SourceScore::sdr)}});
+                    {"si_sir", jsonOf(row.scores, &SourceScore::sir)},
+                    {"si_sdr", jsonOf(row.scores, &SourceScore::sdr)}});
   }
   return nlohmann::ordered_json{{"rows", list}}.dump(2) + "\n";
 }

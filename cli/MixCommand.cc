@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <iostream>
@@ -30,6 +31,7 @@ namespace {
 // From here on a person should know that the measured positions do not cover the scene.
 constexpr double NOTED_DEVIATION = 5.0;  // degrees
 
+constexpr double AUTO_PEAK = -1.0;        // dB of full scale
 constexpr double LATEST_BEGIN = 86400.0;  // seconds
 constexpr int MAX_RATE = 1'000'000;       // Hz
 constexpr int MAX_CHANNEL = 1024;
@@ -42,7 +44,9 @@ struct MixOptions {
   int channel = 1;
   int rawRate = 0;  // 0: the dry files have headers
   bool resample = false;
+  std::vector<std::string> gainTexts;
   std::vector<double> gains;  // dB; empty: 0 for all
+  bool autoGain = false;      // so that the sources together reach AUTO_PEAK
   std::optional<double> noiseLevel;
   std::optional<double> diffuseLevel;
   Reverberation reverberation;
@@ -115,9 +119,42 @@ std::vector<float> readDry(const MixSource& source, const MixOptions& options, i
   return signal.samples;
 }
 
+/// "auto", or numbers of dB.
+void readGains(MixOptions& options) {
+  if (options.gainTexts == std::vector<std::string>{"auto"}) {
+    options.autoGain = true;
+    return;
+  }
+  const CLI::Validator isGain = isBetween(-200.0, 200.0);
+  for (std::string text : options.gainTexts) {
+    if (!isGain(text).empty()) {
+      throw CLI::ValidationError(
+          "--gain",
+          fmt::format("\"{}\", expected auto, or -200 to 200 dB for each dry file", text));
+    }
+    options.gains.push_back(std::stod(text));
+  }
+}
+
 void note(const std::string& text) { std::cerr << "zelk-sss: " << text << std::endl; }
 
-void mix(const MixOptions& options) {
+/// The gain of all sources with which their mixture reaches AUTO_PEAK, as a factor; 1 for silence.
+double fittingGain(const std::vector<MixSource>& sources, const MixOptions& options,
+                   const MixRenderer& renderer, int rate) {
+  std::vector<float> sum;
+  for (const MixSource& source : sources) {
+    const std::vector<float> image =
+        renderer.render(source.place, readDry(source, options, rate)).samples;
+    sum.resize(std::max(sum.size(), image.size()));
+    for (std::size_t n = 0; n < image.size(); ++n) sum[n] += image[n];
+  }
+  float peak = 0.0F;
+  for (const float x : sum) peak = std::max(peak, std::abs(x));
+  return peak > 0.0F ? Audio::amplitudeRatio(AUTO_PEAK) / double{peak} : 1.0;
+}
+
+void mix(MixOptions options) {
+  readGains(options);
   if (std::filesystem::path(options.output).extension() != ".wav") {
     throw CLI::ValidationError(
         "--output", fmt::format("\"{}\", expected a name that ends in .wav", options.output));
@@ -127,7 +164,7 @@ void mix(const MixOptions& options) {
                                fmt::format("{} given, expected as many as there are dry files, {}",
                                            options.gains.size(), options.dry.size()));
   }
-  const std::vector<MixSource> sources = sourcesOf(Audio::Scene::read(options.scene), options);
+  std::vector<MixSource> sources = sourcesOf(Audio::Scene::read(options.scene), options);
   const std::string noisePath = besideOutput(options.output, "microphone-noise");
   const std::string diffusePath = besideOutput(options.output, "diffuse-noise");
   std::vector<std::string> outputs = {options.output};
@@ -167,6 +204,11 @@ void mix(const MixOptions& options) {
     note(fmt::format("{}: the responses reach before time 0; all images are {} samples late",
                      options.responses, responses.leadIn()));
   }
+  if (options.autoGain) {
+    const double gain = fittingGain(sources, options, renderer, responses.samplingRate());
+    for (MixSource& source : sources) source.gain = gain;
+    note(fmt::format("--gain auto: {:.1f} dB for every dry file", 20.0 * std::log10(gain)));
+  }
   for (const MixSource& source : sources) {
     const std::vector<float> dry = readDry(source, options, responses.samplingRate());
     const double deviation = renderer.largestDeviation(source.place, dry.size());
@@ -188,7 +230,7 @@ void mix(const MixOptions& options) {
   if (files.peak() > 1.0F) {
     note(fmt::format(
         "{}: the peak is {:.3f} times full scale, which players and whole-number formats clip: it "
-        "fits with {:.1f} dB less, by --gain for the dry files and by the levels of noise",
+        "fits with {:.1f} dB less, by --gain (auto fits the dry files) and by the levels of noise",
         options.output, files.peak(), Audio::decibelsOver(files.peak())));
   }
 }
@@ -222,8 +264,9 @@ void addMixCommand(CLI::App& app) {
       ->check(isBetween(1, MAX_RATE));
   command->add_flag("--resample", options->resample,
                     "Convert dry files of another sampling rate than the responses'");
-  command->add_option("--gain", options->gains, "Gain of each dry file in dB")
-      ->check(isBetween(-200.0, 200.0));
+  command->add_option("--gain", options->gainTexts,
+                      "Gain of each dry file in dB, or auto: the same for all, with which they "
+                      "reach -1 dB of full scale together");
   command
       ->add_option(
           "--noise-level", options->noiseLevel,

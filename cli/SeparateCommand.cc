@@ -227,6 +227,13 @@ void addSeparateCommand(CLI::App& app) {
   command->add_flag("--print-network", options->printNetwork,
                     "Print the network document instead of running it");
   command->add_flag("--quiet", options->quiet, "No progress bar, no report");
+  command->footer(
+      "Examples:\n"
+      "  zelk-sss separate mix.wav --tf array.sofa --sources scene.json -o separated\n"
+      "  zelk-sss separate mix.wav --tf array.sofa --sources scene.json --method GICA \\\n"
+      "    --param GICA_SS_MYU=0.2 --report report.html -o separated\n"
+      "  zelk-sss separate mix.wav --tf array.sofa --sources scene.json --refine 2 -o separated\n"
+      "  zelk-sss separate mix.wav --sources scene.json --method MSNR -o separated");
   command->callback([options, command] {
     options->separation.apply(*command);
     separate(*options);

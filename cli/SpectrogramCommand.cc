@@ -23,6 +23,8 @@ struct Options {
   std::string channels;
   SpectrogramFrames frames{512, 0};  ///< advance 0: a quarter of the length
   SpectrogramStyle style;
+  std::vector<std::string> titles;
+  std::string time;  ///< BEGIN:END in seconds; empty: all
   std::string output;
   bool force = false;
 };
@@ -46,7 +48,18 @@ void drawSpectrograms(const Options& options) {
                     "chooses channels)",
                     file, panels.size(), MAX_PANELS));
   }
-  writePicture(options.output, spectrogramPicture(panels, options.style), options.force);
+  if (!options.titles.empty() && options.titles.size() != panels.size()) {
+    throw DataError(fmt::format("--title: {} given, expected {}, one for each panel",
+                                options.titles.size(), panels.size()));
+  }
+  for (std::size_t i = 0; i < options.titles.size(); ++i) panels[i].name = options.titles[i];
+  SpectrogramStyle style = options.style;
+  if (!options.time.empty()) {
+    const Audio::TimeRange range = timeRangesOf(options.time).front();
+    style.begin = range.begin;
+    style.end = range.end;
+  }
+  writePicture(options.output, spectrogramPicture(panels, style), options.force);
 }
 
 }  // namespace
@@ -71,6 +84,12 @@ void addSpectrogramCommand(CLI::App& app) {
                    "dB from the loudest level of all files to the lightest colour")
       ->check(isBetween(10.0, 200.0))
       ->capture_default_str();
+  command->add_option("--title", options->titles,
+                      "What each panel is called, in their order; default: the files' names");
+  command
+      ->add_option("--time", options->time,
+                   "Draw this part alone, BEGIN:END in seconds; default: all")
+      ->check(isTimeRange());
   command->add_option("-o,--output", options->output, "The picture, NAME.svg or NAME.png")
       ->required();
   command->add_option("--width", options->style.width, "Width of the picture in pixels")

@@ -215,12 +215,15 @@ void addRoom(CLI::App& tfdb) {
 }
 
 void addExamination(CLI::App& tfdb, const char* name, const char* description, SofaFile::Part part,
-                    std::string (*text)(const SofaFile&)) {
+                    std::string (*text)(const SofaFile&),
+                    std::string (*json)(const SofaFile&) = nullptr) {
   CLI::App* command = tfdb.add_subcommand(name, description);
   const auto file = std::make_shared<std::string>();
   command->add_option("FILE", *file, "The SOFA file to read")->required();
   addDatabaseLimit(*command);
-  command->callback([file, part, text] { std::cout << text(SofaFile(*file, part)); });
+  const auto isJson = std::make_shared<bool>(false);
+  if (json) command->add_flag("--json", *isJson, "Write JSON instead of text");
+  command->callback([=] { std::cout << (*isJson ? json : text)(SofaFile(*file, part)); });
 }
 
 }  // namespace
@@ -231,7 +234,8 @@ void addTfdbCommands(CLI::App& app) {
   addImport(*tfdb);
   addGeometry(*tfdb);
   addRoom(*tfdb);
-  addExamination(*tfdb, "info", "Say what a SOFA file holds", SofaFile::Part::HEAD, infoText);
+  addExamination(*tfdb, "info", "Say what a SOFA file holds", SofaFile::Part::HEAD, infoText,
+                 infoJson);
   addExamination(*tfdb, "check", "Read a whole SOFA file and say what is wrong or odd",
                  SofaFile::Part::ALL, checkText);
 }

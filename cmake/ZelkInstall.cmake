@@ -93,12 +93,20 @@ endforeach()
 # ---- manual pages, completion, documents
 if(TARGET zelk-sss-cli)
   foreach(page IN ITEMS zelk-sss zelk-sss-separate zelk-sss-tfdb zelk-sss-run zelk-sss-mix zelk-sss-score
-                       zelk-sss-evaluate zelk-sss-live zelk-sss-pattern zelk-sss-spectrogram)
+                       zelk-sss-evaluate zelk-sss-live zelk-sss-pattern zelk-sss-spectrogram
+                       zelk-sss-scene zelk-sss-report)
     configure_file(docs/man/${page}.1.in ${ZELK_GENERATED}/man/${page}.1 @ONLY)
     install(FILES ${ZELK_GENERATED}/man/${page}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   endforeach()
   install(FILES cli/completion/zelk-sss.bash RENAME zelk-sss
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES cli/completion/zelk-sss.zsh RENAME _zelk-sss
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+  install(FILES cli/completion/zelk-sss.fish
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+endif()
+if(TARGET zelk-report)  # the page holds a library of others
+  install(FILES report/player/LICENSE TYPE DOC RENAME LICENSE.wavesurfer)
 endif()
 install(FILES README.md CHANGELOG.md TYPE DOC)
 install(FILES docs/architecture.md docs/embedding.md docs/errors.md docs/formats.md docs/limits.md docs/live.md docs/methods.md

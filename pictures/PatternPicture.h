@@ -16,7 +16,7 @@ struct PatternPicture {
   struct Panel {
     std::size_t source = 0;                   ///< the separated one's number in sources
     std::vector<std::vector<double>> curves;  ///< dB, a row per curve, a value per direction
-    std::vector<double> sourceGains;          ///< dB, of the mean, towards each of the sources
+    std::vector<double> sourceGains = {};     ///< dB, of the mean, towards each of the sources
   };
 
   std::string title;

@@ -23,18 +23,25 @@ const TextStyle LABEL = {12.0, Anchor::Middle};
 
 /// What all panels share.
 struct Axes {
-  double seconds = 0.0;
+  double begin = 0.0;  // seconds
+  double end = 0.0;
   double hertz = 0.0;
   double top = 0.0;     // dB
   double bottom = 0.0;  // dB
 
-  Axes(const std::vector<Spectrogram>& spectrograms, double range) {
+  Axes(const std::vector<Spectrogram>& spectrograms, const SpectrogramStyle& style)
+      : begin(style.begin) {
     for (const Spectrogram& s : spectrograms) {
-      seconds = std::max(seconds, s.duration);
+      end = std::max(end, s.duration);
       hertz = std::max(hertz, s.samplingRate / 2.0);
     }
     top = loudestLevel(spectrograms);
-    bottom = top - range;
+    bottom = top - style.range;
+    if (begin >= end) {
+      throw DataError(fmt::format(
+          "--time begins at {:g} s, expected a time before the end at {:g} s", begin, end));
+    }
+    if (style.end > 0.0) end = std::min(end, style.end);
   }
 
   double share(double level) const { return (level - bottom) / (top - bottom); }
@@ -46,7 +53,7 @@ struct Frame {
   Point to;
 
   double x(double seconds, const Axes& axes) const {
-    return from.x + (to.x - from.x) * seconds / axes.seconds;
+    return from.x + (to.x - from.x) * (seconds - axes.begin) / (axes.end - axes.begin);
   }
   double y(double hertz, const Axes& axes) const {
     return to.y - (to.y - from.y) * hertz / axes.hertz;
@@ -62,7 +69,7 @@ void drawLevels(Drawing& drawing, const Spectrogram& s, const Frame& frame, cons
                 {frame.x(s.begin, axes), frame.y(s.samplingRate / 2.0 + half, axes)},
                 {frame.x(end, axes), frame.y(-half, axes)},
                 {frame.from.x, frame.y(s.samplingRate / 2.0, axes)},
-                {frame.x(s.duration, axes), frame.to.y});
+                {std::clamp(frame.x(s.duration, axes), frame.from.x, frame.to.x), frame.to.y});
 }
 
 void drawFrequencies(Drawing& drawing, const Frame& frame, const Axes& axes) {
@@ -83,7 +90,7 @@ void drawFrequencies(Drawing& drawing, const Frame& frame, const Axes& axes) {
 
 void drawTimes(Drawing& drawing, const Frame& frame, const Axes& axes, bool labelled) {
   const double width = frame.to.x - frame.from.x;
-  for (const double tick : ticks(0.0, axes.seconds, std::max(2, static_cast<int>(width / 70)))) {
+  for (const double tick : ticks(axes.begin, axes.end, std::max(2, static_cast<int>(width / 70)))) {
     const double x = frame.x(tick, axes);
     drawing.line({x, frame.to.y}, {x, frame.to.y + TICK}, {});
     if (labelled) {
@@ -161,7 +168,7 @@ Drawing spectrogramPicture(const std::vector<Spectrogram>& spectrograms,
                            const SpectrogramStyle& style) {
   const double panel = panelHeight(spectrograms.size(), style);
   const double bottom = static_cast<double>(spectrograms.size()) * (panel + TITLE);
-  const Axes axes(spectrograms, style.range);
+  const Axes axes(spectrograms, style);
   Drawing drawing(style.width, static_cast<int>(std::lround(bottom + BOTTOM)), "Spectrograms");
   double top = 0.0;
   for (const Spectrogram& s : spectrograms) {

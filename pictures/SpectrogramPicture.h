@@ -11,6 +11,8 @@ struct SpectrogramStyle {
   int width = 900;      ///< pixels
   int height = 0;       ///< pixels; 0: as the number of panels suggests
   double range = 70.0;  ///< dB from the loudest to the quietest level shown
+  double begin = 0.0;   ///< seconds: what is shown from …
+  double end = 0.0;     ///< … and to; 0: to the end of the longest
 };
 
 /// The loudest level of all, rounded up to 5 dB; 0 where all is silent.

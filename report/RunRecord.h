@@ -5,11 +5,12 @@
 #include <utility>
 #include <vector>
 
+#include "audio/SeparatedFiles.h"
 #include "scene/Scene.h"
 
 /// How a separation was made, as "run.json" beside its files says it.
 struct RunRecord {
-  static constexpr const char* NAME = "run.json";
+  static constexpr const char* NAME = Audio::SeparatedFiles::RUN_RECORD;
 
   std::string version;    ///< of the program
   std::string recording;  ///< absolute paths; empty: none

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cmath>
 #include <iterator>
+#include <nlohmann/json.hpp>
 #include <numbers>
 #include <optional>
 #include <set>
@@ -54,7 +55,8 @@ std::string microphonesText(const std::vector<Position>& microphones) {
   for (std::size_t r = 0; r < std::min(microphones.size(), MAX_ROWS); ++r) {
     Position p = microphones[r];
     for (double& x : p) x = std::round(1e4 * x) / 1e4 + 0.0;  // no "-0.0000"
-    text += fmt::format("microphone {:>2}: x {:.4f}, y {:.4f}, z {:.4f} m\n", r, p[0], p[1], p[2]);
+    text +=
+        fmt::format("microphone {:>2}: x {:.4f}, y {:.4f}, z {:.4f} m\n", r + 1, p[0], p[1], p[2]);
   }
   if (microphones.size() > MAX_ROWS) {
     text += fmt::format("… and {} more\n", microphones.size() - MAX_ROWS);
@@ -153,6 +155,23 @@ std::string infoText(const SofaFile& file) {
   text += sourcesText(file.sourcePositions()) + microphonesText(file.receiverPositions());
   for (const std::string& warning : file.warnings()) text += "warning: " + warning + "\n";
   return text;
+}
+
+std::string infoJson(const SofaFile& file) {
+  const bool tf = file.isTransferFunctions();
+  nlohmann::ordered_json json = {{"file", file.path()},
+                                 {"data_type", tf ? "TF" : "FIR"},
+                                 {"sampling_rate", file.samplingRate()},
+                                 {tf ? "frequencies" : "samples", file.length()}};
+  if (tf) {
+    json["frame_length"] = 2 * (file.length() - 1);
+    json["reference_mic"] = file.referenceMicrophone();  // 0: none
+    if (const auto share = file.energyInFrame()) json["energy_in_frame"] = *share;
+  }
+  json["microphones"] = file.receiverPositions();
+  json["sources"] = file.sourcePositions();
+  json["warnings"] = file.warnings();
+  return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 std::vector<std::string> findingsOf(const SofaTransferFunctions& data) {

@@ -11,6 +11,10 @@
 /// what the reader found odd. Reads no responses.
 std::string infoText(const SofaFile& file);
 
+/// The same as a JSON object with every position, [x, y, z] in metres; "reference_mic" counts from
+/// 1, 0 means none.
+std::string infoJson(const SofaFile& file);
+
 /// What may spoil a separation with these transfer functions, a sentence each: sources at the same
 /// position or at the origin, responses or frequencies that are 0, and delays that contradict the
 /// positions. Empty if nothing was found.

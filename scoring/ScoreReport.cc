@@ -15,13 +15,13 @@ struct Column {
 };
 
 const std::vector<Column> SCORES = {
-    {"SI-SDR", "siSdr", [](const ScoreReport::Source& s) { return s.score.sdr; }},
-    {"SI-SIR", "siSir", [](const ScoreReport::Source& s) { return s.score.sir; }},
-    {"SI-SAR", "siSar", [](const ScoreReport::Source& s) { return s.score.sar; }}};
+    {"SI-SDR", "si_sdr", [](const ScoreReport::Source& s) { return s.score.sdr; }},
+    {"SI-SIR", "si_sir", [](const ScoreReport::Source& s) { return s.score.sir; }},
+    {"SI-SAR", "si_sar", [](const ScoreReport::Source& s) { return s.score.sar; }}};
 const std::vector<Column> IMPROVEMENTS = {
-    {"SI-SDRi", "siSdrImprovement",
+    {"SI-SDRi", "si_sdr_improvement",
      [](const ScoreReport::Source& s) { return s.score.sdr - s.mixture->sdr; }},
-    {"SI-SIRi", "siSirImprovement",
+    {"SI-SIRi", "si_sir_improvement",
      [](const ScoreReport::Source& s) { return s.score.sir - s.mixture->sir; }}};
 
 std::vector<Column> columnsOf(const ScoreReport& report) {
@@ -72,9 +72,9 @@ std::string ScoreReport::table() const {
 }
 
 std::string ScoreReport::json() const {
-  nlohmann::ordered_json out = {{"samplingRate", samplingRate},
+  nlohmann::ordered_json out = {{"sampling_rate", samplingRate},
                                 {"samples", samples},
-                                {"filterTaps", filterTaps},
+                                {"filter_taps", filterTaps},
                                 {"notes", notes},
                                 {"sources", nlohmann::ordered_json::array()}};
   const std::vector<Column> columns = columnsOf(*this);
@@ -82,9 +82,9 @@ std::string ScoreReport::json() const {
     nlohmann::ordered_json entry = {{"reference", source.reference}, {"estimate", source.estimate}};
     for (const Column& column : columns) entry[column.key] = jsonValue(column.value(source));
     if (source.mixture) {
-      entry["mixture"] = {{"siSdr", jsonValue(source.mixture->sdr)},
-                          {"siSir", jsonValue(source.mixture->sir)},
-                          {"siSar", jsonValue(source.mixture->sar)}};
+      entry["mixture"] = {{"si_sdr", jsonValue(source.mixture->sdr)},
+                          {"si_sir", jsonValue(source.mixture->sir)},
+                          {"si_sar", jsonValue(source.mixture->sar)}};
     }
     out["sources"].push_back(std::move(entry));
   }

@@ -49,7 +49,9 @@ _zelk_sss_value() {
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -d -- "$cur")
       ;;
+    "report -o" | "report --output" | "separate --report") _zelk_sss_files html ;;
     "mix -o" | "mix --output") _zelk_sss_files wav ;;
+    *" --title" | *" --band" | *" --duration") _zelk_sss_nothing ;;
     *" --dry" | *" --reference" | *" --estimate" | *" --mixture" | *" --noise-recording" | *" -o" | \
       *" --output") ;; # any file, as the shell does by itself
     *)
@@ -70,7 +72,7 @@ _zelk_sss_value() {
 _zelk_sss_argument() {
   case "$path" in
     "" | tfdb) _zelk_sss_words "$(sed -n '/^Subcommands:/,$ s/^  \([a-z]*\) .*/\1/p' <<<"$help")" ;;
-    mix | evaluate) _zelk_sss_files json ;;
+    mix | evaluate | scene) _zelk_sss_files json ;;
     tfdb\ *) _zelk_sss_files sofa ;;
     run) [ "$arguments" -gt 0 ] || _zelk_sss_files n ;;
     live | methods | score) _zelk_sss_nothing ;;

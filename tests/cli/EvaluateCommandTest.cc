@@ -44,9 +44,9 @@ TEST_F(EvaluateCommand, GoesThroughAllCombinationsInOrder) {
     for (const auto& row : rows) {
       if (row["room"] != room || row["noise"] != noise) continue;
       if (row["database"] != database || row["method"] != method) continue;
-      EXPECT_EQ(row["siSir"]["all"].size(), 2U);
-      EXPECT_LE(row["siSir"]["worst"], row["siSir"]["median"]);
-      return row["siSdr"]["worst"].get<double>();
+      EXPECT_EQ(row["si_sir"]["all"].size(), 2U);
+      EXPECT_LE(row["si_sir"]["worst"], row["si_sir"]["median"]);
+      return row["si_sdr"]["worst"].get<double>();
     }
     ADD_FAILURE() << room << noise << database << method;
     return 0.0;

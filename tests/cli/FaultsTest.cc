@@ -308,7 +308,8 @@ TEST_F(Faults, EverySignalThatEndsTheProcessLeavesNoUnfinishedFile) {
       disturbed(turns, hasName, [](const auto& command) { command.send(SIGKILL); });
   EXPECT_FALSE(folder.names("out").empty());
   EXPECT_EQ(separate("mix.wav --force").status, 0);
-  EXPECT_THAT(folder.names("out"), ElementsAre("source_3.wav", "source_7.wav", "timeline.json"));
+  EXPECT_THAT(folder.names("out"),
+              ElementsAre("run.json", "source_3.wav", "source_7.wav", "timeline.json"));
 }
 
 TEST_F(Faults, AnIgnoredSignalStaysIgnored) {

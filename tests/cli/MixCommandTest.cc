@@ -118,6 +118,8 @@ TEST_F(MixCommand, NotesPositionsThatWereNotMeasuredAndClipping) {
   const std::string gain = " --gain " + std::to_string(40 - std::stod(excess));
   EXPECT_THAT(mix("--force" + gain, "a.wav").errors, testing::Not(testing::HasSubstr("the peak")));
   EXPECT_THAT(peak(), testing::AllOf(testing::Le(1.0F), testing::Gt(0.98F)));
+  EXPECT_THAT(mix("--force --gain auto", "a.wav").errors, testing::HasSubstr("--gain auto: "));
+  EXPECT_NEAR(peak(), std::pow(10.0, -1.0 / 20.0), 1e-4);
 }
 
 TEST_F(MixCommand, RefusalsNameFileFoundAndExpected) {
@@ -135,6 +137,8 @@ TEST_F(MixCommand, RefusalsNameFileFoundAndExpected) {
            "--dry: 2 given, expected 3: one for each of the 2 sources and 1 noise sources in "
            "scene.json"},
           {all + "--gain 1", "--gain: 1 given, expected as many as there are dry files, 3"},
+          {all + "--gain auto 1 2",
+           "--gain: \"auto\", expected auto, or -200 to 200 dB for each dry file"},
           {all + "--noise-level 3", "--noise-level: \"3\", expected -200 to 0"}});
   expectRefused(1, {{"mix text.txt --tf array.sofa --dry a.wav -o m.wav", "text.txt…"},
                     {"mix late.json --tf array.sofa --dry a.wav -o m.wav",

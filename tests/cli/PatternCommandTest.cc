@@ -27,7 +27,7 @@ TEST_F(PatternCommand, PictureNamesSourcesFrequenciesAndUnits) {
                          {"NULL: gain by direction (0 dB: unchanged)",
                           "array.sofa, 8 directions at elevation 0°, 1 m; scene.json at 0.00 s",
                           "source 3 at azimuth 45°", "source 7 at azimuth 180°", "500 Hz", "1 kHz",
-                          "4 kHz", "mean of all", "target", "interferer", "-20 dB", "-90°"}));
+                          "4 kHz", "mean over 0–8 kHz", "target", "interferer", "-20 dB", "-90°"}));
   EXPECT_EQ(texts.count("3"), 2U) << "a mark in each of the two diagrams";
   EXPECT_EQ(texts.count("7"), 2U);
   EXPECT_EQ(texts.count("1 kHz"), 1U) << "990 Hz has the same bin";

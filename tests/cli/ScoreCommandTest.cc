@@ -58,16 +58,16 @@ TEST_F(ScoreCommand, JsonOfTheChannelAndLengthThatFilesShare) {
           "--filter-taps 1 --json");
   const auto report = nlohmann::json::parse(result.output);
   EXPECT_EQ(report["samples"], 4);
-  EXPECT_EQ(report["samplingRate"], RATE);
+  EXPECT_EQ(report["sampling_rate"], RATE);
   const auto& first = report["sources"][0];
   EXPECT_EQ(first["reference"], "wide.wav");
   EXPECT_EQ(first["estimate"], "ea.wav");
-  EXPECT_NEAR(first["siSdr"].get<double>(), 20, 1e-6);
-  EXPECT_EQ(first["siSar"], "inf");
-  EXPECT_EQ(first["mixture"]["siSdr"], "-inf");
-  EXPECT_EQ(report["mean"]["siSdr"], "inf");
+  EXPECT_NEAR(first["si_sdr"].get<double>(), 20, 1e-6);
+  EXPECT_EQ(first["si_sar"], "inf");
+  EXPECT_EQ(first["mixture"]["si_sdr"], "-inf");
+  EXPECT_EQ(report["mean"]["si_sdr"], "inf");
   // An infinite score of a mixture that is infinite too: the improvement is undefined.
-  EXPECT_TRUE(report["sources"][1]["siSdrImprovement"].is_null());
+  EXPECT_TRUE(report["sources"][1]["si_sdr_improvement"].is_null());
   const std::string note =
       "wide.wav: has 6 samples, of which the first 4 are compared, the length of the shortest file";
   EXPECT_THAT(report["notes"], testing::ElementsAre(note));
@@ -83,7 +83,7 @@ TEST_F(ScoreCommand, ComparesTheRangeAskedFor) {
   const auto sdr = [&](const std::string& range) {
     const CommandRun scored =
         run("score --reference r.wav --estimate e.wav --json --range " + range);
-    return nlohmann::json::parse(scored.output)["sources"][0]["siSdr"];
+    return nlohmann::json::parse(scored.output)["sources"][0]["si_sdr"];
   };
   EXPECT_EQ(sdr("1:2"), "inf");
   EXPECT_LT(sdr("0.9:2").get<double>(), 40);

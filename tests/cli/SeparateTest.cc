@@ -31,7 +31,7 @@ class Separate : public Talkers {
   double purity(const std::string& name, const std::string& target) const {
     const CommandRun scored =
         run("score --json --range 2:4 --reference " + target + " --estimate " + name);
-    return nlohmann::json::parse(scored.output)["sources"][0]["siSdr"];
+    return nlohmann::json::parse(scored.output)["sources"][0]["si_sdr"];
   }
 };
 
@@ -45,7 +45,8 @@ TEST_F(Separate, NullUndoesAMixtureMadeByConvolution) {
                            "latency 512 samples (32.0 ms)"}) {
     EXPECT_THAT(loud.output, HasSubstr(part));
   }
-  ASSERT_THAT(folder.names("out"), ElementsAre("source_3.wav", "source_7.wav", "timeline.json"));
+  ASSERT_THAT(folder.names("out"),
+              ElementsAre("run.json", "source_3.wav", "source_7.wav", "timeline.json"));
   for (const std::size_t s : {0U, 1U}) {
     std::vector<float> expected = dry[s];
     for (float& sample : expected) sample *= 0.1F;
