@@ -146,7 +146,11 @@ void mix(const MixOptions& options) {
     RoomDescription description = options.room;
     description.seed = options.seed;
     room.emplace(description, responses.samplingRate());
-    inRoom.emplace(*room, responses, options.byDirection);
+    if (options.byDirection) {
+      inRoom.emplace(*room, responses);
+    } else {
+      inRoom.emplace(*room, responses.microphonePositions());
+    }
     note(room->text());
   }
   const Responses& heard = inRoom ? static_cast<const Responses&>(*inRoom) : responses;

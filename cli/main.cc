@@ -5,6 +5,7 @@
 #include <sstream>
 #include <string>
 
+#include "cli/EvaluateCommand.h"
 #include "cli/MethodsCommand.h"
 #include "cli/MixCommand.h"
 #include "cli/NetworkRun.h"
@@ -95,6 +96,7 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   addTfdbCommands(app);
   addMixCommand(app);
   addScoreCommand(app);
+  addEvaluateCommand(app);
   addPatternCommand(app);
   addSpectrogramCommand(app);
   addRunCommand(app);

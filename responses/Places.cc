@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 double angleBetween(const Audio::Position& a, const Audio::Position& b) {
   const double product = std::hypot(a.x, a.y, a.z) * std::hypot(b.x, b.y, b.z);
@@ -11,17 +12,18 @@ double angleBetween(const Audio::Position& a, const Audio::Position& b) {
   return std::acos(std::clamp(cosine, -1.0, 1.0)) * 180.0 / std::numbers::pi;
 }
 
-std::vector<BF::SourceLocation> sourcesAsSeparated(const SofaFile& file) {
+std::vector<BF::SourceLocation> sourcesAsSeparated(
+    const std::vector<SofaFile::Position>& positions) {
   std::vector<BF::SourceLocation> sources;
   int id = 0;
-  for (const SofaFile::Position& p : file.sourcePositions()) {
+  for (const SofaFile::Position& p : positions) {
     sources.push_back(asSeparated({p[0], p[1], p[2]}, id++, true));
   }
   return sources;
 }
 
-MeasuredPlaces::MeasuredPlaces(const SofaFile& file)
-    : grid{sourcesAsSeparated(file), {}, {}}, places(file.sourcePositions()) {}
+MeasuredPlaces::MeasuredPlaces(std::vector<SofaFile::Position> positions)
+    : grid{sourcesAsSeparated(positions), {}, {}}, places(std::move(positions)) {}
 
 std::size_t MeasuredPlaces::nearest(const Audio::Position& point) const {
   return static_cast<std::size_t>(grid.findNearestSourceIndex(asSeparated(point, 0, true)));

@@ -62,6 +62,20 @@ Position SceneSource::positionAt(double t) const {
   return interpolated(*(later - 1), *later, t);
 }
 
+std::vector<TimeRange> merged(std::vector<TimeRange> ranges) {
+  std::sort(ranges.begin(), ranges.end(),
+            [](const TimeRange& a, const TimeRange& b) { return a.begin < b.begin; });
+  std::vector<TimeRange> result;
+  for (const TimeRange& range : ranges) {
+    if (!result.empty() && range.begin <= result.back().end) {
+      result.back().end = std::max(result.back().end, range.end);
+    } else {
+      result.push_back(range);
+    }
+  }
+  return result;
+}
+
 std::vector<PlacedSource> Scene::targetsAt(double t) const {
   std::vector<PlacedSource> placed;
   appendPlaced(targets, t, true, placed);

@@ -49,6 +49,9 @@ struct SceneSource {
   Position positionAt(double t) const;
 };
 
+/// The ranges in order, those that touch or overlap made one.
+std::vector<TimeRange> merged(std::vector<TimeRange> ranges);
+
 /// How many sources are active from a time in seconds on.
 struct SceneCrowd {
   double time = 0;
@@ -59,6 +62,12 @@ struct SceneCrowd {
 struct PlacedSource {
   int id = 0;
   Position position;
+};
+
+/// Somebody whom a list of turns names, and where.
+struct Speaker {
+  std::string name;
+  SceneSource source;
 };
 
 /// The sources of a recording over time, as a scene file (JSON) states them:
@@ -81,6 +90,19 @@ class Scene {
 
   /// The same for a text; name stands for the file in messages.
   static Scene parse(const std::string& text, const std::string& name);
+
+  /// Reads who speaks when from an RTTM file (NIST, "The 2009 Rich Transcription meeting
+  /// recognition evaluation plan", appendix A): its lines of type SPEAKER, of one recording. Each
+  /// entry of `speakers` becomes a target, in their order: what it says of the id and the place
+  /// stays, the turns of that name become its active ranges. `recording` names one of those in the
+  /// file; empty: the only one. Throws DataError naming the file, the line, what stands there and
+  /// what was expected: also where somebody speaks who is not in `speakers`.
+  static Scene readRttm(const std::string& path, const std::vector<Speaker>& speakers,
+                        const std::string& recording = "");
+
+  /// The same for a text; name stands for the file in messages.
+  static Scene parseRttm(const std::string& text, const std::string& name,
+                         const std::vector<Speaker>& speakers, const std::string& recording = "");
 
   const std::vector<SceneSource>& sources() const { return targets; }
   const std::vector<SceneSource>& noiseSources() const { return noises; }

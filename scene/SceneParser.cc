@@ -1,12 +1,10 @@
 // Reads and checks scene files.
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <initializer_list>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -15,6 +13,7 @@
 #include "audio/FileText.h"
 #include "dsp/DataError.h"
 #include "scene/Json.h"
+#include "scene/JsonPlace.h"
 #include "scene/Scene.h"
 
 namespace Audio {
@@ -25,62 +24,7 @@ using nlohmann::json;
 
 constexpr double MAX_VALUE = 1e6;  // degrees or metres; beyond it single precision loses the place
 
-/// A value of the document and where it stands, for messages.
-class Place {
- public:
-  Place(const std::string& fileName, std::string documentPath, const json& documentValue)
-      : file(&fileName), path(std::move(documentPath)), value(&documentValue) {}
-
-  const json& operator*() const { return *value; }
-  const json* operator->() const { return value; }
-  const std::string& where() const { return path; }
-
-  Place at(const std::string& key) const { return {*file, path + "/" + key, value->at(key)}; }
-  Place at(std::size_t i) const { return {*file, fmt::format("{}/{}", path, i), value->at(i)}; }
-
-  [[noreturn]] void refuse(const std::string& found, const std::string& expected) const {
-    throw DataError(fmt::format("{}: {}: found {}, expected {}", *file, path.empty() ? "/" : path,
-                                found, expected));
-  }
-  [[noreturn]] void refuse(const std::string& expected) const {
-    refuse(quotedJson(*value), expected);
-  }
-
-  /// Refuses an object that lacks one of the required keys or has one that is in neither list.
-  void checkKeys(std::initializer_list<const char*> required,
-                 std::initializer_list<const char*> optional) const {
-    std::vector<std::string> known(required.begin(), required.end());
-    known.insert(known.end(), optional.begin(), optional.end());
-    if (!value->is_object()) refuse(fmt::format("an object with the keys {}", joined(known)));
-    for (const auto& [key, unused] : value->items()) {
-      if (std::find(known.begin(), known.end(), key) == known.end()) {
-        refuse("the unknown key " + quotedJson(key), "only " + joined(known));
-      }
-    }
-    for (const char* key : required) {
-      if (!value->contains(key)) refuse(fmt::format("no key \"{}\"", key), "one");
-    }
-  }
-
-  /// A number within ±most.
-  double number(const std::string& expected, double most) const {
-    if (!value->is_number()) refuse(expected);
-    const auto x = value->get<double>();
-    if (!(std::abs(x) <= most)) refuse(expected);
-    return x;
-  }
-
-  double seconds() const { return number("a time in seconds, within ±1e9", 1e9); }
-
- private:
-  static std::string joined(const std::vector<std::string>& keys) {
-    return fmt::format("{}", fmt::join(keys, ", "));
-  }
-
-  const std::string* file;
-  std::string path;
-  const json* value;
-};
+using Place = JsonPlace;
 
 int parseId(const Place& place) {
   const char* const expected = "a whole number from 0 to 2147483647";
@@ -153,21 +97,6 @@ std::vector<TrackPoint> parseTrack(const Place& place) {
   return track;
 }
 
-/// The ranges in order, those that touch or overlap made one.
-std::vector<TimeRange> merged(std::vector<TimeRange> ranges) {
-  std::sort(ranges.begin(), ranges.end(),
-            [](const TimeRange& a, const TimeRange& b) { return a.begin < b.begin; });
-  std::vector<TimeRange> result;
-  for (const TimeRange& range : ranges) {
-    if (!result.empty() && range.begin <= result.back().end) {
-      result.back().end = std::max(result.back().end, range.end);
-    } else {
-      result.push_back(range);
-    }
-  }
-  return result;
-}
-
 std::vector<TimeRange> parseActive(const Place& place) {
   const char* const expected = "[begin, end] in seconds with begin < end";
   if (!place->is_array()) place.refuse(fmt::format("a list of {}", expected));
@@ -213,20 +142,12 @@ std::vector<SceneSource> parseSources(const Place& place, std::map<int, std::str
   return sources;
 }
 
-json parseDocument(const std::string& text, const std::string& name) {
-  try {
-    return parseJson(text);
-  } catch (const DataError& error) {
-    throw DataError(fmt::format("{}: {}", name, error.what()));
-  }
-}
-
 }  // namespace
 
 Scene Scene::read(const std::string& path) { return parse(fileText(path, MAX_FILE_SIZE), path); }
 
 Scene Scene::parse(const std::string& text, const std::string& name) {
-  const json document = parseDocument(text, name);
+  const json document = parseJsonOf(text, name);
   const Place root(name, "", document);
   root.checkKeys({"sources"}, {"noise"});
   std::map<int, std::string> idPlaces;

@@ -43,7 +43,7 @@ _zelk_sss_value() {
       compopt -o nospace 2>/dev/null
       _zelk_sss_words "$(_zelk_sss_parameters)"
       ;;
-    *" --tf") _zelk_sss_files sofa ;;
+    *" --tf" | *" --responses") _zelk_sss_files sofa ;;
     *" --sources" | *" --microphones") _zelk_sss_files json ;;
     "separate -o" | "separate --output")
       compopt -o filenames 2>/dev/null
@@ -70,7 +70,7 @@ _zelk_sss_value() {
 _zelk_sss_argument() {
   case "$path" in
     "" | tfdb) _zelk_sss_words "$(sed -n '/^Subcommands:/,$ s/^  \([a-z]*\) .*/\1/p' <<<"$help")" ;;
-    mix) _zelk_sss_files json ;;
+    mix | evaluate) _zelk_sss_files json ;;
     tfdb\ *) _zelk_sss_files sofa ;;
     run) [ "$arguments" -gt 0 ] || _zelk_sss_files n ;;
     methods | score) _zelk_sss_nothing ;;
