@@ -117,7 +117,6 @@ AudioReader::Impl::Impl(std::string name, const AudioReaderOptions& given)
 void AudioReader::Impl::open() {
   if (isStream || options.raw) {
     stream = std::make_unique<SoundStream>(path, options.raw, options.stopped);
-    if (path == "-") path = "standard input";
     file = stream->file();
     info = stream->info();
     announced = stream->samples();
@@ -274,7 +273,7 @@ AudioReader::AudioReader(AudioReader&&) noexcept = default;
 AudioReader& AudioReader::operator=(AudioReader&&) noexcept = default;
 
 const std::string& AudioReader::path() const { return impl->path; }
-bool AudioReader::isStream() const { return impl->isStream; }
+bool AudioReader::isStream(const std::string& path) { return SoundStream::isStream(path); }
 int AudioReader::channelCount() const { return static_cast<int>(impl->channels.size()); }
 int AudioReader::samplingRate() const { return impl->outputRate; }
 

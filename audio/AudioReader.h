@@ -41,8 +41,12 @@ struct AudioReaderOptions {
 /// channels. Whole-number formats are scaled to −1 … 1. Memory does not grow with the file.
 class AudioReader {
  public:
-  /// Opens any file libsndfile can read; "-", a FIFO or a device once and without going back in it
-  /// (see SoundStream), so that read() waits for no more samples than asked for. A file that is
+  /// Whether a name stands for something that can be read only once: "-", which is standard input,
+  /// a FIFO or a device.
+  static bool isStream(const std::string& path);
+
+  /// Opens any file libsndfile can read; a stream without going back in it (see SoundStream),
+  /// so that read() waits for no more samples than asked for. A file that is
   /// shorter than its header says draws a warning. Throws DataError when the file cannot be opened,
   /// holds no samples, lacks a selected channel, or has another sampling rate than the one wanted
   /// and resample is false or checkConversion refuses.
@@ -51,10 +55,9 @@ class AudioReader {
   AudioReader(AudioReader&&) noexcept;
   AudioReader& operator=(AudioReader&&) noexcept;
 
-  const std::string& path() const;  ///< "standard input" for "-"
-  bool isStream() const;            ///< whether it can be read only once
-  int channelCount() const;         ///< selected channels
-  int samplingRate() const;         ///< of what read() gives, in Hz
+  const std::string& path() const;
+  int channelCount() const;  ///< selected channels
+  int samplingRate() const;  ///< of what read() gives, in Hz
 
   /// Samples per channel that the file announces, at samplingRate(); a file may end before. Nothing
   /// for formats that do not say.

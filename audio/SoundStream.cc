@@ -19,7 +19,8 @@ namespace Audio {
 namespace {
 
 constexpr std::int64_t ENDLESS = std::int64_t{1} << 60;  // bytes that the library is told of
-constexpr std::int64_t MAX_JUMP = 64 << 10;              // bytes within a header
+constexpr std::int64_t GIBI = 1 << 30;
+constexpr std::int64_t MAX_JUMP = 64 << 10;  // bytes within a header
 constexpr std::int64_t MAX_HEAD = 16 << 20;
 constexpr int PATIENCE = 200;  // ms between two looks at whether to stop
 
@@ -51,10 +52,6 @@ SoundStream::Stopped orNever(SoundStream::Stopped stopped) {
 
 }  // namespace
 
-bool SoundStream::isStandardInput(const std::string& path) {
-  return path == "-" || path == "/dev/stdin" || path == "/dev/fd/0" || path == "/proc/self/fd/0";
-}
-
 bool SoundStream::isStream(const std::string& path) {
   struct stat status {};
   if (path == "-") return true;
@@ -64,10 +61,9 @@ bool SoundStream::isStream(const std::string& path) {
 
 SoundStream::SoundStream(const std::string& streamPath, const std::optional<RawFormat>& raw,
                          Stopped stopped)
-    : path(streamPath == "-" ? "standard input" : streamPath),
-      isStopped(orNever(std::move(stopped))) {
-  descriptor = streamPath == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
-                                 : ::open(streamPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    : path(streamPath), isStopped(orNever(std::move(stopped))) {
+  descriptor = path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                           : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
   if (descriptor < 0) {
     throw DataError(fmt::format("{}: cannot be opened: {}", path, std::strerror(errno)));
   }
@@ -144,14 +140,12 @@ std::int64_t SoundStream::soundBytes() const {
 }
 
 bool SoundStream::leavesSizeOpen() const {
-  constexpr std::int64_t TWO = std::int64_t{1} << 31;
   const int kind = format.format & SF_FORMAT_TYPEMASK;
   if (kind == SF_FORMAT_FLAC || sampleBytes(format.format) == 0) return false;
   const std::int64_t bytes = soundBytes();
-  const auto isJustBelow = [&](std::int64_t limit) {
-    return bytes > limit - MAX_JUMP && bytes <= limit;
-  };
-  return isJustBelow(TWO) || isJustBelow(2 * TWO) || bytes > ENDLESS / 2 || bytes == 0;
+  const bool isAboutTwo = bytes >= 2 * GIBI - (16 << 20) && bytes <= 2 * GIBI;
+  const bool isAboutFour = bytes > 4 * GIBI - (64 << 10) && bytes <= 4 * GIBI;
+  return bytes == 0 || isAboutTwo || isAboutFour || bytes > ENDLESS / 2;
 }
 
 /// The stream from here on as samples of the channels and the rate that are known.
@@ -193,7 +187,8 @@ std::int64_t SoundStream::seek(std::int64_t offset, int whence) {
   const std::int64_t from = whence == SEEK_SET   ? origin
                             : whence == SEEK_CUR ? position
                                                  : origin + ENDLESS;
-  position = std::max(origin, from + offset);
+  // An unknown size that the library adds as a number goes beyond all of them.
+  position = from + offset < origin ? origin + ENDLESS : from + offset;
   return position - origin;
 }
 

@@ -19,9 +19,9 @@ namespace Audio {
 /// its header, and that only until it is open.
 ///
 /// A header is read forwards up to the sound; jumps of 64 KiB at most are followed by reading on,
-/// so what lies behind the sound is never looked for. WAV, AU and AIFF headers whose sizes say
-/// "not known" (0, or within 64 KiB of 2 or 4 GiB), as programs write them to a pipe, mean that the
-/// sound lasts to the end of the stream, beyond 4 GiB, too.
+/// so what lies behind the sound is never looked for. WAV, W64, AU and AIFF headers whose sizes say
+/// "not known" (0, or up to 16 MiB less than 2 GiB or 64 KiB less than 4 GiB, as programs write
+/// them to a pipe), mean that the sound lasts to the end of the stream, beyond 4 GiB, too.
 ///
 /// Waiting for sound costs no processor time; it is given up within a fifth of a second once
 /// `stopped` says so, which then looks like the end of the stream.
@@ -32,9 +32,6 @@ class SoundStream {
   /// Whether a name stands for such a stream: "-", or anything that exists but is neither a regular
   /// file nor a folder.
   static bool isStream(const std::string& path);
-
-  /// Whether a name is that of this process's standard input.
-  static bool isStandardInput(const std::string& path);
 
   /// Opens a stream with a header, or one of raw samples, which may be a regular file, too. Throws
   /// DataError. A FIFO is waited for until somebody writes.
