@@ -254,6 +254,13 @@ void addSeparateCommand(CLI::App& app) {
   command->add_flag("--print-network", options->printNetwork,
                     "Print the network document instead of running it");
   command->add_flag("--quiet", options->quiet, "No progress bar, no report");
+  command->footer(
+      "Examples:\n"
+      "  zelk-sss separate mix.wav --tf array.sofa --sources scene.json -o separated\n"
+      "  arecord -t raw -f S16_LE -c 8 -r 16000 | zelk-sss separate - --raw S16_LE,8,16000 \\\n"
+      "    --tf array.sofa --sources scene.json -o - | aplay\n"
+      "  zelk-sss separate day/*.wav --tf array.sofa --sources 'day/{}.scene.json' -o out --jobs "
+      "4");
   command->callback([options, command] {
     options->separation.apply(*command);
     options->separation.settings.recording = options->recordings.front();
