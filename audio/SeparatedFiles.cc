@@ -39,6 +39,7 @@ bool isSourceFile(const std::string& name, const std::string& prefix) {
 /// Whether a name is that of an unfinished source file or timeline of a run that was killed.
 bool isLeftover(const std::string& name, const std::string& prefix) {
   if (OutputFile::isLeftover(name, TIMELINE)) return true;
+  if (OutputFile::isLeftover(name, SeparatedFiles::RUN_RECORD)) return true;
   const std::string source = name.substr(0, name.find(".wav") + 4);
   return isSourceFile(source, prefix) && OutputFile::isLeftover(name, source);
 }
@@ -79,7 +80,9 @@ void refuseEarlierFiles(const std::string& directory, const std::string& prefix,
   std::vector<std::string> found;
   for (const auto& entry : entriesOf(directory)) {
     const std::string name = entry.path().filename().string();
-    if (name == TIMELINE || isSourceFile(name, prefix)) found.push_back(name);
+    if (name == TIMELINE || name == SeparatedFiles::RUN_RECORD || isSourceFile(name, prefix)) {
+      found.push_back(name);
+    }
   }
   if (found.empty()) return;
   throw DataError(

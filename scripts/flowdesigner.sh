@@ -65,7 +65,7 @@ if ldd "$host/bin/batchflow" 2>&1 | grep -q 'not found'; then
 fi
 flow+=("$host/bin/batchflow" "$network")
 logged "${flow[@]}" mix.wav "$scene" array.sofa NULL by-batchflow
-diff -r by-command by-batchflow >&2 || fail "batchflow separated otherwise than the command"
+diff -r -x run.json by-command by-batchflow >&2 || fail "batchflow separated otherwise than the command"
 
 status=0
 "${flow[@]}" mix.wav "$scene" nosuch.sofa NULL missing >missing.log 2>&1 || status=$?
