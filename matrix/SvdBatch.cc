@@ -5,7 +5,6 @@
 // This one comes first.
 #include <hwy/foreach_target.h>
 
-#include "matrix/CholeskyFactor.h"
 #include "matrix/Lanes-inl.h"
 #include "matrix/SvdBatch.h"
 #include "matrix/svd.h"
@@ -106,6 +105,45 @@ class TallSvdBatch {
         x.im.lanes[l] = z->imag();
       }
     }
+  }
+
+  /// Every lane, an n × n matrix B, := R of choleskyFactor(B, R), in the same order.
+  void factorise() {
+    Real ordinary = {};
+    ordinary.store(hn::Set(d, 1.0));
+    for (int j = 0; j < n; ++j) {
+      // Row j of R takes the place of row j of B.
+      for (int i = 0; i < j; ++i) a(j, i) = Complex{};
+      V pivot = hn::Zero(d);
+      V pivotIm = hn::Zero(d);
+      for (int i = j; i < n; ++i) {
+        V re = hn::Zero(d);
+        V im = hn::Zero(d);
+        for (int k = 0; k < j; ++k) {
+          const V xr = a(k, j).re.load();
+          const V xi = hn::Neg(a(k, j).im.load());
+          const V yr = a(k, i).re.load();
+          const V yi = a(k, i).im.load();
+          re = re + (xr * yr - xi * yi);
+          im = im + (xr * yi + xi * yr);
+        }
+        re = a(j, i).re.load() - re;
+        im = a(j, i).im.load() - im;
+        if (i == j) {
+          const Mask usual = hn::And(hn::And(re > hn::Set(d, 1e-279), re < hn::Set(d, 1e279)),
+                                     im == hn::Zero(d));
+          ordinary.store(hn::IfThenElseZero(usual, ordinary.load()));
+          pivot = hn::Sqrt(re);
+          pivotIm = im;
+          a(j, i).re.store(pivot);
+          a(j, i).im.store(im);
+        } else {  // dividedByPivot()
+          a(j, i).re.store((re + pivotIm * (im / pivot)) / pivot);
+          a(j, i).im.store((im - pivotIm * (re / pivot)) / pivot);
+        }
+      }
+    }
+    for (int l = 0; l < LANES; ++l) unusable[l] = ordinary.lanes[l] == 0.0;
   }
 
   void decompose() {
@@ -495,12 +533,13 @@ TallSvdBatch& batchOfThisThread() {
 
 /// Loads of[first] … into the lanes of batch, decomposes them and returns how many there are.
 int decomposeFrom(std::size_t first, const Batch& items, bool transpose, int leftColumns,
-                  TallSvdBatch& batch) {
+                  TallSvdBatch& batch, bool ofCholeskyFactor = false) {
   const int rows = items[first].operand->getRowCount();
   const int columns = items[first].operand->getColumnCount();
   batch.clear(transpose ? columns : rows, transpose ? rows : columns, leftColumns);
   const int used = static_cast<int>(std::min<std::size_t>(LANES, items.size() - first));
   for (int l = 0; l < used; ++l) batch.load(l, *items[first + l].operand, transpose);
+  if (ofCholeskyFactor) batch.factorise();
   batch.decompose();
   return used;
 }
@@ -512,8 +551,9 @@ HWY_INLINE void timesInverse(const Complex& v, V inverse, Complex& vs) {
   vs.im.store(zero + v.im.load() * inverse);
 }
 
-/// V · Σ⁺ · Uᴴ. What the zeros of Σ⁺ add to the sums is nothing.
-void pseudoInversesFrom(std::size_t first, const Batch& items) {
+/// V · Σ⁺ · Uᴴ, of the operands or of their Cholesky factors. What the zeros of Σ⁺ add to the sums
+/// is nothing.
+void pseudoInversesFrom(std::size_t first, const Batch& items, bool ofCholeskyFactor) {
   thread_local std::vector<Complex> vs;
   const bool wide = items[first].operand->getRowCount() < items[first].operand->getColumnCount();
   const int p =
@@ -521,7 +561,7 @@ void pseudoInversesFrom(std::size_t first, const Batch& items) {
   const int q =
       std::min(items[first].operand->getRowCount(), items[first].operand->getColumnCount());
   TallSvdBatch& batch = batchOfThisThread();
-  const int used = decomposeFrom(first, items, wide, q, batch);
+  const int used = decomposeFrom(first, items, wide, q, batch, ofCholeskyFactor);
   for (int l = 0; l < used; ++l) {
     reshape(*items[first + l].result, items[first].operand->getColumnCount(),
             items[first].operand->getRowCount());
@@ -558,12 +598,17 @@ void pseudoInversesFrom(std::size_t first, const Batch& items) {
     }
   }
   for (int l = 0; l < used; ++l) {
-    if (batch.isUnusable(l)) *items[first + l].result = items[first + l].operand->pseudoInverse();
+    if (!batch.isUnusable(l)) continue;
+    const Matrix& operand = *items[first + l].operand;
+    *items[first + l].result =
+        ofCholeskyFactor ? operand.inverseCholeskyFactor() : operand.pseudoInverse();
   }
 }
 
-void pseudoInversesOfAll(const Batch& items) {
-  for (std::size_t i = 0; i < items.size(); i += LANES) pseudoInversesFrom(i, items);
+void pseudoInversesOfAll(const Batch& items, bool ofCholeskyFactor) {
+  for (std::size_t i = 0; i < items.size(); i += LANES) {
+    pseudoInversesFrom(i, items, ofCholeskyFactor);
+  }
 }
 
 /// *items[i].result := columns begin … end − 1 of the U of *items[i].operand.
@@ -619,20 +664,17 @@ void requireOneShape(const Batch& batch) {
 
 void pseudoInverses(const Batch& batch) {
   requireOneShape(batch);
-  HWY_DYNAMIC_DISPATCH(pseudoInversesOfAll)(batch);
+  HWY_DYNAMIC_DISPATCH(pseudoInversesOfAll)(batch, false);
 }
 
 void inverseCholeskyFactors(const Batch& batch) {
   requireOneShape(batch);
-  thread_local std::vector<Matrix> R;  // their storage is kept between calls
-  thread_local Batch factors;
-  if (R.size() < batch.size()) R.resize(batch.size());
-  factors.clear();
-  for (std::size_t i = 0; i < batch.size(); ++i) {
-    choleskyFactor(*batch[i].operand, R[i]);
-    factors.push_back({&R[i], batch[i].result});
+  for (const BatchItem& item : batch) {
+    if (item.operand->getRowCount() != item.operand->getColumnCount()) {
+      throw NotSquareMatrixException();
+    }
   }
-  pseudoInverses(factors);
+  HWY_DYNAMIC_DISPATCH(pseudoInversesOfAll)(batch, true);
 }
 
 void orthogonalComplements(const Batch& batch) {
