@@ -115,6 +115,10 @@ struct Decompositions {
 HWY_INLINE void rotateHermitian(Decompositions& batch, int p, int q, const Rotation<V>& r,
                                 Mask rotating) {
   const Rotation<V> conjugate = {r.sr, hn::Neg(r.si), r.rho, r.shift};
+  // These first: the next rotation waits for one of them.
+  for (int j = q + 1; j < batch.n; ++j) {
+    rotate(batch.a(p, j), batch.a(q, j), conjugate, rotating);
+  }
   for (int j = 0; j < p; ++j) rotate(batch.a(j, p), batch.a(j, q), r, rotating);
   for (int j = p + 1; j < q; ++j) {
     Complex h = batch.a(j, q);
@@ -122,9 +126,6 @@ HWY_INLINE void rotateHermitian(Decompositions& batch, int p, int q, const Rotat
     rotate(batch.a(p, j), h, conjugate, rotating);
     batch.a(j, q).re = h.re;
     batch.a(j, q).im.store(hn::Neg(h.im.load()));
-  }
-  for (int j = q + 1; j < batch.n; ++j) {
-    rotate(batch.a(p, j), batch.a(q, j), conjugate, rotating);
   }
 }
 

@@ -102,12 +102,19 @@ HWY_INLINE V modulusOf(V re, V im) {
   const V square = re * re + im * im;
   const Mask plain = hn::And(square > hn::Set(d, 1e-280), square < hn::Set(d, 1e280));
   const Mask zero = hn::And(re == hn::Zero(d), im == hn::Zero(d));
-  if (hn::AllTrue(d, hn::Or(plain, zero))) return hn::Sqrt(square);
+  const V root = hn::Sqrt(square);
+  if (hn::AllTrue(d, hn::Or(plain, zero))) return root;
   Complex x;
+  Real result;
+  Real usual;
   x.re.store(re);
   x.im.store(im);
-  for (int l = 0; l < LANES; ++l) x.re.lanes[l] = modulus(x.re.lanes[l], x.im.lanes[l]);
-  return x.re.load();
+  result.store(root);
+  usual.store(hn::IfThenElseZero(hn::Or(plain, zero), hn::Set(d, 1.0)));
+  for (int l = 0; l < LANES; ++l) {
+    if (usual.lanes[l] == 0.0) result.lanes[l] = modulus(x.re.lanes[l], x.im.lanes[l]);
+  }
+  return result.load();
 }
 
 }  // namespace BF::HWY_NAMESPACE
