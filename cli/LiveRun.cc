@@ -120,6 +120,7 @@ class LiveRun {
         live(liveSettings),
         client(live.client, live.server),
         heard(portsToHear(live, s.channels, client)),
+        takers(portsToPlayTo(live, client)),
         inputs(openInputs(s, {client.samplingRate(), channelCount(s.channels, heard)})),
         slots(live.slots > 0 ? live.slots : static_cast<int>(inputs.scene.sources().size())),
         holders(static_cast<std::size_t>(slots)),
@@ -139,7 +140,7 @@ class LiveRun {
     client.hasten(thread.worker());
     for (const std::string& warning : inputs.warnings) warn(warning);
     client.start(*exchange, inputs.microphones, slots, delayOfPeriods());
-    client.connect(heard, portsToPlayTo(live, client));
+    client.connect(heard, takers);
     tellBegin();
     for (int rest = 0; SignalWatch::caught() == 0 && !client.ended() && !thread.isOver(); --rest) {
       std::this_thread::sleep_for(TURN);
@@ -267,7 +268,8 @@ class LiveRun {
   const LiveSettings& live;
   std::optional<Live::SampleExchange> exchange;  // outlives the client, which calls it
   Live::JackClient client;
-  std::vector<std::string> heard;
+  std::vector<std::string> heard;   // ports, microphone by microphone
+  std::vector<std::string> takers;  // ports, slot by slot
   SeparationInputs inputs;
   int slots;
   std::vector<std::optional<int>> holders;  // which source has each slot
