@@ -41,11 +41,8 @@ class ResponseSet : public Responses {
   /// inverse transform, whose begin stands leadIn() samples late.
   std::vector<double> response(std::size_t measurement, std::size_t r) const override;
 
-  /// Samples at the end of an inverse transform that are taken to lie before time 0, so that every
-  /// response is delayed by them; 0 for DataType FIR. They are an eighth of the transform's length
-  /// when, over all responses, it holds more than twice the energy of the eighth before it: a
-  /// response that begins after time 0 has decayed there. Responses relative to a microphone reach
-  /// as far before time 0 as after it: then they are half of the length.
+  /// Samples by which every response is delayed: those before time 0 of the inverse transforms
+  /// (see inverseTransforms); 0 for DataType FIR.
   std::size_t leadIn() const { return lead; }
 
  private:
