@@ -12,9 +12,9 @@ struct InverseTransforms {
   std::vector<float> values;  ///< one response after the other
 };
 
-/// The impulse responses of transfer functions H of N frequencies each, 0 to half the sampling rate:
-/// the 2 · (N − 1) samples of the inverse transform, whose last `lead` samples are moved to the
-/// front as the time before 0.
+/// The impulse responses of transfer functions H of N frequencies each, 0 to half the sampling
+/// rate: the 2 · (N − 1) samples of the inverse transform, whose last `lead` samples are moved to
+/// the front as the time before 0.
 ///
 /// `lead` is an eighth of the length if, over all responses, the last eighth holds more than twice
 /// the energy of the eighth before it: a response that begins after time 0 has decayed there, so

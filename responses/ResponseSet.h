@@ -26,7 +26,7 @@ class ResponseSet : public Responses {
   const std::string& path() const { return name; }
   int samplingRate() const override { return rate; }
   std::size_t microphones() const override { return array.size(); }
-  const std::vector<SofaFile::Position>& microphonePositions() const { return array; }
+  const std::vector<BF::Position>& microphonePositions() const { return array; }
   std::size_t measurements() const { return places.count(); }
   int referenceMicrophone() const { return reference; }
 
@@ -53,7 +53,7 @@ class ResponseSet : public Responses {
 
   std::string name;
   MeasuredPlaces places;
-  std::vector<SofaFile::Position> array;
+  std::vector<BF::Position> array;
   int reference = 0;
   Reverberation tail;
   int rate = 0;
