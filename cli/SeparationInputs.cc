@@ -134,7 +134,9 @@ std::optional<Audio::AudioReader> openNoise(const SeparationSettings& s, int mic
   return reader;
 }
 
-void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
+/// noiseOptions: those that say where the noise comes from.
+void checkScene(const SeparationSettings& s, const Audio::Scene& scene,
+                const std::string& noiseOptions) {
   scene.requireFewAtOnce(s.scene, s.inactiveAsNoise);
   if (scene.sources().empty()) {
     throw DataError(fmt::format("{}: /sources: found none, expected one or more", s.scene));
@@ -146,8 +148,8 @@ void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
   if (noiseIsRunning && !hasPauses) {
     throw DataError(fmt::format(
         "{}: found a source that is always active, but ML learns the noise while none is; expected "
-        "\"active\" times, or --noise-from or --noise-recording",
-        s.scene));
+        "\"active\" times, or {}",
+        s.scene, noiseOptions));
   }
 }
 
@@ -163,8 +165,9 @@ void requireChannels(const SeparationSettings& s, int microphones, const SofaFil
 /// The files that say what to separate by.
 struct Model {
   /// Takes frame length and rate from the database, where the settings leave them open.
-  explicit Model(SeparationSettings& s) : scene(Audio::Scene::read(s.scene)) {
-    checkScene(s, scene);
+  Model(SeparationSettings& s, const std::string& noiseOptions)
+      : scene(Audio::Scene::read(s.scene)) {
+    checkScene(s, scene, noiseOptions);
     if (s.method->needsDatabase()) takeLengthAndRate(s, database.emplace(s.database));
     if (s.method->needsResponses()) responses.emplace(s.responses, SofaFile::Part::HEAD);
     if (s.length == 0) s.length = DEFAULT_LENGTH;
@@ -203,7 +206,7 @@ SeparationInputs inputsOf(const SeparationSettings& s, Model& model, int microph
 }  // namespace
 
 SeparationInputs openInputs(SeparationSettings& s) {
-  Model model(s);
+  Model model(s, "--noise-from or --noise-recording");
   Audio::AudioReader recording = openRecording(s);
   SeparationInputs inputs =
       inputsOf(s, model, recording.channelCount(), recording.announcedSamples());
@@ -212,7 +215,7 @@ SeparationInputs openInputs(SeparationSettings& s) {
 }
 
 SeparationInputs openInputs(SeparationSettings& s, const LiveSound& sound) {
-  Model model(s);
+  Model model(s, "--noise-recording");
   if (s.samplingRate != 0 && s.samplingRate != sound.samplingRate) {
     throw DataError(fmt::format("{}: runs at {} Hz, expected {} Hz, for which {} was made",
                                 s.recording, sound.samplingRate, s.samplingRate, s.database));
