@@ -122,15 +122,7 @@ std::string originText(int reference, const std::optional<double>& share) {
 
 /// The file's responses as transfer functions at its own rate, for examination.
 SofaTransferFunctions examined(const SofaFile& file, ImportReport& report) {
-  if (file.isTransferFunctions()) {
-    SofaTransferFunctions data;
-    data.sourcePositions = file.sourcePositions();
-    data.receiverPositions = file.receiverPositions();
-    data.samplingRate = file.samplingRate();
-    data.frequencies = file.length();
-    data.values = file.readTransferFunctions();
-    return data;
-  }
+  if (file.isTransferFunctions()) return transferFunctionsOf(file);
   std::size_t length = std::clamp<std::size_t>(std::bit_ceil(file.length()), 64, MAX_CHECK);
   const std::size_t responses = file.measurements() * file.receivers();
   while (length > 64 && responses > CHECKED_VALUES / (length / 2 + 1)) length /= 2;
