@@ -23,7 +23,7 @@ enum NlFuncType : int {
 ///   W ← W − μ_ss · J_ss − μ_lc · J_lc
 ///   J_ss = E_ss · W, E_ss the off-diagonal part of φ(y) · yᴴ
 ///   J_lc = E_lc · Aᴴ, E_lc the diagonal part of W · A − I
-/// A computed step is half the term's squared norm over that of its gradient, times the multiplier.
+/// A computed step is the multiplier times ‖E‖² / 2 over a squared gradient (formulas in GSS.cc).
 ///
 /// Rows of sources that stay (by id) are carried over, rows of new ones start from weighted
 /// delay-and-sum. Only GICA has an update rule: the adaptation of GSS and GHDSS throws
