@@ -22,20 +22,8 @@
 namespace {
 
 using BF::Matrix;
-using reference::adjoint;
-using reference::Dense;
-using reference::frobenius;
-using reference::fromMatrix;
-using support::ALL_SPECTRA;
-using support::Generator;
-using support::IsFinite;
-using support::MatrixEq;
-using support::MatrixNear;
-using support::matrixOf;
-using support::ROUNDING;
-using support::Spectrum;
-using support::spectrumOf;
-using support::svdAccuracy;
+using namespace reference;
+using namespace support;
 using testing::Not;
 
 constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
@@ -451,7 +439,18 @@ Matrix principalEigenVector(const Matrix& A) {
   return vectors.getColumn(values.getMaximumValueIndexInColumn(0));
 }
 
+// Each operand is both matrices of its pair.
+void ownPairs(const BF::Batch& batch) {
+  std::vector<BF::EigenPair> pairs;
+  for (const BF::BatchItem& item : batch)
+    pairs.push_back({item.operand, item.operand, item.result});
+  BF::principalGeneralisedVectors(pairs);
+}
+
 const BatchOperation BATCH_OPERATIONS[] = {
+    {"principalGeneralisedVectors", ownPairs,
+     [](const Matrix& A) { return A * principalEigenVector(A.transposed(true) * A * A); },
+     BatchOperation::HERMITIAN},
     {"pseudoInverses", BF::pseudoInverses, [](const Matrix& A) { return A.pseudoInverse(); },
      BatchOperation::ANY},
     {"orthogonalComplements", BF::orthogonalComplements,
