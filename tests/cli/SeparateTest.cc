@@ -19,12 +19,14 @@ class Separate : public Talkers {
     return run("separate mix.wav -o " + output + files + "--method " + method);
   }
 
+  /// But for the record of the run, which the command alone writes and which tells how long it
+  /// took.
   void expectSameFiles(const std::string& actual, const std::string& expected) const {
-    ASSERT_THAT(folder.names(expected), testing::SizeIs(3));
-    for (const std::string& name : folder.names(expected)) {
+    const std::vector<std::string> names = {"source_3.wav", "source_7.wav", "timeline.json"};
+    for (const std::string& name : names) {
       EXPECT_TRUE(content(actual + "/" + name) == content(expected + "/" + name)) << name;
     }
-    EXPECT_EQ(folder.names(actual), folder.names(expected));
+    EXPECT_THAT(folder.names(actual), testing::IsSupersetOf(names));
   }
 
   /// How much stronger than everything else the target is from 2 s to 4 s, in dB.
