@@ -184,9 +184,8 @@ class GicaBins {
       const Number w = at(W, i);
       const Number s = at(J_ss, i);
       const Number c = at(J_lc, i);
-      const Number result = {
-          (w.re - (s.re * mu_ss - s.im * none)) - (c.re * mu_lc - c.im * none),
-          (w.im - (s.re * none + s.im * mu_ss)) - (c.re * none + c.im * mu_lc)};
+      const Number result = {(w.re - (s.re * mu_ss - s.im * none)) - (c.re * mu_lc - c.im * none),
+                             (w.im - (s.re * none + s.im * mu_ss)) - (c.re * none + c.im * mu_lc)};
       check = check + ((result.re - result.re) + (result.im - result.im));
       store(result, W[i]);
     }

@@ -15,9 +15,10 @@
 
 namespace BF {
 
-/// Element (i, k) of Y. Never inlined: where the processor can, g++ 12 fuses the multiplications and
-/// additions of complex numbers in spite of -ffp-contract=off, which changes bits.
-HWY_NOINLINE inline std::complex<double> columnProduct(const Matrix& W, const Matrix& X, int i, int k) {
+/// Element (i, k) of Y. Never inlined: where the processor can, g++ 12 fuses the multiplications
+/// and additions of complex numbers in spite of -ffp-contract=off, which changes bits.
+HWY_NOINLINE inline std::complex<double> columnProduct(const Matrix& W, const Matrix& X, int i,
+                                                       int k) {
   const int M = W.getColumnCount();
   return dotProduct(W.data() + std::ptrdiff_t{i} * M, 1, X.data() + k, X.getColumnCount(), M);
 }

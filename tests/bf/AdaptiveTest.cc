@@ -33,7 +33,7 @@ using support::ROUNDING;
 using support::SceneSource;
 using support::steeringOf;
 
-constexpr int BINS = 3;
+constexpr int BINS = 11;  // some side by side in the lanes of a vector, some left over
 constexpr auto TANH = BF::NL_FUNC_TANH;
 constexpr auto CUBIC = BF::NL_FUNC_CUBIC;
 constexpr auto OFF = static_cast<BF::NlFuncType>(0);
