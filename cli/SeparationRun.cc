@@ -98,7 +98,8 @@ class SeparationRun {
     return fmt::format("stopped by signal {} after frame {}; the files are complete up to it",
                        signal, frame);
   }
-  SeparationResult result() const { return {files->report(), files->samples()}; }
+  SeparationResult result() const { return {files->report(), files->samples(), passes()}; }
+  int passes() const { return separator.passes(); }
 
  private:
   bool goThrough(Audio::AudioReader& recording, ProgressBar& progress) {
@@ -169,9 +170,8 @@ SeparationResult runSeparation(const SeparationSettings& settings, SeparationInp
   bool isComplete = false;
   {
     const Audio::FrameLayout layout(settings.length, settings.advance);
-    const int passes = settings.passes + settings.refinePasses;
     ProgressBar progress(
-        showsProgress && inputs.samples ? passes * layout.frameCount(*inputs.samples) : 0);
+        showsProgress && inputs.samples ? run.passes() * layout.frameCount(*inputs.samples) : 0);
     isComplete = run.separate(progress);
   }
   if (!isComplete) throw std::runtime_error(run.stopText());
