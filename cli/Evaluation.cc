@@ -7,11 +7,12 @@
 #include <limits>
 #include <map>
 #include <memory>
-#include <numbers>
 #include <optional>
 
 #include "audio/SignalFile.h"
 #include "dsp/DataError.h"
+#include "dsp/Decibels.h"
+#include "geometry/Direction.h"
 #include "responses/DatabaseFile.h"
 #include "responses/MixNoise.h"
 #include "responses/MixRenderer.h"
@@ -116,7 +117,7 @@ Samples inNoise(const Rendered& rendered, const Site& site, const EvaluationPlan
   Samples sum = rendered.sound;
   double power = 0.0;
   for (const float x : sum) power += static_cast<double>(x) * x;
-  const double level = 10.0 * std::log10(power / static_cast<double>(sum.size()));
+  const double level = Audio::decibels(power / static_cast<double>(sum.size()));
   const auto add = [&sum](const Samples& more) {
     for (std::size_t n = 0; n < sum.size(); ++n) sum[n] += more[n];
   };
@@ -129,7 +130,7 @@ Samples inNoise(const Rendered& rendered, const Site& site, const EvaluationPlan
 
 /// A point turned about the z axis, counter-clockwise.
 Place turned(const Place& p, double degrees) {
-  const double angle = degrees * std::numbers::pi / 180.0;
+  const double angle = BF::radians(degrees);
   return {std::cos(angle) * p[0] - std::sin(angle) * p[1],
           std::sin(angle) * p[0] + std::cos(angle) * p[1], p[2]};
 }
@@ -139,7 +140,7 @@ Positions placesTold(const Audio::Scene& scene, double error) {
   Positions places;
   for (const Audio::SceneSource& source : allSources(scene)) {
     for (const Audio::TrackPoint& point : source.track) {
-      const Audio::Position p = source.positionAt(point.t);
+      const BF::Location p = source.positionAt(point.t);
       places.push_back(turned({p.x, p.y, p.z}, error));
     }
   }

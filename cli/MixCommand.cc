@@ -18,6 +18,7 @@
 #include "cli/OutputCheck.h"
 #include "cli/RoomOptions.h"
 #include "dsp/DataError.h"
+#include "dsp/Decibels.h"
 #include "responses/MixNoise.h"
 #include "responses/MixRenderer.h"
 #include "responses/ResponseSet.h"
@@ -90,7 +91,7 @@ std::vector<MixSource> sourcesOf(const Audio::Scene& scene, const MixOptions& op
   }
   for (std::size_t i = 0; i < result.size(); ++i) {
     result[i].dry = options.dry[i];
-    if (!options.gains.empty()) result[i].gain = std::pow(10.0, options.gains[i] / 20.0);
+    if (!options.gains.empty()) result[i].gain = Audio::amplitudeRatio(options.gains[i]);
   }
   return result;
 }

@@ -9,6 +9,7 @@
 #include "cli/PrintableOutput.h"
 #include "cli/SeparationWarnings.h"
 #include "cli/SeparatorSettings.h"
+#include "cli/StopSignals.h"
 #include "dsp/DataError.h"
 #include "dsp/FrameLayout.h"
 #include "dsp/OverlapAdder.h"
@@ -45,6 +46,7 @@ Audio::AudioReader open(const SeparationSettings& s, const std::string& path,
   reading.resample = s.resample;
   reading.resampleWords = "--resample converts it";
   reading.reportGap = s.length;
+  reading.stopped = [] { return SignalWatch::caught() != 0; };
   if (!reading.warn) reading.warn = warn;
   return Audio::AudioReader(path, reading);
 }
@@ -56,9 +58,34 @@ Audio::AudioReaderOptions channelsOf(const std::string& option, const std::strin
   return options;
 }
 
-Audio::AudioReader openRecording(SeparationSettings& s) {
+Audio::AudioReaderOptions recordingOptions(const SeparationSettings& s) {
   Audio::AudioReaderOptions options = channelsOf("--channels", s.channels);
+  if (!s.raw.empty()) options.raw = Audio::parseRawFormat(s.raw, "--raw");
   options.nonFinite = Audio::nonFiniteNamed(s.nonFinite);
+  return options;
+}
+
+/// Refuses a stream for what reads the recording more than once.
+void requireOnePass(const SeparationSettings& s) {
+  if (!Audio::AudioReader::isStream(s.recording)) return;
+  if (!s.noiseRanges.empty()) {
+    throw DataError(fmt::format(
+        "--noise-from looks at the whole recording in advance, but {} is a stream, which can be "
+        "read once; expected a file, --noise-recording, or \"active\" times with pauses, in which "
+        "ML learns the noise",
+        s.recording));
+  }
+  if (s.passes > 1 || s.refinePasses > 0) {
+    throw DataError(fmt::format(
+        "{} goes through the recording again, but {} is a stream, which can be read once; expected "
+        "a file, or --refine-live",
+        s.passes > 1 ? "--passes" : "--refine", s.recording));
+  }
+}
+
+Audio::AudioReader openRecording(SeparationSettings& s) {
+  requireOnePass(s);
+  const Audio::AudioReaderOptions options = recordingOptions(s);
   Audio::AudioReader reader = open(s, s.recording, options);
   s.samplingRate = reader.samplingRate();
   return reader;
@@ -134,7 +161,9 @@ std::optional<Audio::AudioReader> openNoise(const SeparationSettings& s, int mic
   return reader;
 }
 
-void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
+/// noiseOptions: those that say where the noise comes from.
+void checkScene(const SeparationSettings& s, const Audio::Scene& scene,
+                const std::string& noiseOptions) {
   scene.requireFewAtOnce(s.scene, s.inactiveAsNoise);
   if (scene.sources().empty()) {
     throw DataError(fmt::format("{}: /sources: found none, expected one or more", s.scene));
@@ -146,8 +175,8 @@ void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
   if (noiseIsRunning && !hasPauses) {
     throw DataError(fmt::format(
         "{}: found a source that is always active, but ML learns the noise while none is; expected "
-        "\"active\" times, or --noise-from or --noise-recording",
-        s.scene));
+        "\"active\" times, or {}",
+        s.scene, noiseOptions));
   }
 }
 
@@ -163,8 +192,9 @@ void requireChannels(const SeparationSettings& s, int microphones, const SofaFil
 /// The files that say what to separate by.
 struct Model {
   /// Takes frame length and rate from the database, where the settings leave them open.
-  explicit Model(SeparationSettings& s) : scene(Audio::Scene::read(s.scene)) {
-    checkScene(s, scene);
+  Model(SeparationSettings& s, const std::string& noiseOptions)
+      : scene(Audio::Scene::read(s.scene)) {
+    checkScene(s, scene, noiseOptions);
     if (s.method->needsDatabase()) takeLengthAndRate(s, database.emplace(s.database));
     if (s.method->needsResponses()) responses.emplace(s.responses, SofaFile::Part::HEAD);
     if (s.length == 0) s.length = DEFAULT_LENGTH;
@@ -203,7 +233,7 @@ SeparationInputs inputsOf(const SeparationSettings& s, Model& model, int microph
 }  // namespace
 
 SeparationInputs openInputs(SeparationSettings& s) {
-  Model model(s);
+  Model model(s, "--noise-from or --noise-recording");
   Audio::AudioReader recording = openRecording(s);
   SeparationInputs inputs =
       inputsOf(s, model, recording.channelCount(), recording.announcedSamples());
@@ -212,7 +242,7 @@ SeparationInputs openInputs(SeparationSettings& s) {
 }
 
 SeparationInputs openInputs(SeparationSettings& s, const LiveSound& sound) {
-  Model model(s);
+  Model model(s, "--noise-recording");
   if (s.samplingRate != 0 && s.samplingRate != sound.samplingRate) {
     throw DataError(fmt::format("{}: runs at {} Hz, expected {} Hz, for which {} was made",
                                 s.recording, sound.samplingRate, s.samplingRate, s.database));
@@ -227,8 +257,7 @@ SeparationInputs openInputs(SeparationSettings& s, const LiveSound& sound) {
 }
 
 Audio::AudioReader openAgain(const SeparationSettings& s) {
-  Audio::AudioReaderOptions options = channelsOf("--channels", s.channels);
-  options.nonFinite = Audio::nonFiniteNamed(s.nonFinite);
+  Audio::AudioReaderOptions options = recordingOptions(s);
   options.warn = [](const std::string&) {};  // as it is said once already
   return open(s, s.recording, options);
 }

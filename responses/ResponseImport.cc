@@ -346,8 +346,6 @@ std::string percentText(double share) {
   return fmt::format("{:.4g} %", std::floor(1e4 * share + 1e-6) / 100.0);
 }
 
-double decibels(double energyRatio) { return 10.0 * std::log10(std::max(0.0, energyRatio)); }
-
 void checkFrame(const std::string& what, const FrameShape& frame, std::size_t responses) {
   if (frame.rate < 1 || frame.rate > MAX_RATE) {
     throw DataError(

@@ -63,8 +63,5 @@ SofaTransferFunctions importResponses(const MeasuredResponses& responses, const 
 /// without prime factors above 5.
 int longestFrame(double seconds, int rate);
 
-/// Decibels of a ratio of energies; −∞ for 0.
-double decibels(double energyRatio);
-
 /// A part of a whole as "98.76 %".
 std::string percentText(double share);

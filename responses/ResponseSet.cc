@@ -121,11 +121,9 @@ void ResponseSet::takeImpulseResponses(const SofaFile& file) {
   }
 }
 
-std::size_t ResponseSet::nearest(const Audio::Position& point) const {
-  return places.nearest(point);
-}
+std::size_t ResponseSet::nearest(const BF::Location& point) const { return places.nearest(point); }
 
-Audio::Position ResponseSet::position(std::size_t measurement) const {
+BF::Location ResponseSet::position(std::size_t measurement) const {
   return places.place(measurement);
 }
 

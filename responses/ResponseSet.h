@@ -31,8 +31,8 @@ class ResponseSet : public Responses {
   int referenceMicrophone() const { return reference; }
 
   /// Places are the measured positions; a point is served by the one that the separation takes.
-  std::size_t nearest(const Audio::Position& point) const override;
-  Audio::Position position(std::size_t measurement) const override;
+  std::size_t nearest(const BF::Location& point) const override;
+  BF::Location position(std::size_t measurement) const override;
 
   /// Measured positions, evenly taken from the file's order.
   std::vector<std::size_t> surround(std::size_t count) const override;

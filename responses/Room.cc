@@ -13,6 +13,7 @@
 
 #include "dsp/DataError.h"
 #include "dsp/FastConvolution.h"
+#include "geometry/Direction.h"
 #include "geometry/SpeedOfSound.h"
 
 namespace {
@@ -129,7 +130,7 @@ class Directions {
  public:
   explicit Directions(const ResponseSet& set) {
     for (std::size_t m = 0; m < set.measurements(); ++m) {
-      const Audio::Position p = set.position(m);
+      const BF::Location p = set.position(m);
       const double size = std::hypot(p.x, p.y, p.z);
       if (size == 0.0)
         throw DataError(
@@ -189,7 +190,7 @@ Room::Room(const RoomDescription& description, int samplingRate)
 }
 
 Place Room::inRoom(const Place& point, const std::string& what) const {
-  const double angle = wanted.facing * pi / 180.0;
+  const double angle = BF::radians(wanted.facing);
   const Place p = {at[0] + std::cos(angle) * point[0] - std::sin(angle) * point[1],
                    at[1] + std::sin(angle) * point[0] + std::cos(angle) * point[1],
                    at[2] + point[2]};
@@ -200,7 +201,7 @@ Place Room::inRoom(const Place& point, const std::string& what) const {
 
 // Directions by the golden spiral: equal steps of height, each turned by the golden angle.
 std::vector<Place> Room::nearWalls(std::size_t count) const {
-  const double angle = wanted.facing * pi / 180.0;
+  const double angle = BF::radians(wanted.facing);
   std::vector<Place> points;
   for (std::size_t i = 0; i < count; ++i) {
     const double up = 1.0 - (2.0 * static_cast<double>(i) + 1.0) / static_cast<double>(count);
@@ -285,7 +286,7 @@ Channels Room::responses(const Place& source, const std::vector<Place>& micropho
 Channels Room::responses(const Place& source, const ResponseSet& set) const {
   const Place from = inRoom(source, fmt::format("a source at {} from the array", metres(source)));
   const Directions directions(set);
-  const double angle = wanted.facing * pi / 180.0;
+  const double angle = BF::radians(wanted.facing);
   const double cosine = std::cos(angle);
   const double sine = std::sin(angle);
   std::vector<std::vector<Pulse>> pulses(set.measurements());
@@ -382,8 +383,8 @@ RoomResponses::RoomResponses(const Room& theRoom, std::vector<Place> microphoneP
 RoomResponses::RoomResponses(const Room& theRoom, const ResponseSet& directionsHeard)
     : room(theRoom), directions(&directionsHeard) {}
 
-std::size_t RoomResponses::nearest(const Audio::Position& point) const {
-  const auto away = [&](const Audio::Position& p) {
+std::size_t RoomResponses::nearest(const BF::Location& point) const {
+  const auto away = [&](const BF::Location& p) {
     return std::hypot(p.x - point.x, p.y - point.y, p.z - point.z);
   };
   const auto found =

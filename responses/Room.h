@@ -99,8 +99,8 @@ class RoomResponses : public Responses {
   std::size_t microphones() const override {
     return directions ? directions->microphones() : inAir.size();
   }
-  std::size_t nearest(const Audio::Position& point) const override;
-  Audio::Position position(std::size_t place) const override { return places[place]; }
+  std::size_t nearest(const BF::Location& point) const override;
+  BF::Location position(std::size_t place) const override { return places[place]; }
   std::vector<std::size_t> surround(std::size_t count) const override;  ///< near the walls
   std::vector<double> response(std::size_t place, std::size_t r) const override;
 
@@ -108,7 +108,7 @@ class RoomResponses : public Responses {
   const Room& room;
   std::vector<std::array<double, 3>> inAir;
   const ResponseSet* directions = nullptr;
-  mutable std::vector<Audio::Position> places;
+  mutable std::vector<BF::Location> places;
   mutable std::size_t computedPlace = SIZE_MAX;
   mutable std::vector<std::vector<double>> computed;  // of that place
 };

@@ -35,7 +35,7 @@ std::vector<BF::SourceLocation> sourcesAt(const Audio::Scene& scene, double time
   return sources;
 }
 
-BF::SourceLocation asSeparated(const Audio::Position& point, int id, bool isTarget) {
+BF::SourceLocation asSeparated(const BF::Location& point, int id, bool isTarget) {
   return {inSinglePrecision(point.x), inSinglePrecision(point.y), inSinglePrecision(point.z), id,
           isTarget};
 }

@@ -16,4 +16,4 @@ std::vector<BF::SourceLocation> sourcesAt(const Audio::Scene& scene, double time
 
 /// A source as the separation has it: coordinates reach it in single precision, on which the choice
 /// between two positions that are about equally near depends.
-BF::SourceLocation asSeparated(const Audio::Position& point, int id, bool isTarget);
+BF::SourceLocation asSeparated(const BF::Location& point, int id, bool isTarget);

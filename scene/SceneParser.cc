@@ -34,7 +34,7 @@ int parseId(const Place& place) {
   return place->get<int>();
 }
 
-Position parsePosition(const Place& place) {
+BF::Location parsePosition(const Place& place) {
   if (!place->is_array() || place->size() != 3) place.refuse("[x, y, z] in metres");
   const auto coordinate = [&](std::size_t i) {
     return place.at(i).number("a coordinate in metres, within ±1e6", MAX_VALUE);
@@ -77,7 +77,7 @@ TrackPoint parsePoint(const Place& place) {
     point.direction.elevation = parseElevation(place.at("elevation"));
   }
   if (place->contains("distance")) point.direction.distance = parseDistance(place.at("distance"));
-  point.position = point.direction.position();
+  point.position = BF::locationOf(point.direction);
   return point;
 }
 

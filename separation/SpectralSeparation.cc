@@ -178,7 +178,7 @@ void SpectralSeparation::refine(const std::vector<BF::SourceLocation>& listed) {
     if (isWanted) ofRecording->gather(listed, heard, X, Y);
     stage = Stage::Gathered;
   }
-  if (settings.postMask < 1.0) {
+  if (settings.postMask < 1.0 && isLastPass()) {
     masks.resize(heard.size());
     applyMasks(settings.postMask, heard, masks, Y);
   }

@@ -73,7 +73,7 @@ _zelk_sss_argument() {
     mix | evaluate) _zelk_sss_files json ;;
     tfdb\ *) _zelk_sss_files sofa ;;
     run) [ "$arguments" -gt 0 ] || _zelk_sss_files n ;;
-    methods | score) _zelk_sss_nothing ;;
+    live | methods | score) _zelk_sss_nothing ;;
   esac
 }
 

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "dsp/DataError.h"
-#include "responses/Room.h"
 #include "separation/Settings.h"
 
 namespace py = pybind11;
@@ -42,8 +41,6 @@ void translate(std::exception_ptr pointer) {
     raise(errorType(field + " is " + error.actual + ", expected " + error.expected, field,
                     error.actual, error.expected));
   } catch (const DataError& error) {
-    raise(errorType(error.what()));
-  } catch (const RoomError& error) {
     raise(errorType(error.what()));
   }
 }

@@ -56,7 +56,7 @@ Mixture render(const std::vector<Audio::SceneSource>& sources,
   if (options.room) {
     options.room->seed = options.seed;
     room.emplace(*options.room, responses.samplingRate());
-    inRoom.emplace(*room, responses, false);
+    inRoom.emplace(*room, responses.microphonePositions());
   }
   const Responses& heard = inRoom ? static_cast<const Responses&>(*inRoom) : responses;
   const MixRenderer renderer(heard);

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "geometry/Direction.h"
 #include "python/src/Arguments.h"
 #include "python/src/Sources.h"
 #include "scene/Scene.h"
@@ -25,7 +26,7 @@ BF::SourceLocation sourceAt(int id, double x, double y, double z, bool isTarget)
 
 BF::SourceLocation sourceTowards(int id, double azimuth, double elevation, double distance,
                                  bool isTarget) {
-  const Audio::Position p = Audio::Direction{azimuth, elevation, distance}.position();
+  const BF::Location p = BF::locationOf({azimuth, elevation, distance});
   return sourceAt(id, p.x, p.y, p.z, isTarget);
 }
 

@@ -121,6 +121,9 @@ class StreamSeparator {
 
 std::unique_ptr<StreamSeparator> makeSeparator(const Database& db, const std::string& method,
                                                const py::dict& parameters) {
+  if (algorithmNamed(method) == Separation::ALGORITHM_MVDR) {
+    throw SettingError("method", "MVDR", "one that separates with a Database");
+  }
   return std::make_unique<StreamSeparator>(
       separationSettings(method, parameters, db.rate(), db.length()), db.forEngine());
 }

@@ -2,6 +2,7 @@
 
 For whoever has frames of their own. A frame's spectrum is complex [microphones, bins]; what comes
 out is complex128 [sources, bins]. All sources that are listed get a row, noise sources, too.
+Parameters that are not given have the command's defaults (``zelk-sss methods``).
 
 Examples
 --------
@@ -111,7 +112,7 @@ class ILSE(_Fixed):
 
 class _Constrained(Engine):
     def __init__(
-        self, bins: int, rate: int, *, lc_method: str = "ADAPTIVE", lc_myu: float = 0.2
+        self, bins: int, rate: int, *, lc_method: str = "ADAPTIVE", lc_myu: float | None = None
     ) -> None:
         self._make(type(self).__name__, bins, rate, lc_method=lc_method, lc_myu=lc_myu)
 
@@ -133,10 +134,10 @@ class GICA(Engine):
         rate: int,
         *,
         lc_method: str = "ADAPTIVE",
-        lc_myu: float = 0.1,
+        lc_myu: float | None = None,
         ss_method: str = "ADAPTIVE",
         ss_myu: float | None = None,
-        ss_scal: float = 0.1,
+        ss_scal: float | None = None,
     ) -> None:
         self._make(
             "GICA", bins, rate, lc_method=lc_method, lc_myu=lc_myu, ss_method=ss_method,
@@ -151,7 +152,7 @@ class ML(Engine):
     multiplied by (-1)**k.
     """
 
-    def __init__(self, bins: int, rate: int, *, reg_factor: float = 0.01) -> None:
+    def __init__(self, bins: int, rate: int, *, reg_factor: float | None = None) -> None:
         self._make("ML", bins, rate, reg_factor=reg_factor)
 
     def set_noise(self, matrices: ArrayLike) -> None:
@@ -177,7 +178,7 @@ class MSNR(Engine):
         rate: int,
         microphones: int,
         *,
-        alpha: float = 0.99,
+        alpha: float | None = None,
         decomposition_algorithm: str = "GEVD",
     ) -> None:
         self._make("MSNR", bins, rate, alpha=alpha, decomposition_algorithm=decomposition_algorithm)
