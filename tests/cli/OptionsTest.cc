@@ -43,8 +43,9 @@ TEST_F(Options, SetEveryParameterThatTheNodesDescribe) {
   described.erase("BeamForming.INITW_FILENAME");  // which the node does not read
   ASSERT_GT(described.size(), 40U);
   std::set<std::string> set;
-  for (const char* options : {"--method LCMV", "--method GJ", "--method GICA",
-                              "--method ML --noise-from 0:0.5", "--method MSNR --refine-live"}) {
+  for (const char* options :
+       {"--method LCMV", "--method GJ", "--method GICA", "--method ML --noise-from 0:0.5",
+        "--method MSNR --refine-live", "--raw FLOAT_LE,3,16000"}) {
     for (const std::string& parameter : network(options)) {
       set.insert(parameter.substr(0, parameter.find('=')));
     }
