@@ -97,10 +97,8 @@ AudioReader::Impl::Impl(std::string name, const AudioReaderOptions& given)
   outputRate = options.samplingRate > 0 ? options.samplingRate : info.samplerate;
   if (outputRate != info.samplerate) {
     if (!options.resample) {
-      throw DataError(
-          fmt::format("{}: the sampling rate is {} Hz, expected {} Hz (set RESAMPLE to true to "
-                      "convert it)",
-                      path, info.samplerate, outputRate));
+      throw DataError(fmt::format("{}: the sampling rate is {} Hz, expected {} Hz ({})", path,
+                                  info.samplerate, outputRate, options.resampleWords));
     }
     checkConversion(path, info.samplerate, outputRate);
     resampler = makeResampler(path, info.samplerate, outputRate, static_cast<int>(channels.size()));

@@ -24,6 +24,7 @@ struct AudioReaderOptions {
   std::string channelsName = "CHANNELS";  ///< what messages call them
   int samplingRate = 0;                   ///< wanted rate in Hz; 0: the file's own
   bool resample = false;                  ///< convert a file of another rate; false: refuse it
+  std::string resampleWords = "set RESAMPLE to true to convert it";  ///< for the refusal
   NonFinite nonFinite = NonFinite::Zero;
   /// Such samples that stand less than this many samples apart are reported together.
   std::int64_t reportGap = 16000;

@@ -6,6 +6,15 @@
 
 namespace Audio {
 
+int checkedSamplingRate(int samplingRate) {
+  constexpr int MAX_RATE = 10'000'000;
+  if (samplingRate < 1 || samplingRate > MAX_RATE) {
+    throw DataError(
+        fmt::format("SAMPLING_RATE is {}, expected 1 to {} Hz", samplingRate, MAX_RATE));
+  }
+  return samplingRate;
+}
+
 void checkConversion(const std::string& path, int fileRate, int wantedRate) {
   constexpr double MAX_RATIO = 1000.0;
   if (fileRate <= MAX_RATIO * wantedRate && wantedRate <= MAX_RATIO * fileRate) return;

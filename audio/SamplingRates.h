@@ -4,6 +4,9 @@
 
 namespace Audio {
 
+/// The rate itself. Throws DataError unless it lies between 1 and 10 000 000 Hz.
+int checkedSamplingRate(int samplingRate);
+
 /// Refuses to convert between sampling rates whose ratio is beyond 1000: what says so is no
 /// recording, and the conversion takes time and memory that grow with the ratio. Throws DataError
 /// naming the file.

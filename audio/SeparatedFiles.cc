@@ -1,6 +1,7 @@
 #include "audio/SeparatedFiles.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -51,9 +52,8 @@ fs::directory_iterator entriesOf(const std::string& directory) {
 
 }  // namespace
 
-SeparatedFiles::SeparatedFiles(const SeparatedFilesOptions& given,
-                               FrameSynthesizer frameSynthesizer)
-    : options(given), synthesizer(std::move(frameSynthesizer)) {
+SeparatedFiles::SeparatedFiles(const SeparatedFilesOptions& given, const FrameLayout& frameLayout)
+    : options(given), layout(frameLayout) {
   if (options.directory.empty()) options.directory.assign(1, '.');
   if (options.prefix.find('/') != std::string::npos) {
     throw DataError(fmt::format("PREFIX is \"{}\", expected the begin of a file name without \"/\"",
@@ -68,24 +68,24 @@ SeparatedFiles::SeparatedFiles(const SeparatedFilesOptions& given,
   }
   lock.emplace(options.directory);
   removeLeftovers();
-  if (!options.overwrite) refuseEarlierFiles();
+  if (!options.overwrite) {
+    refuseEarlierFiles(options.directory, options.prefix, options.overwriteWords);
+  }
   earlierFiles = filesOfEarlierRun(options.directory);
 }
 
-std::optional<std::string> earlierFile(const std::string& directory, const std::string& prefix) {
+void refuseEarlierFiles(const std::string& directory, const std::string& prefix,
+                        const std::string& overwriteWords) {
   std::vector<std::string> found;
   for (const auto& entry : entriesOf(directory)) {
     const std::string name = entry.path().filename().string();
     if (name == TIMELINE || isSourceFile(name, prefix)) found.push_back(name);
   }
-  if (found.empty()) return std::nullopt;
-  return (fs::path(directory) / *std::min_element(found.begin(), found.end())).string();
-}
-
-void SeparatedFiles::refuseEarlierFiles() const {
-  const std::optional<std::string> found = earlierFile(options.directory, options.prefix);
-  if (!found) return;
-  throw DataError(fmt::format("{}: exists already (set OVERWRITE to true to replace it)", *found));
+  if (found.empty()) return;
+  throw DataError(
+      fmt::format("{}: exists already, expected no files of an earlier run ({})",
+                  (fs::path(directory) / *std::min_element(found.begin(), found.end())).string(),
+                  overwriteWords));
 }
 
 void SeparatedFiles::removeLeftovers() const {
@@ -125,8 +125,7 @@ SeparatedFiles::Source& SeparatedFiles::sourceOf(int id) {
   const auto known = sources.find(id);
   if (known != sources.end()) return known->second;
   const WavFormat format{options.samplingRate, 1, options.format};
-  Source source{
-      OverlapAdder(synthesizer.frames()), WavWriter(pathOf(id), format, options.overwrite), {}};
+  Source source{WavWriter(pathOf(id), format, options.overwrite), {}};
   return sources.emplace(id, std::move(source)).first->second;
 }
 
@@ -138,64 +137,34 @@ void SeparatedFiles::noteActive(Source& source) const {
   }
 }
 
-// The frame's first `advance` samples are complete; those before sample 0 are no output.
-void SeparatedFiles::addFrame(const Spectra& spectra, std::optional<int> completedSamples) {
+void SeparatedFiles::addFrame(const std::vector<int>& ids) {
   if (finished) throw DataError("the files of the separated sources are finished already");
   ++frame;
-  for (const auto& [id, spectrum] : spectra) {
-    Source& source = sourceOf(id);
-    noteActive(source);
-    source.writer.writeSilence(position - source.writer.samplesWritten());
+  for (const int id : ids) {
+    noteActive(sourceOf(id));
     sounding.insert(id);
   }
-  for (const int id : sounding) {
-    Source& source = sources.at(id);
-    const auto found = spectra.find(id);
-    source.adder.add(found == spectra.end() ? nullptr
-                                            : synthesizer.synthesize(found->second).data());
-  }
-
-  const int advance = synthesizer.frames().advance();
-  const auto offset = std::clamp<std::int64_t>(-synthesizer.frames().start(frame), 0, advance);
-  const auto complete = static_cast<int>(advance - offset);
-  const int count = completedSamples.value_or(complete);
-  if (count < 0 || count > complete) {
-    throw DataError(fmt::format("frame {} finishes 0 to {} samples, found a count of {}", frame,
-                                complete, count));
-  }
-  lengthIsKnown = completedSamples.has_value();
-  writeFinished(static_cast<std::size_t>(offset), static_cast<std::size_t>(count));
-  suspendSilent();
 }
 
-void SeparatedFiles::writeFinished(std::size_t offset, std::size_t count) {
-  for (const int id : sounding) {
-    Source& source = sources.at(id);
-    source.writer.write(source.adder.sum().data() + offset, count);
+void SeparatedFiles::write(const Signals& signals, std::size_t count) {
+  if (finished) throw DataError("the files of the separated sources are finished already");
+  if (count == 0) return;
+  for (const auto& [id, samples] : signals) {
+    WavWriter& writer = sources.at(id).writer;
+    writer.writeSilence(position - writer.samplesWritten());
+    writer.write(samples, count);
   }
   position += static_cast<std::int64_t>(count);
-}
-
-// Once no sample of a source's last frame is left to write, its file waits, closed, for more.
-void SeparatedFiles::suspendSilent() {
-  const FrameLayout& layout = synthesizer.frames();
-  const std::int64_t reach = (layout.length() + layout.advance() - 1) / layout.advance();
+  // The file of a source that falls silent waits, closed, for more.
   std::erase_if(sounding, [&](int id) {
-    Source& source = sources.at(id);
-    const bool isSilent = frame - source.activeFrames.back().second >= reach;
-    if (isSilent && sources.size() > MANY_SOURCES) source.writer.suspend();
+    const bool isSilent = !signals.contains(id);
+    if (isSilent && sources.size() > MANY_SOURCES) sources.at(id).writer.suspend();
     return isSilent;
   });
 }
 
 void SeparatedFiles::finish() {
   if (finished) return;
-  if (frame >= 0 && !lengthIsKnown) {
-    const FrameLayout& layout = synthesizer.frames();
-    const std::int64_t end = layout.start(frame) + layout.length();
-    writeFinished(static_cast<std::size_t>(position - layout.start(frame)),
-                  static_cast<std::size_t>(end - position));
-  }
   // Whatever can fail is done before the first file gets its name.
   for (auto& [id, source] : sources) {
     source.writer.writeSilence(position - source.writer.samplesWritten());
@@ -210,36 +179,58 @@ void SeparatedFiles::finish() {
 }
 
 std::vector<SeparatedFile> SeparatedFiles::report() const {
-  std::vector<SeparatedFile> files;
-  for (const auto& [id, source] : sources) {
-    files.push_back({id, pathOf(id), source.writer.clippedSamples(),
-                     source.writer.nonFiniteSamples(), source.writer.peak()});
-  }
-  return files;
-}
-
-std::string SeparatedFiles::timeline() const {
-  const FrameLayout& layout = synthesizer.frames();
   const double shift = (layout.length() - layout.advance()) / 2.0;
   const auto seconds = [&](std::int64_t frameNumber) {
     const double sample = static_cast<double>(layout.start(frameNumber)) + shift;
     return std::clamp(sample, 0.0, static_cast<double>(position)) / options.samplingRate;
   };
-
-  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  std::vector<SeparatedFile> files;
   for (const auto& [id, source] : sources) {
-    nlohmann::ordered_json active = nlohmann::ordered_json::array();
+    SeparatedFile& file = files.emplace_back();
+    file.id = id;
+    file.path = pathOf(id);
     for (const auto& [first, last] : source.activeFrames) {
       const double begin = seconds(first);
       const double end = seconds(last + 1);
-      if (begin < end) active.push_back({begin, end});
+      if (begin < end) file.active.emplace_back(begin, end);
     }
-    list.push_back({{"id", id},
-                    {"file", fs::path(pathOf(id)).filename().string()},
-                    {"active", active},
-                    {"clipped_samples", source.writer.clippedSamples()},
-                    {"non_finite_samples", source.writer.nonFiniteSamples()},
-                    {"peak", source.writer.peak()}});
+    file.clipped = source.writer.clippedSamples();
+    file.nonFinite = source.writer.nonFiniteSamples();
+    file.peak = source.writer.peak();
+  }
+  return files;
+}
+
+std::vector<std::string> SeparatedFiles::remarks(const std::string& floatWords) const {
+  std::vector<std::string> warnings;
+  for (const SeparatedFile& file : report()) {
+    if (file.clipped > 0) {
+      warnings.push_back(fmt::format(
+          "{}: {} samples were clipped; the largest was {:.4g} times full scale: a recording "
+          "softer by {:.1f} dB would fit, and {} keeps them",
+          file.path, file.clipped, file.peak, decibelsOver(file.peak), floatWords));
+    }
+    if (file.nonFinite > 0) {
+      warnings.push_back(fmt::format("{}: {} samples were not finite and written as 0", file.path,
+                                     file.nonFinite));
+    }
+  }
+  if (!removedFiles.empty()) {
+    warnings.push_back(
+        fmt::format("removed from an earlier run: {}", fmt::join(removedFiles, ", ")));
+  }
+  return warnings;
+}
+
+std::string SeparatedFiles::timeline() const {
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  for (const SeparatedFile& file : report()) {
+    list.push_back({{"id", file.id},
+                    {"file", fs::path(file.path).filename().string()},
+                    {"active", file.active},
+                    {"clipped_samples", file.clipped},
+                    {"non_finite_samples", file.nonFinite},
+                    {"peak", file.peak}});
   }
   const nlohmann::ordered_json document = {
       {"sampling_rate", options.samplingRate}, {"samples", position}, {"sources", list}};

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <complex>
+#include <cstddef>
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -11,7 +10,7 @@
 
 #include "audio/FolderLock.h"
 #include "audio/WavWriter.h"
-#include "dsp/OverlapAdder.h"
+#include "dsp/FrameLayout.h"
 
 namespace Audio {
 
@@ -21,26 +20,30 @@ struct SeparatedFilesOptions {
   int samplingRate = 16000;        ///< Hz
   SampleFormat format = SampleFormat::Pcm16;
   bool overwrite = false;  ///< replace files of an earlier run instead of refusing
+  std::string overwriteWords = "set OVERWRITE to true to replace them";  ///< for the refusal
 };
 
 /// What was written for one source.
 struct SeparatedFile {
   int id = 0;
   std::string path;
+  std::vector<std::pair<double, double>> active;  ///< begin and end in seconds
   std::int64_t clipped = 0;    ///< samples beyond full scale, stored as full scale
   std::int64_t nonFinite = 0;  ///< samples that were not finite, stored as 0
   float peak = 0;              ///< largest modulus before clipping
 };
 
-/// The first file of an earlier run in a folder, timeline.json or <prefix><number>.wav, with the
-/// folder's name. Throws DataError when the folder cannot be listed.
-std::optional<std::string> earlierFile(const std::string& directory, const std::string& prefix);
+/// Throws DataError when a folder holds files of an earlier run, timeline.json or
+/// <prefix><number>.wav, with `overwriteWords` saying how they would be replaced; or when it cannot
+/// be listed.
+void refuseEarlierFiles(const std::string& directory, const std::string& prefix,
+                        const std::string& overwriteWords);
 
-/// Turns the spectra of separated sources into one WAV file per source, and "timeline.json" saying
-/// when each source was active.
+/// Writes the signals of separated sources to one WAV file each, and "timeline.json" saying when
+/// each source was active.
 ///
 /// All files begin at the recording's sample 0 and have the same length; a source is silent
-/// wherever it is not listed. Files get their names in finish() and vanish without it (see
+/// wherever it has no signal. Files get their names in finish() and vanish without it (see
 /// OutputFile), so that whatever has its final name is complete. Where there are many sources, only
 /// the files of those that sound are open, so that there may be more sources, one after the other,
 /// than open files.
@@ -56,31 +59,36 @@ class SeparatedFiles {
   /// Throws DataError when the directory cannot be made or another run is writing into it, or when
   /// it holds files of an earlier run (timeline.json or <prefix><number>.wav) and overwrite is
   /// false. Removes what a run that was killed left there unfinished.
-  SeparatedFiles(const SeparatedFilesOptions& given, FrameSynthesizer frameSynthesizer);
+  SeparatedFiles(const SeparatedFilesOptions& given, const FrameLayout& frameLayout);
 
   /// Removes what was not finished.
   ~SeparatedFiles() = default;
 
-  /// Spectra (bins() values each, not owned) by source id.
-  using Spectra = std::map<int, const std::complex<float>*>;
-
-  /// Takes the next frame, at first frame 0. completedSamples is what
-  /// FrameReader::completedSamples() says of the frame: that many samples are written to every
-  /// file. Without it, as many as the frame's advance says, as if the recording had no end. Throws
+  /// Notes who is active in the next frame, at first frame 0. A new source gets its file. Throws
   /// DataError.
-  void addFrame(const Spectra& spectra, std::optional<int> completedSamples = std::nullopt);
+  void addFrame(const std::vector<int>& ids);
 
-  /// Closes and names all files and writes timeline.json. Without counts of finished samples, what
-  /// the last frames hold beyond them is written first. Throws DataError.
+  /// Samples by the id of a source that a frame listed, not owned.
+  using Signals = std::map<int, const float*>;
+
+  /// Appends `count` samples to every file; sources without a signal are silent. Throws DataError.
+  void write(const Signals& signals, std::size_t count);
+
+  /// Closes and names all files and writes timeline.json. Throws DataError.
   void finish();
 
   bool isFinished() const { return finished; }
 
+  /// Samples of every file so far.
+  std::int64_t samples() const { return position; }
+
   /// One entry per source, by id; complete after finish().
   std::vector<SeparatedFile> report() const;
 
-  /// Paths of the files of an earlier run that finish() removed.
-  const std::vector<std::string>& removed() const { return removedFiles; }
+  /// What a person should know of the finished files, a line each: samples that were clipped or
+  /// not finite, and files of an earlier run that were removed. floatWords: how one asks for files
+  /// that keep what others clip.
+  std::vector<std::string> remarks(const std::string& floatWords) const;
 
   /// Paths of the sources' files that a directory's timeline.json lists, none without a readable
   /// one. Only WAV files in the directory itself count.
@@ -88,32 +96,27 @@ class SeparatedFiles {
 
  private:
   struct Source {
-    OverlapAdder adder;
     WavWriter writer;
     std::vector<std::pair<std::int64_t, std::int64_t>> activeFrames;  // first, last
   };
 
   std::string pathOf(int id) const;
-  void refuseEarlierFiles() const;
   void removeLeftovers() const;
   Source& sourceOf(int id);
   void noteActive(Source& source) const;
-  void writeFinished(std::size_t offset, std::size_t count);
-  void suspendSilent();
   std::string timeline() const;
   void writeTimeline() const;
   void removeFilesOfEarlierRun();
 
   SeparatedFilesOptions options;
-  FrameSynthesizer synthesizer;
+  FrameLayout layout;
   std::optional<FolderLock> lock;
   std::vector<std::string> earlierFiles;  // of the run whose timeline is replaced
   std::vector<std::string> removedFiles;
   std::map<int, Source> sources;
-  std::set<int> sounding;     // whose last frame may have samples left
+  std::set<int> sounding;     // who has a signal, or is about to
   std::int64_t frame = -1;    // the newest one
   std::int64_t position = 0;  // samples written to every file
-  bool lengthIsKnown = false;
   bool finished = false;
 };
 

@@ -2,10 +2,7 @@
 
 #include <dlfcn.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <sstream>
@@ -35,32 +32,6 @@ void removeFilesOnSignals(const std::filesystem::path& plugIn) {
   if (remover) addUnfinishedFiles(reinterpret_cast<void (*)()>(remover));
 }
 
-/// One line on standard error that is drawn again at every hundredth of the work.
-class ProgressBar {
- public:
-  explicit ProgressBar(std::int64_t frameCount) : frames(isatty(STDERR_FILENO) ? frameCount : 0) {}
-  ProgressBar(const ProgressBar&) = delete;
-  ProgressBar& operator=(const ProgressBar&) = delete;
-  ~ProgressBar() {
-    if (shown >= 0) std::fputs("\r\033[K", stderr);
-  }
-
-  void show(std::int64_t frame) {
-    if (frames <= 0) return;
-    const int percent = static_cast<int>(std::min<std::int64_t>(100, (frame + 1) * 100 / frames));
-    if (percent == shown) return;
-    shown = percent;
-    const std::string bar(static_cast<std::size_t>(percent) * WIDTH / 100, '#');
-    fmt::print(stderr, "\r[{:<{}}] {:3} %", bar, WIDTH, percent);
-    std::fflush(stderr);
-  }
-
- private:
-  static constexpr int WIDTH = 50;
-  std::int64_t frames;
-  int shown = -1;
-};
-
 }  // namespace
 
 void loadPlugIns() {
@@ -79,20 +50,15 @@ void loadPlugIns() {
 }
 
 void runDocument(const FD::NetworkDocument& document, const std::vector<std::string>& arguments,
-                 std::ostream& out, std::int64_t frames) {
+                 std::ostream& out) {
   loadPlugIns();
   const SignalWatch signals;
   std::ostringstream errors;
   int lastFrame = -1;
-  int status = 0;
-  {
-    ProgressBar bar(frames);
-    status = FD::runNetwork(document, arguments, out, errors, [&](int frame) {
-      lastFrame = frame;
-      bar.show(frame);
-      return SignalWatch::caught() == 0;
-    });
-  }
+  const int status = FD::runNetwork(document, arguments, out, errors, [&](int frame) {
+    lastFrame = frame;
+    return SignalWatch::caught() == 0;
+  });
   if (status != 0) {
     std::string text = errors.str();
     while (!text.empty() && text.back() == '\n') text.pop_back();

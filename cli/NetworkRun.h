@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -19,9 +18,8 @@ class RunError : public DataError {
 /// when there are none.
 void loadPlugIns();
 
-/// Runs a document with the plug-ins, its outputs printed on `out`. With frames above 0 and
-/// standard error on a terminal, a progress bar shows there. SIGINT, SIGTERM and SIGHUP end the
-/// run after the frame at hand: its files are closed, then RunError says so (but see SignalWatch).
-/// Throws RunError for every error of the document and of its nodes.
+/// Runs a document with the plug-ins, its outputs printed on `out`. SIGINT, SIGTERM and SIGHUP end
+/// the run after the frame at hand: its files are closed, then RunError says so (but see
+/// SignalWatch). Throws RunError for every error of the document and of its nodes.
 void runDocument(const FD::NetworkDocument& document, const std::vector<std::string>& arguments,
-                 std::ostream& out, std::int64_t frames);
+                 std::ostream& out);

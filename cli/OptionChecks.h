@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "audio/Channels.h"
+#include "scene/TimeRange.h"
 
 /// Checks of numbers given to options, for CLI::Option::check. Their messages say what was found
 /// and expected; NaN and infinity pass none of them.

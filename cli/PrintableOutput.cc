@@ -82,6 +82,8 @@ class PrintableOutput::Filter : public std::streambuf {
   bool isOfLines;
 };
 
+void warn(const std::string& text) { std::cerr << "zelk-sss: " << text << std::endl; }
+
 PrintableOutput::PrintableOutput()
     : output(std::make_unique<Filter>(std::cout, false)),
       errors(std::make_unique<Filter>(std::cerr, true)) {}

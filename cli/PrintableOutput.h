@@ -8,6 +8,9 @@
 /// and bytes that are no UTF-8. File names and file contents may hold such.
 std::string printable(const std::string& text);
 
+/// A line on std::cerr that begins with the command's name.
+void warn(const std::string& text);
+
 /// While it lives, all that goes to std::cout and std::cerr passes through printable(), whoever
 /// writes it: the command, the nodes or the libraries. On std::cerr a line feed within a text that
 /// is written in one piece counts as part of a name, too: messages are lines.

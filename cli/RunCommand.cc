@@ -16,6 +16,6 @@ void addRunCommand(CLI::App& app) {
     if (words.empty()) throw CLI::RequiredError("NETWORK");
     const std::string network = words.front();
     words.erase(words.begin());
-    runDocument(FD::NetworkDocument::read(network), words, std::cout, 0);
+    runDocument(FD::NetworkDocument::read(network), words, std::cout);
   });
 }

@@ -6,24 +6,18 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
-#include <optional>
-#include <sstream>
 
 #include "ParameterValue.h"
 #include "audio/FolderLock.h"
-#include "audio/OutputFile.h"
 #include "audio/SeparatedFiles.h"
-#include "cli/NetworkRun.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
+#include "cli/PrintableOutput.h"
 #include "cli/SeparationInputs.h"
 #include "cli/SeparationNetwork.h"
-#include "dsp/DataError.h"
-#include "dsp/FrameLayout.h"
+#include "cli/SeparationRun.h"
 #include "net_types.h"
 
 namespace {
@@ -139,27 +133,17 @@ void applyMethod(Options& options) {
   s.undoHalfFrameShift = chosen(options.halfFrameShift, s.method->nodeType == "ML" && !s.project);
 }
 
-/// What the run wrote, from the timeline that the writer left.
-void printReport(const SeparationSettings& s, double seconds) {
-  const std::string path = s.directory + "/timeline.json";
-  std::ifstream file(path);
-  const nlohmann::json timeline = nlohmann::json::parse(file, nullptr, false);
-  if (timeline.is_discarded()) throw RunError(path + ": the writer left no readable timeline");
-  for (const nlohmann::json& source : timeline["sources"]) {
+/// What the run wrote.
+void printReport(const SeparationSettings& s, const SeparationResult& result, double seconds) {
+  for (const Audio::SeparatedFile& file : result.files) {
     double active = 0.0;
-    for (const nlohmann::json& range : source["active"]) {
-      active += range[1].get<double>() - range[0].get<double>();
-    }
-    std::cout << fmt::format("{}/{}  source {}, active {:.2f} s", s.directory,
-                             source["file"].get<std::string>(), source["id"].get<int>(), active);
-    if (source["clipped_samples"].get<std::int64_t>() > 0) {
-      std::cout << fmt::format(", {} samples clipped",
-                               source["clipped_samples"].get<std::int64_t>());
-    }
+    for (const auto& [begin, end] : file.active) active += end - begin;
+    std::cout << fmt::format("{}  source {}, active {:.2f} s", file.path, file.id, active);
+    if (file.clipped > 0) std::cout << fmt::format(", {} samples clipped", file.clipped);
     std::cout << "\n";
   }
-  std::cout << path << "\n";
-  const double duration = timeline["samples"].get<double>() / s.samplingRate;
+  std::cout << (std::filesystem::path(s.directory) / "timeline.json").string() << "\n";
+  const double duration = static_cast<double>(result.samples) / s.samplingRate;
   std::cout << fmt::format(
       "{:.2f} s of sound in {:.2f} s, real-time factor {:.3f}; latency {} "
       "samples ({:.1f} ms)\n",
@@ -167,16 +151,12 @@ void printReport(const SeparationSettings& s, double seconds) {
       1000.0 * s.length / s.samplingRate);
 }
 
-/// Complains before the work starts, in the command's own words; the writer checks again.
+/// Complains before the work starts; the files, when they are opened, do so again.
 void checkFolder(const SeparationSettings& s, const Audio::Scene& scene) {
   std::error_code ignored;
   if (!std::filesystem::is_directory(s.directory, ignored)) return;
   const Audio::FolderLock lock(s.directory);
-  const std::optional<std::string> found = Audio::earlierFile(s.directory, s.prefix);
-  if (found && !s.overwrite) {
-    throw DataError(fmt::format(
-        "{}: exists already, expected no files of an earlier run (--force replaces them)", *found));
-  }
+  if (!s.overwrite) Audio::refuseEarlierFiles(s.directory, s.prefix, FORCE_WORDS);
   // The run replaces these or removes them.
   std::vector<std::string> paths = Audio::SeparatedFiles::filesOfEarlierRun(s.directory);
   const std::filesystem::path folder = s.directory;
@@ -192,26 +172,19 @@ void checkFolder(const SeparationSettings& s, const Audio::Scene& scene) {
 void separate(Options options) {
   applyMethod(options);
   SeparationSettings& s = options.settings;
-  const SeparationInputs inputs = examineInputs(s);
-  const FD::NetworkDocument network = separationNetwork(s);
+  SeparationInputs inputs = openInputs(s);
   if (options.printNetwork) {
-    std::cout << network.toXml();
+    std::cout << separationNetwork(s).toXml();
     return;
   }
   checkFolder(s, inputs.scene);
-  for (const std::string& warning : inputs.warnings) {
-    std::cerr << "zelk-sss: " << warning << std::endl;
-  }
-
-  const Audio::FrameLayout layout(s.length, s.advance);
-  const bool showsProgress = !options.quiet && inputs.samples;
+  for (const std::string& warning : inputs.warnings) warn(warning);
   const auto start = std::chrono::steady_clock::now();
-  std::ostringstream ignored;
-  runDocument(network, {}, ignored, showsProgress ? layout.frameCount(*inputs.samples) : 0);
+  const SeparationResult result = runSeparation(s, inputs, !options.quiet);
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
   if (options.quiet) return;
   for (const std::string& note : inputs.notes) std::cout << note << "\n";
-  printReport(s, elapsed.count());
+  printReport(s, result, elapsed.count());
 }
 
 void addSoundOptions(CLI::App& command, SeparationSettings& s) {
@@ -240,6 +213,10 @@ void addSoundOptions(CLI::App& command, SeparationSettings& s) {
       ->check(CLI::IsMember({"PCM_16", "PCM_24", "FLOAT"}))
       ->capture_default_str();
   command.add_option("--prefix", s.prefix, "File names are <prefix><id>.wav")
+      ->check([](const std::string& text) -> std::string {
+        if (text.find('/') == std::string::npos) return {};
+        return fmt::format("\"{}\", expected the begin of a file name without \"/\"", text);
+      })
       ->capture_default_str();
 }
 

@@ -4,10 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
-#include "audio/AudioReader.h"
-#include "audio/Channels.h"
+#include "cli/PrintableOutput.h"
 #include "cli/SeparationWarnings.h"
+#include "cli/SeparatorSettings.h"
 #include "dsp/DataError.h"
 #include "dsp/FrameLayout.h"
 #include "dsp/OverlapAdder.h"
@@ -35,41 +36,47 @@ void takeLengthAndRate(SeparationSettings& s, const SofaFile& database) {
   s.samplingRate = rate;
 }
 
-/// Takes the recording's length, and its sampling rate where nothing else gave one. Returns how
-/// many microphones it has.
-int examineRecording(SeparationSettings& s, SeparationInputs& inputs) {
-  Audio::AudioReaderOptions reading;
-  reading.channels = s.channels;
-  reading.channelsName = "--channels";
-  reading.warn = [](const std::string&) {};  // the network will warn
-  const Audio::AudioReader reader(s.recording, reading);
-  const int rate = reader.samplingRate();
-  if (s.samplingRate == 0) s.samplingRate = rate;
-  if (rate != s.samplingRate && !s.resample) {
-    throw DataError(
-        fmt::format("{}: the sampling rate is {} Hz, expected {} Hz (--resample converts it)",
-                    s.recording, rate, s.samplingRate));
-  }
+/// Opens the recording, or one of its noise.
+Audio::AudioReader open(const SeparationSettings& s, const std::string& path,
+                        const Audio::AudioReaderOptions& options) {
+  Audio::AudioReaderOptions reading = options;
+  reading.samplingRate = s.samplingRate;
+  reading.resample = s.resample;
+  reading.resampleWords = "--resample converts it";
+  reading.reportGap = s.length;
+  if (!reading.warn) reading.warn = warn;
+  return Audio::AudioReader(path, reading);
+}
+
+Audio::AudioReaderOptions channelsOf(const std::string& option, const std::string& channels) {
+  Audio::AudioReaderOptions options;
+  options.channels = channels;
+  options.channelsName = option;
+  return options;
+}
+
+Audio::AudioReader openRecording(SeparationSettings& s) {
+  Audio::AudioReaderOptions options = channelsOf("--channels", s.channels);
+  options.nonFinite = Audio::nonFiniteNamed(s.nonFinite);
+  Audio::AudioReader reader = open(s, s.recording, options);
+  s.samplingRate = reader.samplingRate();
   if (s.reference < 1 || s.reference > reader.channelCount()) {
     throw DataError(
         fmt::format("--reference-mic is {}, expected 1 to {}, the channels in use of {}",
                     s.reference, reader.channelCount(), s.recording));
   }
-  if (const auto samples = reader.announcedSamples()) {
-    inputs.samples = *samples * s.samplingRate / rate;
-  }
-  return reader.channelCount();
+  return reader;
 }
 
 /// Refuses what makes no frames, or frames that lose samples.
-void checkFrames(const SeparationSettings& s) {
-  if (s.advance > s.length) {
-    throw DataError(fmt::format("--advance is {}, expected 1 to {}, the samples of a frame",
-                                s.advance, s.length));
-  }
-  const Audio::FrameLayout layout(s.length, s.advance);
+void checkFrames(const SeparationSettings& s, int microphones) {
   try {
-    const Audio::FrameSynthesizer check(layout, Audio::windowNamed(s.window), false);
+    Separation::checkedSettings(separatorSettings(s), microphones);
+  } catch (const Separation::SettingError& error) {
+    throw DataError(refusalOf(error));
+  }
+  try {
+    const Audio::FrameSynthesizer check({s.length, s.advance}, Audio::windowNamed(s.window), false);
   } catch (const DataError&) {  // speaks of a node's parameters
     throw DataError(fmt::format(
         "--advance is {}, with which --window {} loses samples between the frames of {} samples; "
@@ -109,26 +116,20 @@ void checkNoiseRanges(const SeparationSettings& s, const SeparationInputs& input
   }
 }
 
-/// Refuses a recording of noise that the frames of the recording cannot be compared with.
-void examineNoiseRecording(const SeparationSettings& s, int microphones) {
-  if (s.noiseRecording.empty()) return;
-  Audio::AudioReaderOptions reading;
-  reading.channels = s.noiseChannels.empty() ? s.channels : s.noiseChannels;
-  reading.channelsName = s.noiseChannels.empty() ? "--channels" : "--noise-channels";
-  reading.warn = [](const std::string&) {};  // the network will warn
-  const Audio::AudioReader reader(s.noiseRecording, reading);
+/// The recording of noise alone, which has as many channels as the recording.
+std::optional<Audio::AudioReader> openNoise(const SeparationSettings& s, int microphones) {
+  if (s.noiseRecording.empty()) return std::nullopt;
+  Audio::AudioReader reader =
+      open(s, s.noiseRecording,
+           s.noiseChannels.empty() ? channelsOf("--channels", s.channels)
+                                   : channelsOf("--noise-channels", s.noiseChannels));
   if (reader.channelCount() != microphones) {
     throw DataError(
         fmt::format("--noise-recording: {} gives {} channels, expected {} as {} (--noise-channels "
                     "selects)",
                     s.noiseRecording, reader.channelCount(), microphones, s.recording));
   }
-  if (reader.samplingRate() != s.samplingRate && !s.resample) {
-    throw DataError(fmt::format(
-        "--noise-recording: the sampling rate of {} is {} Hz, expected {} Hz (--resample converts "
-        "it)",
-        s.noiseRecording, reader.samplingRate(), s.samplingRate));
-  }
+  return reader;
 }
 
 void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
@@ -150,19 +151,20 @@ void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
 
 }  // namespace
 
-SeparationInputs examineInputs(SeparationSettings& s) {
-  SeparationInputs inputs;
-  inputs.scene = Audio::Scene::read(s.scene);
-  checkScene(s, inputs.scene);
+SeparationInputs openInputs(SeparationSettings& s) {
+  Audio::Scene scene = Audio::Scene::read(s.scene);
+  checkScene(s, scene);
   std::optional<SofaFile> database;
   if (s.method->needsDatabase()) {
     takeLengthAndRate(s, database.emplace(s.database));
   }
   if (s.length == 0) s.length = DEFAULT_LENGTH;
   if (s.advance == 0) s.advance = std::max(1, s.length / 4);
-  checkFrames(s);
-  const int microphones = examineRecording(s, inputs);
-  examineNoiseRecording(s, microphones);
+  SeparationInputs inputs{.scene = std::move(scene), .recording = openRecording(s)};
+  const int microphones = inputs.recording.channelCount();
+  inputs.samples = inputs.recording.announcedSamples();
+  checkFrames(s, microphones);
+  inputs.noise = openNoise(s, microphones);
   checkNoiseRanges(s, inputs);
   if (database && database->receivers() != static_cast<std::size_t>(microphones)) {
     throw DataError(fmt::format(
@@ -174,5 +176,12 @@ SeparationInputs examineInputs(SeparationSettings& s) {
   if (inputs.samples) plan.duration = static_cast<double>(*inputs.samples) / s.samplingRate;
   inputs.notes = nearestResponses(plan);
   inputs.warnings = separationWarnings(plan);
+  if (database) inputs.database = databaseOf(*database);
   return inputs;
+}
+
+Audio::AudioReader openForNoise(const SeparationSettings& s) {
+  Audio::AudioReaderOptions options = channelsOf("--channels", s.channels);
+  options.warn = [](const std::string&) {};  // as it was said already
+  return open(s, s.recording, options);
 }

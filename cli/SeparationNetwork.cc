@@ -1,5 +1,7 @@
 #include "cli/SeparationNetwork.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 #include <vector>
 
@@ -12,6 +14,9 @@ FD::ParameterDescription text(const std::string& name, const std::string& value)
 }
 FD::ParameterDescription whole(const std::string& name, int value) {
   return {name, "int", std::to_string(value)};
+}
+FD::ParameterDescription number(const std::string& name, float value) {
+  return {name, "float", fmt::format("{}", value)};
 }
 FD::ParameterDescription truth(const std::string& name, bool value) {
   return {name, "bool", value ? "true" : "false"};
@@ -46,10 +51,9 @@ Parameters separatorParameters(const SeparationSettings& s) {
 }
 
 Parameters noiseParameters(const SeparationSettings& s) {
-  Parameters result = withLayout(s, {text("WINDOW", s.window),
-                                     {"LOADING", "float", s.noiseLoading},
-                                     {"FORGETTING", "float", s.noiseForgetting},
-                                     truth("NORMALIZE", s.noiseNormalize)});
+  Parameters result = withLayout(
+      s, {text("WINDOW", s.window), number("LOADING", s.noiseLoading),
+          number("FORGETTING", s.noiseForgetting), truth("NORMALIZE", s.noiseNormalize)});
   const bool fromFile = !s.noiseRecording.empty();
   const bool fromRanges = !s.noiseRanges.empty();
   result.push_back(text("MODE", fromFile ? "FILE" : fromRanges ? "RANGES" : "RUNNING"));
@@ -97,9 +101,8 @@ FD::NetworkDescription frameLoop(const SeparationSettings& s) {
     last = "projection";
     loop.nodes.push_back({last,
                           "BackProjection",
-                          {whole("LENGTH", s.length),
-                           whole("REFERENCE", s.reference),
-                           {"FORGETTING", "float", s.projectionForgetting}}});
+                          {whole("LENGTH", s.length), whole("REFERENCE", s.reference),
+                           number("FORGETTING", s.projectionForgetting)}});
     loop.links.push_back({"separator", "OUTPUT", last, "INPUT"});
     loop.links.push_back({"frames", "OUTPUT", last, "INPUT_FRAMES"});
     loop.links.push_back({"scene", "SOURCES", last, "SOURCES"});

@@ -5,7 +5,8 @@
 
 #include "separation/Methods.h"
 
-/// Everything that a separation is made of; texts are as the nodes' parameters want them.
+/// Everything that a separation is made of; the numbers that the nodes have in single precision
+/// have it here, too.
 struct SeparationSettings {
   std::string recording;
   std::string database;  ///< empty for methods without one
@@ -27,12 +28,12 @@ struct SeparationSettings {
   std::string noiseRanges;     ///< for ML: times of the recording, "0-1.5,4-5"; or …
   std::string noiseRecording;  ///< … a recording of the noise; neither: frames without targets
   std::string noiseChannels;   ///< of noiseRecording; empty: as `channels`
-  std::string noiseLoading = "0.001";
-  std::string noiseForgetting = "0.98";
+  float noiseLoading = 0.001F;
+  float noiseForgetting = 0.98F;
   bool noiseNormalize = true;
   bool project = false;  ///< scale the outputs to the reference microphone
   int reference = 1;     ///< counted from 1
-  std::string projectionForgetting = "0.97";
+  float projectionForgetting = 0.97F;
   bool undoHalfFrameShift = false;  ///< of the separated spectra
   bool inactiveAsNoise = false;     ///< list silent targets as noise sources
 };

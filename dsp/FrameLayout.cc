@@ -11,17 +11,8 @@ namespace Audio {
 namespace {
 
 constexpr int MAX_FRAME = 1 << 24;
-constexpr int MAX_RATE = 10'000'000;
 
 }  // namespace
-
-int checkedSamplingRate(int samplingRate) {
-  if (samplingRate < 1 || samplingRate > MAX_RATE) {
-    throw DataError(
-        fmt::format("SAMPLING_RATE is {}, expected 1 to {} Hz", samplingRate, MAX_RATE));
-  }
-  return samplingRate;
-}
 
 FrameLayout::FrameLayout(int lengthValue, int advanceValue)
     : samplesPerFrame(lengthValue), samplesPerStep(advanceValue) {

@@ -4,9 +4,6 @@
 
 namespace Audio {
 
-/// The rate itself. Throws DataError unless it lies between 1 and 10 000 000 Hz.
-int checkedSamplingRate(int samplingRate);
-
 /// Which samples of a recording belong to which frame: the one place that says so.
 ///
 /// Frame f (f = 0, 1, …) holds `length` samples from sample start(f) = f · advance − (length −

@@ -9,6 +9,7 @@
 #include "audio/Channels.h"
 #include "dsp/DataError.h"
 #include "fuzz/Fuzzing.h"
+#include "scene/TimeRange.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "audio/Channels.h"
+#include "scene/TimeRange.h"
 
 namespace Audio {
 

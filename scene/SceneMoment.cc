@@ -27,10 +27,11 @@ double fullestTime(const Audio::Scene& scene) {
       ->time;
 }
 
-std::vector<BF::SourceLocation> sourcesAt(const Audio::Scene& scene, double time) {
+std::vector<BF::SourceLocation> sourcesAt(const Audio::Scene& scene, double time,
+                                          bool inactiveAsNoise) {
   std::vector<BF::SourceLocation> sources;
   append(scene.targetsAt(time), true, sources);
-  append(scene.noiseAt(time, false), false, sources);
+  append(scene.noiseAt(time, inactiveAsNoise), false, sources);
   return sources;
 }
 

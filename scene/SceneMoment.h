@@ -9,8 +9,10 @@
 /// sources included.
 double fullestTime(const Audio::Scene& scene);
 
-/// The sources that are active at a time, as the separation lists them: targets, then noise.
-std::vector<BF::SourceLocation> sourcesAt(const Audio::Scene& scene, double time);
+/// The sources that are active at a time in seconds, as the separation lists them: targets, then
+/// noise, which with inactiveAsNoise the other targets follow.
+std::vector<BF::SourceLocation> sourcesAt(const Audio::Scene& scene, double time,
+                                          bool inactiveAsNoise = false);
 
 /// A source as the separation has it: coordinates reach it in single precision, on which the choice
 /// between two positions that are about equally near depends.

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 #include <stdexcept>
 
@@ -49,25 +50,37 @@ Parameters gicaSteps() {
 
 std::vector<Method> makeMethods() {
   return {
-      {"DS", "BeamForming", "one source in mild noise; never harms, gains little", {}},
-      {"WDS", "BeamForming", "like DS, weighted by how well each microphone hears the source", {}},
+      {"DS",
+       BF::BF_ALGORITHM_DS,
+       "BeamForming",
+       "one source in mild noise; never harms, gains little",
+       {}},
+      {"WDS",
+       BF::BF_ALGORITHM_WDS,
+       "BeamForming",
+       "like DS, weighted by how well each microphone hears the source",
+       {}},
       {"NULL",
+       BF::BF_ALGORITHM_NULL,
        "BeamForming",
        "known positions and a database that fits the room: nulls every other listed source",
        {}},
       {"ILSE",
+       BF::BF_ALGORITHM_ILSE,
        "BeamForming",
        "like NULL, and still exact towards the source with more sources than microphones",
        {}},
-      {"LCMV", "BeamForming",
+      {"LCMV", BF::BF_ALGORITHM_LCMV, "BeamForming",
        "unlisted interference: lowers the output power, keeps the source; adapts over seconds",
        constraintStep("LCMV", "0.2")},
-      {"GJ", "BeamForming", "the same aim by a sidelobe canceller; forgets at every source change",
-       constraintStep("GJ", "0.2")},
-      {"GICA", "BeamForming",
+      {"GJ", BF::BF_ALGORITHM_GJ, "BeamForming",
+       "the same aim by a sidelobe canceller; forgets at every source change",
+       constraintStep("GJ", "0.002")},
+      {"GICA", BF::BF_ALGORITHM_GICA, "BeamForming",
        "several talkers at known positions, a database that fits roughly; adapts over seconds",
        gicaSteps()},
       {"ML",
+       BF::BF_ALGORITHM_CML,
        "ML",
        "steady noise whose statistics can be measured (--noise-from)",
        {{"REG_FACTOR",
@@ -77,6 +90,7 @@ std::vector<Method> makeMethods() {
          {},
          NOT_NEGATIVE}}},
       {"MSNR",
+       BF::BF_ALGORITHM_CMSNR,
        "MSNR",
        "no database: learns from when each source is active and when it is silent",
        {{"ALPHA",
@@ -94,6 +108,32 @@ std::vector<Method> makeMethods() {
 const std::vector<Method>& methods() {
   static const std::vector<Method> ALL = makeMethods();
   return ALL;
+}
+
+BF::EngineParameters engineParameters(const Method& method,
+                                      const std::map<std::string, std::string>& given) {
+  std::map<std::string, std::string> texts = given;
+  for (const MethodParameter& parameter : method.parameters) {
+    texts.try_emplace(parameter.name, parameter.defaultValue);
+  }
+  const auto number = [&](const std::string& name) {
+    return static_cast<double>(std::strtof(texts.at(name).c_str(), nullptr));
+  };
+  BF::EngineParameters result;
+  for (const auto& [name, text] : texts) {
+    if (name.ends_with("_LC_METHOD")) result.lcAdaptive = text == "ADAPTIVE";
+    if (name.ends_with("_LC_MYU")) result.mu = number(name);
+    if (name == "GICA_SS_METHOD") result.ssAdaptive = text == "ADAPTIVE";
+    if (name == "GICA_SS_MYU") {
+      const bool asConstraint = texts.at("GICA_SS_METHOD") == "LC_MYU";
+      result.mu_ss = number(asConstraint ? "GICA_LC_MYU" : name);
+    }
+    if (name == "GICA_SS_SCAL") result.scale = number(name);
+    if (name == "REG_FACTOR") result.regFactor = number(name);
+    if (name == "ALPHA") result.alpha = number(name);
+    if (name == "DECOMPOSITION_ALGORITHM") result.decompositionAlgorithm = text;
+  }
+  return result;
 }
 
 const Method& methodNamed(const std::string& name) {

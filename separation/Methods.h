@@ -1,7 +1,10 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
+
+#include "bf/EngineFactory.h"
 
 /// What a number may be.
 struct NumberRange {
@@ -22,7 +25,8 @@ struct MethodParameter {
 
 /// A way of separating, as the command offers it.
 struct Method {
-  std::string name;      ///< what --method takes
+  std::string name;  ///< what --method takes
+  BF::BfAlgorithmType algorithm;
   std::string nodeType;  ///< "BeamForming", "ML" or "MSNR"
   std::string choose;    ///< one line: when to choose it
   std::vector<MethodParameter> parameters;
@@ -38,6 +42,12 @@ struct Method {
 
 /// Every method, in the order they are listed to users.
 const std::vector<Method>& methods();
+
+/// What the engine of a method takes: the values given by the parameters' names, as texts that
+/// their types, choices and ranges allow, and the defaults of the others. Numbers have the single
+/// precision of the nodes' parameters.
+BF::EngineParameters engineParameters(const Method& method,
+                                      const std::map<std::string, std::string>& given);
 
 /// The method of that name. Throws std::invalid_argument listing the names there are.
 const Method& methodNamed(const std::string& name);

@@ -2,8 +2,9 @@
 
 #include <vector>
 
-#include "audio/Channels.h"
 #include "audio/FrameReader.h"
+#include "matrix/Matrix.h"
+#include "scene/TimeRange.h"
 #include "separation/NoiseCorrelation.h"
 
 namespace Audio {
@@ -12,5 +13,9 @@ namespace Audio {
 /// frames that lie wholly in one of the ranges; without ranges, of all that hold no padding.
 /// Throws DataError when there is no such frame or the file cannot be decoded.
 NoiseCorrelation noiseOfFile(FrameReader& reader, const std::vector<TimeRange>& ranges);
+
+/// The matrices that NoiseCorrelation::write gives, one M × M matrix per bin.
+std::vector<BF::Matrix> noiseMatrices(const NoiseCorrelation& noise, double loading,
+                                      bool normalize);
 
 }  // namespace Audio

@@ -3,6 +3,8 @@
 #include <iostream>
 #include <utility>
 
+#include "audio/SamplingRates.h"
+
 const NodeSpec AudioFrames::SPEC = {
     .type = "AudioFrames",
     .sourceFile = "AudioFrames.cc",

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "audio/SamplingRates.h"
 #include "dsp/DataError.h"
 #include "separation/NoiseFile.h"
 

@@ -3,6 +3,7 @@
 #include <memory>
 #include <utility>
 
+#include "audio/SamplingRates.h"
 #include "dsp/DataError.h"
 
 namespace {

@@ -1,7 +1,6 @@
 #include "SeparatedWriter.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <exception>
 #include <iostream>
@@ -9,27 +8,8 @@
 #include <set>
 #include <utility>
 
+#include "audio/SamplingRates.h"
 #include "dsp/DataError.h"
-
-namespace {
-
-void reportFaults(const Audio::SeparatedFile& file) {
-  if (file.clipped > 0) {
-    std::cerr << fmt::format(
-                     "SeparatedWriter: {}: {} samples were clipped; the largest was {:.4g} times "
-                     "full scale: a recording softer by {:.1f} dB would fit, and the format FLOAT "
-                     "keeps them",
-                     file.path, file.clipped, file.peak, Audio::decibelsOver(file.peak))
-              << std::endl;
-  }
-  if (file.nonFinite > 0) {
-    std::cerr << fmt::format("SeparatedWriter: {}: {} samples were not finite and written as 0",
-                             file.path, file.nonFinite)
-              << std::endl;
-  }
-}
-
-}  // namespace
 
 const NodeSpec SeparatedWriter::SPEC = {
     .type = "SeparatedWriter",
@@ -84,7 +64,7 @@ SeparatedWriter::SeparatedWriter(std::string nodeName, const FD::ParameterSet& p
   files = checked([&] { return openFiles(); });
 }
 
-std::unique_ptr<Audio::SeparatedFiles> SeparatedWriter::openFiles() const {
+std::unique_ptr<SeparatedFrames> SeparatedWriter::openFiles() const {
   const Audio::FrameLayout layout(intParameter("LENGTH"), intParameter("ADVANCE"));
   Audio::FrameSynthesizer synthesizer(layout, Audio::windowNamed(stringParameter("WINDOW")),
                                       boolParameter("HALF_FRAME_SHIFT"));
@@ -94,7 +74,7 @@ std::unique_ptr<Audio::SeparatedFiles> SeparatedWriter::openFiles() const {
   options.samplingRate = Audio::checkedSamplingRate(intParameter("SAMPLING_RATE"));
   options.format = Audio::sampleFormatNamed(stringParameter("FORMAT"));
   options.overwrite = boolParameter("OVERWRITE");
-  return std::make_unique<Audio::SeparatedFiles>(options, std::move(synthesizer));
+  return std::make_unique<SeparatedFrames>(options, std::move(synthesizer));
 }
 
 // ---- frames
@@ -120,7 +100,7 @@ void SeparatedWriter::write(const SpectrumMap& map, int count) {
   }
   std::optional<std::set<int>> targets;
   if (isConnected("SOURCES")) targets = pullIds("SOURCES", count);
-  Audio::SeparatedFiles::Spectra spectra;
+  SeparatedFrames::Spectra spectra;
   for (const auto& [id, spectrum] : map) {
     if (!targets || targets->count(id) != 0) spectra[id] = checkedSpectrum(id, spectrum);
   }
@@ -149,12 +129,9 @@ const std::complex<float>* SeparatedWriter::checkedSpectrum(int id, const FD::Ob
 // ---- the end of a run
 
 void SeparatedWriter::finish() {
-  files->finish();
-  for (const Audio::SeparatedFile& file : files->report()) reportFaults(file);
-  if (files->removed().empty()) return;
-  std::cerr << fmt::format("SeparatedWriter: removed from an earlier run: {}",
-                           fmt::join(files->removed(), ", "))
-            << std::endl;
+  for (const std::string& remark : files->finish()) {
+    std::cerr << "SeparatedWriter: " + remark + "\n" << std::flush;
+  }
 }
 
 void SeparatedWriter::stop() {

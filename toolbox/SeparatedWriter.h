@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ToolboxNode.h"
-#include "audio/SeparatedFiles.h"
+#include "toolbox/SeparatedFrames.h"
 
 /// Writes the separated sources to one WAV file each, and timeline.json (see
 /// Audio::SeparatedFiles).
@@ -40,12 +40,12 @@ class SeparatedWriter : public ToolboxNode {
   void calculate(int output_id, int count, FD::Buffer& out) override;
 
  private:
-  std::unique_ptr<Audio::SeparatedFiles> openFiles() const;
+  std::unique_ptr<SeparatedFrames> openFiles() const;
   void write(const SpectrumMap& map, int count);
   const std::complex<float>* checkedSpectrum(int id, const FD::ObjectRef& spectrum);
   void finish();
   void endRun();
 
-  std::unique_ptr<Audio::SeparatedFiles> files;  // null: given up or ended
-  bool used = false;                             // since the files were opened
+  std::unique_ptr<SeparatedFrames> files;  // null: given up or ended
+  bool used = false;                       // since the files were opened
 };

@@ -66,6 +66,8 @@ TEST_F(Errors, OfUsage) {
         "--param LCMV_LC_METHOD is \"fix\", expected FIX, ADAPTIVE"},
        {separate + "--length -3", "--length: \"-3\", expected a number above 0"},
        {separate + "--project-forgetting nan", "--project-forgetting: \"nan\", expected 0 to 1"},
+       {separate + "--prefix a/b",
+        "--prefix: \"a/b\", expected the begin of a file name without \"/\""},
        {separate + "--window KAISER", "--window: KAISER not in {HANN,HAMMING,SINE,RECTANGULAR}"},
        {separate + "--method ML --noise-from 0:1,2",
         "--noise-from: \"0:1,2\", expected seconds BEGIN:END with 0 <= BEGIN < END, such as "
@@ -105,13 +107,14 @@ TEST_F(Errors, OfData) {
        {separate + "--advance 512",
         "--advance is 512, with which --window HANN loses samples between the frames of 512 "
         "samples; expected 256 or less"},
-       {separate + "--advance 513", "--advance is 513, expected 1 to 512, the samples of a frame"},
+       {separate + "--advance 513", "--advance is 513, expected 1 to length = 512 samples"},
        {separate + "--method ML --noise-recording mono.wav",
         "--noise-recording: mono.wav gives 1 channels, expected 3 as mix.wav (--noise-channels "
         "selects)"},
        {separate + "--method ML --noise-recording fast.wav",
-        "--noise-recording: the sampling rate of fast.wav is 32000 Hz, expected 16000 Hz "
-        "(--resample converts it)"},
+        "fast.wav: the sampling rate is 32000 Hz, expected 16000 Hz (--resample converts it)"},
+       {"separate mix.wav --sources scene.json -o out --method MSNR --length 16777217",
+        "--length is 16777217, expected 1 to 16777216 samples"},
        {separate + "--method ML --noise-from 0:0.0319,0.001:0.035",
         "--noise-from holds no whole frame of 512 samples (0.0320 s) of mix.wav, expected a longer "
         "time"},

@@ -172,10 +172,11 @@ TEST_F(Faults, ACutOffFlacLeavesNothing) {
 TEST_F(Faults, APlugInThatDoesNotLoadIsNamedAndDoesNotStopTheOthers) {
   const std::string garbage = folder.write("garbage.tlb", "no shared object");
   setenv("FLOWDESIGNER_PATH", (folder / "").c_str(), 1);
-  const CommandRun run = separate("mix.wav");
+  folder.write("network.n", separate("mix.wav --print-network ").output);
+  const CommandRun result = run("run network.n");
   unsetenv("FLOWDESIGNER_PATH");
-  EXPECT_EQ(run.status, 0);
-  EXPECT_THAT(run.errors, HasSubstr("zelk-sss: " + garbage + ": cannot be loaded: "));
+  EXPECT_EQ(result.status, 0);
+  EXPECT_THAT(result.errors, HasSubstr("zelk-sss: " + garbage + ": cannot be loaded: "));
 }
 
 // ---- several runs, and what one run reads and writes

@@ -1,5 +1,5 @@
 // The separation nodes: parameters, reports, what a host gives and gets. What they compute is held
-// against the separator, to the bit, by tests/separation/NodesAgreementTest.cc.
+// against the separator, to the bit, by tests/cli/SeparateTest.cc.
 
 #include <gmock/gmock.h>
 

@@ -174,4 +174,16 @@ TEST(SceneTest, BadScenesAreRefusedWithTheReason) {
   }
 }
 
+TEST(TimeRangesTest, ReadsRangesAndRefusesOthers) {
+  const std::vector<Audio::TimeRange> ranges = Audio::parseTimeRanges("0-1.5, 4-5.25");
+  ASSERT_EQ(ranges.size(), 2U);
+  EXPECT_EQ(ranges[0].end, 1.5);
+  EXPECT_EQ(ranges[1].begin, 4.0);
+  for (const char* text : {"", "1", "2-1", "1-1", "a-2", "-1-2", "0-inf", "0-nan"}) {
+    EXPECT_THAT(messageOf<DataError>([&] { Audio::parseTimeRanges(text); }),
+                HasSubstr("expected seconds begin-end"))
+        << text;
+  }
+}
+
 }  // namespace

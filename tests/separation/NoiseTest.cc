@@ -148,7 +148,7 @@ TEST(NoiseFileTest, SaysWhenThereIsNoFrame) {
   Audio::FrameReader reader = readerOf(path);
   EXPECT_EQ(messageOf<DataError>(
                 [&] { Audio::noiseOfFile(reader, Audio::parseTimeRanges("0-0.05,5-6")); }),
-            path + ": no whole frame of 64 samples (0.0640 s) lies in one of the RANGES");
+            path + ": no whole frame of 64 samples (0.0640 s) lies in one of the time ranges");
   writeSound(folder / "short.wav", 1000, 1, noise(63, 22));
   Audio::FrameReader shortReader = readerOf(folder / "short.wav");
   EXPECT_THAT(messageOf<DataError>([&] { Audio::noiseOfFile(shortReader, {}); }),

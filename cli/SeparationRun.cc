@@ -1,0 +1,174 @@
+#include "cli/SeparationRun.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "audio/FrameReader.h"
+#include "cli/PrintableOutput.h"
+#include "cli/ProgressBar.h"
+#include "cli/SeparatorSettings.h"
+#include "cli/StopSignals.h"
+#include "dsp/FrameLayout.h"
+#include "scene/SceneMoment.h"
+#include "separation/NoiseFile.h"
+#include "separation/Separator.h"
+
+namespace {
+
+/// The noise of --noise-recording, or of the recording at the times of --noise-from; else none.
+std::vector<BF::Matrix> measuredNoise(const SeparationSettings& s, SeparationInputs& inputs) {
+  if (!inputs.noise && s.noiseRanges.empty()) return {};
+  std::vector<Audio::TimeRange> ranges;
+  if (!inputs.noise) ranges = Audio::parseTimeRanges(s.noiseRanges);
+  Audio::FrameReader reader(inputs.noise ? std::move(*inputs.noise) : openForNoise(s),
+                            {s.length, s.advance}, Audio::windowNamed(s.window));
+  return noiseMatrices(noiseOfFile(reader, ranges), s.noiseLoading, s.noiseNormalize);
+}
+
+Separation::Separator makeSeparator(const SeparationSettings& s, SeparationInputs& inputs) {
+  Separation::Settings settings = separatorSettings(s);
+  settings.noise.matrices = measuredNoise(s, inputs);
+  if (!s.method->needsDatabase()) return {settings, inputs.recording.channelCount()};
+  const BF::TransformFunctionDatabase database = std::move(inputs.database);
+  return {settings, database};
+}
+
+Audio::SeparatedFiles openFiles(const SeparationSettings& s) {
+  Audio::SeparatedFilesOptions options;
+  options.directory = s.directory;
+  options.prefix = s.prefix;
+  options.samplingRate = s.samplingRate;
+  options.format = Audio::sampleFormatNamed(s.format);
+  options.overwrite = s.overwrite;
+  options.overwriteWords = FORCE_WORDS;
+  return {options, {s.length, s.advance}};
+}
+
+/// For --debug: says when the output of a source ceases to be finite.
+class FiniteCheck {
+ public:
+  explicit FiniteCheck(int samplingRate) : rate(samplingRate) {}
+
+  void look(const Separation::Output& output) {
+    std::set<int> now;
+    for (const auto& [id, samples] : output.signals) {
+      const auto bad = std::find_if(samples.begin(), samples.end(),
+                                    [](float sample) { return !std::isfinite(sample); });
+      if (bad == samples.end()) continue;
+      now.insert(id);
+      if (spoilt.contains(id)) continue;
+      const std::int64_t n = output.start + (bad - samples.begin());
+      warn(
+          fmt::format("source {}: the output is not finite from {:.4f} s on (sample {}), expected "
+                      "smaller steps of the method, or a recording without such samples",
+                      id, static_cast<double>(n) / rate, n));
+    }
+    spoilt = std::move(now);
+  }
+
+ private:
+  int rate;
+  std::set<int> spoilt;  // whose last samples were not finite
+};
+
+/// The way of the recording's samples: block by block, each what a frame brings, to the separator,
+/// with the sources that are listed then; and what it completes, to the files.
+class SeparationRun {
+ public:
+  SeparationRun(const SeparationSettings& separationSettings, SeparationInputs& separationInputs)
+      : s(separationSettings),
+        inputs(separationInputs),
+        layout(s.length, s.advance),
+        separator(makeSeparator(s, inputs)),
+        files(openFiles(s)),
+        check(s.samplingRate) {}
+
+  /// Separates up to the recording's end, or to the frame that is at hand when a signal comes, and
+  /// completes the files. Says whether the end was reached.
+  bool separate(ProgressBar& progress) {
+    const auto advance = static_cast<std::size_t>(s.advance);
+    std::vector<float> block(advance * static_cast<std::size_t>(separator.microphones()));
+    bool isEnd = false;
+    do {
+      const std::size_t count = inputs.recording.read(block.data(), advance);
+      isEnd = count < advance;
+      if (isEnd) {
+        separateRest(block.data(), count);
+      } else {
+        listSources();
+        write(separator.push(block.data(), count));
+        progress.show(frame);
+      }
+    } while (!isEnd && SignalWatch::caught() == 0);
+    files.finish();
+    for (const std::string& remark : files.remarks("--format FLOAT")) warn(remark);
+    return isEnd;
+  }
+
+  std::int64_t lastFrame() const { return frame; }
+  SeparationResult result() const { return {files.report(), files.samples()}; }
+
+ private:
+  /// The last block, which is shorter than a frame's advance, and the frames that hold no more than
+  /// the end of the recording.
+  void separateRest(const float* samples, std::size_t count) {
+    write(separator.push(samples, count));
+    while (frame + 1 < layout.frameCount(separator.samples())) listSources();
+    write(separator.flush());
+  }
+
+  /// Moves on to the next frame and says who is active in it.
+  void listSources() {
+    ++frame;
+    const std::vector<BF::SourceLocation> sources =
+        sourcesAt(inputs.scene, layout.time(frame, s.samplingRate), s.inactiveAsNoise);
+    separator.setSources(sources, separator.sourcesAt(frame));
+    std::vector<int> targets;
+    for (const BF::SourceLocation& source : sources) {
+      if (source.flag) targets.push_back(source.id);
+    }
+    files.addFrame(targets);
+  }
+
+  void write(const Separation::Output& output) {
+    if (s.debug) check.look(output);
+    Audio::SeparatedFiles::Signals signals;
+    for (const auto& [id, samples] : output.signals) signals[id] = samples.data();
+    files.write(signals, output.count);
+  }
+
+  const SeparationSettings& s;
+  SeparationInputs& inputs;
+  Audio::FrameLayout layout;
+  Separation::Separator separator;
+  Audio::SeparatedFiles files;
+  FiniteCheck check;
+  std::int64_t frame = -1;  // the newest one
+};
+
+}  // namespace
+
+SeparationResult runSeparation(const SeparationSettings& settings, SeparationInputs& inputs,
+                               bool showsProgress) {
+  const SignalWatch signals;
+  SeparationRun run(settings, inputs);
+  bool isComplete = false;
+  {
+    const Audio::FrameLayout layout(settings.length, settings.advance);
+    ProgressBar progress(showsProgress && inputs.samples ? layout.frameCount(*inputs.samples) : 0);
+    isComplete = run.separate(progress);
+  }
+  if (!isComplete) {
+    throw std::runtime_error(
+        fmt::format("stopped by signal {} after frame {}; the files are complete up to it",
+                    SignalWatch::caught(), run.lastFrame()));
+  }
+  return run.result();
+}
