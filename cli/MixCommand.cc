@@ -126,7 +126,7 @@ void mix(const MixOptions& options) {
                                fmt::format("{} given, expected as many as there are dry files, {}",
                                            options.gains.size(), options.dry.size()));
   }
-  const std::vector<MixSource> sources = sourcesOf(Audio::Scene::read(options.scene), options);
+  const std::vector<MixSource> sources = sourcesOf(Audio::readScene(options.scene), options);
   const std::string noisePath = besideOutput(options.output, "microphone-noise");
   const std::string diffusePath = besideOutput(options.output, "diffuse-noise");
   std::vector<std::string> outputs = {options.output};

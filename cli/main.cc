@@ -5,6 +5,7 @@
 #include <sstream>
 #include <string>
 
+#include "cli/ArraysCommand.h"
 #include "cli/MethodsCommand.h"
 #include "cli/MixCommand.h"
 #include "cli/NetworkRun.h"
@@ -93,6 +94,7 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   addSeparateCommand(app);
   addMethodsCommand(app);
   addTfdbCommands(app);
+  addArraysCommand(app);
   addMixCommand(app);
   addScoreCommand(app);
   addPatternCommand(app);

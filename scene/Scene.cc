@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <map>
 #include <numbers>
+#include <utility>
 
 #include "dsp/DataError.h"
 
@@ -60,6 +61,29 @@ Position SceneSource::positionAt(double t) const {
   if (later == track.begin()) return track.front().position;
   if (later == track.end()) return track.back().position;
   return interpolated(*(later - 1), *later, t);
+}
+
+std::vector<TimeRange> merged(std::vector<TimeRange> ranges) {
+  std::sort(ranges.begin(), ranges.end(),
+            [](const TimeRange& a, const TimeRange& b) { return a.begin < b.begin; });
+  std::vector<TimeRange> result;
+  for (const TimeRange& range : ranges) {
+    if (!result.empty() && range.begin <= result.back().end) {
+      result.back().end = std::max(result.back().end, range.end);
+    } else {
+      result.push_back(range);
+    }
+  }
+  return result;
+}
+
+Scene Scene::of(std::vector<SceneSource> targets, std::vector<SceneSource> noises,
+                const std::string& name) {
+  Scene scene;
+  scene.targets = std::move(targets);
+  scene.noises = std::move(noises);
+  scene.requireFewAtOnce(name, false);
+  return scene;
 }
 
 std::vector<PlacedSource> Scene::targetsAt(double t) const {

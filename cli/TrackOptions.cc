@@ -1,0 +1,82 @@
+#include "cli/TrackOptions.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+
+#include "audio/RangeText.h"
+#include "cli/OptionChecks.h"
+#include "cli/PrintableOutput.h"
+#include "tracking/RecordedTracks.h"
+
+namespace {
+
+constexpr double MAX_HOP = 10.0;  // seconds
+
+/// Seconds, from a number of them or SAMPLES/RATE; 0 for what is neither.
+double hopOf(const std::string& text) {
+  const std::size_t slash = text.find('/');
+  double hop = 0.0;
+  double rate = 1.0;
+  if (!Audio::parseNumber(text.substr(0, slash), hop)) return 0.0;
+  if (slash != std::string::npos && !Audio::parseNumber(text.substr(slash + 1), rate)) return 0.0;
+  hop /= rate;
+  return hop > 0.0 && hop <= MAX_HOP ? hop : 0.0;
+}
+
+}  // namespace
+
+void addTrackOptions(CLI::App& command, TrackOptions& options) {
+  command.add_option("--tracks", options.input,
+                     "Instead of a scene: a tracker's messages (JSON) in a file or FIFO, - for "
+                     "standard input, or tcp://HOST:PORT, where the tracker connects");
+  command
+      .add_option_function<std::string>(
+          "--track-hop",
+          [&options](const std::string& text) {
+            options.settings.hop = hopOf(text);
+            if (options.settings.hop > 0.0) return;
+            throw CLI::ValidationError(
+                "--track-hop",
+                fmt::format("\"{}\", expected SAMPLES/RATE or seconds, above 0 and up to {:g} s",
+                            text, MAX_HOP));
+          },
+          "What a count of \"timeStamp\" is: SAMPLES/RATE or seconds")
+      ->default_str("128/16000");
+  command
+      .add_option("--track-hold", options.settings.hold,
+                  "Seconds that a tracker's message stays in force when no other one follows")
+      ->check(isPositive())
+      ->capture_default_str();
+  command
+      .add_option("--track-distance", options.settings.distance,
+                  "Distance in metres of the directions that a tracker gives")
+      ->check(isBetween(1e-3, 1e6))
+      ->capture_default_str();
+}
+
+bool areLive(const TrackOptions& options, const std::string& recording) {
+  std::error_code error;
+  return options.isGiven() && !std::filesystem::is_regular_file(recording, error) &&
+         !std::filesystem::is_regular_file(options.input, error);
+}
+
+Audio::Scene readTracks(const TrackOptions& options) {
+  Tracking::TrackInput input(options.input, warn);
+  Tracking::TrackCounts counts;
+  Audio::Scene scene = Tracking::recordedTracks(input, options.settings, counts);
+  reportTracks(options.input, counts);
+  return scene;
+}
+
+std::unique_ptr<Tracking::LiveTracks> followTracks(const TrackOptions& options) {
+  return std::make_unique<Tracking::LiveTracks>(
+      std::make_unique<Tracking::TrackInput>(options.input, warn), options.settings);
+}
+
+void reportTracks(const std::string& input, const Tracking::TrackCounts& counts,
+                  const std::string& failure) {
+  const std::string text = counts.text();
+  if (!text.empty()) warn(fmt::format("{}: {}", input, text));
+  if (!failure.empty()) warn(failure);
+}
