@@ -18,6 +18,6 @@ void addSceneOptions(CLI::App& command, Audio::SceneChoice& scene) {
 
 void requireScene(const Audio::SceneChoice& scene, const std::string& otherWays) {
   if (scene.isGiven()) return;
-  throw CLI::ValidationError(fmt::format(
-      "--sources is required, or --source ID:AZIMUTH for each source{}", otherWays));
+  throw CLI::ValidationError(
+      fmt::format("--sources is required, or --source ID:AZIMUTH for each source{}", otherWays));
 }

@@ -4,8 +4,8 @@
 
 #include "scene/SceneFile.h"
 
-/// Adds --source, which says who is where without a scene file, or where those are whom an RTTM file
-/// names.
+/// Adds --source, which says who is where without a scene file, or where those are whom an RTTM
+/// file names.
 void addSourceOption(CLI::App& command, Audio::SceneChoice& scene);
 
 /// Adds --sources FILE, too.

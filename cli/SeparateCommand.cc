@@ -12,13 +12,16 @@
 #include "ParameterValue.h"
 #include "audio/FolderLock.h"
 #include "audio/SeparatedFiles.h"
+#include "cli/ArraysCommand.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
 #include "cli/PrintableOutput.h"
+#include "cli/SceneOptions.h"
 #include "cli/SeparationInputs.h"
 #include "cli/SeparationNetwork.h"
 #include "cli/SeparationRun.h"
 #include "net_types.h"
+#include "responses/KnownArrays.h"
 
 namespace {
 
@@ -96,6 +99,22 @@ std::string withDashes(std::string ranges) {
   return ranges;
 }
 
+void checkScene(Options& options) {
+  SeparationSettings& s = options.settings;
+  s.scene.recording = std::filesystem::path(s.recording).stem().string();
+  if (!s.tracks.isGiven()) return requireScene(s.scene, ", or --tracks");
+  if (s.scene.isGiven()) misuse("--tracks and --sources or --source exclude each other");
+  if (s.tracks.input == "-" && s.recording == "-") {
+    misuse("--tracks is \"-\", from which the recording comes already, expected another input");
+  }
+  if (!areLive(s.tracks, s.recording)) return;
+  // The sources that went would become ever more.
+  if (options.inactiveAsNoise == "on") {
+    misuse("--inactive-as-noise on does not go with a tracker that is followed while it works");
+  }
+  options.inactiveAsNoise = "off";
+}
+
 void applyMethod(Options& options) {
   SeparationSettings& s = options.settings;
   try {
@@ -165,11 +184,12 @@ void checkFolder(const SeparationSettings& s, const Audio::Scene& scene) {
     paths.push_back((folder / fmt::format("{}{}.wav", s.prefix, source.id)).string());
   }
   for (const std::string& path : paths) {
-    refuseInput(path, {s.recording, s.database, s.scene, s.noiseRecording});
+    refuseInput(path, {s.recording, s.database, s.scene.file, s.tracks.input, s.noiseRecording});
   }
 }
 
 void separate(Options options) {
+  checkScene(options);
   applyMethod(options);
   SeparationSettings& s = options.settings;
   SeparationInputs inputs = openInputs(s);
@@ -201,7 +221,14 @@ void addSoundOptions(CLI::App& command, SeparationSettings& s) {
   command.add_option("--window", s.window, "Shape of the frames")
       ->check(CLI::IsMember({"HANN", "HAMMING", "SINE", "RECTANGULAR"}))
       ->capture_default_str();
-  command.add_option("--channels", s.channels, "Channels to use, as 1-4,7; default: all");
+  CLI::Option* channels =
+      command.add_option("--channels", s.channels, "Channels to use, as 1-4,7; default: all");
+  command
+      .add_option_function<std::string>(
+          "--array", [&s](const std::string& name) { s.channels = knownArray(name).channels; },
+          "Channels to use: those of an array that zelk-sss arrays lists")
+      ->check(isArrayName())
+      ->excludes(channels);
   command.add_flag("--resample", s.resample, "Convert a recording of another sampling rate");
   command
       .add_option(
@@ -278,7 +305,8 @@ void addSeparateCommand(CLI::App& app) {
   command->add_option("MIX", s.recording, "The recording, a channel per microphone")->required();
   command->add_option("--tf", s.database, "Transfer-function database (SOFA, DataType TF)");
   addDatabaseLimit(*command);
-  command->add_option("--sources", s.scene, "Scene file: which sources, where, when")->required();
+  addSceneOptions(*command, s.scene);
+  addTrackOptions(*command, s.tracks);
   command->add_option("--method", options->method, "See: zelk-sss methods")->capture_default_str();
   command
       ->add_option("--param", options->parameters,

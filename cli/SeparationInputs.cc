@@ -133,9 +133,9 @@ std::optional<Audio::AudioReader> openNoise(const SeparationSettings& s, int mic
 }
 
 void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
-  scene.requireFewAtOnce(s.scene, s.inactiveAsNoise);
+  scene.requireFewAtOnce(s.sceneName(), s.inactiveAsNoise);
   if (scene.sources().empty()) {
-    throw DataError(fmt::format("{}: /sources: found none, expected one or more", s.scene));
+    throw DataError(fmt::format("{}: /sources: found none, expected one or more", s.sceneName()));
   }
   const bool noiseIsRunning =
       s.method->nodeType == "ML" && s.noiseRanges.empty() && s.noiseRecording.empty();
@@ -145,15 +145,29 @@ void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
     throw DataError(fmt::format(
         "{}: found a source that is always active, but ML learns the noise while none is; expected "
         "\"active\" times, or --noise-from or --noise-recording",
-        s.scene));
+        s.sceneName()));
+  }
+}
+
+/// After the recording, so that nobody waits for a tracker in vain.
+void openTracks(const SeparationSettings& s, SeparationInputs& inputs) {
+  if (!s.tracks.isGiven()) return;
+  if (areLive(s.tracks, s.recording)) {
+    inputs.live = followTracks(s.tracks);
+  } else {
+    inputs.scene = readTracks(s.tracks);
+    checkScene(s, inputs.scene);
   }
 }
 
 }  // namespace
 
 SeparationInputs openInputs(SeparationSettings& s) {
-  Audio::Scene scene = Audio::Scene::read(s.scene);
-  checkScene(s, scene);
+  Audio::Scene scene;
+  if (!s.tracks.isGiven()) {
+    scene = Audio::readScene(s.scene);
+    checkScene(s, scene);
+  }
   std::optional<SofaFile> database;
   if (s.method->needsDatabase()) {
     takeLengthAndRate(s, database.emplace(s.database));
@@ -161,6 +175,7 @@ SeparationInputs openInputs(SeparationSettings& s) {
   if (s.length == 0) s.length = DEFAULT_LENGTH;
   if (s.advance == 0) s.advance = std::max(1, s.length / 4);
   SeparationInputs inputs{.scene = std::move(scene), .recording = openRecording(s)};
+  openTracks(s, inputs);
   const int microphones = inputs.recording.channelCount();
   inputs.samples = inputs.recording.announcedSamples();
   checkFrames(s, microphones);

@@ -109,6 +109,7 @@ class SeparationRun {
     } while (!isEnd && SignalWatch::caught() == 0);
     files.finish();
     for (const std::string& remark : files.remarks("--format FLOAT")) warn(remark);
+    if (inputs.live) reportTracks(s.tracks.input, inputs.live->counts(), inputs.live->failure());
     return isEnd;
   }
 
@@ -127,14 +128,21 @@ class SeparationRun {
   /// Moves on to the next frame and says who is active in it.
   void listSources() {
     ++frame;
-    const std::vector<BF::SourceLocation> sources =
-        sourcesAt(inputs.scene, layout.time(frame, s.samplingRate), s.inactiveAsNoise);
+    const std::vector<BF::SourceLocation> sources = sourcesOfFrame();
     separator.setSources(sources, separator.sourcesAt(frame));
     std::vector<int> targets;
     for (const BF::SourceLocation& source : sources) {
       if (source.flag) targets.push_back(source.id);
     }
     files.addFrame(targets);
+  }
+
+  std::vector<BF::SourceLocation> sourcesOfFrame() const {
+    if (!inputs.live) {
+      return sourcesAt(inputs.scene, layout.time(frame, s.samplingRate), s.inactiveAsNoise);
+    }
+    const auto [targets, noise] = inputs.live->at(Tracking::LiveTracks::Clock::now());
+    return asSeparated(targets, noise);
   }
 
   void write(const Separation::Output& output) {

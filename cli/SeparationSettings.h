@@ -3,6 +3,8 @@
 #include <map>
 #include <string>
 
+#include "cli/TrackOptions.h"
+#include "scene/SceneFile.h"
 #include "separation/Methods.h"
 
 /// Everything that a separation is made of; the numbers that the nodes have in single precision
@@ -10,7 +12,8 @@
 struct SeparationSettings {
   std::string recording;
   std::string database;  ///< empty for methods without one
-  std::string scene;
+  Audio::SceneChoice scene;
+  TrackOptions tracks;  ///< instead of a scene
   std::string directory;
   const Method* method = nullptr;
   std::map<std::string, std::string> methodParameters;  ///< set by the user; defaults fill the rest
@@ -36,4 +39,7 @@ struct SeparationSettings {
   float projectionForgetting = 0.97F;
   bool undoHalfFrameShift = false;  ///< of the separated spectra
   bool inactiveAsNoise = false;     ///< list silent targets as noise sources
+
+  /// What says who is where, for messages.
+  const std::string& sceneName() const { return tracks.isGiven() ? tracks.input : scene.name(); }
 };

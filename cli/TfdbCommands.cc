@@ -134,8 +134,7 @@ struct Array {
 
   void addOptions(CLI::App& command) {
     CLI::Option_group* group = command.add_option_group("array", "The microphones (one of these)");
-    group
-        ->add_option("--array", name, "An array that is sold, as zelk-sss arrays lists them")
+    group->add_option("--array", name, "An array that is sold, as zelk-sss arrays lists them")
         ->check(isArrayName());
     group->add_option(
         "--microphones", file,

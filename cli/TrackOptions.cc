@@ -4,27 +4,10 @@
 
 #include <filesystem>
 
-#include "audio/RangeText.h"
 #include "cli/OptionChecks.h"
 #include "cli/PrintableOutput.h"
+#include "dsp/DataError.h"
 #include "tracking/RecordedTracks.h"
-
-namespace {
-
-constexpr double MAX_HOP = 10.0;  // seconds
-
-/// Seconds, from a number of them or SAMPLES/RATE; 0 for what is neither.
-double hopOf(const std::string& text) {
-  const std::size_t slash = text.find('/');
-  double hop = 0.0;
-  double rate = 1.0;
-  if (!Audio::parseNumber(text.substr(0, slash), hop)) return 0.0;
-  if (slash != std::string::npos && !Audio::parseNumber(text.substr(slash + 1), rate)) return 0.0;
-  hop /= rate;
-  return hop > 0.0 && hop <= MAX_HOP ? hop : 0.0;
-}
-
-}  // namespace
 
 void addTrackOptions(CLI::App& command, TrackOptions& options) {
   command.add_option("--tracks", options.input,
@@ -34,12 +17,11 @@ void addTrackOptions(CLI::App& command, TrackOptions& options) {
       .add_option_function<std::string>(
           "--track-hop",
           [&options](const std::string& text) {
-            options.settings.hop = hopOf(text);
-            if (options.settings.hop > 0.0) return;
-            throw CLI::ValidationError(
-                "--track-hop",
-                fmt::format("\"{}\", expected SAMPLES/RATE or seconds, above 0 and up to {:g} s",
-                            text, MAX_HOP));
+            try {
+              options.settings.hop = Tracking::hopOf(text);
+            } catch (const DataError& error) {
+              throw CLI::ValidationError("--track-hop", error.what());
+            }
           },
           "What a count of \"timeStamp\" is: SAMPLES/RATE or seconds")
       ->default_str("128/16000");

@@ -18,8 +18,8 @@ struct TrackOptions {
 /// Adds --tracks with --track-hop, --track-hold and --track-distance.
 void addTrackOptions(CLI::App& command, TrackOptions& options);
 
-/// Whether a tracker is followed while it works: when both its messages and the recording come while
-/// they are made.
+/// Whether a tracker is followed while it works: when both its messages and the recording come
+/// while they are made.
 bool areLive(const TrackOptions& options, const std::string& recording);
 
 /// Everything that a tracker says, as a scene. What was left out is said on standard error. Throws

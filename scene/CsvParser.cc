@@ -30,17 +30,16 @@ struct Row {
 
 Row rowOf(std::vector<std::string> fields, std::size_t line) {
   if (fields.size() < FEWEST_FIELDS || fields.size() > MOST_FIELDS) {
-    throw DataError(fmt::format(
-        "found {} fields, expected id, start, end, azimuth[, elevation[, distance]]",
-        fields.size()));
+    throw DataError(
+        fmt::format("found {} fields, expected id, start, end, azimuth[, elevation[, distance]]",
+                    fields.size()));
   }
   Row row{line, idOf(fields[0]), {}, {}};
   row.range.begin = numberOf(fields[1], -MAX_TIME, MAX_TIME, "a start in seconds, within ±1e9");
   row.range.end = numberOf(fields[2], -MAX_TIME, MAX_TIME, "an end in seconds, within ±1e9");
   if (row.range.begin >= row.range.end) {
-    throw DataError(
-        fmt::format("found the times {} to {}, expected an end after the start", fields[1],
-                    fields[2]));
+    throw DataError(fmt::format("found the times {} to {}, expected an end after the start",
+                                fields[1], fields[2]));
   }
   fields.erase(fields.begin(), fields.begin() + 3);
   while (fields.size() > 1 && fields.back().empty()) fields.pop_back();
@@ -73,9 +72,8 @@ std::vector<std::vector<Row>> readRows(const std::string& text, const std::strin
     }
   }
   for (std::vector<Row>& list : rows) {
-    std::stable_sort(list.begin(), list.end(), [](const Row& a, const Row& b) {
-      return a.range.begin < b.range.begin;
-    });
+    std::stable_sort(list.begin(), list.end(),
+                     [](const Row& a, const Row& b) { return a.range.begin < b.range.begin; });
   }
   return rows;
 }

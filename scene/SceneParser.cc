@@ -177,8 +177,8 @@ SceneSource parseSource(const Place& place) {
     if (place->contains("azimuth") || place->contains("elevation") || place->contains("position")) {
       place.refuse("both \"track\" and a position beside it", "one of them");
     }
-    source.track = parseTrack(place.at("track"),
-                              place->contains("distance") ? parseDistance(place.at("distance")) : 1.0);
+    source.track = parseTrack(
+        place.at("track"), place->contains("distance") ? parseDistance(place.at("distance")) : 1.0);
   } else {
     source.track = {parsePoint(place)};
   }

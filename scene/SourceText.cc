@@ -23,9 +23,8 @@ constexpr double MAX_VALUE = 1e6;  // degrees or metres, as in scene files
 }
 
 bool isWholeNumber(const std::string& text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
-    return c >= '0' && c <= '9';
-  });
+  return !text.empty() &&
+         std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "tracking/JsonObjects.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace Tracking {
 
@@ -29,6 +30,7 @@ JsonObjects::Step JsonObjects::step(char c) {
   if (isBlank(c)) return Step::Goes;
   if (code < 0x20 || code > 0x7E) return Step::Fails;
   if (before == '{' && c != '"' && c != '}') return Step::Fails;
+  if (before == '"' && std::strchr(":,}]", c) == nullptr) return Step::Fails;
   if (c == '{' || c == '[') {
     const bool mayStand = brackets.empty() || before == ':' || before == ',' || before == '[';
     if (!mayStand || brackets.size() == MAX_DEPTH) return Step::Fails;

@@ -45,9 +45,9 @@ class JsonObjects {
   bool isInside = false;  // of an object
   bool isString = false;
   bool isEscaped = false;
-  char before = '\0';           // the last byte that is no blank, outside strings
-  std::vector<char> brackets;   // that are open
-  std::size_t givenBegin = 0;   // of the object that was given last
+  char before = '\0';          // the last byte that is no blank, outside strings
+  std::vector<char> brackets;  // that are open
+  std::size_t givenBegin = 0;  // of the object that was given last
 };
 
 }  // namespace Tracking

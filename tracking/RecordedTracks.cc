@@ -95,8 +95,8 @@ Audio::Scene recordedTracks(TrackInput& input, const TrackSettings& settings, Tr
   }
   counts = stream.counts();
   if (counts.messages == 0 && counts.broken > 0) {
-    throw DataError(fmt::format("{}: found no message of a tracker: {}", input.name(),
-                                counts.fault));
+    throw DataError(
+        fmt::format("{}: found no message of a tracker: {}", input.name(), counts.fault));
   }
   Audio::Scene scene = gathering.finish();
   counts.contradictions += gathering.contradictions;

@@ -10,10 +10,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <utility>
 
+#include "audio/RangeText.h"
 #include "dsp/DataError.h"
 
 namespace Tracking {
@@ -81,12 +83,13 @@ void TrackInput::openFile() {
 
 void TrackInput::listen(const std::string& address) {
   const std::size_t colon = address.rfind(':');
-  if (colon == std::string::npos || colon + 1 == address.size()) {
-    fail("found no port, expected tcp://HOST:PORT or tcp://:PORT");
+  std::uint16_t port = 0;
+  if (colon == std::string::npos || !Audio::parseNumber(address.substr(colon + 1), port)) {
+    fail("found no port from 0 to 65535, expected tcp://HOST:PORT or tcp://:PORT");
   }
   std::string host = address.substr(0, colon);
   if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
-  listener = boundTo(host, address.substr(colon + 1));
+  listener = boundTo(host, std::to_string(port));
   sockaddr_storage bound{};
   socklen_t size = sizeof bound;
   getsockname(listener, reinterpret_cast<sockaddr*>(&bound), &size);
@@ -130,7 +133,8 @@ bool TrackInput::accept() {
   while (isReady(listener)) {
     sockaddr_storage peer{};
     socklen_t size = sizeof peer;
-    stream = accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    stream =
+        accept4(listener, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (stream >= 0) {
       tell(fmt::format("{}: a tracker has connected from {}", words,
                        addressText(reinterpret_cast<sockaddr*>(&peer), size)));

@@ -6,9 +6,10 @@
 
 namespace Tracking {
 
-/// Where a tracker's messages come from: a file, a FIFO, "-" for standard input, or tcp://HOST:PORT,
-/// an address of this machine at which a tracker connects: HOST is a name or number, in brackets if
-/// it is one of IPv6, and none stands for all of the machine's addresses; port 0 takes a free one.
+/// Where a tracker's messages come from: a file, a FIFO, "-" for standard input, or
+/// tcp://HOST:PORT, an address of this machine at which a tracker connects: HOST is a name or
+/// number, in brackets if it is one of IPv6, and none stands for all of the machine's addresses;
+/// port 0 takes a free one.
 class TrackInput {
  public:
   using Tell = std::function<void(const std::string&)>;

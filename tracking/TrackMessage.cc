@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "audio/RangeText.h"
 #include "dsp/DataError.h"
 #include "scene/Json.h"
 
@@ -19,6 +20,7 @@ using Audio::Position;
 using nlohmann::json;
 
 constexpr double MAX_COUNT = 9007199254740992.0;  // 2⁵³: as far as counts are exact
+constexpr double MAX_HOP = 10.0;                  // seconds
 constexpr double MAX_TIME = 1e9;                  // seconds, as in scene files
 constexpr double MAX_COORDINATE = 1e6;
 constexpr double SHORTEST = 1e-6;  // of a vector that has a direction
@@ -31,8 +33,7 @@ double numberAt(const json& object, const char* key, double least, double most) 
   }
   const auto value = found->get<double>();
   if (value >= least && value <= most) return value;
-  throw DataError(
-      fmt::format("\"{}\": found {}, expected {:g} to {:g}", key, value, least, most));
+  throw DataError(fmt::format("\"{}\": found {}, expected {:g} to {:g}", key, value, least, most));
 }
 
 int idOf(const json& object) {
@@ -103,6 +104,19 @@ TrackMessage sceneLine(json document) {
 }
 
 }  // namespace
+
+double hopOf(const std::string& text) {
+  const std::size_t slash = text.find('/');
+  double hop = 0.0;
+  double rate = 1.0;
+  const bool areNumbers =
+      Audio::parseNumber(text.substr(0, slash), hop) &&
+      (slash == std::string::npos || Audio::parseNumber(text.substr(slash + 1), rate));
+  hop /= rate;
+  if (areNumbers && hop > 0.0 && hop <= MAX_HOP) return hop;
+  throw DataError(fmt::format("{}, expected SAMPLES/RATE or seconds, above 0 and up to {:g} s",
+                              Audio::quotedJson(text), MAX_HOP));
+}
 
 TrackMessage parseTrackMessage(const std::string& text, const TrackSettings& settings) {
   json document = Audio::parseJson(text);

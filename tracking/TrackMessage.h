@@ -16,6 +16,10 @@ struct TrackSettings {
   double distance = 1.0;         ///< metres, of directions that come as unit vectors
 };
 
+/// A tracker's hop in seconds, from a number of them or SAMPLES/RATE, such as 128/16000. Throws
+/// DataError.
+double hopOf(const std::string& text);
+
 /// Who is where from a time on.
 struct TrackMessage {
   std::optional<double> time;  ///< seconds
