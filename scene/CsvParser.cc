@@ -58,6 +58,7 @@ std::vector<std::vector<Row>> readRows(const std::string& text, const std::strin
   std::size_t number = 0;
   for (std::string content; std::getline(lines, content);) {
     ++number;
+    if (content.ends_with('\r')) content.pop_back();
     const std::vector<std::string> fields = partsOf(content, ',');
     const bool isEmpty = fields.size() == 1 && fields[0].empty();
     const bool isHeader = number == 1 && fields[0] == "id";

@@ -23,7 +23,7 @@ TEST_F(Errors, OfUsage) {
   EXPECT_EQ(run("").status, 2);
   EXPECT_EQ(run("").errors,
             "zelk-sss: no command is given, expected one of: separate methods tfdb mix score "
-            "pattern spectrogram run\n");
+            "pattern spectrogram run arrays\n");
 
   expectRefused(
       2,
