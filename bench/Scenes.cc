@@ -11,6 +11,7 @@
 #include "bf/GJ.h"
 #include "bf/GSS.h"
 #include "bf/LCMV.h"
+#include "geometry/SpeedOfSound.h"
 
 namespace bench {
 
@@ -63,7 +64,7 @@ BF::Matrix randomFrame(int M, unsigned seed) { return randomMatrix(M, BINS, seed
 std::unique_ptr<BF::BF> makeEngine(int algorithm, int M) {
   std::unique_ptr<BF::BF> engine;
   const auto make = [&]<typename Engine, typename... Settings>(Settings... settings) {
-    engine = std::make_unique<Engine>(BINS, SAMPLING_RATE, SOUND_SPEED, settings...);
+    engine = std::make_unique<Engine>(BINS, SAMPLING_RATE, ::BF::SPEED_OF_SOUND, settings...);
   };
   switch (algorithm) {
     case BF::BF_ALGORITHM_DS:

@@ -10,7 +10,6 @@ namespace bench {
 
 constexpr int BINS = 257;
 constexpr int SAMPLING_RATE = 16000;
-constexpr double SOUND_SPEED = 343.0;
 /// Measured source positions, evenly on the unit circle.
 constexpr int POSITIONS = 72;
 

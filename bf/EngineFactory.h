@@ -16,7 +16,7 @@ struct EngineParameters {
   double mu_ss = 0.1;      ///< GSS and its kin: step size of the separation term, or its multiplier
   double scale = 0.1;      ///< GSS and its kin: scale of the outputs inside the tanh
   NlFuncType nlFuncType = NL_FUNC_TANH;         ///< GSS and its kin: φ of the separation term
-  double regFactor = 0.01;                      ///< CML: regularisation, relative to ‖R‖
+  double regFactor = 1e-4;                      ///< CML: regularisation, relative to ‖R‖
   double alpha = 0.99;                          ///< CMSNR: forgetting factor of the averages
   std::string decompositionAlgorithm = "GEVD";  ///< CMSNR: "GEVD" or "GSVD"
 };

@@ -19,6 +19,7 @@
 #include "cli/RoomOptions.h"
 #include "cli/SceneOptions.h"
 #include "dsp/DataError.h"
+#include "dsp/Decibels.h"
 #include "responses/MixNoise.h"
 #include "responses/MixRenderer.h"
 #include "responses/ResponseSet.h"
@@ -91,7 +92,7 @@ std::vector<MixSource> sourcesOf(const Audio::Scene& scene, const MixOptions& op
   }
   for (std::size_t i = 0; i < result.size(); ++i) {
     result[i].dry = options.dry[i];
-    if (!options.gains.empty()) result[i].gain = std::pow(10.0, options.gains[i] / 20.0);
+    if (!options.gains.empty()) result[i].gain = Audio::amplitudeRatio(options.gains[i]);
   }
   return result;
 }
@@ -147,7 +148,11 @@ void mix(const MixOptions& options) {
     RoomDescription description = options.room;
     description.seed = options.seed;
     room.emplace(description, responses.samplingRate());
-    inRoom.emplace(*room, responses, options.byDirection);
+    if (options.byDirection) {
+      inRoom.emplace(*room, responses);
+    } else {
+      inRoom.emplace(*room, responses.microphonePositions());
+    }
     note(room->text());
   }
   const Responses& heard = inRoom ? static_cast<const Responses&>(*inRoom) : responses;

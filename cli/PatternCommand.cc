@@ -15,6 +15,7 @@
 #include "cli/OptionChecks.h"
 #include "cli/SceneOptions.h"
 #include "dsp/DataError.h"
+#include "dsp/Decibels.h"
 #include "fileio/SofaFile.h"
 #include "pictures/BeamPattern.h"
 #include "pictures/DirectionRing.h"
@@ -125,7 +126,7 @@ std::vector<std::size_t> binsOf(const Options& options, const Setup& setup) {
 
 double meanDistance(const std::vector<BF::SourceLocation>& sources) {
   double sum = 0.0;
-  for (const BF::SourceLocation& source : sources) sum += bearingOf(source).distance;
+  for (const BF::SourceLocation& source : sources) sum += BF::directionOf(source).distance;
   return sum / static_cast<double>(sources.size());
 }
 
@@ -151,20 +152,21 @@ PatternPicture pictureOf(const Options& options, const Setup& setup, const Direc
                               stateOf(options.method));
   picture.subtitle = fmt::format("{}, {}; {} at {:.2f} s", fileName(options.database), ring.text(),
                                  fileName(options.scene.name()), setup.time);
-  for (const Bearing& bearing : ring.bearings) picture.azimuths.push_back(bearing.azimuth);
+  for (const BF::Direction& direction : ring.directions)
+    picture.azimuths.push_back(direction.azimuth);
   const std::vector<std::size_t> bins = binsOf(options, setup);
   const double step =
       setup.samplingRate / 2.0 /
       static_cast<double>(std::max<std::size_t>(1, setup.engine->separationMatrices.size() - 1));
   for (const std::size_t k : bins) picture.frequencies.push_back(static_cast<double>(k) * step);
   for (std::size_t row = 0; row < setup.sources.size(); ++row) {
-    picture.sources.push_back({setup.sources[row].id, bearingOf(setup.sources[row])});
+    picture.sources.push_back({setup.sources[row].id, BF::directionOf(setup.sources[row])});
     if (!setup.sources[row].flag) continue;
     PatternPicture::Panel panel{row, std::vector<std::vector<double>>(bins.size() + 1)};
     for (const int position : ring.positions) {
       const std::vector<double> gains = powerGains(*setup.engine, static_cast<int>(row), position);
       for (std::size_t c = 0; c < bins.size(); ++c) {
-        panel.curves[c].push_back(inDecibels(gains[bins[c]]));
+        panel.curves[c].push_back(Audio::decibels(gains[bins[c]]));
       }
       panel.curves.back().push_back(broadbandGain(gains));
     }
@@ -175,9 +177,9 @@ PatternPicture pictureOf(const Options& options, const Setup& setup, const Direc
 
 /// Notes sources that stand elsewhere than what the picture shows.
 void noteElevations(const Options& options, const Setup& setup, const DirectionRing& ring) {
-  const double shown = ring.bearings.front().elevation;
+  const double shown = ring.directions.front().elevation;
   for (const BF::SourceLocation& source : setup.sources) {
-    const double elevation = bearingOf(source).elevation;
+    const double elevation = BF::directionOf(source).elevation;
     if (std::abs(elevation - shown) <= NOTED_ELEVATION) continue;
     std::cerr << "zelk-sss: "
               << fmt::format(

@@ -14,6 +14,7 @@
 #include "dsp/OverlapAdder.h"
 #include "responses/DatabaseFile.h"
 #include "responses/Places.h"
+#include "separation/ResponseFile.h"
 
 namespace {
 
@@ -60,12 +61,13 @@ Audio::AudioReader openRecording(SeparationSettings& s) {
   options.nonFinite = Audio::nonFiniteNamed(s.nonFinite);
   Audio::AudioReader reader = open(s, s.recording, options);
   s.samplingRate = reader.samplingRate();
-  if (s.reference < 1 || s.reference > reader.channelCount()) {
-    throw DataError(
-        fmt::format("--reference-mic is {}, expected 1 to {}, the channels in use of {}",
-                    s.reference, reader.channelCount(), s.recording));
-  }
   return reader;
+}
+
+void checkReference(const SeparationSettings& s, int microphones) {
+  if (s.reference >= 1 && s.reference <= microphones) return;
+  throw DataError(fmt::format("--reference-mic is {}, expected 1 to {}, the channels in use of {}",
+                              s.reference, microphones, s.recording));
 }
 
 /// Refuses what makes no frames, or frames that lose samples.
@@ -149,7 +151,38 @@ void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
   }
 }
 
-/// After the recording, so that nobody waits for a tracker in vain.
+/// Refuses a recording with other channels than a file has microphones.
+void requireChannels(const SeparationSettings& s, int microphones, const SofaFile* file) {
+  if (!file || file->receivers() == static_cast<std::size_t>(microphones)) return;
+  throw DataError(fmt::format(
+      "{}: gives {} channels, expected {}, a channel for each microphone of {} (--channels "
+      "selects)",
+      s.recording, microphones, file->receivers(), file->path()));
+}
+
+/// The files that say what to separate by.
+struct Model {
+  /// Takes frame length and rate from the database, where the settings leave them open.
+  explicit Model(SeparationSettings& s) {
+    if (!s.tracks.isGiven()) {
+      scene = Audio::readScene(s.scene);
+      checkScene(s, scene);
+    }
+    if (s.method->needsDatabase()) takeLengthAndRate(s, database.emplace(s.database));
+    if (s.method->needsResponses()) responses.emplace(s.responses, SofaFile::Part::HEAD);
+    if (s.length == 0) s.length = DEFAULT_LENGTH;
+    if (s.advance == 0) s.advance = std::max(1, s.length / 4);
+  }
+
+  /// The file that says how many microphones there are; null without one.
+  const SofaFile* file() const { return database ? &*database : responses ? &*responses : nullptr; }
+
+  Audio::Scene scene;
+  std::optional<SofaFile> database;
+  std::optional<SofaFile> responses;
+};
+
+/// After the recording was opened, so that nobody waits for a tracker in vain.
 void openTracks(const SeparationSettings& s, SeparationInputs& inputs) {
   if (!s.tracks.isGiven()) return;
   if (areLive(s.tracks, s.recording)) {
@@ -160,43 +193,57 @@ void openTracks(const SeparationSettings& s, SeparationInputs& inputs) {
   }
 }
 
-}  // namespace
-
-SeparationInputs openInputs(SeparationSettings& s) {
-  Audio::Scene scene;
-  if (!s.tracks.isGiven()) {
-    scene = Audio::readScene(s.scene);
-    checkScene(s, scene);
-  }
-  std::optional<SofaFile> database;
-  if (s.method->needsDatabase()) {
-    takeLengthAndRate(s, database.emplace(s.database));
-  }
-  if (s.length == 0) s.length = DEFAULT_LENGTH;
-  if (s.advance == 0) s.advance = std::max(1, s.length / 4);
-  SeparationInputs inputs{.scene = std::move(scene), .recording = openRecording(s)};
-  openTracks(s, inputs);
-  const int microphones = inputs.recording.channelCount();
-  inputs.samples = inputs.recording.announcedSamples();
+/// All but the recording itself, checked against each other.
+SeparationInputs inputsOf(const SeparationSettings& s, Model& model, int microphones,
+                          std::optional<std::int64_t> samples) {
+  SeparationInputs inputs{.scene = std::move(model.scene)};
+  inputs.microphones = microphones;
+  inputs.samples = samples;
+  checkReference(s, microphones);
   checkFrames(s, microphones);
   inputs.noise = openNoise(s, microphones);
   checkNoiseRanges(s, inputs);
-  if (database && database->receivers() != static_cast<std::size_t>(microphones)) {
-    throw DataError(fmt::format(
-        "{}: gives {} channels, expected {}, a channel for each microphone of {} (--channels "
-        "selects)",
-        s.recording, microphones, database->receivers(), s.database));
-  }
-  SeparationPlan plan{s, inputs.scene, microphones, std::nullopt, database ? &*database : nullptr};
-  if (inputs.samples) plan.duration = static_cast<double>(*inputs.samples) / s.samplingRate;
+  requireChannels(s, microphones, model.file());
+  openTracks(s, inputs);
+  const SofaFile* const database = model.database ? &*model.database : nullptr;
+  SeparationPlan plan{s, inputs.scene, microphones, std::nullopt, database};
+  if (samples) plan.duration = static_cast<double>(*samples) / s.samplingRate;
   inputs.notes = nearestResponses(plan);
   inputs.warnings = separationWarnings(plan);
   if (database) inputs.database = databaseOf(*database);
+  if (model.responses) inputs.responses = readImpulseResponses(s.responses, s.samplingRate);
   return inputs;
 }
 
-Audio::AudioReader openForNoise(const SeparationSettings& s) {
+}  // namespace
+
+SeparationInputs openInputs(SeparationSettings& s) {
+  Model model(s);
+  Audio::AudioReader recording = openRecording(s);
+  SeparationInputs inputs =
+      inputsOf(s, model, recording.channelCount(), recording.announcedSamples());
+  inputs.recording = std::move(recording);
+  return inputs;
+}
+
+SeparationInputs openInputs(SeparationSettings& s, const LiveSound& sound) {
+  Model model(s);
+  if (s.samplingRate != 0 && s.samplingRate != sound.samplingRate) {
+    throw DataError(fmt::format("{}: runs at {} Hz, expected {} Hz, for which {} was made",
+                                s.recording, sound.samplingRate, s.samplingRate, s.database));
+  }
+  s.samplingRate = sound.samplingRate;
+  int microphones = sound.channels;
+  if (microphones == 0 && model.file()) microphones = static_cast<int>(model.file()->receivers());
+  if (microphones == 0) {
+    throw DataError("--channels is missing: nothing else says how many microphones there are");
+  }
+  return inputsOf(s, model, microphones, std::nullopt);
+}
+
+Audio::AudioReader openAgain(const SeparationSettings& s) {
   Audio::AudioReaderOptions options = channelsOf("--channels", s.channels);
-  options.warn = [](const std::string&) {};  // as it was said already
+  options.nonFinite = Audio::nonFiniteNamed(s.nonFinite);
+  options.warn = [](const std::string&) {};  // as it is said once already
   return open(s, s.recording, options);
 }

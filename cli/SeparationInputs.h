@@ -10,18 +10,21 @@
 #include "cli/SeparationSettings.h"
 #include "geometry/TransformFunctionDatabase.h"
 #include "scene/Scene.h"
+#include "separation/mvdr/ImpulseResponses.h"
 #include "tracking/LiveTracks.h"
 
 /// The files of a separation, each opened once, and what they say before it starts.
 struct SeparationInputs {
   Audio::Scene scene;
-  Audio::AudioReader recording;
-  std::optional<Audio::AudioReader> noise = {};     ///< of noise alone
-  BF::TransformFunctionDatabase database = {};      ///< empty for methods without one
-  std::optional<std::int64_t> samples = {};         ///< the recording's length, where it says so
-  std::unique_ptr<Tracking::LiveTracks> live = {};  ///< a tracker, which then makes the scene
-  std::vector<std::string> notes = {};     ///< which response serves each source, a line each
-  std::vector<std::string> warnings = {};  ///< what will work, but badly
+  std::unique_ptr<Tracking::LiveTracks> live = {};   ///< a tracker, instead of the scene
+  std::optional<Audio::AudioReader> recording = {};  ///< none of live sound
+  int microphones = 0;
+  std::optional<Audio::AudioReader> noise = {};  ///< of noise alone
+  BF::TransformFunctionDatabase database = {};   ///< empty for methods without one
+  Separation::ImpulseResponses responses = {};   ///< for MVDR
+  std::optional<std::int64_t> samples = {};      ///< the recording's length, where it says so
+  std::vector<std::string> notes = {};           ///< which response serves each source, a line each
+  std::vector<std::string> warnings = {};        ///< what will work, but badly
 };
 
 /// Reads scene and database, opens the recordings, takes from them what the settings leave open
@@ -31,5 +34,15 @@ struct SeparationInputs {
 /// expected.
 SeparationInputs openInputs(SeparationSettings& settings);
 
-/// The recording once more, for a look at its noise beforehand. Warns of nothing.
-Audio::AudioReader openForNoise(const SeparationSettings& settings);
+/// Sound that comes from a sound server. Its name, for messages, is the settings' recording.
+struct LiveSound {
+  int samplingRate = 0;  ///< Hz
+  int channels = 0;      ///< 0: as many as the database or the responses have microphones
+};
+
+/// The same for live sound; without a database frames have 512 samples. Throws DataError also for
+/// channels that neither the sound nor a file tells the number of.
+SeparationInputs openInputs(SeparationSettings& settings, const LiveSound& sound);
+
+/// The recording once more, for a look at it beforehand. Warns of nothing.
+Audio::AudioReader openAgain(const SeparationSettings& settings);

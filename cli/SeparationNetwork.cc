@@ -38,10 +38,15 @@ Parameters inputParameters(const SeparationSettings& s) {
 }
 
 Parameters separatorParameters(const SeparationSettings& s) {
-  Parameters result = {whole("LENGTH", s.length), whole("SAMPLING_RATE", s.samplingRate),
-                       truth("ENABLE_DEBUG", s.debug)};
+  Parameters result = {whole("LENGTH", s.length), whole("SAMPLING_RATE", s.samplingRate)};
+  if (!s.method->needsResponses()) result.push_back(truth("ENABLE_DEBUG", s.debug));
   if (s.method->nodeType == "BeamForming") result.push_back(text("BF_METHOD", s.method->name));
   if (s.method->needsDatabase()) result.push_back(text("TF_CONJ_FILENAME", s.database));
+  if (s.method->needsResponses()) {
+    result.push_back(text("FILENAME", s.responses));
+    result.push_back(text("WINDOW", s.window));
+    result.push_back(whole("REFERENCE", s.reference));
+  }
   for (const MethodParameter& parameter : s.method->parameters) {
     const auto chosen = s.methodParameters.find(parameter.name);
     result.push_back(
@@ -97,11 +102,17 @@ FD::NetworkDescription frameLoop(const SeparationSettings& s) {
   loop.nodes = {{"frames", "AudioFrames", inputParameters(s)},
                 sceneNode(s),
                 {"separator", type, separatorParameters(s)}};
-  loop.links = {{"frames", "OUTPUT", "separator", "INPUT_FRAMES"},
-                {"scene", "SOURCES", "separator", "INPUT_SOURCES"},
+  loop.links = {{"scene", "SOURCES", "separator", "INPUT_SOURCES"},
                 {"scene", "SOURCES", "writer", "SOURCES"},
                 {"frames", "SAMPLES", "writer", "SAMPLES"},
                 {"frames", "LAST_FRAME", "writer", "LAST_FRAME"}};
+  if (type == "MSNR" && s.level) {
+    loop.nodes.push_back({"level", "Level"});
+    loop.links.push_back({"frames", "OUTPUT", "level", "INPUT"});
+    loop.links.push_back({"level", "OUTPUT", "separator", "INPUT_FRAMES"});
+  } else {
+    loop.links.push_back({"frames", "OUTPUT", "separator", "INPUT_FRAMES"});
+  }
   if (type == "ML") {
     loop.nodes.push_back({"noise", "NoiseCorrelation", noiseParameters(s)});
     loop.links.push_back({"noise", "OUTPUT", "separator", "INPUT_NOISE_CM"});
@@ -122,6 +133,16 @@ FD::NetworkDescription frameLoop(const SeparationSettings& s) {
     loop.links.push_back({"separator", "OUTPUT", last, "INPUT"});
     loop.links.push_back({"frames", "OUTPUT", last, "INPUT_FRAMES"});
     loop.links.push_back({"scene", "SOURCES", last, "SOURCES"});
+  }
+  if (s.refineLive) {
+    loop.nodes.push_back(
+        {"refinement", "MaskRefinement",
+         withLayout(s, {whole("REFERENCE", s.reference), number("MEMORY", s.refineMemory),
+                        number("POST_MASK", s.postMask)})});
+    loop.links.push_back({last, "OUTPUT", "refinement", "INPUT"});
+    loop.links.push_back({"frames", "OUTPUT", "refinement", "INPUT_FRAMES"});
+    if (type == "MSNR") loop.links.push_back({"scene", "SOURCES", "refinement", "SOURCES"});
+    last = "refinement";
   }
   // Last, so that a node that cannot be built leaves no folder behind.
   loop.nodes.push_back({"writer", "SeparatedWriter", writerParameters(s)});

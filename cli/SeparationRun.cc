@@ -5,42 +5,23 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-#include "audio/FrameReader.h"
 #include "cli/PrintableOutput.h"
 #include "cli/ProgressBar.h"
 #include "cli/SeparatorSettings.h"
 #include "cli/StopSignals.h"
 #include "dsp/FrameLayout.h"
 #include "scene/SceneMoment.h"
-#include "separation/NoiseFile.h"
 #include "separation/Separator.h"
 
 namespace {
 
-/// The noise of --noise-recording, or of the recording at the times of --noise-from; else none.
-std::vector<BF::Matrix> measuredNoise(const SeparationSettings& s, SeparationInputs& inputs) {
-  if (!inputs.noise && s.noiseRanges.empty()) return {};
-  std::vector<Audio::TimeRange> ranges;
-  if (!inputs.noise) ranges = Audio::parseTimeRanges(s.noiseRanges);
-  Audio::FrameReader reader(inputs.noise ? std::move(*inputs.noise) : openForNoise(s),
-                            {s.length, s.advance}, Audio::windowNamed(s.window));
-  return noiseMatrices(noiseOfFile(reader, ranges), s.noiseLoading, s.noiseNormalize);
-}
-
-Separation::Separator makeSeparator(const SeparationSettings& s, SeparationInputs& inputs) {
-  Separation::Settings settings = separatorSettings(s);
-  settings.noise.matrices = measuredNoise(s, inputs);
-  if (!s.method->needsDatabase()) return {settings, inputs.recording.channelCount()};
-  const BF::TransformFunctionDatabase database = std::move(inputs.database);
-  return {settings, database};
-}
-
-Audio::SeparatedFiles openFiles(const SeparationSettings& s) {
+Audio::SeparatedFilesOptions fileOptions(const SeparationSettings& s) {
   Audio::SeparatedFilesOptions options;
   options.directory = s.directory;
   options.prefix = s.prefix;
@@ -48,7 +29,7 @@ Audio::SeparatedFiles openFiles(const SeparationSettings& s) {
   options.format = Audio::sampleFormatNamed(s.format);
   options.overwrite = s.overwrite;
   options.overwriteWords = FORCE_WORDS;
-  return {options, {s.length, s.advance}};
+  return options;
 }
 
 /// For --debug: says when the output of a source ceases to be finite.
@@ -87,36 +68,58 @@ class SeparationRun {
         inputs(separationInputs),
         layout(s.length, s.advance),
         separator(makeSeparator(s, inputs)),
-        files(openFiles(s)),
         check(s.samplingRate) {}
 
-  /// Separates up to the recording's end, or to the frame that is at hand when a signal comes, and
-  /// completes the files. Says whether the end was reached.
+  /// Goes through the recording as often as the settings ask for; the last time it is separated
+  /// into the files, up to its end, or to the frame that is at hand when a signal comes, and they
+  /// are completed. Says whether the end was reached.
   bool separate(ProgressBar& progress) {
+    for (; pass < separator.passes(); ++pass) {
+      Audio::AudioReader again = openAgain(s);
+      if (!goThrough(again, progress)) return false;
+      separator.startOver();
+      framesBefore += frame + 1;
+      frame = -1;
+    }
+    files.emplace(fileOptions(s), layout);
+    const bool isEnd = goThrough(*inputs.recording, progress);
+    files->finish();
+    for (const std::string& remark : files->remarks("--format FLOAT")) warn(remark);
+    if (inputs.live) reportTracks(s.tracks.input, inputs.live->counts(), inputs.live->failure());
+    return isEnd;
+  }
+
+  /// What to say of a run that was stopped.
+  std::string stopText() const {
+    const int signal = SignalWatch::caught();
+    if (!files) {
+      return fmt::format("stopped by signal {} in pass {} of {}, before any file was written",
+                         signal, pass, separator.passes());
+    }
+    return fmt::format("stopped by signal {} after frame {}; the files are complete up to it",
+                       signal, frame);
+  }
+  SeparationResult result() const { return {files->report(), files->samples()}; }
+
+ private:
+  bool goThrough(Audio::AudioReader& recording, ProgressBar& progress) {
     const auto advance = static_cast<std::size_t>(s.advance);
     std::vector<float> block(advance * static_cast<std::size_t>(separator.microphones()));
     bool isEnd = false;
     do {
-      const std::size_t count = inputs.recording.read(block.data(), advance);
+      const std::size_t count = recording.read(block.data(), advance);
       isEnd = count < advance;
       if (isEnd) {
         separateRest(block.data(), count);
       } else {
         listSources();
         write(separator.push(block.data(), count));
-        progress.show(frame);
+        progress.show(framesBefore + frame);
       }
     } while (!isEnd && SignalWatch::caught() == 0);
-    files.finish();
-    for (const std::string& remark : files.remarks("--format FLOAT")) warn(remark);
-    if (inputs.live) reportTracks(s.tracks.input, inputs.live->counts(), inputs.live->failure());
     return isEnd;
   }
 
-  std::int64_t lastFrame() const { return frame; }
-  SeparationResult result() const { return {files.report(), files.samples()}; }
-
- private:
   /// The last block, which is shorter than a frame's advance, and the frames that hold no more than
   /// the end of the recording.
   void separateRest(const float* samples, std::size_t count) {
@@ -130,11 +133,12 @@ class SeparationRun {
     ++frame;
     const std::vector<BF::SourceLocation> sources = sourcesOfFrame();
     separator.setSources(sources, separator.sourcesAt(frame));
+    if (!files) return;
     std::vector<int> targets;
     for (const BF::SourceLocation& source : sources) {
       if (source.flag) targets.push_back(source.id);
     }
-    files.addFrame(targets);
+    files->addFrame(targets);
   }
 
   std::vector<BF::SourceLocation> sourcesOfFrame() const {
@@ -146,19 +150,22 @@ class SeparationRun {
   }
 
   void write(const Separation::Output& output) {
+    if (!files) return;
     if (s.debug) check.look(output);
     Audio::SeparatedFiles::Signals signals;
     for (const auto& [id, samples] : output.signals) signals[id] = samples.data();
-    files.write(signals, output.count);
+    files->write(signals, output.count);
   }
 
   const SeparationSettings& s;
   SeparationInputs& inputs;
   Audio::FrameLayout layout;
   Separation::Separator separator;
-  Audio::SeparatedFiles files;
+  std::optional<Audio::SeparatedFiles> files;  // in the last pass
   FiniteCheck check;
-  std::int64_t frame = -1;  // the newest one
+  int pass = 1;
+  std::int64_t frame = -1;        // the newest one
+  std::int64_t framesBefore = 0;  // of the passes before
 };
 
 }  // namespace
@@ -170,13 +177,11 @@ SeparationResult runSeparation(const SeparationSettings& settings, SeparationInp
   bool isComplete = false;
   {
     const Audio::FrameLayout layout(settings.length, settings.advance);
-    ProgressBar progress(showsProgress && inputs.samples ? layout.frameCount(*inputs.samples) : 0);
+    const int passes = settings.passes + settings.refinePasses;
+    ProgressBar progress(
+        showsProgress && inputs.samples ? passes * layout.frameCount(*inputs.samples) : 0);
     isComplete = run.separate(progress);
   }
-  if (!isComplete) {
-    throw std::runtime_error(
-        fmt::format("stopped by signal {} after frame {}; the files are complete up to it",
-                    SignalWatch::caught(), run.lastFrame()));
-  }
+  if (!isComplete) throw std::runtime_error(run.stopText());
   return run.result();
 }

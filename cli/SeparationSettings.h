@@ -11,7 +11,8 @@
 /// have it here, too.
 struct SeparationSettings {
   std::string recording;
-  std::string database;  ///< empty for methods without one
+  std::string database;   ///< empty for methods without one
+  std::string responses;  ///< for MVDR: whole impulse responses
   Audio::SceneChoice scene;
   TrackOptions tracks;  ///< instead of a scene
   std::string directory;
@@ -31,7 +32,7 @@ struct SeparationSettings {
   std::string noiseRanges;     ///< for ML: times of the recording, "0-1.5,4-5"; or …
   std::string noiseRecording;  ///< … a recording of the noise; neither: frames without targets
   std::string noiseChannels;   ///< of noiseRecording; empty: as `channels`
-  float noiseLoading = 0.001F;
+  float noiseLoading = 1e-4F;
   float noiseForgetting = 0.98F;
   bool noiseNormalize = true;
   bool project = false;  ///< scale the outputs to the reference microphone
@@ -39,6 +40,12 @@ struct SeparationSettings {
   float projectionForgetting = 0.97F;
   bool undoHalfFrameShift = false;  ///< of the separated spectra
   bool inactiveAsNoise = false;     ///< list silent targets as noise sources
+  bool level = true;                ///< MSNR: bring spectra to a stated level
+  int passes = 1;                   ///< of the method over the recording
+  int refinePasses = 0;             ///< passes after them, by masks of what was separated; or …
+  bool refineLive = false;          ///< … in the same pass
+  float refineMemory = 2.0F;        ///< seconds, for refineLive
+  float postMask = 1.0F;            ///< least share of an output that passes; 1: all
 
   /// What says who is where, for messages.
   const std::string& sceneName() const { return tracks.isGiven() ? tracks.input : scene.name(); }

@@ -7,11 +7,11 @@
 #include <cmath>
 #include <cstddef>
 #include <map>
-#include <numbers>
 #include <set>
 #include <utility>
 
 #include "cli/OptionChecks.h"
+#include "geometry/Direction.h"
 #include "responses/Places.h"
 #include "responses/ResponseImport.h"
 #include "separation/SteeringCondition.h"
@@ -37,12 +37,11 @@ constexpr std::size_t MAX_IDS = 8;
 
 using Warnings = std::vector<std::string>;
 
-double degrees(double radians) { return radians * 180.0 / std::numbers::pi; }
-
 /// As the directions of a scene file.
-std::string directionOf(const Audio::Position& p) {
-  return fmt::format("azimuth {:.1f}, elevation {:.1f}, {:.2f} m", degrees(std::atan2(p.y, p.x)),
-                     degrees(std::atan2(p.z, std::hypot(p.x, p.y))), std::hypot(p.x, p.y, p.z));
+std::string directionText(const BF::Location& p) {
+  const BF::Direction d = BF::directionOf(p);
+  return fmt::format("azimuth {:.1f}, elevation {:.1f}, {:.2f} m", d.azimuth, d.elevation,
+                     d.distance);
 }
 
 /// "source 3", "sources 3, 4", or the first of many.
@@ -199,14 +198,14 @@ class Surveyor {
     return moment;
   }
 
-  Audio::Position place(std::size_t position) const { return places.place(position); }
+  BF::Location place(std::size_t position) const { return places.place(position); }
 
  private:
   std::size_t nearest(const Audio::PlacedSource& source) {
-    const Audio::Position& p = source.position;
+    const BF::Location& p = source.position;
     const auto known = found.find(source.id);
     if (known != found.end()) {
-      const Audio::Position& before = known->second.first;
+      const BF::Location& before = known->second.first;
       if (before.x == p.x && before.y == p.y && before.z == p.z) return known->second.second;
     }
     const std::size_t position = places.nearest(p);
@@ -216,7 +215,7 @@ class Surveyor {
 
   const SeparationPlan& plan;
   MeasuredPlaces places;
-  std::map<int, std::pair<Audio::Position, std::size_t>> found;
+  std::map<int, std::pair<BF::Location, std::size_t>> found;
 };
 
 /// Warns of each source that is far from every response at its worst time.
@@ -224,14 +223,14 @@ void findDistantSources(const SeparationPlan& plan, const std::vector<Moment>& m
                         const Surveyor& surveyor, Warnings& warnings) {
   struct Worst {
     double angle;
-    Audio::Position wanted;
+    BF::Location wanted;
     std::size_t found;
   };
   std::map<int, Worst> worst;
   for (const Moment& moment : moments) {
     for (std::size_t i = 0; i < moment.sources.size(); ++i) {
       const Audio::PlacedSource& source = moment.sources[i];
-      const double angle = angleBetween(source.position, surveyor.place(moment.positions[i]));
+      const double angle = BF::angleBetween(source.position, surveyor.place(moment.positions[i]));
       const auto known = worst.find(source.id);
       if (angle <= WIDE_ANGLE || (known != worst.end() && known->second.angle >= angle)) continue;
       worst[source.id] = {angle, source.position, moment.positions[i]};
@@ -241,8 +240,8 @@ void findDistantSources(const SeparationPlan& plan, const std::vector<Moment>& m
     warnings.push_back(fmt::format(
         "{}: source {} at {}: the nearest response in {} is {:.0f} degrees away, at {}; expected "
         "one within {:.0f} degrees",
-        plan.settings.sceneName(), id, directionOf(w.wanted), plan.settings.database, w.angle,
-        directionOf(surveyor.place(w.found)), WIDE_ANGLE));
+        plan.settings.sceneName(), id, directionText(w.wanted), plan.settings.database, w.angle,
+        directionText(surveyor.place(w.found)), WIDE_ANGLE));
   }
 }
 
@@ -258,7 +257,7 @@ void findSharedPositions(const SeparationPlan& plan, const std::vector<Moment>& 
       const auto [owner, isNew] = owners.emplace(moment.positions[i], id);
       if (isNew || !pairs.emplace(owner->second, id).second || !first.empty()) continue;
       first = fmt::format("sources {} and {} at {:.2f} s", owner->second, id, moment.time) +
-              fmt::format(" (the one at {})", directionOf(surveyor.place(moment.positions[i])));
+              fmt::format(" (the one at {})", directionText(surveyor.place(moment.positions[i])));
     }
   }
   if (pairs.empty()) return;
@@ -331,10 +330,10 @@ std::vector<std::string> nearestResponses(const SeparationPlan& plan) {
   const MeasuredPlaces places(*plan.database);
   for (const Audio::SceneSource& source : allSources(plan.scene)) {
     if (source.track.size() > 1) continue;
-    const Audio::Position& wanted = source.track.front().position;
+    const BF::Location& wanted = source.track.front().position;
     notes.push_back(fmt::format("source {} at {}: nearest response at {}", source.id,
-                                directionOf(wanted),
-                                directionOf(places.place(places.nearest(wanted)))));
+                                directionText(wanted),
+                                directionText(places.place(places.nearest(wanted)))));
   }
   return notes;
 }

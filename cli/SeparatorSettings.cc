@@ -2,7 +2,27 @@
 
 #include <fmt/format.h>
 
+#include <cstdlib>
 #include <map>
+#include <utility>
+#include <vector>
+
+#include "audio/FrameReader.h"
+#include "separation/NoiseFile.h"
+
+namespace {
+
+/// The noise of --noise-recording, or of the recording at the times of --noise-from; else none.
+std::vector<BF::Matrix> measuredNoise(const SeparationSettings& s, SeparationInputs& inputs) {
+  if (!inputs.noise && s.noiseRanges.empty()) return {};
+  std::vector<Audio::TimeRange> ranges;
+  if (!inputs.noise) ranges = Audio::parseTimeRanges(s.noiseRanges);
+  Audio::FrameReader reader(inputs.noise ? std::move(*inputs.noise) : openAgain(s),
+                            {s.length, s.advance}, Audio::windowNamed(s.window));
+  return noiseMatrices(noiseOfFile(reader, ranges), s.noiseLoading, s.noiseNormalize);
+}
+
+}  // namespace
 
 Separation::Settings separatorSettings(const SeparationSettings& s) {
   Separation::Settings settings;
@@ -20,9 +40,33 @@ Separation::Settings separatorSettings(const SeparationSettings& s) {
   settings.referenceMicrophone = s.reference - 1;
   settings.undoHalfFrameShift = s.undoHalfFrameShift;
   settings.inactiveAsNoise = false;
-  settings.level = false;  // as the nodes
   settings.keepNonFinite = s.nonFinite == "KEEP";
+  settings.level = s.level;
+  settings.passes = s.passes;
+  settings.refinement.passes = s.refinePasses;
+  settings.refinement.running = s.refineLive;
+  settings.refinement.memory = s.refineMemory;
+  settings.refinement.loading = static_cast<float>(settings.refinement.loading);  // as the node
+  settings.postMask = s.postMask;
+  if (s.method->needsResponses()) {
+    const auto chosen = s.methodParameters.find("LOADING");
+    const std::string& loading =
+        chosen == s.methodParameters.end() ? s.method->parameters[0].defaultValue : chosen->second;
+    settings.mvdrLoading = std::strtof(loading.c_str(), nullptr);
+  }
   return settings;
+}
+
+Separation::Separator makeSeparator(const SeparationSettings& s, SeparationInputs& inputs) {
+  Separation::Settings settings = separatorSettings(s);
+  settings.noise.matrices = measuredNoise(s, inputs);
+  if (s.method->needsResponses()) {
+    const Separation::ImpulseResponses responses = std::move(inputs.responses);
+    return {settings, responses};
+  }
+  if (!s.method->needsDatabase()) return {settings, inputs.microphones};
+  const BF::TransformFunctionDatabase database = std::move(inputs.database);
+  return {settings, database};
 }
 
 std::string refusalOf(const Separation::SettingError& error) {
@@ -33,7 +77,11 @@ std::string refusalOf(const Separation::SettingError& error) {
       {"window", "--window"},
       {"noise.forgetting", "--noise-forgetting"},
       {"noise.loading", "--noise-loading"},
-      {"projectionForgetting", "--project-forgetting"}};
+      {"projectionForgetting", "--project-forgetting"},
+      {"passes", "--passes"},
+      {"refinement.passes", "--refine"},
+      {"refinement.memory", "--refine-memory"},
+      {"postMask", "--post-mask"}};
   const auto option = OPTIONS.find(error.field);
   const std::string& name = option == OPTIONS.end() ? error.field : option->second;
   return fmt::format("{} is {}, expected {}", name, error.actual, error.expected);

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "cli/ArraysCommand.h"
+#include "cli/EvaluateCommand.h"
 #include "cli/MethodsCommand.h"
 #include "cli/MixCommand.h"
 #include "cli/NetworkRun.h"
@@ -97,6 +98,7 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   addArraysCommand(app);
   addMixCommand(app);
   addScoreCommand(app);
+  addEvaluateCommand(app);
   addPatternCommand(app);
   addSpectrogramCommand(app);
   addRunCommand(app);

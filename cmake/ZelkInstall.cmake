@@ -93,7 +93,7 @@ endforeach()
 # ---- manual pages, completion, documents
 if(TARGET zelk-sss-cli)
   foreach(page IN ITEMS zelk-sss zelk-sss-separate zelk-sss-tfdb zelk-sss-run zelk-sss-mix zelk-sss-score
-                       zelk-sss-pattern zelk-sss-spectrogram)
+                       zelk-sss-evaluate zelk-sss-pattern zelk-sss-spectrogram)
     configure_file(docs/man/${page}.1.in ${ZELK_GENERATED}/man/${page}.1 @ONLY)
     install(FILES ${ZELK_GENERATED}/man/${page}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   endforeach()
@@ -102,13 +102,16 @@ if(TARGET zelk-sss-cli)
 endif()
 install(FILES README.md CHANGELOG.md TYPE DOC)
 install(FILES docs/architecture.md docs/embedding.md docs/errors.md docs/formats.md docs/limits.md docs/methods.md
-              docs/scores.md docs/speed.md
+              docs/python.md docs/scores.md docs/speed.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(FILES docs/pictures/pattern.svg docs/pictures/spectrogram.png
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs/pictures)
 install(FILES examples/engine.cc examples/separator.cc examples/microphones.json examples/scene.json
               examples/separate.n examples/two-talkers.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(FILES examples/evaluate/frame-lengths.json examples/evaluate/open-air-errors.json
+              examples/evaluate/room-errors.json
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/evaluate)
 
 if(PROJECT_IS_TOP_LEVEL AND TARGET zelk-sss-cli)
   include(ZelkPackages)

@@ -11,6 +11,7 @@
 
 #include "dsp/DataError.h"
 #include "fileio/SofaLimits.h"
+#include "geometry/Direction.h"
 
 namespace {
 
@@ -18,17 +19,13 @@ using Position = SofaPosition;
 
 [[noreturn]] void fail(const std::string& text) { throw DataError(text); }
 
-constexpr double PI = 3.141592653589793;
-
 /// Largest relative deviation of a frequency from an even spacing, for values in single precision.
 constexpr double SPACING_TOLERANCE = 1e-4;
 
 /// Azimuth and elevation in degrees, distance in metres.
 Position fromSpherical(const Position& p) {
-  const double azimuth = p[0] * PI / 180.0;
-  const double elevation = p[1] * PI / 180.0;
-  return {p[2] * std::cos(elevation) * std::cos(azimuth),
-          p[2] * std::cos(elevation) * std::sin(azimuth), p[2] * std::sin(elevation)};
+  const BF::Location place = BF::locationOf({p[0], p[1], p[2]});
+  return {place.x, place.y, place.z};
 }
 
 double dot(const Position& a, const Position& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }

@@ -10,7 +10,7 @@ namespace {
 /// Also in single precision, as they reach the separation.
 void requireFinite(const std::vector<Audio::PlacedSource>& placed) {
   for (const Audio::PlacedSource& source : placed) {
-    const Audio::Position& p = source.position;
+    const BF::Location& p = source.position;
     const float distance =
         std::hypot(static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z));
     require(distance < 2e6F, "positions are within reach");

@@ -7,13 +7,16 @@ namespace BF {
 /// converted.
 class Location {
  public:
+  /// The origin.
+  Location() = default;
+
   /// The point with these coordinates.
   Location(double xCoordinate, double yCoordinate, double zCoordinate)
       : x(xCoordinate), y(yCoordinate), z(zCoordinate) {}
 
-  double x;  ///< metres to the front
-  double y;  ///< metres to the left
-  double z;  ///< metres up
+  double x = 0.0;  ///< metres to the front
+  double y = 0.0;  ///< metres to the left
+  double z = 0.0;  ///< metres up
 };
 
 /// Where a microphone stands.

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <numeric>
 
+#include "dsp/Decibels.h"
+
 std::vector<double> powerGains(const BF::BF& engine, int row, int position) {
   engine.requireSeparationMatrices();
   std::vector<double> gains;
@@ -19,7 +21,5 @@ std::vector<double> powerGains(const BF::BF& engine, int row, int position) {
 
 double broadbandGain(const std::vector<double>& powerGains) {
   const double sum = std::accumulate(powerGains.begin(), powerGains.end(), 0.0);
-  return inDecibels(sum / static_cast<double>(std::max<std::size_t>(1, powerGains.size())));
+  return Audio::decibels(sum / static_cast<double>(std::max<std::size_t>(1, powerGains.size())));
 }
-
-double inDecibels(double power) { return 10.0 * std::log10(power); }

@@ -11,6 +11,3 @@ std::vector<double> powerGains(const BF::BF& engine, int row, int position);
 
 /// The mean over all bins, in dB; −∞ for none.
 double broadbandGain(const std::vector<double>& powerGains);
-
-/// A power in dB; −∞ for 0.
-double inDecibels(double power);

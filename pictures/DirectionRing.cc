@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstddef>
 #include <map>
-#include <numbers>
 #include <tuple>
 
 #include "dsp/DataError.h"
@@ -15,8 +14,6 @@ namespace {
 
 constexpr std::size_t MAX_POSITIONS = 12;
 constexpr std::size_t MIN_POSITIONS = 3;
-
-double degrees(double radians) { return radians * 180.0 / std::numbers::pi; }
 
 /// "0", or "-4 … 4" when they differ by more than rounding.
 std::string range(double least, double most, double rounding) {
@@ -27,16 +24,16 @@ std::string range(double least, double most, double rounding) {
 }
 
 /// The nearest to the elevation and then to the distance of each azimuth (in tenths of a degree).
-DirectionRing best(const std::vector<Bearing>& all, double elevation, double distance,
+DirectionRing best(const std::vector<BF::Direction>& all, double elevation, double distance,
                    double width) {
   const auto misfit = [&](int i) {
-    const Bearing& b = all[static_cast<std::size_t>(i)];
+    const BF::Direction& b = all[static_cast<std::size_t>(i)];
     return std::tuple(std::round(10.0 * std::abs(b.elevation - elevation)),
                       std::abs(b.distance - distance), i);
   };
   std::map<long, int> byAzimuth;
   for (int i = 0; i < static_cast<int>(all.size()); ++i) {
-    const Bearing& b = all[static_cast<std::size_t>(i)];
+    const BF::Direction& b = all[static_cast<std::size_t>(i)];
     if (b.distance == 0.0 || std::abs(b.elevation - elevation) > width) continue;
     const long tenth = std::lround(10.0 * b.azimuth);
     const auto [found, isNew] = byAzimuth.try_emplace(tenth == -1800 ? 1800 : tenth, i);
@@ -45,22 +42,18 @@ DirectionRing best(const std::vector<Bearing>& all, double elevation, double dis
   DirectionRing ring;
   for (const auto& [tenth, i] : byAzimuth) {
     ring.positions.push_back(i);
-    ring.bearings.push_back(all[static_cast<std::size_t>(i)]);
+    ring.directions.push_back(all[static_cast<std::size_t>(i)]);
   }
   return ring;
 }
 
 }  // namespace
 
-Bearing bearingOf(const BF::Location& p) {
-  return {degrees(std::atan2(p.y, p.x)), degrees(std::atan2(p.z, std::hypot(p.x, p.y))),
-          std::hypot(p.x, p.y, p.z)};
-}
-
 DirectionRing DirectionRing::of(const BF::TransformFunctionDatabase& database, double elevation,
                                 double distance) {
-  std::vector<Bearing> all;
-  for (const BF::SourceLocation& place : database.sourceLocations) all.push_back(bearingOf(place));
+  std::vector<BF::Direction> all;
+  for (const BF::SourceLocation& place : database.sourceLocations)
+    all.push_back(BF::directionOf(place));
   if (all.empty()) throw DataError("found no directions, expected 3 or more");
   const double nearest =
       std::min_element(all.begin(), all.end(), [&](auto& a, auto& b) {
@@ -82,11 +75,11 @@ DirectionRing DirectionRing::of(const BF::TransformFunctionDatabase& database, d
 
 std::string DirectionRing::text() const {
   const auto [lowest, highest] = std::minmax_element(
-      bearings.begin(), bearings.end(),
-      [](const Bearing& a, const Bearing& b) { return a.elevation < b.elevation; });
+      directions.begin(), directions.end(),
+      [](const BF::Direction& a, const BF::Direction& b) { return a.elevation < b.elevation; });
   const auto [nearest, farthest] = std::minmax_element(
-      bearings.begin(), bearings.end(),
-      [](const Bearing& a, const Bearing& b) { return a.distance < b.distance; });
+      directions.begin(), directions.end(),
+      [](const BF::Direction& a, const BF::Direction& b) { return a.distance < b.distance; });
   return fmt::format("{} directions at elevation {}°, {} m", positions.size(),
                      range(lowest->elevation, highest->elevation, 0.1),
                      range(nearest->distance, farthest->distance, 0.01));

@@ -3,23 +3,14 @@
 #include <string>
 #include <vector>
 
+#include "geometry/Direction.h"
 #include "geometry/TransformFunctionDatabase.h"
-
-/// A direction seen from the origin, in degrees: azimuth −180 … 180, counter-clockwise from the
-/// front; and the distance in metres.
-struct Bearing {
-  double azimuth = 0.0;
-  double elevation = 0.0;
-  double distance = 0.0;
-};
-
-Bearing bearingOf(const BF::Location& place);
 
 /// The positions of a database that stand around the array at one elevation, by azimuth, one for
 /// each azimuth.
 struct DirectionRing {
-  std::vector<int> positions;     ///< their numbers in the database
-  std::vector<Bearing> bearings;  ///< theirs
+  std::vector<int> positions;             ///< their numbers in the database
+  std::vector<BF::Direction> directions;  ///< theirs
 
   /// The ring nearest to an elevation (degrees), of the distances nearest to the one given
   /// (metres). Directions count to it that differ by half a degree in elevation; with fewer than

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "dsp/Decibels.h"
+
 void LevelColumns::add(const std::complex<float>* spectrum) {
   if (frames == 2 * MIN_COLUMNS * perColumn) halve();
   const std::size_t column = frames / perColumn;
@@ -28,7 +30,7 @@ std::vector<float> LevelColumns::levels(double unity) const {
   for (std::size_t i = 0; i < sums.size(); ++i) {
     const std::size_t first = i / bins * perColumn;
     const auto count = static_cast<double>(std::min(perColumn, frames - first));
-    result[i] = static_cast<float>(10.0 * std::log10(sums[i] / (count * unity)));
+    result[i] = static_cast<float>(Audio::decibels(sums[i] / (count * unity)));
   }
   return result;
 }

@@ -7,6 +7,7 @@
 #include <numbers>
 
 #include "dsp/DataError.h"
+#include "geometry/Direction.h"
 
 namespace {
 
@@ -99,7 +100,7 @@ class Diagram {
 
  private:
   Point at(double azimuth, double distance) const {
-    const double a = azimuth * std::numbers::pi / 180.0;
+    const double a = BF::radians(azimuth);
     return {centre.x - distance * std::sin(a), centre.y - distance * std::cos(a)};
   }
 
@@ -146,7 +147,7 @@ double freeAzimuth(const std::vector<PatternPicture::Source>& sources) {
     double nearest = 360.0;
     for (const auto& source : sources) {
       nearest =
-          std::min(nearest, std::abs(std::remainder(azimuth - source.bearing.azimuth, 360.0)));
+          std::min(nearest, std::abs(std::remainder(azimuth - source.direction.azimuth, 360.0)));
     }
     if (nearest <= widest) continue;
     widest = nearest;
@@ -215,13 +216,13 @@ void drawPanel(Drawing& drawing, const Layout& layout, const PatternPicture& pic
   const Point upper = layout.panel(number);
   drawing.text(
       {upper.x, upper.y + 14.0},
-      fmt::format("source {} at azimuth {}", target.id, degreesText(target.bearing.azimuth)),
+      fmt::format("source {} at azimuth {}", target.id, degreesText(target.direction.azimuth)),
       {13.0, Anchor::Middle, BLACK, true});
   const Diagram diagram(drawing, {upper.x, upper.y + PANEL_TITLE + SIDE + layout.radius},
                         layout.radius, topLevel(picture.panels));
   diagram.drawGrid();
   for (std::size_t s = 0; s < picture.sources.size(); ++s) {
-    diagram.drawSpoke(picture.sources[s].bearing.azimuth, s == panel.source);
+    diagram.drawSpoke(picture.sources[s].direction.azimuth, s == panel.source);
   }
   for (std::size_t c = 0; c < panel.curves.size(); ++c) {
     diagram.drawCurve(picture.azimuths, panel.curves[c], curveStroke(c, panel.curves.size()));
@@ -230,9 +231,9 @@ void drawPanel(Drawing& drawing, const Layout& layout, const PatternPicture& pic
   // The target's patch last: it stays in sight where two sources share an azimuth.
   for (std::size_t s = 0; s < picture.sources.size(); ++s) {
     const auto& source = picture.sources[s];
-    if (s != panel.source) diagram.drawMark(source.id, source.bearing.azimuth, false);
+    if (s != panel.source) diagram.drawMark(source.id, source.direction.azimuth, false);
   }
-  diagram.drawMark(target.id, target.bearing.azimuth, true);
+  diagram.drawMark(target.id, target.direction.azimuth, true);
 }
 
 void drawLegend(Drawing& drawing, const Layout& layout, const std::vector<double>& frequencies) {

@@ -11,7 +11,7 @@ struct PatternPicture {
   /// A source, and where it really is.
   struct Source {
     int id = 0;
-    Bearing bearing;
+    BF::Direction direction;
   };
   struct Panel {
     std::size_t source = 0;                   ///< the separated one's number in sources

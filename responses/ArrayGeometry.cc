@@ -8,6 +8,7 @@
 #include <numbers>
 
 #include "dsp/DataError.h"
+#include "geometry/Direction.h"
 #include "geometry/SpeedOfSound.h"
 
 namespace {
@@ -104,10 +105,10 @@ Positions gridPositions(const DirectionGrid& grid) {
             fmt::format("--elevations holds {}, expected -90 to 90 degrees", elevation));
       }
       const bool pole = std::abs(elevation) == 90.0;
-      const double level = pole ? 0.0 : metres * std::cos(elevation * pi / 180.0);
-      const double height = metres * std::sin(elevation * pi / 180.0);
+      const double level = pole ? 0.0 : metres * std::cos(BF::radians(elevation));
+      const double height = metres * std::sin(BF::radians(elevation));
       for (int i = 0; i < (pole ? 1 : static_cast<int>(perTurn)); ++i) {
-        const double azimuth = i * grid.azimuthStep * pi / 180.0;
+        const double azimuth = BF::radians(i * grid.azimuthStep);
         positions.push_back({level * std::cos(azimuth), level * std::sin(azimuth), height});
       }
     }

@@ -25,25 +25,41 @@ void requireDatabase(const SofaFile& file) {
   }
 }
 
-BF::TransformFunctionDatabase databaseOf(const SofaFile& file) {
+SofaTransferFunctions transferFunctionsOf(const SofaFile& file) {
+  SofaTransferFunctions data;
+  data.sourcePositions = file.sourcePositions();
+  data.receiverPositions = file.receiverPositions();
+  data.samplingRate = file.samplingRate();
+  data.frequencies = file.length();
+  data.values = file.readTransferFunctions();
+  data.referenceMicrophone = file.referenceMicrophone();
+  data.energyInFrame = file.energyInFrame();
+  return data;
+}
+
+BF::TransformFunctionDatabase databaseOf(const SofaTransferFunctions& data) {
   BF::TransformFunctionDatabase database;
-  database.sourceLocations = sourcesAsSeparated(file);
-  for (const SofaFile::Position& p : file.receiverPositions()) {
+  database.sourceLocations = sourcesAsSeparated(data.sourcePositions);
+  for (const SofaFile::Position& p : data.receiverPositions) {
     const BF::SourceLocation place = asSeparated({p[0], p[1], p[2]}, 0, true);
     database.micLocations.emplace_back(place.x, place.y, place.z);
   }
-  const std::vector<std::complex<float>> values = file.readTransferFunctions();
-  const std::size_t M = file.receivers();
-  const std::size_t K = file.length();
+  const std::size_t P = data.sourcePositions.size();
+  const std::size_t M = data.receiverPositions.size();
+  const std::size_t K = data.frequencies;
   for (std::size_t k = 0; k < K; ++k) {
-    BF::Matrix H(static_cast<int>(M), static_cast<int>(file.measurements()));
-    for (std::size_t s = 0; s < file.measurements(); ++s) {
+    BF::Matrix H(static_cast<int>(M), static_cast<int>(P));
+    for (std::size_t s = 0; s < P; ++s) {
       for (std::size_t m = 0; m < M; ++m) {
         H.setElementAt(static_cast<int>(m), static_cast<int>(s),
-                       std::complex<double>(values[(s * M + m) * K + k]));
+                       std::complex<double>(data.values[(s * M + m) * K + k]));
       }
     }
     database.transferFunctions.push_back(std::move(H));
   }
   return database;
+}
+
+BF::TransformFunctionDatabase databaseOf(const SofaFile& file) {
+  return databaseOf(transferFunctionsOf(file));
 }

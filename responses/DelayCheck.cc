@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "dsp/RealFft.h"
+#include "geometry/Direction.h"
 #include "geometry/SpeedOfSound.h"
 
 namespace {
@@ -174,12 +175,11 @@ std::string describe(const DelayAgreement& agreement, const SofaTransferFunction
     return fmt::format("the worst pair: {}", numbers);
   }
   const Position& p = data.sourcePositions[agreement.example];
-  const double azimuth = std::atan2(p[1], p[0]) * 180.0 / pi;
-  const double elevation = std::atan2(p[2], std::hypot(p[0], p[1])) * 180.0 / pi;
+  const BF::Direction direction = BF::directionOf({p[0], p[1], p[2]});
   return fmt::format(
       "the responses contradict the positions: {}; sound from position {} (azimuth {:.0f}°, "
       "elevation {:.0f}°) arrives {} by the responses, {} by the positions. Separation follows the "
       "responses; either the microphones' order or the direction of the azimuth is reversed",
-      numbers, agreement.example, azimuth, elevation, later(agreement.foundDelay, a, b),
-      later(agreement.predictedDelay, a, b));
+      numbers, agreement.example, direction.azimuth, direction.elevation,
+      later(agreement.foundDelay, a, b), later(agreement.predictedDelay, a, b));
 }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <random>
 
+#include "dsp/Decibels.h"
 #include "responses/MixRenderer.h"
 
 namespace {
@@ -13,13 +14,11 @@ constexpr std::size_t MAX_PLACES = 48;
 /// Of the one-pole low-pass that makes the spectrum fall.
 constexpr double SMOOTHING = 0.9;
 
-double factor(double decibels) { return std::pow(10.0, decibels / 20.0); }
-
 }  // namespace
 
 std::vector<float> microphoneNoise(std::size_t values, double level, unsigned seed) {
   std::mt19937 generator(seed);
-  std::normal_distribution<double> gaussian(0.0, factor(level));
+  std::normal_distribution<double> gaussian(0.0, Audio::amplitudeRatio(level));
   std::vector<float> noise(values);
   for (float& value : noise) value = static_cast<float>(gaussian(generator));
   return noise;
@@ -47,7 +46,8 @@ std::vector<float> diffuseNoise(const Responses& responses, std::size_t length, 
   double power = 0.0;
   for (const double sample : sum) power += sample * sample;
   if (power == 0.0) return std::vector<float>(sum.size());  // of responses that are all silent
-  const double scale = factor(level) / std::sqrt(power / static_cast<double>(sum.size()));
+  const double scale =
+      Audio::amplitudeRatio(level) / std::sqrt(power / static_cast<double>(sum.size()));
   std::vector<float> noise(sum.size());
   for (std::size_t n = 0; n < sum.size(); ++n) noise[n] = static_cast<float>(scale * sum[n]);
   return noise;

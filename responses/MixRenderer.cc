@@ -5,6 +5,7 @@
 #include <numbers>
 
 #include "dsp/FastConvolution.h"
+#include "geometry/Direction.h"
 #include "responses/Places.h"
 
 namespace {
@@ -125,9 +126,9 @@ double MixRenderer::largestDeviation(const Audio::SceneSource& source,
   const std::size_t end = source.track.size() == 1 ? begin + 1 : begin + drySamples;
   double largest = 0.0;
   for (std::size_t n = begin; n < end; n += blockLength()) {
-    const Audio::Position point =
-        source.positionAt(static_cast<double>(n) / responses.samplingRate());
-    largest = std::max(largest, angleBetween(point, responses.position(responses.nearest(point))));
+    const BF::Location point = source.positionAt(static_cast<double>(n) / responses.samplingRate());
+    largest =
+        std::max(largest, BF::angleBetween(point, responses.position(responses.nearest(point))));
   }
   return largest;
 }

@@ -8,21 +8,22 @@
 #include "scene/Scene.h"
 #include "scene/SceneMoment.h"
 
-/// The angle between two places seen from the origin, in degrees; 0 if one of them is there.
-double angleBetween(const Audio::Position& a, const Audio::Position& b);
+/// Source positions as the separation has them, with their numbers from 0 as ids.
+std::vector<BF::SourceLocation> sourcesAsSeparated(
+    const std::vector<SofaFile::Position>& positions);
 
-/// A file's source positions as the separation has them, with their numbers from 0 as ids.
-std::vector<BF::SourceLocation> sourcesAsSeparated(const SofaFile& file);
-
-/// The source positions of a file, and the choice between them that the separation makes.
+/// Source positions, and the choice between them that the separation makes.
 class MeasuredPlaces {
  public:
-  explicit MeasuredPlaces(const SofaFile& file);
+  explicit MeasuredPlaces(std::vector<SofaFile::Position> positions);
+  explicit MeasuredPlaces(const SofaFile& file) : MeasuredPlaces(file.sourcePositions()) {}
+
+  std::size_t count() const { return places.size(); }
 
   /// The position with the least distance to a point, as its number from 0; of equals the first.
-  std::size_t nearest(const Audio::Position& point) const;
+  std::size_t nearest(const BF::Location& point) const;
 
-  Audio::Position place(std::size_t number) const;
+  BF::Location place(std::size_t number) const;
 
  private:
   BF::TransformFunctionDatabase grid;  // without responses

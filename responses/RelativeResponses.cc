@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "dsp/DataError.h"
-#include "fileio/NcFile.h"
 
 namespace {
 

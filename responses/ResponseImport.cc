@@ -346,8 +346,6 @@ std::string percentText(double share) {
   return fmt::format("{:.4g} %", std::floor(1e4 * share + 1e-6) / 100.0);
 }
 
-double decibels(double energyRatio) { return 10.0 * std::log10(std::max(0.0, energyRatio)); }
-
 void checkFrame(const std::string& what, const FrameShape& frame, std::size_t responses) {
   if (frame.rate < 1 || frame.rate > MAX_RATE) {
     throw DataError(
@@ -375,37 +373,48 @@ int longestFrame(double seconds, int rate) {
 SofaTransferFunctions importResponses(const SofaFile& file, FrameShape frame,
                                       ImportReport& report) {
   report = {};
+  const std::size_t count = file.measurements() * file.receivers();
   const bool rateFits =
       std::abs(file.samplingRate() - frame.rate) <= FREQUENCY_TOLERANCE * frame.rate;
-  std::optional<MeasuredResponses> responses;
-  if (frame.length == 0) {
-    checkFrame(file.path(), {frame.rate, MIN_LENGTH}, file.measurements() * file.receivers());
-    report.chosen = true;
-    if (file.isTransferFunctions() && rateFits) {
-      frame.length = 2 * (static_cast<int>(file.length()) - 1);
-    } else {
-      frame.length =
-          chooseLength(file.path(), responses.emplace(readMeasuredResponses(file)), frame.rate);
-    }
+  const bool fits = file.isTransferFunctions() && rateFits &&
+                    (frame.length == 0 || file.length() == binsOf(frame));
+  checkFrame(file.path(), {frame.rate, frame.length == 0 ? MIN_LENGTH : frame.length}, count);
+  if (fits) {
+    report.chosen = frame.length == 0;
+    report.copied = true;
+    frame.length = 2 * (static_cast<int>(file.length()) - 1);
+    checkFrame(file.path(), frame, count);
   }
-  checkFrame(file.path(), frame, file.measurements() * file.receivers());
   for (const std::string& warning : file.warnings()) {
     report.warnings.push_back(fmt::format("{}: {}", file.path(), warning));
   }
   SofaTransferFunctions data;
+  if (fits) {
+    data.frequencies = binsOf(frame);
+    data.values = file.readTransferFunctions();
+    data.energyInFrame = file.energyInFrame();
+  } else {
+    data = importResponses(readMeasuredResponses(file), file.path(), frame, report);
+    *data.energyInFrame *= file.energyInFrame().value_or(1.0);
+  }
   data.sourcePositions = file.sourcePositions();
   data.receiverPositions = file.receiverPositions();
   data.samplingRate = frame.rate;
-  data.frequencies = binsOf(frame);
   data.referenceMicrophone = file.referenceMicrophone();
-  data.energyInFrame = file.energyInFrame();
-  report.copied = file.isTransferFunctions() && file.length() == data.frequencies && rateFits;
-  if (report.copied) {
-    data.values = file.readTransferFunctions();
-  } else {
-    if (!responses) responses.emplace(readMeasuredResponses(file));
-    data.values = Importer(file.path(), *responses, frame, report).run();
-    data.energyInFrame = data.energyInFrame.value_or(1.0) * (1.0 - report.lostEnergy);
+  return data;
+}
+
+SofaTransferFunctions importResponses(const MeasuredResponses& responses, const std::string& name,
+                                      FrameShape frame, ImportReport& report) {
+  if (frame.length == 0) {
+    report.chosen = true;
+    frame.length = chooseLength(name, responses, frame.rate);
   }
+  checkFrame(name, frame, responses.measurements * responses.receivers);
+  SofaTransferFunctions data;
+  data.samplingRate = frame.rate;
+  data.frequencies = binsOf(frame);
+  data.values = Importer(name, responses, frame, report).run();
+  data.energyInFrame = 1.0 - report.lostEnergy;
   return data;
 }

@@ -54,12 +54,14 @@ struct ImportReport {
 /// The report is replaced. Throws DataError naming the file.
 SofaTransferFunctions importResponses(const SofaFile& file, FrameShape frame, ImportReport& report);
 
+/// The same from responses in memory, which messages call `name`; the positions are left to the
+/// caller, and what the report holds already stays. A frame length of 0 is chosen by their energy.
+SofaTransferFunctions importResponses(const MeasuredResponses& responses, const std::string& name,
+                                      FrameShape frame, ImportReport& report);
+
 /// The longest frame of at most so many seconds whose length is a fast one for the transform: even,
 /// without prime factors above 5.
 int longestFrame(double seconds, int rate);
-
-/// Decibels of a ratio of energies; −∞ for 0.
-double decibels(double energyRatio);
 
 /// A part of a whole as "98.76 %".
 std::string percentText(double share);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 #include "dsp/DataError.h"
 #include "dsp/RealFft.h"
@@ -42,27 +43,46 @@ std::vector<double> delayed(const float* h, std::size_t length, double delay) {
 }  // namespace
 
 ResponseSet::ResponseSet(const std::string& path, const Reverberation& roomTail)
-    : file(path), places(file), tail(roomTail) {
-  rate = static_cast<int>(std::lround(file.samplingRate()));
-  if (rate < 1 || std::abs(file.samplingRate() - rate) > 1e-3) {
-    throw DataError(fmt::format("{}: the sampling rate is {} Hz, expected a whole number", path,
-                                file.samplingRate()));
-  }
+    : ResponseSet(SofaFile(path), roomTail) {}
+
+ResponseSet::ResponseSet(const SofaFile& file, const Reverberation& roomTail)
+    : name(file.path()),
+      places(file.sourcePositions()),
+      array(file.receiverPositions()),
+      reference(file.referenceMicrophone()),
+      tail(roomTail) {
+  setRate(file.samplingRate());
   if (file.isTransferFunctions()) {
-    readTransferFunctions();
+    takeTransferFunctions(file.readTransferFunctions(), file.length());
   } else {
-    readImpulseResponses();
+    takeImpulseResponses(file);
   }
-  file.dropResponses();
 }
 
-void ResponseSet::readTransferFunctions() {
-  const std::size_t N = file.length();
-  if (N < 2) {
-    throw DataError(fmt::format("{}: N is {}, expected two frequencies at least", path(), N));
+ResponseSet::ResponseSet(const SofaTransferFunctions& data, std::string dataName,
+                         const Reverberation& roomTail)
+    : name(std::move(dataName)),
+      places(data.sourcePositions),
+      array(data.receiverPositions),
+      reference(data.referenceMicrophone),
+      tail(roomTail) {
+  setRate(data.samplingRate);
+  takeTransferFunctions(data.values, data.frequencies);
+}
+
+void ResponseSet::setRate(double given) {
+  rate = static_cast<int>(std::lround(given));
+  if (rate < 1 || std::abs(given - rate) > 1e-3) {
+    throw DataError(
+        fmt::format("{}: the sampling rate is {} Hz, expected a whole number", name, given));
   }
-  const std::vector<std::complex<float>> H = file.readTransferFunctions();
-  const std::size_t count = file.measurements() * file.receivers();
+}
+
+void ResponseSet::takeTransferFunctions(const std::vector<std::complex<float>>& H, std::size_t N) {
+  if (N < 2) {
+    throw DataError(fmt::format("{}: N is {}, expected two frequencies at least", name, N));
+  }
+  const std::size_t count = measurements() * microphones();
   samples = 2 * (N - 1);
   impulseResponses.resize(count * samples);
   delays.assign(count, 0.0);
@@ -78,7 +98,7 @@ void ResponseSet::readTransferFunctions() {
       before += static_cast<double>(h[n - eighth]) * h[n - eighth];
     }
   }
-  if (file.referenceMicrophone() > 0) {
+  if (reference > 0) {
     lead = samples / 2;
   } else if (last > 2.0 * before) {
     lead = eighth;
@@ -89,23 +109,21 @@ void ResponseSet::readTransferFunctions() {
   }
 }
 
-void ResponseSet::readImpulseResponses() {
+void ResponseSet::takeImpulseResponses(const SofaFile& file) {
   samples = file.length();
   impulseResponses = file.readImpulseResponses();
   delays = file.readDelays();
   for (const double delay : delays) {
     if (delay < 0.0 || delay > MAX_DELAY * rate) {
-      throw DataError(fmt::format("{}: Data.Delay holds {}, expected 0 to {} samples ({} s)",
-                                  path(), delay, MAX_DELAY * rate, MAX_DELAY));
+      throw DataError(fmt::format("{}: Data.Delay holds {}, expected 0 to {} samples ({} s)", name,
+                                  delay, MAX_DELAY * rate, MAX_DELAY));
     }
   }
 }
 
-std::size_t ResponseSet::nearest(const Audio::Position& point) const {
-  return places.nearest(point);
-}
+std::size_t ResponseSet::nearest(const BF::Location& point) const { return places.nearest(point); }
 
-Audio::Position ResponseSet::position(std::size_t measurement) const {
+BF::Location ResponseSet::position(std::size_t measurement) const {
   return places.place(measurement);
 }
 
@@ -116,6 +134,6 @@ std::vector<std::size_t> ResponseSet::surround(std::size_t count) const {
 }
 
 std::vector<double> ResponseSet::response(std::size_t measurement, std::size_t r) const {
-  const std::size_t i = measurement * file.receivers() + r;
+  const std::size_t i = measurement * microphones() + r;
   return tail.added(delayed(impulseResponses.data() + i * samples, samples, delays[i]), rate, i);
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "fileio/SofaFile.h"
+#include "fileio/SofaWriter.h"
 #include "responses/Places.h"
 #include "responses/Responses.h"
 #include "responses/Reverberation.h"
@@ -18,18 +19,20 @@ class ResponseSet : public Responses {
   /// Reads the file; every response gets the reverberation's tail. Throws DataError.
   explicit ResponseSet(const std::string& path, const Reverberation& roomTail = {});
 
-  const std::string& path() const { return file.path(); }
+  /// The responses of transfer functions, which messages call `dataName`. Throws DataError.
+  ResponseSet(const SofaTransferFunctions& data, std::string dataName,
+              const Reverberation& roomTail = {});
+
+  const std::string& path() const { return name; }
   int samplingRate() const override { return rate; }
-  std::size_t microphones() const override { return file.receivers(); }
-  const std::vector<SofaFile::Position>& microphonePositions() const {
-    return file.receiverPositions();
-  }
-  std::size_t measurements() const { return file.measurements(); }
-  int referenceMicrophone() const { return file.referenceMicrophone(); }
+  std::size_t microphones() const override { return array.size(); }
+  const std::vector<SofaFile::Position>& microphonePositions() const { return array; }
+  std::size_t measurements() const { return places.count(); }
+  int referenceMicrophone() const { return reference; }
 
   /// Places are the measured positions; a point is served by the one that the separation takes.
-  std::size_t nearest(const Audio::Position& point) const override;
-  Audio::Position position(std::size_t measurement) const override;
+  std::size_t nearest(const BF::Location& point) const override;
+  BF::Location position(std::size_t measurement) const override;
 
   /// Measured positions, evenly taken from the file's order.
   std::vector<std::size_t> surround(std::size_t count) const override;
@@ -46,11 +49,15 @@ class ResponseSet : public Responses {
   std::size_t leadIn() const { return lead; }
 
  private:
-  void readTransferFunctions();
-  void readImpulseResponses();
+  explicit ResponseSet(const SofaFile& file, const Reverberation& roomTail);
+  void setRate(double given);
+  void takeTransferFunctions(const std::vector<std::complex<float>>& H, std::size_t frequencies);
+  void takeImpulseResponses(const SofaFile& file);
 
-  SofaFile file;
+  std::string name;
   MeasuredPlaces places;
+  std::vector<SofaFile::Position> array;
+  int reference = 0;
   Reverberation tail;
   int rate = 0;
   std::size_t samples = 0;  // of an impulse response without delay

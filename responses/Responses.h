@@ -19,8 +19,8 @@ class Responses {
   virtual std::size_t microphones() const = 0;
 
   /// The place to render a source at a point from, as its number from 0, and where it is.
-  virtual std::size_t nearest(const Audio::Position& point) const = 0;
-  virtual Audio::Position position(std::size_t place) const = 0;
+  virtual std::size_t nearest(const BF::Location& point) const = 0;
+  virtual BF::Location position(std::size_t place) const = 0;
 
   /// Up to `count` places all around the array, for noise from everywhere.
   virtual std::vector<std::size_t> surround(std::size_t count) const = 0;

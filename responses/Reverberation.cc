@@ -5,6 +5,8 @@
 #include <random>
 #include <utility>
 
+#include "dsp/Decibels.h"
+
 namespace {
 
 constexpr double TAIL_DELAY = 0.005;  // seconds
@@ -29,7 +31,7 @@ std::vector<double> Reverberation::added(std::vector<double> response, int rate,
     tail[n] = gaussian(generator) * std::pow(10.0, -3.0 * static_cast<double>(n) / (t60 * rate));
   }
   const double scale =
-      std::sqrt(energy(response) * std::pow(10.0, -directToReverberant / 10.0) / energy(tail));
+      std::sqrt(energy(response) * Audio::powerRatio(-directToReverberant) / energy(tail));
 
   const auto peak = std::max_element(response.begin(), response.end(),
                                      [](double a, double b) { return std::abs(a) < std::abs(b); });

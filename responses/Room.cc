@@ -6,11 +6,14 @@
 #include <algorithm>
 #include <cmath>
 #include <future>
+#include <iterator>
 #include <limits>
 #include <numbers>
 #include <thread>
 
+#include "dsp/DataError.h"
 #include "dsp/FastConvolution.h"
+#include "geometry/Direction.h"
 #include "geometry/SpeedOfSound.h"
 
 namespace {
@@ -83,12 +86,12 @@ double t60Of(const std::array<double, 6>& absorption, const Place& size) {
 
 std::array<double, 6> absorptionOf(const RoomDescription& room) {
   if (room.t60.has_value() == !room.absorption.empty()) {
-    throw RoomError("--room needs --t60 or --absorption, expected one of them");
+    throw DataError("--room needs --t60 or --absorption, expected one of them");
   }
   std::array<double, 6> walls;
   if (room.t60) {
     if (!(*room.t60 > 0.0 && *room.t60 <= MAX_T60)) {
-      throw RoomError(
+      throw DataError(
           fmt::format("--t60 is {} s, expected above 0 and up to {} s", *room.t60, MAX_T60));
     }
     walls.fill(absorptionFor(*room.t60, room.size));
@@ -99,12 +102,22 @@ std::array<double, 6> absorptionOf(const RoomDescription& room) {
       (given.size() == 1 || given.size() == 6) &&
       std::all_of(given.begin(), given.end(), [](double x) { return x > 0.0 && x <= 1.0; });
   if (!valid) {
-    throw RoomError(
+    throw DataError(
         fmt::format("--absorption is {}, expected one value or six, each above 0 and up to 1",
                     fmt::join(given, ",")));
   }
   for (std::size_t i = 0; i < 6; ++i) walls[i] = given[given.size() == 1 ? 0 : i];
   return walls;
+}
+
+/// The responses one after the other, each brought to `samples` by zeros.
+std::vector<float> flattened(const Channels& responses, std::size_t samples) {
+  std::vector<float> values;
+  for (const std::vector<double>& response : responses) {
+    values.insert(values.end(), response.begin(), response.end());
+    values.resize(values.size() + samples - response.size());
+  }
+  return values;
 }
 
 struct Pulse {
@@ -117,10 +130,10 @@ class Directions {
  public:
   explicit Directions(const ResponseSet& set) {
     for (std::size_t m = 0; m < set.measurements(); ++m) {
-      const Audio::Position p = set.position(m);
+      const BF::Location p = set.position(m);
       const double size = std::hypot(p.x, p.y, p.z);
       if (size == 0.0)
-        throw RoomError(
+        throw DataError(
             fmt::format("{}: a source is at the origin and so has no direction", set.path()));
       units.push_back({p.x / size, p.y / size, p.z / size});
       distances.push_back(size);
@@ -155,19 +168,19 @@ Room::Room(const RoomDescription& description, int samplingRate)
   box.size = wanted.size;
   for (const double side : box.size) {
     if (side > 0.0 && side <= MAX_SIDE) continue;
-    throw RoomError(fmt::format("--room is {}, expected sides above 0 and up to {} m",
+    throw DataError(fmt::format("--room is {}, expected sides above 0 and up to {} m",
                                 fmt::join(box.size, ","), MAX_SIDE));
   }
   const std::array<double, 6> absorption = absorptionOf(wanted);
   for (std::size_t i = 0; i < 6; ++i) box.reflection[i] = std::sqrt(1.0 - absorption[i]);
   decay = t60Of(absorption, box.size);
   if (decay > MAX_T60 * (1.0 + 1e-9)) {
-    throw RoomError(
+    throw DataError(
         fmt::format("--absorption makes a T60 of {:.3g} s, expected up to {} s", decay, MAX_T60));
   }
   const double images = 4.0 / 3.0 * pi * std::pow(SPEED_OF_SOUND * decay, 3.0) / volumeOf(box.size);
   if (images > MAX_IMAGES) {
-    throw RoomError(fmt::format(
+    throw DataError(fmt::format(
         "--room {} with a T60 of {:.3g} s has {:.2g} images of a source, expected at most {:.2g}",
         fmt::join(box.size, ","), decay, images, MAX_IMAGES));
   }
@@ -177,18 +190,18 @@ Room::Room(const RoomDescription& description, int samplingRate)
 }
 
 Place Room::inRoom(const Place& point, const std::string& what) const {
-  const double angle = wanted.facing * pi / 180.0;
+  const double angle = BF::radians(wanted.facing);
   const Place p = {at[0] + std::cos(angle) * point[0] - std::sin(angle) * point[1],
                    at[1] + std::sin(angle) * point[0] + std::cos(angle) * point[1],
                    at[2] + point[2]};
   if (isInside(p, box.size)) return p;
-  throw RoomError(fmt::format("{} is at {} in the room, expected within the {} m of --room", what,
+  throw DataError(fmt::format("{} is at {} in the room, expected within the {} m of --room", what,
                               metres(p), fmt::join(box.size, " × ")));
 }
 
 // Directions by the golden spiral: equal steps of height, each turned by the golden angle.
 std::vector<Place> Room::nearWalls(std::size_t count) const {
-  const double angle = wanted.facing * pi / 180.0;
+  const double angle = BF::radians(wanted.facing);
   std::vector<Place> points;
   for (std::size_t i = 0; i < count; ++i) {
     const double up = 1.0 - (2.0 * static_cast<double>(i) + 1.0) / static_cast<double>(count);
@@ -273,7 +286,7 @@ Channels Room::responses(const Place& source, const std::vector<Place>& micropho
 Channels Room::responses(const Place& source, const ResponseSet& set) const {
   const Place from = inRoom(source, fmt::format("a source at {} from the array", metres(source)));
   const Directions directions(set);
-  const double angle = wanted.facing * pi / 180.0;
+  const double angle = BF::radians(wanted.facing);
   const double cosine = std::cos(angle);
   const double sine = std::sin(angle);
   std::vector<std::vector<Pulse>> pulses(set.measurements());
@@ -320,6 +333,25 @@ std::string Room::text() const {
                      metres(at));
 }
 
+SofaImpulseResponses impulseResponses(const Responses& responses,
+                                      const std::vector<Place>& microphones,
+                                      const std::vector<Place>& sources) {
+  SofaImpulseResponses data;
+  data.sourcePositions = sources;
+  data.receiverPositions = microphones;
+  data.samplingRate = responses.samplingRate();
+  Channels all;
+  for (const Place& source : sources) {
+    const std::size_t place = responses.nearest({source[0], source[1], source[2]});
+    for (std::size_t r = 0; r < microphones.size(); ++r) {
+      all.push_back(responses.response(place, r));
+      data.samples = std::max(data.samples, all.back().size());
+    }
+  }
+  data.values = flattened(all, data.samples);
+  return data;
+}
+
 SofaImpulseResponses roomResponses(const Room& room, const std::vector<Place>& microphones,
                                    const std::vector<Place>& sources) {
   SofaImpulseResponses data;
@@ -328,33 +360,31 @@ SofaImpulseResponses roomResponses(const Room& room, const std::vector<Place>& m
   data.samplingRate = room.samplingRate();
   data.title = "image-source responses in a " + room.text();
   data.roomType = "shoebox";
-  std::vector<Channels> all;
+  Channels all;
   const double rows = static_cast<double>(sources.size() * microphones.size());
   for (const Place& source : sources) {
     Channels channels = room.responses(source, microphones);
     data.samples = std::max(data.samples, channels[0].size());
     if (rows * static_cast<double>(data.samples) > MAX_VALUES) {
-      throw RoomError(fmt::format(
+      throw DataError(fmt::format(
           "{} positions × {} microphones × {} samples are more than a file can hold, expected at "
           "most {:.0f} values (a larger --azimuth-step, fewer --elevations or --distances)",
           sources.size(), microphones.size(), data.samples, MAX_VALUES));
     }
-    all.push_back(std::move(channels));
+    std::move(channels.begin(), channels.end(), std::back_inserter(all));
   }
-  for (const Channels& channels : all) {
-    for (const std::vector<double>& channel : channels) {
-      data.values.insert(data.values.end(), channel.begin(), channel.end());
-      data.values.resize(data.values.size() + data.samples - channel.size());
-    }
-  }
+  data.values = flattened(all, data.samples);
   return data;
 }
 
-RoomResponses::RoomResponses(const Room& theRoom, const ResponseSet& theArray, bool byDirection)
-    : room(theRoom), array(theArray), directional(byDirection) {}
+RoomResponses::RoomResponses(const Room& theRoom, std::vector<Place> microphonePositions)
+    : room(theRoom), inAir(std::move(microphonePositions)) {}
 
-std::size_t RoomResponses::nearest(const Audio::Position& point) const {
-  const auto away = [&](const Audio::Position& p) {
+RoomResponses::RoomResponses(const Room& theRoom, const ResponseSet& directionsHeard)
+    : room(theRoom), directions(&directionsHeard) {}
+
+std::size_t RoomResponses::nearest(const BF::Location& point) const {
+  const auto away = [&](const BF::Location& p) {
     return std::hypot(p.x - point.x, p.y - point.y, p.z - point.z);
   };
   const auto found =
@@ -377,8 +407,7 @@ std::vector<std::size_t> RoomResponses::surround(std::size_t count) const {
 std::vector<double> RoomResponses::response(std::size_t place, std::size_t r) const {
   if (place != computedPlace) {
     const Place source = {places[place].x, places[place].y, places[place].z};
-    computed = directional ? room.responses(source, array)
-                           : room.responses(source, array.microphonePositions());
+    computed = directions ? room.responses(source, *directions) : room.responses(source, inAir);
     computedPlace = place;
   }
   return computed[r];

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <array>
-#include <map>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -11,12 +9,6 @@
 #include "responses/ImageSources.h"
 #include "responses/ResponseSet.h"
 #include "responses/Responses.h"
-
-/// A room cannot be computed; what() names the option, what was found and expected.
-class RoomError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// A rectangular room and an array in it, as a person describes them.
 struct RoomDescription {
@@ -36,7 +28,7 @@ class Room {
  public:
   /// The absorption that belongs to a T60 follows from Eyring's formula,
   ///   T60 = 24 · ln 10 · V / (−c · S · ln(1 − α)),
-  /// V and S being the room's volume and surface. Throws RoomError.
+  /// V and S being the room's volume and surface. Throws DataError.
   Room(const RoomDescription& description, int samplingRate);
 
   int samplingRate() const { return rate; }
@@ -46,7 +38,7 @@ class Room {
   /// from opposite walls do not coincide, at 1.2 m or half the height, whichever is less.
   const std::array<double, 3>& placeOfArray() const { return at; }
 
-  /// A point given in the array's axes, in the room's. Throws RoomError "<what> …" unless it is in
+  /// A point given in the array's axes, in the room's. Throws DataError "<what> …" unless it is in
   /// the room.
   std::array<double, 3> inRoom(const std::array<double, 3>& point, const std::string& what) const;
 
@@ -82,7 +74,13 @@ class Room {
   double decay = 0.0;
 };
 
-/// The responses of all source positions to all microphones, in the array's axes. Throws RoomError,
+/// The responses from the places nearest to `sources`, all of one length, as if the sources were
+/// there exactly.
+SofaImpulseResponses impulseResponses(const Responses& responses,
+                                      const std::vector<std::array<double, 3>>& microphones,
+                                      const std::vector<std::array<double, 3>>& sources);
+
+/// The responses of all source positions to all microphones, in the array's axes. Throws DataError,
 /// also where they are more than a file can hold.
 SofaImpulseResponses roomResponses(const Room& room,
                                    const std::vector<std::array<double, 3>>& microphones,
@@ -92,22 +90,25 @@ SofaImpulseResponses roomResponses(const Room& room,
 /// point, and anew for every point that is more than 8 cm from all places so far.
 class RoomResponses : public Responses {
  public:
-  /// byDirection: the microphones hear as the set says; otherwise they are alone in the air, where
-  /// the set says that they are. Room and set must outlive this.
-  RoomResponses(const Room& theRoom, const ResponseSet& theArray, bool byDirection);
+  /// Microphones alone in the air, or such that hear every direction as a set says. Room and set
+  /// must outlive this.
+  RoomResponses(const Room& theRoom, std::vector<std::array<double, 3>> microphonePositions);
+  RoomResponses(const Room& theRoom, const ResponseSet& directionsHeard);
 
   int samplingRate() const override { return room.samplingRate(); }
-  std::size_t microphones() const override { return array.microphones(); }
-  std::size_t nearest(const Audio::Position& point) const override;
-  Audio::Position position(std::size_t place) const override { return places[place]; }
+  std::size_t microphones() const override {
+    return directions ? directions->microphones() : inAir.size();
+  }
+  std::size_t nearest(const BF::Location& point) const override;
+  BF::Location position(std::size_t place) const override { return places[place]; }
   std::vector<std::size_t> surround(std::size_t count) const override;  ///< near the walls
   std::vector<double> response(std::size_t place, std::size_t r) const override;
 
  private:
   const Room& room;
-  const ResponseSet& array;
-  bool directional;
-  mutable std::vector<Audio::Position> places;
+  std::vector<std::array<double, 3>> inAir;
+  const ResponseSet* directions = nullptr;
+  mutable std::vector<BF::Location> places;
   mutable std::size_t computedPlace = SIZE_MAX;
   mutable std::vector<std::vector<double>> computed;  // of that place
 };

@@ -10,6 +10,8 @@
 #include <optional>
 #include <set>
 
+#include "dsp/Decibels.h"
+#include "geometry/Direction.h"
 #include "responses/DatabaseFile.h"
 #include "responses/DelayCheck.h"
 
@@ -39,11 +41,9 @@ std::string range(const std::vector<Position>& positions, Measure measure) {
 }
 
 std::string sourcesText(const std::vector<Position>& sources) {
-  const double degrees = 180.0 / std::numbers::pi;
-  const auto azimuth = [&](const Position& p) { return std::atan2(p[1], p[0]) * degrees; };
-  const auto elevation = [&](const Position& p) {
-    return std::atan2(p[2], std::hypot(p[0], p[1])) * degrees;
-  };
+  const auto direction = [](const Position& p) { return BF::directionOf({p[0], p[1], p[2]}); };
+  const auto azimuth = [&](const Position& p) { return direction(p).azimuth; };
+  const auto elevation = [&](const Position& p) { return direction(p).elevation; };
   return fmt::format("sources:      azimuth {}°, elevation {}°, distance {} m\n",
                      range(sources, azimuth), range(sources, elevation),
                      range(sources, distanceOf));
@@ -180,8 +180,9 @@ std::string checkText(const SofaFile& file) {
                               2 * (file.length() - 1), file.samplingRate());
   }
   if (report.worstLoss > 0.0) {
-    text += fmt::format("length:        {:.1f} dB of the energy lie outside {} samples\n",
-                        decibels(report.lostEnergy), 2 * (data.frequencies - 1));
+    text +=
+        fmt::format("length:        {:.1f} dB of the energy lie outside {} samples\n",
+                    Audio::decibels(std::max(0.0, report.lostEnergy)), 2 * (data.frequencies - 1));
   }
   return text + "usable after `zelk-sss tfdb import`\n";
 }

@@ -44,8 +44,8 @@ Row rowOf(std::vector<std::string> fields, std::size_t line) {
   fields.erase(fields.begin(), fields.begin() + 3);
   while (fields.size() > 1 && fields.back().empty()) fields.pop_back();
   row.place.isDirection = true;
-  row.place.direction = directionOf(fields);
-  row.place.position = row.place.direction.position();
+  row.place.direction = directionIn(fields);
+  row.place.position = BF::locationOf(row.place.direction);
   return row;
 }
 

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstddef>
 #include <map>
-#include <numbers>
 #include <utility>
 
 #include "dsp/DataError.h"
@@ -17,14 +16,13 @@ namespace {
 
 double between(double a, double b, double share) { return a + (b - a) * share; }
 
-Position interpolated(const TrackPoint& a, const TrackPoint& b, double t) {
+BF::Location interpolated(const TrackPoint& a, const TrackPoint& b, double t) {
   const double share = (t - a.t) / (b.t - a.t);
   if (a.isDirection && b.isDirection) {
     const double turn = std::remainder(b.direction.azimuth - a.direction.azimuth, 360.0);
-    return Direction{a.direction.azimuth + share * turn,
-                     between(a.direction.elevation, b.direction.elevation, share),
-                     between(a.direction.distance, b.direction.distance, share)}
-        .position();
+    return BF::locationOf({a.direction.azimuth + share * turn,
+                           between(a.direction.elevation, b.direction.elevation, share),
+                           between(a.direction.distance, b.direction.distance, share)});
   }
   return {between(a.position.x, b.position.x, share), between(a.position.y, b.position.y, share),
           between(a.position.z, b.position.z, share)};
@@ -39,13 +37,6 @@ void appendPlaced(const std::vector<SceneSource>& sources, double t, bool wanted
 
 }  // namespace
 
-Position Direction::position() const {
-  const double a = azimuth * std::numbers::pi / 180.0;
-  const double e = elevation * std::numbers::pi / 180.0;
-  return {distance * std::cos(e) * std::cos(a), distance * std::cos(e) * std::sin(a),
-          distance * std::sin(e)};
-}
-
 bool SceneSource::isActive(double t) const {
   if (always) return true;
   const auto later =
@@ -54,7 +45,7 @@ bool SceneSource::isActive(double t) const {
   return later != active.begin() && t < (later - 1)->end;
 }
 
-Position SceneSource::positionAt(double t) const {
+BF::Location SceneSource::positionAt(double t) const {
   const auto later =
       std::upper_bound(track.begin(), track.end(), t,
                        [](double time, const TrackPoint& point) { return time < point.t; });

@@ -5,33 +5,17 @@
 #include <string>
 #include <vector>
 
+#include "geometry/Direction.h"
 #include "scene/TimeRange.h"
 
 namespace Audio {
-
-/// A point in metres, in the coordinates of the transfer functions: x forward, y left, z up.
-struct Position {
-  double x = 0;
-  double y = 0;
-  double z = 0;
-};
-
-/// A direction and a distance: azimuth counter-clockwise from x and elevation up from the
-/// horizontal plane in degrees, distance in metres.
-struct Direction {
-  double azimuth = 0;
-  double elevation = 0;
-  double distance = 1;
-
-  Position position() const;
-};
 
 /// Where a source is at one time of its track.
 struct TrackPoint {
   double t = 0;              ///< seconds
   bool isDirection = false;  ///< given as a direction, which is then interpolated as such
-  Direction direction;
-  Position position;
+  BF::Direction direction;
+  BF::Location position;
 };
 
 /// A source of a scene, standing still or moving, present always or at times.
@@ -47,7 +31,7 @@ struct SceneSource {
   /// Between two points of the track: if both are directions, azimuth (the short way round),
   /// elevation and distance change evenly; else the point moves along a straight line. Before the
   /// first point and after the last one the source stays there.
-  Position positionAt(double t) const;
+  BF::Location positionAt(double t) const;
 };
 
 /// The ranges in order, those that touch or overlap made one.
@@ -62,7 +46,7 @@ struct SceneCrowd {
 /// A source's place at one time.
 struct PlacedSource {
   int id = 0;
-  Position position;
+  BF::Location position;
 };
 
 /// Somebody whom a list of turns names, and where.

@@ -40,7 +40,7 @@ std::vector<BF::SourceLocation> asSeparated(const std::vector<Audio::PlacedSourc
   return sources;
 }
 
-BF::SourceLocation asSeparated(const Audio::Position& point, int id, bool isTarget) {
+BF::SourceLocation asSeparated(const BF::Location& point, int id, bool isTarget) {
   return {inSinglePrecision(point.x), inSinglePrecision(point.y), inSinglePrecision(point.z), id,
           isTarget};
 }

@@ -20,4 +20,4 @@ std::vector<BF::SourceLocation> asSeparated(const std::vector<Audio::PlacedSourc
 
 /// A source as the separation has it: coordinates reach it in single precision, on which the choice
 /// between two positions that are about equally near depends.
-BF::SourceLocation asSeparated(const Audio::Position& point, int id, bool isTarget);
+BF::SourceLocation asSeparated(const BF::Location& point, int id, bool isTarget);

@@ -1,12 +1,10 @@
 // Reads and checks scene files.
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <initializer_list>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -15,6 +13,7 @@
 #include "audio/FileText.h"
 #include "dsp/DataError.h"
 #include "scene/Json.h"
+#include "scene/JsonPlace.h"
 #include "scene/Scene.h"
 
 namespace Audio {
@@ -25,62 +24,7 @@ using nlohmann::json;
 
 constexpr double MAX_VALUE = 1e6;  // degrees or metres; beyond it single precision loses the place
 
-/// A value of the document and where it stands, for messages.
-class Place {
- public:
-  Place(const std::string& fileName, std::string documentPath, const json& documentValue)
-      : file(&fileName), path(std::move(documentPath)), value(&documentValue) {}
-
-  const json& operator*() const { return *value; }
-  const json* operator->() const { return value; }
-  const std::string& where() const { return path; }
-
-  Place at(const std::string& key) const { return {*file, path + "/" + key, value->at(key)}; }
-  Place at(std::size_t i) const { return {*file, fmt::format("{}/{}", path, i), value->at(i)}; }
-
-  [[noreturn]] void refuse(const std::string& found, const std::string& expected) const {
-    throw DataError(fmt::format("{}: {}: found {}, expected {}", *file, path.empty() ? "/" : path,
-                                found, expected));
-  }
-  [[noreturn]] void refuse(const std::string& expected) const {
-    refuse(quotedJson(*value), expected);
-  }
-
-  /// Refuses an object that lacks one of the required keys or has one that is in neither list.
-  void checkKeys(std::initializer_list<const char*> required,
-                 std::initializer_list<const char*> optional) const {
-    std::vector<std::string> known(required.begin(), required.end());
-    known.insert(known.end(), optional.begin(), optional.end());
-    if (!value->is_object()) refuse(fmt::format("an object with the keys {}", joined(known)));
-    for (const auto& [key, unused] : value->items()) {
-      if (std::find(known.begin(), known.end(), key) == known.end()) {
-        refuse("the unknown key " + quotedJson(key), "only " + joined(known));
-      }
-    }
-    for (const char* key : required) {
-      if (!value->contains(key)) refuse(fmt::format("no key \"{}\"", key), "one");
-    }
-  }
-
-  /// A number within ±most.
-  double number(const std::string& expected, double most) const {
-    if (!value->is_number()) refuse(expected);
-    const auto x = value->get<double>();
-    if (!(std::abs(x) <= most)) refuse(expected);
-    return x;
-  }
-
-  double seconds() const { return number("a time in seconds, within ±1e9", 1e9); }
-
- private:
-  static std::string joined(const std::vector<std::string>& keys) {
-    return fmt::format("{}", fmt::join(keys, ", "));
-  }
-
-  const std::string* file;
-  std::string path;
-  const json* value;
-};
+using Place = JsonPlace;
 
 int parseId(const Place& place) {
   const char* const expected = "a whole number from 0 to 2147483647";
@@ -90,7 +34,7 @@ int parseId(const Place& place) {
   return place->get<int>();
 }
 
-Position parsePosition(const Place& place) {
+BF::Location parsePosition(const Place& place) {
   if (!place->is_array() || place->size() != 3) place.refuse("[x, y, z] in metres");
   const auto coordinate = [&](std::size_t i) {
     return place.at(i).number("a coordinate in metres, within ±1e6", MAX_VALUE);
@@ -135,7 +79,7 @@ TrackPoint parsePoint(const Place& place, double distance = 1.0) {
     point.direction.elevation = parseElevation(place.at("elevation"));
   }
   if (place->contains("distance")) point.direction.distance = parseDistance(place.at("distance"));
-  point.position = point.direction.position();
+  point.position = BF::locationOf(point.direction);
   return point;
 }
 
@@ -201,20 +145,12 @@ std::vector<SceneSource> parseSources(const Place& place, std::map<int, std::str
   return sources;
 }
 
-json parseDocument(const std::string& text, const std::string& name) {
-  try {
-    return parseJson(text);
-  } catch (const DataError& error) {
-    throw DataError(fmt::format("{}: {}", name, error.what()));
-  }
-}
-
 }  // namespace
 
 Scene Scene::read(const std::string& path) { return parse(fileText(path, MAX_FILE_SIZE), path); }
 
 Scene Scene::parse(const std::string& text, const std::string& name) {
-  return fromDocument(parseDocument(text, name), name);
+  return fromDocument(parseJsonOf(text, name), name);
 }
 
 Scene Scene::fromDocument(const json& document, const std::string& name) {

@@ -35,8 +35,8 @@ double numberOf(const std::string& text, double least, double most, const std::s
   return value;
 }
 
-Direction directionOf(const std::vector<std::string>& fields) {
-  Direction direction;
+BF::Direction directionIn(const std::vector<std::string>& fields) {
+  BF::Direction direction;
   direction.azimuth =
       numberOf(fields.at(0), -MAX_VALUE, MAX_VALUE, "an azimuth in degrees, within ±1e6");
   if (fields.size() > 1) {
@@ -74,8 +74,8 @@ Speaker speakerOf(const std::string& text) {
   parts.erase(parts.begin());
   TrackPoint& point = speaker.source.track.emplace_back();
   point.isDirection = true;
-  point.direction = directionOf(parts);
-  point.position = point.direction.position();
+  point.direction = directionIn(parts);
+  point.position = BF::locationOf(point.direction);
   return speaker;
 }
 

@@ -13,7 +13,7 @@ double numberOf(const std::string& text, double least, double most, const std::s
 
 /// "degrees, within ±1e6", "degrees from -90 to 90" and "a distance above 0 in metres, up to 1e6",
 /// of which the latter two may be missing: 0 and 1 then. Throws DataError.
-Direction directionOf(const std::vector<std::string>& fields);
+BF::Direction directionIn(const std::vector<std::string>& fields);
 
 /// A whole number from 0 to 2147483647. Throws DataError.
 int idOf(const std::string& text);

@@ -6,7 +6,7 @@ namespace Audio {
 
 namespace {
 
-bool isSamePlace(const Position& a, const Position& b) {
+bool isSamePlace(const BF::Location& a, const BF::Location& b) {
   return a.x == b.x && a.y == b.y && a.z == b.z;
 }
 

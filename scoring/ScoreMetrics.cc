@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "dsp/DataError.h"
+#include "dsp/Decibels.h"
 
 namespace {
 
@@ -31,7 +32,7 @@ double energy(const Signal& x) { return dot(x, x); }
 double decibels(double a, double b) {
   if (a == 0.0) return -std::numeric_limits<double>::infinity();
   if (b == 0.0) return std::numeric_limits<double>::infinity();
-  return 10.0 * std::log10(a / b);
+  return Audio::decibels(a / b);
 }
 
 /// a · x + b · y.

@@ -23,7 +23,8 @@ building=(
 )
 # measured responses and real speech
 demonstration=(libmysofa1 pocketsphinx-testdata)
-development=(git ca-certificates clang-format-14 libgtest-dev libgmock-dev libbenchmark-dev python3-pygments)
+development=(git ca-certificates clang-format-14 libgtest-dev libgmock-dev libbenchmark-dev
+  python3-dev python3-venv python3-pygments)
 baselines=(libopenblas-dev liblapacke-dev)
 packaging=(dpkg-dev file lintian debootstrap)
 bare=(debootstrap ccache)

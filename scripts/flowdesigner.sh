@@ -4,7 +4,7 @@
 # there: a small mixture, separated by its batchflow, must give the files that the command gives.
 #   scripts/flowdesigner.sh [PREFIX]    by default FLOWDESIGNER_HOME, else the folder above the batchflow
 #                                       that stands in the PATH
-# Builds in ZELK_BUILD, by default build/release. Uses sudo where the prefix is not writable.
+# Builds in ZELK_BUILD, by default build/release, and beside it in ZELK_BUILD-flowdesigner. Uses sudo where the prefix is not writable.
 set -euo pipefail
 repository=$(cd "$(dirname "$0")/.." && pwd)
 build=$(realpath -m "${ZELK_BUILD:-$repository/build/release}")
@@ -30,10 +30,9 @@ mkdir -p "$build"
 logged() { "$@" >>"$log" 2>&1 || { tail -n 30 "$log" >&2; fail "failed: $*; see $log"; }; }
 cd "$repository"
 say "building the plug-ins and the command; the log is $log"
-logged cmake -S . -B "$build/flowdesigner" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZELK_BUILD_TESTS=OFF \
-  -DZELK_FLOWDESIGNER_ROOT="$host"
+logged cmake --preset command -B "$build-flowdesigner" -DZELK_FLOWDESIGNER_ROOT="$host"
 [ -e "$build/build.ninja" ] || logged cmake --preset command -B "$build"
-for folder in "$build/flowdesigner" "$build"; do
+for folder in "$build-flowdesigner" "$build"; do
   counted_build "$log" "$folder" || { tail -n 30 "$log" >&2; fail "the build failed, see $log"; }
 done
 
@@ -43,7 +42,7 @@ if [ ! -w "$host" ]; then
   sudo=(sudo)
 fi
 # The command has a host of its own and shares nothing with this one but the prefix.
-logged "${sudo[@]}" cmake --install "$build/flowdesigner"
+logged "${sudo[@]}" cmake --install "$build-flowdesigner"
 logged "${sudo[@]}" cmake --install "$build" --prefix "$host" --component runtime
 # Where the command looks for its own plug-ins that variable would lead to this host's.
 command=(env -u FLOWDESIGNER_HOME "$host/bin/zelk-sss")

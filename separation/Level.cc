@@ -12,7 +12,7 @@ void Level::add(const std::complex<float>* spectra, std::size_t count) {
   if (!(p > 0.0) || !std::isfinite(p)) return;
   ++n;
   const double w = std::max(1.0 / static_cast<double>(n), 1.0 / FRAMES);
-  P = (1.0 - w) * P + w * p;
+  P = n == 1 ? p : (1.0 - w) * P + w * std::min(p, RISE * P);
 }
 
 float Level::gain() const { return n > 0 ? static_cast<float>(std::sqrt(POWER / P)) : 1.0F; }

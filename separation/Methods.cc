@@ -7,6 +7,8 @@
 #include <limits>
 #include <stdexcept>
 
+#include "separation/Settings.h"
+
 namespace {
 
 using Parameters = std::vector<MethodParameter>;
@@ -85,7 +87,7 @@ std::vector<Method> makeMethods() {
        "steady noise whose statistics can be measured (--noise-from)",
        {{"REG_FACTOR",
          "float",
-         "0.01",
+         "0.0001",
          "regularisation, relative to the noise matrix's norm",
          {},
          NOT_NEGATIVE}}},
@@ -100,6 +102,16 @@ std::vector<Method> makeMethods() {
          {},
          {0.0F, 1.0F, "0 to 1"}},
         {"DECOMPOSITION_ALGORITHM", "string", "GEVD", "GEVD or GSVD", {"GEVD", "GSVD"}}}},
+      {"MVDR",
+       Separation::ALGORITHM_MVDR,
+       "MVDR",
+       "known positions in a room whose impulse responses are there (--responses): short frames",
+       {{"LOADING",
+         "float",
+         "0.0001",
+         "noise of the microphones' own, as a share of the sources' mean power",
+         {},
+         POSITIVE}}},
   };
 }
 

@@ -27,11 +27,14 @@ struct MethodParameter {
 struct Method {
   std::string name;  ///< what --method takes
   BF::BfAlgorithmType algorithm;
-  std::string nodeType;  ///< "BeamForming", "ML" or "MSNR"
+  std::string nodeType;  ///< "BeamForming", "ML", "MSNR" or "MVDR"
   std::string choose;    ///< one line: when to choose it
   std::vector<MethodParameter> parameters;
 
-  bool needsDatabase() const { return nodeType != "MSNR"; }
+  bool needsDatabase() const { return nodeType != "MSNR" && nodeType != "MVDR"; }
+
+  /// Whether it works from whole impulse responses.
+  bool needsResponses() const { return nodeType == "MVDR"; }
 
   /// Whether the matrices solve for all sources at once, which sources that the microphones hardly
   /// tell apart make nearly singular.

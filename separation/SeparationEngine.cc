@@ -10,7 +10,7 @@ std::unique_ptr<BF::BF> engineOf(const std::string& method,
                                  const BF::TransformFunctionDatabase& database, int samplingRate) {
   const int bins = static_cast<int>(database.transferFunctions.size());
   const BF::BfAlgorithmType algorithm = methodNamed(method).algorithm;
-  if (algorithm == BF::BF_ALGORITHM_CMSNR) {
+  if (!methodNamed(method).needsDatabase()) {
     throw std::invalid_argument("no matrices of " + method + " follow from positions alone");
   }
   BF::EngineParameters parameters;  // steps do not count, as nothing is learnt

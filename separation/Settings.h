@@ -38,7 +38,7 @@ struct NoiseSettings {
   /// One M × M matrix per bin, as the engine is to have it: measured in advance.
   std::vector<BF::Matrix> matrices;
   double forgetting = 0.98;  ///< 0 to 1, of the mean over frames without targets
-  double loading = 0.001;    ///< 0 or more
+  double loading = 1e-4;     ///< 0 or more
   bool normalize = true;     ///< whether the recording's level shall not count
 };
 

@@ -71,6 +71,9 @@ const BF::Matrix& SpectralSeparation::separate(std::int64_t frame, std::int64_t 
   for (std::size_t row = 0; row < listed.size(); ++row) {
     if (listed[row].flag || !onlyTargets) heard.push_back(row);
   }
+  // In the order of the ids, in which a map of spectra has them.
+  std::sort(heard.begin(), heard.end(),
+            [&](std::size_t a, std::size_t b) { return listed[a].id < listed[b].id; });
   const bool isByEngine = pass < settings.passes;
 
   if (stage < Stage::Learned) {
@@ -152,11 +155,22 @@ void SpectralSeparation::project(const std::complex<float>* reference,
   for (std::size_t k = 0; k < spectrum.size(); ++k) y[k] = std::complex<double>(spectrum[k]);
 }
 
+// To the precision of separated spectra outside, so that refining them there gives the same.
+void SpectralSeparation::narrow() {
+  for (const std::size_t row : heard) {
+    std::complex<double>* y = Y.data() + row * spectrum.size();
+    for (std::size_t k = 0; k < spectrum.size(); ++k) y[k] = std::complex<float>(y[k]);
+  }
+}
+
 void SpectralSeparation::refine(const std::vector<BF::SourceLocation>& listed) {
   const bool isByEngine = pass < settings.passes;
   if (stage < Stage::Refined) {
     if (!isByEngine) ofRecording->refine(listed, heard, X, Y);
-    if (running) running->refine(listed, heard, X, Y);
+    if (running) {
+      narrow();
+      running->refine(listed, heard, X, Y);
+    }
     stage = Stage::Refined;
   }
   if (stage < Stage::Gathered) {

@@ -54,6 +54,7 @@ class SpectralSeparation {
   void updateEngine(const std::vector<BF::SourceLocation>& listed);
   void project(const std::complex<float>* reference, const BF::SourceLocation& source,
                std::size_t row);
+  void narrow();
   void refine(const std::vector<BF::SourceLocation>& listed);
 
   Settings settings;

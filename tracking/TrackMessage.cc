@@ -16,7 +16,6 @@ namespace Tracking {
 namespace {
 
 using Audio::PlacedSource;
-using Audio::Position;
 using nlohmann::json;
 
 constexpr double MAX_COUNT = 9007199254740992.0;  // 2⁵³: as far as counts are exact
@@ -64,9 +63,9 @@ TrackMessage trackerMessage(const json& document, const TrackSettings& settings)
     }
     const int id = idOf(slot);
     if (id == 0) continue;
-    const Position v = {numberAt(slot, "x", -MAX_COORDINATE, MAX_COORDINATE),
-                        numberAt(slot, "y", -MAX_COORDINATE, MAX_COORDINATE),
-                        numberAt(slot, "z", -MAX_COORDINATE, MAX_COORDINATE)};
+    const BF::Location v = {numberAt(slot, "x", -MAX_COORDINATE, MAX_COORDINATE),
+                            numberAt(slot, "y", -MAX_COORDINATE, MAX_COORDINATE),
+                            numberAt(slot, "z", -MAX_COORDINATE, MAX_COORDINATE)};
     const double length = std::hypot(v.x, v.y, v.z);
     if (length < SHORTEST) continue;
     if (!ids.insert(id).second) {

@@ -48,7 +48,7 @@ _zelk_sss_value() {
       compopt -o nospace 2>/dev/null
       _zelk_sss_words "$(_zelk_sss_parameters)"
       ;;
-    *" --tf") _zelk_sss_files sofa ;;
+    *" --tf" | *" --responses") _zelk_sss_files sofa ;;
     *" --sources")
       _zelk_sss_files json
       mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -f -X '!*.csv' -- "$cur"; compgen -f -X '!*.rttm' -- "$cur")
@@ -80,7 +80,7 @@ _zelk_sss_value() {
 _zelk_sss_argument() {
   case "$path" in
     "" | tfdb) _zelk_sss_words "$(sed -n '/^Subcommands:/,$ s/^  \([a-z]*\) .*/\1/p' <<<"$help")" ;;
-    mix) _zelk_sss_files json ;;
+    mix | evaluate) _zelk_sss_files json ;;
     arrays) [ "$arguments" -gt 0 ] || _zelk_sss_words "$(_zelk_sss_arrays)" ;;
     tfdb\ *) _zelk_sss_files sofa ;;
     run) [ "$arguments" -gt 0 ] || _zelk_sss_files n ;;

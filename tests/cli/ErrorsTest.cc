@@ -23,7 +23,7 @@ TEST_F(Errors, OfUsage) {
   EXPECT_EQ(run("").status, 2);
   EXPECT_EQ(run("").errors,
             "zelk-sss: no command is given, expected one of: separate methods tfdb mix score "
-            "pattern spectrogram run arrays\n");
+            "evaluate pattern spectrogram run arrays\n");
 
   expectRefused(
       2,
@@ -39,7 +39,8 @@ TEST_F(Errors, OfUsage) {
        {"separate mix.wav --sources scene.json -o out",
         "--tf is missing: NULL needs a transfer-function database"},
        {separate + "--method MUSIC",
-        "--method is \"MUSIC\", expected one of DS, WDS, NULL, ILSE, LCMV, GJ, GICA, ML, MSNR"},
+        "--method is \"MUSIC\", expected one of DS, WDS, NULL, ILSE, LCMV, GJ, GICA, ML, MSNR, "
+        "MVDR"},
        {separate + "--method GJ --param LCMV_LC_MYU=1",
         "--param names \"LCMV_LC_MYU\", expected a parameter of GJ: GJ_LC_METHOD, GJ_LC_MYU"},
        {separate + "--param INITW_FILENAME=w",
@@ -57,6 +58,17 @@ TEST_F(Errors, OfUsage) {
         "--param GICA_SS_SCAL is \"0\", expected a number above 0"},
        {separate + "--method GICA --param GICA_SS_METHOD=LC_MYU --param GICA_SS_MYU=1",
         "--param GICA_SS_MYU is not used where GICA_SS_METHOD is LC_MYU, expected one of them"},
+       {separate + "--method MVDR --responses a.sofa",
+        "--tf serves other methods, expected --responses alone for MVDR"},
+       {separate + "--responses a.sofa", "--responses serves MVDR, not NULL"},
+       {"separate mix.wav --sources scene.json -o out --method MVDR",
+        "--responses is missing: MVDR needs whole impulse responses"},
+       {separate + "--refine 2 --print-network",
+        "--print-network makes networks that go through the recording once, expected neither "
+        "--passes nor --refine (--refine-live does with one)"},
+       {separate + "--refine 2 --refine-live", "--refine-live excludes --refine"},
+       {separate + "--post-mask 0.1 --print-network",
+        "--post-mask needs --refine-live in a network, expected both or neither"},
        {separate + "--noise-loading 1", "--noise-loading serves ML, not NULL"},
        {separate + "--method ML --noise-from 0:1 --noise-channels 1",
         "--noise-channels selects of a noise recording, expected --noise-recording, too"},
@@ -72,7 +84,7 @@ TEST_F(Errors, OfUsage) {
        {separate + "--method ML --noise-from 0:1,2",
         "--noise-from: \"0:1,2\", expected seconds BEGIN:END with 0 <= BEGIN < END, such as "
         "0:1.5,4:5"},
-       {separate + "--noise-from 0:1", "--noise-from and --noise-recording serve ML, not NULL"},
+       {separate + "--noise-from 0:1", "--noise-from serves ML, not NULL"},
        {separate + "--method ML --noise-from 0:1 --noise-recording n",
         "--noise-from and --noise-recording exclude each other"}});
 }

@@ -40,13 +40,15 @@ TEST_F(Options, SetEveryParameterThatTheNodesDescribe) {
                        node.attribute("name").value());
     }
   }
+  described.erase("MaskRefinement.LOADING");  // which the command leaves at its default
+  std::erase_if(described, [](const std::string& name) { return name.starts_with("MVDR."); });
   described.erase("BeamForming.INITW_FILENAME");  // which the node does not read
   ASSERT_GT(described.size(), 40U);
   folder.write("tracks.json", R"({"t": 0, "sources": [{"id": 1, "azimuth": 0}]})");
   std::set<std::string> set;
   for (const char* options :
        {"--method LCMV", "--method GJ", "--method GICA", "--method ML --noise-from 0:0.5",
-        "--method MSNR", "--tracks tracks.json"}) {
+        "--method MSNR --refine-live", "--tracks tracks.json"}) {
     for (const std::string& parameter : network(options)) {
       set.insert(parameter.substr(0, parameter.find('=')));
     }

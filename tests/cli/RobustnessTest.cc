@@ -29,6 +29,8 @@ class Robustness : public Talkers, public testing::WithParamInterface<std::strin
     for (int i = 0; i < 6; ++i) recording.insert(recording.end(), once.begin(), once.end());
   }
 
+  // The talkers are heard all the time, which leaves MSNR without a contrast to learn: its filters
+  // then hang on the identity matrices that it begins with, and on how loud the recording is.
   Output separate(const std::vector<float>& samples, const std::string& nonFinite = "ZERO",
                   const std::string& moreSources = "") const {
     const std::string method = GetParam();
@@ -40,7 +42,8 @@ class Robustness : public Talkers, public testing::WithParamInterface<std::strin
     const CommandRun result =
         run("separate in.wav --sources scene.json --advance 128 --format FLOAT --force -o out "
             "--method " +
-            method + " --non-finite " + nonFinite + (method == "MSNR" ? "" : " --tf array.sofa") +
+            method + " --non-finite " + nonFinite +
+            (method == "MSNR" ? " --level off" : " --tf array.sofa") +
             (method == "ML" ? " --noise-from 0:0.45" : ""));
     EXPECT_EQ(result.status, 0) << result.errors;
     return {result.errors, {sound("out/source_3.wav").samples, sound("out/source_7.wav").samples}};

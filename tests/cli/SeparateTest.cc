@@ -77,19 +77,30 @@ TEST_F(Separate, PrintedNetworkWritesTheSameSamples) {
                    "active": [[0.3, 0.5], [0.55, 1.4]]}],
       "noise": [{"id": 9, "position": [3, 0, 0.5], "active": [[0.4, 0.9]]}]})");
   for (const std::string method :
-       {"DS --resample", "WDS --half-frame-shift on", "NULL --inactive-as-noise on", "ILSE",
-        "LCMV --window SINE --param LCMV_LC_METHOD=FIX", "GICA --advance 100",
+       {"DS --resample",
+        "WDS --half-frame-shift on",
+        "NULL --inactive-as-noise on",
+        "ILSE",
+        "LCMV --window SINE --param LCMV_LC_METHOD=FIX",
+        "GICA --advance 100",
         "GICA --param GICA_SS_METHOD=LC_MYU --channels 2,3,1",
-        "GICA --param GICA_SS_METHOD=FIX --param GICA_SS_MYU=0.03 --project on", "GJ", "ML",
+        "GICA --param GICA_SS_METHOD=FIX --param GICA_SS_MYU=0.03 --project on",
+        "GJ",
+        "ML",
         "ML --noise-from 0:0.05,1.41:1.5 --noise-loading 0.3 --param REG_FACTOR=0.1",
         "ML --noise-recording mix.wav --noise-channels 2,1,3 --noise-normalize false --project on",
-        "ML --noise-forgetting 0.7", "MSNR --reference-mic 2 --project-forgetting 0.9",
-        "MSNR --length 256 --param DECOMPOSITION_ALGORITHM=GSVD --project off"}) {
+        "ML --noise-forgetting 0.7",
+        "MSNR --reference-mic 2 --project-forgetting 0.9",
+        "MSNR --length 256 --param DECOMPOSITION_ALGORITHM=GSVD --project off",
+        "MSNR --level off",
+        "MSNR --refine-live --post-mask 0.2",
+        "NULL --refine-live --refine-memory 0.3",
+        "ML --refine-live",
+        "MVDR --responses array.sofa --param LOADING=0.01"}) {
     SCOPED_TRACE(method);
     const std::string separation =
-        "separate mix.wav --sources busy.json --tf array.sofa "
-        "--format FLOAT --force --method " +
-        method;
+        "separate mix.wav --sources busy.json --format FLOAT --force " +
+        std::string(method.starts_with("MVDR") ? "" : "--tf array.sofa") + " --method " + method;
     ASSERT_EQ(run(separation + " -o direct").status, 0);
     const CommandRun printed = run(separation + " -o printed --print-network");
     ASSERT_EQ(printed.status, 0) << printed.errors;
@@ -98,8 +109,13 @@ TEST_F(Separate, PrintedNetworkWritesTheSameSamples) {
     folder.write("network.n", printed.output);
     EXPECT_EQ(run("run network.n").output, "<Bool true >\n");
     for (const char* name : {"/source_3.wav", "/source_7.wav"}) {
-      const bool isSame = sound("direct" + std::string(name)).samples ==
-                          sound("printed" + std::string(name)).samples;
+      const std::vector<float> direct = sound("direct" + std::string(name)).samples;
+      const std::vector<float> byNetwork = sound("printed" + std::string(name)).samples;
+      // The refinement of three sources and more is the same up to rounding.
+      const float tolerance = method.find("--refine-live") == std::string::npos ? 0.0F : 1e-6F;
+      const bool isSame =
+          std::equal(direct.begin(), direct.end(), byNetwork.begin(), byNetwork.end(),
+                     [tolerance](float a, float b) { return std::abs(a - b) <= tolerance; });
       EXPECT_EQ(isSame, method != "GJ") << name;
     }
     std::filesystem::remove_all(folder / "printed");

@@ -29,14 +29,14 @@ expect() {
   failures=$((failures + 1))
 }
 
-expect "arrays methods mix pattern run score separate spectrogram tfdb" zelk-sss ""
+expect "arrays evaluate methods mix pattern run score separate spectrogram tfdb" zelk-sss ""
 expect "--help --version" zelk-sss -
 expect "check geometry import info room" zelk-sss tfdb ""
 expect "--noise-channels --noise-forgetting --noise-from --noise-loading --noise-normalize --noise-recording" \
   zelk-sss separate mix.wav --noi
 
 # values of options
-expect "DS GICA GJ ILSE LCMV ML MSNR NULL WDS" zelk-sss separate --method ""
+expect "DS GICA GJ ILSE LCMV ML MSNR MVDR NULL WDS" zelk-sss separate --method ""
 expect "MSNR" zelk-sss separate --method = MS
 expect "GJ_LC_METHOD= GJ_LC_MYU=" zelk-sss separate mix.wav --method GJ --param ""
 expect "REG_FACTOR=" zelk-sss separate mix.wav --method = ML --param R

@@ -7,6 +7,7 @@
 #include <numbers>
 #include <random>
 
+#include "dsp/DataError.h"
 #include "tests/cli/FirFile.h"
 #include "tests/reference/MirrorImages.h"
 #include "tests/support/AudioTesting.h"
@@ -167,7 +168,7 @@ TEST(Room, ByDirectionUsesTheNearestResponse) {
   EXPECT_LT(levelOf(found[1]), levelOf(found[0]) + 9.6);
 
   // Places of a moving source are 8 cm apart.
-  const RoomResponses places(room, set, false);
+  const RoomResponses places(room, ORIGIN);
   EXPECT_EQ(places.nearest({1.0, 0.0, 0.0}), 0U);
   EXPECT_EQ(places.nearest({1.07, 0.0, 0.0}), 0U);
   EXPECT_EQ(places.nearest({1.09, 0.0, 0.0}), 1U);
@@ -177,7 +178,7 @@ TEST(Room, RefusesWhatIsNone) {
   const auto with = [](auto change) {
     RoomDescription room = described({6, 5, 3}, 0.3);
     change(room);
-    return messageOf<RoomError>([&] { Room(room, RATE).responses({2.5, 0, 0}, ORIGIN); });
+    return messageOf<DataError>([&] { Room(room, RATE).responses({2.5, 0, 0}, ORIGIN); });
   };
   using R = RoomDescription&;
   EXPECT_EQ(with([](R r) { r.size[1] = -5; }),

@@ -42,7 +42,7 @@ TEST(SceneTest, PlacesSources) {
   const struct {
     std::string members;
     double t;
-    Audio::Position position;
+    BF::Location position;
   } cases[] = {{R"("azimuth": 90, "distance": 2)", 100, {0, 2, 0}},
                {R"("azimuth": -180, "elevation": 30)", 0, {-std::sqrt(0.75), 0, 0.5}},
                {R"("position": [1, -2, 0.5])", 0, {1, -2, 0.5}},
@@ -55,7 +55,7 @@ TEST(SceneTest, PlacesSources) {
                {mixed, 1, {0.5, 0.5, 0}}};
   for (const auto& [members, t, position] : cases) {
     SCOPED_TRACE(members + " at " + std::to_string(t));
-    const Audio::Position actual = sceneOf(sourceWith(members)).targetsAt(t).at(0).position;
+    const BF::Location actual = sceneOf(sourceWith(members)).targetsAt(t).at(0).position;
     EXPECT_NEAR(actual.x, position.x, 1e-12);
     EXPECT_NEAR(actual.y, position.y, 1e-12);
     EXPECT_NEAR(actual.z, position.z, 1e-12);

@@ -14,6 +14,7 @@
 #include "dsp/FrameAnalyzer.h"
 #include "dsp/OverlapAdder.h"
 #include "gtest/gtest.h"
+#include "separation/Level.h"
 #include "tests/support/CountedMemory.h"
 #include "tests/support/Databases.h"
 
@@ -347,6 +348,14 @@ TEST(SeparatorTest, TheLevelOfTheRecordingMakesNoDifference) {
       EXPECT_LT(difference(expected, separated(0.01F, true)), 1e-6) << seed << " " << method;
     }
   }
+}
+
+TEST(SeparatorTest, OneEnormousFrameDoesNotSetTheLevel) {
+  Separation::Level level;
+  const std::complex<float> usual(3.0F, 4.0F);
+  const std::complex<float> enormous(1e15F, 0.0F);
+  for (int n = 0; n < 500; ++n) level.add(n == 200 ? &enormous : &usual, 1);
+  EXPECT_NEAR(level.gain(), std::sqrt(Separation::Level::POWER) / 5.0F, 20.0F);
 }
 
 TEST(SeparatorTest, ATargetThatIsSilentStaysAsNoise) {

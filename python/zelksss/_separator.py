@@ -1,0 +1,273 @@
+"""Separation of sampled sound."""
+
+from __future__ import annotations
+
+from collections.abc import Sequence
+from typing import TYPE_CHECKING, TypedDict
+
+import numpy as np
+from numpy.typing import ArrayLike, NDArray
+
+from . import _core
+from ._database import Database
+from ._error import Error
+from ._scene import Scene, Source
+
+if TYPE_CHECKING:
+    from typing_extensions import Unpack
+
+# Samples that `separate` gives to the separator at once.
+_BLOCK = 1 << 16
+
+
+class Parameters(TypedDict, total=False):
+    """Keyword arguments of `separate` and `Separator`, which have the command's defaults.
+
+    Attributes
+    ----------
+    length : int
+        Samples per frame; the database's, without one 512.
+    advance : int
+        Samples from frame to frame; a quarter of the frame.
+    window : str
+        "HANN", "HAMMING", "SINE" or "RECTANGULAR".
+    project : bool
+        Scale the outputs, bin by bin, to what the reference microphone hears; for MSNR.
+    reference_mic : int
+        The reference microphone, from 1.
+    project_forgetting : float
+        How much of the scale's averages a new frame leaves, 0 to 1.
+    half_frame_shift : bool
+        Undo a shift by half a frame; for ML that is not projected.
+    inactive_as_noise : bool
+        List sources as noise while they are silent; for MSNR.
+    noise_from : list of (float, float)
+        ML: begin and end, in seconds, of stretches that hold noise alone.
+    noise_matrices : array_like of complex, [bins, microphones, microphones]
+        ML: correlation matrices of the noise, measured in advance.
+    noise_forgetting, noise_loading : float
+        ML: see `docs/methods.md`.
+    noise_normalize : bool
+        ML: the recording's level does not count.
+    lc_method : str
+        LCMV, GJ, GICA: "ADAPTIVE" or "FIX" step towards the constraint.
+    lc_myu : float
+        Its size, or its multiplier when adaptive.
+    ss_method : str
+        GICA: "ADAPTIVE", "FIX" or "LC_MYU" step of the separation.
+    ss_myu, ss_scal : float
+        GICA: its size or multiplier, and the scale of the outputs inside the tanh.
+    reg_factor : float
+        ML: regularisation, relative to the norm of the noise matrix.
+    alpha : float
+        MSNR: forgetting factor of the statistics.
+    decomposition_algorithm : str
+        MSNR: "GEVD" or "GSVD".
+    """
+
+    length: int
+    advance: int
+    window: str
+    project: bool
+    reference_mic: int
+    project_forgetting: float
+    half_frame_shift: bool
+    inactive_as_noise: bool
+    noise_from: Sequence[tuple[float, float]]
+    noise_matrices: ArrayLike
+    noise_forgetting: float
+    noise_loading: float
+    noise_normalize: bool
+    lc_method: str
+    lc_myu: float
+    ss_method: str
+    ss_myu: float
+    ss_scal: float
+    reg_factor: float
+    alpha: float
+    decomposition_algorithm: str
+
+
+class Output(dict[int, NDArray[np.float32]]):
+    """What a call of `Separator.process` finished: samples of each source by its id.
+
+    Each array, float32 [count], is the caller's own. A source that is not here is silent in this
+    stretch.
+
+    Attributes
+    ----------
+    start : int
+        Number of the first sample, from the recording's begin.
+    count : int
+        Samples of every source.
+    """
+
+    __slots__ = ("count", "start")
+
+    def __init__(self, start: int, count: int, signals: dict[int, NDArray[np.float32]]) -> None:
+        super().__init__(signals)
+        self.start = start
+        self.count = count
+
+
+class Separator:
+    """Separates the sound of a microphone array into a signal per source, block by block.
+
+    How the samples are cut into blocks makes no difference, to the bit. Outputs are aligned with
+    the input and together as long as it. Several separators work side by side on several threads;
+    one is used by one thread at a time.
+
+    Parameters
+    ----------
+    db : Database or None
+        The array's transfer functions. None for the method MSNR alone, with `microphones`.
+    rate : int, optional
+        Sampling rate of the samples in Hz; the database's. Another one is an error.
+    method : str, optional
+        DS, WDS, NULL, ILSE, LCMV, GJ, GICA, ML or MSNR; see `docs/methods.md`.
+    microphones : int, optional
+        Channels of the samples, for MSNR without a database.
+    **parameters
+        See `Parameters`.
+
+    Examples
+    --------
+    >>> import numpy as np
+    >>> db = Database.free_field([[0.05, 0, 0], [-0.05, 0, 0]])
+    >>> sep = Separator(db, method="DS")
+    >>> out = sep.process(np.zeros((160, 2), np.float32), [Source(0, azimuth=30)])
+    >>> out.start, out.count, sep.flush().count
+    (0, 0, 160)
+    """
+
+    _native: _core.Separator
+
+    def __init__(
+        self,
+        db: Database | None,
+        rate: int | None = None,
+        method: str = "NULL",
+        *,
+        microphones: int | None = None,
+        **parameters: Unpack[Parameters],
+    ) -> None:
+        if db is None:
+            if microphones is None:
+                raise _missing("db", "a Database, or microphones=COUNT with the method MSNR")
+            if rate is None:
+                raise _missing("rate", "the sampling rate in Hz, as there is no database")
+            self._native = _core.Separator(microphones, rate, method, parameters)
+            return
+        if rate is not None and rate != db.rate:
+            raise Error(
+                f"rate is {rate} Hz, expected {db.rate} Hz, for which db was made",
+                "rate", str(rate), str(db.rate),
+            )  # fmt: skip
+        self._native = _core.Separator(db._native, method, parameters)
+
+    def process(self, x: ArrayLike, sources: Sequence[Source] | Scene | None = None) -> Output:
+        """Take the next samples and return what is finished.
+
+        Parameters
+        ----------
+        x : array_like, float32 or float64 [samples, microphones]
+            Samples of -1 … 1. float32, row by row in memory, is read in place. Tensors of torch on
+            the CPU and what has ``__array__`` or ``__dlpack__`` are taken, too.
+        sources : sequence of Source or Scene, optional
+            Whose sound is heard from the first of these samples on, or a scene whose time 0 is the
+            first sample of all; None leaves what was given before in force.
+
+        Returns
+        -------
+        Output
+            Samples of each source that sounded.
+        """
+        if isinstance(sources, Scene):
+            return Output(*self._native.process(x, sources._native))
+        return Output(*self._native.process(x, sources))
+
+    def flush(self) -> Output:
+        """End the recording: return all samples that are left. Then no more are taken."""
+        return Output(*self._native.flush())
+
+    @property
+    def samples(self) -> int:
+        """Samples of each microphone taken so far."""
+        return self._native.samples
+
+    @property
+    def latency(self) -> int:
+        """After P samples, P - latency at least are finished."""
+        return self._native.latency
+
+    @property
+    def microphones(self) -> int:
+        """Channels of the samples."""
+        return self._native.microphones
+
+    @property
+    def rate(self) -> int:
+        """Sampling rate in Hz."""
+        return self._native.rate
+
+    @property
+    def length(self) -> int:
+        """Samples per frame."""
+        return self._native.length
+
+    @property
+    def advance(self) -> int:
+        """Samples from frame to frame."""
+        return self._native.advance
+
+
+def separate(
+    x: ArrayLike,
+    db: Database | None,
+    sources: Sequence[Source] | Scene,
+    rate: int | None = None,
+    method: str = "NULL",
+    **parameters: Unpack[Parameters],
+) -> dict[int, NDArray[np.float32]]:
+    """Separate a recording into one signal per source.
+
+    Parameters
+    ----------
+    x : array_like, float32 or float64 [samples, microphones]
+        The recording, a column per microphone in the database's order.
+    db : Database or None
+        The array's transfer functions; None for the method MSNR alone.
+    sources : sequence of Source or Scene
+        Who is where: all the time, or as the scene says.
+    rate : int, optional
+        Sampling rate in Hz; the database's.
+    method : str, optional
+        DS, WDS, NULL, ILSE, LCMV, GJ, GICA, ML or MSNR; see `docs/methods.md`.
+    **parameters
+        See `Parameters`.
+
+    Returns
+    -------
+    dict of int to ndarray, float32 [samples]
+        The signal of each target by its id. Sample n belongs to sample n of the recording; where a
+        source is not active its signal is 0.
+    """
+    channels = _core.channels_of(x) if db is None else None
+    separator = Separator(db, rate, method, microphones=channels, **parameters)
+    recording = separator._native.checked(x)
+    separator.process(recording[:0], sources)  # refuses what is no list of sources
+    ids = sources.ids if isinstance(sources, Scene) else [s.id for s in sources if s.target]
+    result = {id: np.zeros(len(recording), np.float32) for id in ids}
+    for begin in range(0, len(recording), _BLOCK):
+        _collect(result, separator.process(recording[begin : begin + _BLOCK]))
+    _collect(result, separator.flush())
+    return result
+
+
+def _collect(result: dict[int, NDArray[np.float32]], output: Output) -> None:
+    for id, samples in output.items():
+        result[id][output.start : output.start + output.count] = samples
+
+
+def _missing(field: str, expected: str) -> Error:
+    return Error(f"{field} is missing, expected {expected}", field, "missing", expected)
