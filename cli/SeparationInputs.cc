@@ -14,6 +14,7 @@
 #include "dsp/OverlapAdder.h"
 #include "responses/DatabaseFile.h"
 #include "responses/Places.h"
+#include "scene/SceneMoment.h"
 #include "separation/ResponseFile.h"
 
 namespace {
@@ -134,7 +135,9 @@ std::optional<Audio::AudioReader> openNoise(const SeparationSettings& s, int mic
   return reader;
 }
 
-void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
+/// noiseOptions: those that say where the noise comes from.
+void checkScene(const SeparationSettings& s, const Audio::Scene& scene,
+                const std::string& noiseOptions) {
   scene.requireFewAtOnce(s.sceneName(), s.inactiveAsNoise);
   if (scene.sources().empty()) {
     throw DataError(fmt::format("{}: /sources: found none, expected one or more", s.sceneName()));
@@ -146,8 +149,8 @@ void checkScene(const SeparationSettings& s, const Audio::Scene& scene) {
   if (noiseIsRunning && !hasPauses) {
     throw DataError(fmt::format(
         "{}: found a source that is always active, but ML learns the noise while none is; expected "
-        "\"active\" times, or --noise-from or --noise-recording",
-        s.sceneName()));
+        "\"active\" times, or {}",
+        s.sceneName(), noiseOptions));
   }
 }
 
@@ -163,10 +166,11 @@ void requireChannels(const SeparationSettings& s, int microphones, const SofaFil
 /// The files that say what to separate by.
 struct Model {
   /// Takes frame length and rate from the database, where the settings leave them open.
-  explicit Model(SeparationSettings& s) {
+  Model(SeparationSettings& s, std::string optionsOfNoise)
+      : noiseOptions(std::move(optionsOfNoise)) {
     if (!s.tracks.isGiven()) {
       scene = Audio::readScene(s.scene);
-      checkScene(s, scene);
+      checkScene(s, scene, noiseOptions);
     }
     if (s.method->needsDatabase()) takeLengthAndRate(s, database.emplace(s.database));
     if (s.method->needsResponses()) responses.emplace(s.responses, SofaFile::Part::HEAD);
@@ -177,19 +181,21 @@ struct Model {
   /// The file that says how many microphones there are; null without one.
   const SofaFile* file() const { return database ? &*database : responses ? &*responses : nullptr; }
 
-  Audio::Scene scene;
+  std::string noiseOptions;  // as of checkScene
+  Audio::Scene scene;        // empty with a tracker
   std::optional<SofaFile> database;
   std::optional<SofaFile> responses;
 };
 
 /// After the recording was opened, so that nobody waits for a tracker in vain.
-void openTracks(const SeparationSettings& s, SeparationInputs& inputs) {
+void openTracks(const SeparationSettings& s, const std::string& noiseOptions,
+                SeparationInputs& inputs) {
   if (!s.tracks.isGiven()) return;
   if (areLive(s.tracks, s.recording)) {
     inputs.live = followTracks(s.tracks);
   } else {
     inputs.scene = readTracks(s.tracks);
-    checkScene(s, inputs.scene);
+    checkScene(s, inputs.scene, noiseOptions);
   }
 }
 
@@ -204,7 +210,7 @@ SeparationInputs inputsOf(const SeparationSettings& s, Model& model, int microph
   inputs.noise = openNoise(s, microphones);
   checkNoiseRanges(s, inputs);
   requireChannels(s, microphones, model.file());
-  openTracks(s, inputs);
+  openTracks(s, model.noiseOptions, inputs);
   const SofaFile* const database = model.database ? &*model.database : nullptr;
   SeparationPlan plan{s, inputs.scene, microphones, std::nullopt, database};
   if (samples) plan.duration = static_cast<double>(*samples) / s.samplingRate;
@@ -218,7 +224,7 @@ SeparationInputs inputsOf(const SeparationSettings& s, Model& model, int microph
 }  // namespace
 
 SeparationInputs openInputs(SeparationSettings& s) {
-  Model model(s);
+  Model model(s, "--noise-from or --noise-recording");
   Audio::AudioReader recording = openRecording(s);
   SeparationInputs inputs =
       inputsOf(s, model, recording.channelCount(), recording.announcedSamples());
@@ -227,7 +233,7 @@ SeparationInputs openInputs(SeparationSettings& s) {
 }
 
 SeparationInputs openInputs(SeparationSettings& s, const LiveSound& sound) {
-  Model model(s);
+  Model model(s, "--noise-recording");
   if (s.samplingRate != 0 && s.samplingRate != sound.samplingRate) {
     throw DataError(fmt::format("{}: runs at {} Hz, expected {} Hz, for which {} was made",
                                 s.recording, sound.samplingRate, s.samplingRate, s.database));
@@ -246,4 +252,11 @@ Audio::AudioReader openAgain(const SeparationSettings& s) {
   options.nonFinite = Audio::nonFiniteNamed(s.nonFinite);
   options.warn = [](const std::string&) {};  // as it is said once already
   return open(s, s.recording, options);
+}
+
+std::vector<BF::SourceLocation> sourcesOf(const SeparationInputs& inputs, double time,
+                                          bool inactiveAsNoise) {
+  if (!inputs.live) return sourcesAt(inputs.scene, time, inactiveAsNoise);
+  const auto [targets, noise] = inputs.live->at(Tracking::LiveTracks::Clock::now());
+  return asSeparated(targets, noise);
 }

@@ -46,3 +46,7 @@ SeparationInputs openInputs(SeparationSettings& settings, const LiveSound& sound
 
 /// The recording once more, for a look at it beforehand. Warns of nothing.
 Audio::AudioReader openAgain(const SeparationSettings& settings);
+
+/// Who is listed in a frame: by the scene at its time in seconds, or by the tracker now.
+std::vector<BF::SourceLocation> sourcesOf(const SeparationInputs& inputs, double time,
+                                          bool inactiveAsNoise);

@@ -16,7 +16,6 @@
 #include "cli/SeparatorSettings.h"
 #include "cli/StopSignals.h"
 #include "dsp/FrameLayout.h"
-#include "scene/SceneMoment.h"
 #include "separation/Separator.h"
 
 namespace {
@@ -131,7 +130,8 @@ class SeparationRun {
   /// Moves on to the next frame and says who is active in it.
   void listSources() {
     ++frame;
-    const std::vector<BF::SourceLocation> sources = sourcesOfFrame();
+    const std::vector<BF::SourceLocation> sources =
+        sourcesOf(inputs, layout.time(frame, s.samplingRate), s.inactiveAsNoise);
     separator.setSources(sources, separator.sourcesAt(frame));
     if (!files) return;
     std::vector<int> targets;
@@ -139,14 +139,6 @@ class SeparationRun {
       if (source.flag) targets.push_back(source.id);
     }
     files->addFrame(targets);
-  }
-
-  std::vector<BF::SourceLocation> sourcesOfFrame() const {
-    if (!inputs.live) {
-      return sourcesAt(inputs.scene, layout.time(frame, s.samplingRate), s.inactiveAsNoise);
-    }
-    const auto [targets, noise] = inputs.live->at(Tracking::LiveTracks::Clock::now());
-    return asSeparated(targets, noise);
   }
 
   void write(const Separation::Output& output) {

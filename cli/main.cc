@@ -7,6 +7,7 @@
 
 #include "cli/ArraysCommand.h"
 #include "cli/EvaluateCommand.h"
+#include "cli/LiveCommand.h"
 #include "cli/MethodsCommand.h"
 #include "cli/MixCommand.h"
 #include "cli/NetworkRun.h"
@@ -93,6 +94,7 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   app.set_version_flag("--version", "zelk-sss " ZELK_VERSION);
   app.require_subcommand(0, 1);  // with 1, a misspelt command would not be named in the message
   addSeparateCommand(app);
+  addLiveCommand(app);
   addMethodsCommand(app);
   addTfdbCommands(app);
   addArraysCommand(app);

@@ -5,9 +5,8 @@
 #include <jack/thread.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <cstring>
+#include <cerrno>
 #include <mutex>
 
 #include "dsp/DataError.h"
@@ -27,7 +26,7 @@ std::string refusal(const std::string& server, jack_status_t status) {
   if ((status & (JackServerFailed | JackServerError)) != 0) {
     return fmt::format(
         "no JACK server{} answers, expected one that runs (start jackd, or with PipeWire: pw-jack "
-        "zelk-sss live …)",
+        "zelk-sss live)",
         server.empty() ? "" : fmt::format(" \"{}\"", server));
   }
   return fmt::format("the JACK server refuses a client (status 0x{:x}), expected one that takes it",
@@ -132,7 +131,8 @@ void JackClient::Impl::addPorts(std::vector<jack_port_t*>& ports, const char* pr
 
 std::vector<std::string> JackClient::Impl::ports(const std::string& pattern,
                                                  unsigned long direction) const {
-  const unsigned long flags = direction | (pattern.empty() ? JackPortIsPhysical : 0UL);
+  unsigned long flags = direction;
+  if (pattern.empty()) flags |= JackPortIsPhysical;
   const std::unique_ptr<const char*, void (*)(void*)> names(
       jack_get_ports(client.get(), pattern.empty() ? nullptr : pattern.c_str(),
                      JACK_DEFAULT_AUDIO_TYPE, flags),

@@ -20,10 +20,11 @@ building=(
   # libraries
   libboost-dev libhwy-dev libnetcdf-dev libseccomp-dev libsndfile1-dev libkissfft-dev libsoxr-dev
   libpugixml-dev nlohmann-json3-dev libcli11-dev libfmt-dev librsvg2-dev libeigen3-dev
+  libjack-jackd2-dev
 )
 # measured responses and real speech
 demonstration=(libmysofa1 pocketsphinx-testdata)
-development=(git ca-certificates clang-format-14 libgtest-dev libgmock-dev libbenchmark-dev
+development=(git ca-certificates clang-format-14 libgtest-dev libgmock-dev libbenchmark-dev jackd2
   python3-dev python3-venv python3-pygments)
 baselines=(libopenblas-dev liblapacke-dev)
 packaging=(dpkg-dev file lintian debootstrap)

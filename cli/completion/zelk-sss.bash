@@ -84,7 +84,7 @@ _zelk_sss_argument() {
     arrays) [ "$arguments" -gt 0 ] || _zelk_sss_words "$(_zelk_sss_arrays)" ;;
     tfdb\ *) _zelk_sss_files sofa ;;
     run) [ "$arguments" -gt 0 ] || _zelk_sss_files n ;;
-    methods | score) _zelk_sss_nothing ;;
+    live | methods | score) _zelk_sss_nothing ;;
   esac
 }
 

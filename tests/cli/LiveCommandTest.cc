@@ -1,0 +1,116 @@
+// Live sound through a real sound server that the test starts.
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <csignal>
+#include <regex>
+#include <thread>
+
+#include "tests/cli/JackServer.h"
+#include "tests/cli/TalkersFixture.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+class LiveSound : public Talkers {
+ protected:
+  void SetUp() override {
+    if (!JackServer::isInstalled()) GTEST_SKIP() << "there is no jackd (Debian: jackd2)";
+  }
+
+  std::string live(const JackServer& server, const std::string& more) const {
+    return "live --server " + server.name() + files + more;
+  }
+
+  RunningCommand start(const JackServer& server, const std::string& more) const {
+    return RunningCommand(wordsOf(live(server, more)), folder / "");
+  }
+};
+
+/// The number before the n-th group of a report.
+std::size_t numberIn(const std::string& text, const std::string& pattern) {
+  std::smatch match;
+  if (!std::regex_search(text, match, std::regex(pattern))) return ~std::size_t{0};
+  return std::stoul(match[1]);
+}
+
+TEST_F(LiveSound, IsWhatSeparateWritesAfterTheStatedLatency) {
+  ASSERT_EQ(run("separate mix.wav --format FLOAT --quiet -o files" + files).status, 0);
+  constexpr int PERIOD = 256;
+  constexpr std::size_t LATENCY = 512 + 8 * PERIOD - 128;
+  const JackServer server(PERIOD, 1);
+  CommandRun result;
+  for (int tries = 0; tries < 5; ++tries) {  // a busy machine may be late, which is told
+    RunningCommand command = start(server, "--from none --slots 3 --margin 8");
+    JackPeer player(server, "player", MICROPHONES, true);
+    JackPeer recorder(server, "recorder", 3, false);
+    ASSERT_TRUE(player.connect("zelk-sss:mic_") && recorder.connect("zelk-sss:slot_"));
+    const std::vector<float> mix = sound("mix.wav").samples;
+    player.play(mix);
+    ASSERT_TRUE(player.isDone());
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    command.send(SIGINT);
+    result = command.wait();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    if (numberIn(result.output, "separation was late ([0-9]+) times") > 0) continue;
+    for (const auto& [slot, name] :
+         {std::pair(0, "files/source_3.wav"), {1, "files/source_7.wav"}}) {
+      const std::vector<float> expected = sound(name).samples;
+      const std::vector<float> heard = recorder.recordedSince(player, slot);
+      ASSERT_GE(heard.size(), LATENCY + expected.size());
+      EXPECT_TRUE(std::equal(expected.begin(), expected.end(), heard.begin() + LATENCY)) << name;
+    }
+    for (const float x : recorder.recordedSince(player, 2)) ASSERT_EQ(x, 0.0F);
+    break;
+  }
+  EXPECT_EQ(numberIn(result.output, "separation was late ([0-9]+) times"), 0) << result.output;
+  EXPECT_EQ(numberIn(result.output, "latency ([0-9]+) samples"), LATENCY);
+  EXPECT_THAT(result.output, HasSubstr("slot_1 plays source 3\n"));
+  EXPECT_THAT(result.output, HasSubstr("slot_2 plays source 7\n"));
+}
+
+TEST_F(LiveSound, TellsOfSourcesWithoutSlotOfXrunsAndOfTheServersEnd) {
+  JackServer server(160, MICROPHONES);
+  RunningCommand command = start(server, "--slots 1 --to system:playback");
+  {
+    const JackPeer listener(server, "listener", 1, false);
+    ASSERT_TRUE(listener.connect("zelk-sss:slot_"));
+  }
+  server.send(SIGSTOP);
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  server.send(SIGCONT);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  server.kill();
+  const CommandRun result = command.wait();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.output, HasSubstr("mic_3 hears system:capture_3\n"));
+  EXPECT_GT(numberIn(result.output, "the server ([0-9]+) times"), 0) << result.output;
+  EXPECT_THAT(result.errors,
+              HasSubstr("source 7: no slot is free from 0.00 s on, expected --slots 2"));
+  EXPECT_THAT(result.errors, HasSubstr("zelk-sss: the JACK server was late "));
+  EXPECT_THAT(result.errors, HasSubstr("zelk-sss: the JACK server ended the connection ("));
+}
+
+TEST_F(LiveSound, RefusesWhatDoesNotFit) {
+  const JackServer server(160, 4);
+  run("tfdb geometry other.sofa --circular 4 0.05 --rate 8000 --length 64");
+  const std::string live8 = "live --server " + server.name() + " --sources scene.json ";
+  expectRefused(
+      1, {{"live --server zelk-none" + files, "no JACK server \"zelk-none\" answers, expected …"},
+          {live(server, ""),
+           "the JACK server: gives 4 channels, expected 3, a channel for each microphone of "
+           "array.sofa (--channels selects)"},
+          {live(server, "--from speech"),
+           "--from: the JACK server has no port that matches \"speech\", expected …"},
+          {live(server, "--channels 1-3 --to speech"),
+           "--to: the JACK server has no port that matches \"speech\", expected …"},
+          {live(server, "--channels 2,5,6"), "--channels is \"2,5,6\": \"5\" does not fit …"},
+          {live8 + "--tf other.sofa",
+           "the JACK server: runs at 16000 Hz, expected 8000 Hz, for which other.sofa was made"},
+          {live8 + "--method MSNR --from none",
+           "--channels is missing: nothing else says how many microphones there are"}});
+}
+
+}  // namespace
