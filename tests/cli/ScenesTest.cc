@@ -81,7 +81,7 @@ TEST_F(Scenes, OfEveryFormGiveTheSameFiles) {
   expectSameSources("tracks", "json", {3, 7});
   folder.write(
       "tracks.n",
-      run("separate mix.wav --tf array.sofa -o run --tracks tracks.json --print-network").output);
+      run("separate mix.wav --tf array.sofa -o run --print-network " + fromTracks).output);
   EXPECT_EQ(run("run tracks.n").status, 0);
   expectSameSources("run", "json", {3, 7});
   separate("--sources scene.json", "always");
