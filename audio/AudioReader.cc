@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <iostream>
 #include <string>
 #include <utility>
@@ -14,6 +15,7 @@
 #include "audio/Channels.h"
 #include "audio/SamplingRates.h"
 #include "audio/SoundExtent.h"
+#include "audio/SoundStream.h"
 #include "dsp/DataError.h"
 
 namespace Audio {
@@ -57,8 +59,11 @@ NonFinite nonFiniteNamed(const std::string& name) {
 struct AudioReader::Impl {
   Impl(std::string name, const AudioReaderOptions& given);
 
+  void open();
+  std::int64_t readBlock(std::size_t count);
   std::size_t readFile(float* samples, std::size_t count);
   std::size_t readResampled(float* samples, std::size_t count);
+  std::size_t inputFor(std::size_t count) const;
   void checkExtent() const;
   [[noreturn]] void refuseEmpty() const;
   void noteEnd();
@@ -67,11 +72,16 @@ struct AudioReader::Impl {
 
   std::string path;
   AudioReaderOptions options;
+  bool isStream;
+  std::unique_ptr<SoundStream> stream;  // null: a file with a header
+  std::unique_ptr<SNDFILE, FileCloser> ownFile;
+  SNDFILE* file = nullptr;  // ownFile's, or the stream's
   SF_INFO info{};
-  std::unique_ptr<SNDFILE, FileCloser> file;
+  std::optional<std::int64_t> announced;  // samples per channel
   std::vector<int> channels;
   int outputRate = 0;
   std::vector<float> block;     // as the file has it: all channels
+  std::vector<int> numbers;     // the same in whole numbers
   std::int64_t position = 0;    // samples per channel read from the file
   std::int64_t lastFault = -1;  // the last sample that was not usable
   bool fileEnded = false;
@@ -83,12 +93,8 @@ struct AudioReader::Impl {
 };
 
 AudioReader::Impl::Impl(std::string name, const AudioReaderOptions& given)
-    : path(std::move(name)), options(given) {
-  file.reset(sf_open(path.c_str(), SFM_READ, &info));
-  if (!file) {
-    throw DataError(
-        fmt::format("{}: cannot be read as an audio file: {}", path, sf_strerror(nullptr)));
-  }
+    : path(std::move(name)), options(given), isStream(SoundStream::isStream(path)) {
+  open();
   try {
     channels = selectedChannels(options.channels, info.channels, options.channelsName);
   } catch (const DataError& error) {
@@ -108,8 +114,26 @@ AudioReader::Impl::Impl(std::string name, const AudioReaderOptions& given)
   block.resize(BLOCK * static_cast<std::size_t>(info.channels));
 }
 
+void AudioReader::Impl::open() {
+  if (isStream || options.raw) {
+    stream = std::make_unique<SoundStream>(path, options.raw, options.stopped);
+    file = stream->file();
+    info = stream->info();
+    announced = stream->samples();
+    return;
+  }
+  ownFile.reset(sf_open(path.c_str(), SFM_READ, &info));
+  if (!ownFile) {
+    throw DataError(
+        fmt::format("{}: cannot be read as an audio file: {}", path, sf_strerror(nullptr)));
+  }
+  file = ownFile.get();
+  if (info.frames != SF_COUNT_MAX) announced = info.frames;
+}
+
 void AudioReader::Impl::checkExtent() const {
-  if (info.frames == 0) refuseEmpty();
+  if (announced == 0) refuseEmpty();
+  if (stream) return;
   const std::optional<SoundExtent> extent = soundExtentOf(path);
   if (!extent || !extent->isCutOff()) return;
   warn(fmt::format("{}: the file is cut off: it holds {} samples, and its header announces more",
@@ -135,12 +159,30 @@ void AudioReader::Impl::warn(const std::string& text) const {
   }
 }
 
+/// Samples of all channels to `block`. Returns how many per channel there were.
+std::int64_t AudioReader::Impl::readBlock(std::size_t count) {
+  const auto frames = static_cast<sf_count_t>(count);
+  if (!options.raw || !options.raw->isPadded()) {
+    return sf_readf_float(file, block.data(), frames);
+  }
+  // Whatever the upper byte holds, the sign is that of the lower three.
+  numbers.resize(block.size());
+  const sf_count_t got = sf_readf_int(file, numbers.data(), frames);
+  for (std::size_t i = 0; i < static_cast<std::size_t>(got * info.channels); ++i) {
+    const auto upper = static_cast<std::int32_t>(static_cast<std::uint32_t>(numbers[i]) << 8);
+    block[i] = static_cast<float>(upper / 2147483648.0);
+  }
+  return got;
+}
+
 std::size_t AudioReader::Impl::readFile(float* samples, std::size_t count) {
   std::size_t done = 0;
   while (done < count && !fileEnded) {
-    const std::size_t wanted = std::min(BLOCK, count - done);
-    const auto got = static_cast<std::size_t>(
-        sf_readf_float(file.get(), block.data(), static_cast<sf_count_t>(wanted)));
+    std::size_t wanted = std::min(BLOCK, count - done);
+    if (stream && announced) {
+      wanted = std::min(wanted, static_cast<std::size_t>(*announced - position));
+    }
+    const auto got = static_cast<std::size_t>(readBlock(wanted));
     float* out = samples + done * channels.size();
     for (std::size_t n = 0; n < got; ++n) {
       const float* in = block.data() + n * static_cast<std::size_t>(info.channels);
@@ -149,21 +191,30 @@ std::size_t AudioReader::Impl::readFile(float* samples, std::size_t count) {
     checkFinite(samples + done * channels.size(), got);
     position += static_cast<std::int64_t>(got);
     done += got;
-    if (got < wanted) noteEnd();
+    if (got < wanted || wanted == 0) noteEnd();
   }
   return done;
 }
 
 void AudioReader::Impl::noteEnd() {
   fileEnded = true;
-  if (sf_error(file.get()) != SF_ERR_NO_ERROR) {
+  if (options.stopped && options.stopped()) return;
+  if (stream && stream->failedBy() != 0) {
+    throw DataError(fmt::format("{}: cannot be read after sample {}: {}", path, position,
+                                std::strerror(stream->failedBy())));
+  }
+  if (sf_error(file) != SF_ERR_NO_ERROR) {
     throw DataError(fmt::format("{}: cannot be decoded after sample {}: {}", path, position,
-                                sf_strerror(file.get())));
+                                sf_strerror(file)));
   }
   if (position == 0) refuseEmpty();
-  if (info.frames != SF_COUNT_MAX && position < info.frames) {
+  if (announced && position < *announced) {
     warn(fmt::format("{}: the file ends after {} of the {} samples it announces", path, position,
-                     info.frames));
+                     *announced));
+  }
+  if (options.raw && stream->surplusBytes() > 0) {
+    warn(fmt::format("{}: ends within a sample, whose {} bytes are left out", path,
+                     stream->surplusBytes()));
   }
 }
 
@@ -185,12 +236,20 @@ void AudioReader::Impl::checkFinite(float* samples, std::size_t count) {
   }
 }
 
+/// How many samples to give the resampler at once: of a stream no more than it takes.
+std::size_t AudioReader::Impl::inputFor(std::size_t count) const {
+  if (!isStream) return BLOCK;
+  const double ratio = static_cast<double>(info.samplerate) / outputRate;
+  return std::clamp<std::size_t>(
+      static_cast<std::size_t>(std::ceil(static_cast<double>(count) * ratio)), 1, BLOCK);
+}
+
 std::size_t AudioReader::Impl::readResampled(float* samples, std::size_t count) {
   std::size_t done = 0;
   while (done < count) {
     if (pendingBegin == pendingEnd && !fileEnded) {
       pendingBegin = 0;
-      pendingEnd = readFile(pending.data(), BLOCK);
+      pendingEnd = readFile(pending.data(), inputFor(count - done));
     }
     const std::size_t available = pendingEnd - pendingBegin;
     std::size_t used = 0;
@@ -214,14 +273,14 @@ AudioReader::AudioReader(AudioReader&&) noexcept = default;
 AudioReader& AudioReader::operator=(AudioReader&&) noexcept = default;
 
 const std::string& AudioReader::path() const { return impl->path; }
+bool AudioReader::isStream(const std::string& path) { return SoundStream::isStream(path); }
 int AudioReader::channelCount() const { return static_cast<int>(impl->channels.size()); }
 int AudioReader::samplingRate() const { return impl->outputRate; }
 
 std::optional<std::int64_t> AudioReader::announcedSamples() const {
-  if (impl->info.frames == SF_COUNT_MAX) return std::nullopt;
-  if (!impl->resampler) return impl->info.frames;
+  if (!impl->resampler || !impl->announced) return impl->announced;
   const double ratio = static_cast<double>(impl->outputRate) / impl->info.samplerate;
-  return std::llround(static_cast<double>(impl->info.frames) * ratio);
+  return std::llround(static_cast<double>(*impl->announced) * ratio);
 }
 
 std::size_t AudioReader::read(float* samples, std::size_t count) {

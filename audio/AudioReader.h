@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "audio/RawFormat.h"
+
 namespace Audio {
 
 /// What becomes of samples that are not finite (NaN or infinite), or so large (beyond 10¹⁵) that
@@ -28,18 +30,26 @@ struct AudioReaderOptions {
   NonFinite nonFinite = NonFinite::Zero;
   /// Such samples that stand less than this many samples apart are reported together.
   std::int64_t reportGap = 16000;
+  std::optional<RawFormat> raw;  ///< of samples without a header; none: the file has one
+  /// Asked while a stream has no sound to give; true ends it. None: it is waited for.
+  std::function<bool()> stopped;
   /// Receives each warning, one line without end of line; none: standard error.
   std::function<void(const std::string&)> warn;
 };
 
-/// An audio file read in one pass, in blocks, as interleaved samples of the selected channels.
-/// Whole-number formats are scaled to −1 … 1. Memory does not grow with the file.
+/// An audio file or stream read in one pass, in blocks, as interleaved samples of the selected
+/// channels. Whole-number formats are scaled to −1 … 1. Memory does not grow with the file.
 class AudioReader {
  public:
-  /// Opens any file libsndfile can read. A file that is shorter than its header says draws a
-  /// warning. Throws DataError when the file cannot be opened, holds no samples, lacks a selected
-  /// channel, or has another sampling rate than the one wanted and resample is false or
-  /// checkConversion refuses.
+  /// Whether a name stands for something that can be read only once: "-", which is standard input,
+  /// a FIFO or a device.
+  static bool isStream(const std::string& path);
+
+  /// Opens any file libsndfile can read; a stream without going back in it (see SoundStream),
+  /// so that read() waits for no more samples than asked for. A file that is
+  /// shorter than its header says draws a warning. Throws DataError when the file cannot be opened,
+  /// holds no samples, lacks a selected channel, or has another sampling rate than the one wanted
+  /// and resample is false or checkConversion refuses.
   explicit AudioReader(const std::string& path, const AudioReaderOptions& options = {});
   ~AudioReader();
   AudioReader(AudioReader&&) noexcept;

@@ -20,7 +20,8 @@ struct FileCloser {
 }  // namespace
 
 std::string fileText(const std::string& path, std::size_t most) {
-  const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
+  const std::unique_ptr<std::FILE, FileCloser> file(
+      std::fopen(path == "-" ? "/dev/stdin" : path.c_str(), "rb"));
   std::string text;
   char block[16384];
   std::size_t got = file ? std::fread(block, 1, sizeof block, file.get()) : 0;

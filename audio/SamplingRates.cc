@@ -7,10 +7,9 @@
 namespace Audio {
 
 int checkedSamplingRate(int samplingRate) {
-  constexpr int MAX_RATE = 10'000'000;
-  if (samplingRate < 1 || samplingRate > MAX_RATE) {
+  if (samplingRate < 1 || samplingRate > MAX_SAMPLING_RATE) {
     throw DataError(
-        fmt::format("SAMPLING_RATE is {}, expected 1 to {} Hz", samplingRate, MAX_RATE));
+        fmt::format("SAMPLING_RATE is {}, expected 1 to {} Hz", samplingRate, MAX_SAMPLING_RATE));
   }
   return samplingRate;
 }

@@ -4,7 +4,9 @@
 
 namespace Audio {
 
-/// The rate itself. Throws DataError unless it lies between 1 and 10 000 000 Hz.
+constexpr int MAX_SAMPLING_RATE = 10'000'000;  ///< Hz
+
+/// The rate itself. Throws DataError unless it lies between 1 and MAX_SAMPLING_RATE.
 int checkedSamplingRate(int samplingRate);
 
 /// Refuses to convert between sampling rates whose ratio is beyond 1000: what says so is no

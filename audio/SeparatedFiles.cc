@@ -178,15 +178,15 @@ void SeparatedFiles::finish() {
   finished = true;
 }
 
-std::vector<SeparatedFile> SeparatedFiles::report() const {
+std::vector<SeparatedSound> SeparatedFiles::report() const {
   const double shift = (layout.length() - layout.advance()) / 2.0;
   const auto seconds = [&](std::int64_t frameNumber) {
     const double sample = static_cast<double>(layout.start(frameNumber)) + shift;
     return std::clamp(sample, 0.0, static_cast<double>(position)) / options.samplingRate;
   };
-  std::vector<SeparatedFile> files;
+  std::vector<SeparatedSound> files;
   for (const auto& [id, source] : sources) {
-    SeparatedFile& file = files.emplace_back();
+    SeparatedSound& file = files.emplace_back();
     file.id = id;
     file.path = pathOf(id);
     for (const auto& [first, last] : source.activeFrames) {
@@ -202,19 +202,7 @@ std::vector<SeparatedFile> SeparatedFiles::report() const {
 }
 
 std::vector<std::string> SeparatedFiles::remarks(const std::string& floatWords) const {
-  std::vector<std::string> warnings;
-  for (const SeparatedFile& file : report()) {
-    if (file.clipped > 0) {
-      warnings.push_back(fmt::format(
-          "{}: {} samples were clipped; the largest was {:.4g} times full scale: a recording "
-          "softer by {:.1f} dB would fit, and {} keeps them",
-          file.path, file.clipped, file.peak, decibelsOver(file.peak), floatWords));
-    }
-    if (file.nonFinite > 0) {
-      warnings.push_back(fmt::format("{}: {} samples were not finite and written as 0", file.path,
-                                     file.nonFinite));
-    }
-  }
+  std::vector<std::string> warnings = SeparatedOutput::remarks(floatWords);
   if (!removedFiles.empty()) {
     warnings.push_back(
         fmt::format("removed from an earlier run: {}", fmt::join(removedFiles, ", ")));
@@ -224,7 +212,7 @@ std::vector<std::string> SeparatedFiles::remarks(const std::string& floatWords) 
 
 std::string SeparatedFiles::timeline() const {
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
-  for (const SeparatedFile& file : report()) {
+  for (const SeparatedSound& file : report()) {
     list.push_back({{"id", file.id},
                     {"file", fs::path(file.path).filename().string()},
                     {"active", file.active},

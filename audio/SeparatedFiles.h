@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "audio/FolderLock.h"
+#include "audio/SeparatedOutput.h"
 #include "audio/WavWriter.h"
 #include "dsp/FrameLayout.h"
 
@@ -21,16 +22,6 @@ struct SeparatedFilesOptions {
   SampleFormat format = SampleFormat::Pcm16;
   bool overwrite = false;  ///< replace files of an earlier run instead of refusing
   std::string overwriteWords = "set OVERWRITE to true to replace them";  ///< for the refusal
-};
-
-/// What was written for one source.
-struct SeparatedFile {
-  int id = 0;
-  std::string path;
-  std::vector<std::pair<double, double>> active;  ///< begin and end in seconds
-  std::int64_t clipped = 0;    ///< samples beyond full scale, stored as full scale
-  std::int64_t nonFinite = 0;  ///< samples that were not finite, stored as 0
-  float peak = 0;              ///< largest modulus before clipping
 };
 
 /// Throws DataError when a folder holds files of an earlier run, timeline.json or
@@ -54,7 +45,7 @@ void refuseEarlierFiles(const std::string& directory, const std::string& prefix,
 /// timeline.json: {"sampling_rate": Hz, "samples": length of every file, "sources": [{"id", "file",
 /// "active": [[begin, end], …] in seconds, "clipped_samples", "non_finite_samples", "peak"}, …]}. A
 /// frame stands for the `advance` samples around its centre.
-class SeparatedFiles {
+class SeparatedFiles : public SeparatedOutput {
  public:
   /// Throws DataError when the directory cannot be made or another run is writing into it, or when
   /// it holds files of an earlier run (timeline.json or <prefix><number>.wav) and overwrite is
@@ -62,33 +53,27 @@ class SeparatedFiles {
   SeparatedFiles(const SeparatedFilesOptions& given, const FrameLayout& frameLayout);
 
   /// Removes what was not finished.
-  ~SeparatedFiles() = default;
+  ~SeparatedFiles() override = default;
+  SeparatedFiles(SeparatedFiles&&) = default;
+  SeparatedFiles& operator=(SeparatedFiles&&) = default;
 
-  /// Notes who is active in the next frame, at first frame 0. A new source gets its file. Throws
-  /// DataError.
-  void addFrame(const std::vector<int>& ids);
-
-  /// Samples by the id of a source that a frame listed, not owned.
-  using Signals = std::map<int, const float*>;
-
-  /// Appends `count` samples to every file; sources without a signal are silent. Throws DataError.
-  void write(const Signals& signals, std::size_t count);
+  /// A new source gets its file.
+  void addFrame(const std::vector<int>& ids) override;
+  void write(const Signals& signals, std::size_t count) override;
 
   /// Closes and names all files and writes timeline.json. Throws DataError.
-  void finish();
+  void finish() override;
 
   bool isFinished() const { return finished; }
 
   /// Samples of every file so far.
-  std::int64_t samples() const { return position; }
+  std::int64_t samples() const override { return position; }
 
   /// One entry per source, by id; complete after finish().
-  std::vector<SeparatedFile> report() const;
+  std::vector<SeparatedSound> report() const override;
 
-  /// What a person should know of the finished files, a line each: samples that were clipped or
-  /// not finite, and files of an earlier run that were removed. floatWords: how one asks for files
-  /// that keep what others clip.
-  std::vector<std::string> remarks(const std::string& floatWords) const;
+  /// Also the files of an earlier run that were removed.
+  std::vector<std::string> remarks(const std::string& floatWords) const override;
 
   /// Paths of the sources' files that a directory's timeline.json lists, none without a readable
   /// one. Only WAV files in the directory itself count.

@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
-#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -26,32 +24,13 @@ constexpr std::size_t SILENCE_BLOCK = 4096;
 // The format's counts have 32 bits; the rest is for the header.
 constexpr std::int64_t MAX_FILE_SIZE = 0xFFFFFFFF - 4096;
 
-/// How samples are stored.
-struct Encoding {
-  const char* name;
-  SampleFormat format;
-  int libraryFormat;
-  std::int64_t bytes;  // of a value
-  double fullScale;    // largest stored number + 1; 0 for floating point
-};
-
-constexpr Encoding ENCODINGS[] = {{"PCM_16", SampleFormat::Pcm16, SF_FORMAT_PCM_16, 2, 32768.0},
-                                  {"PCM_24", SampleFormat::Pcm24, SF_FORMAT_PCM_24, 3, 8388608.0},
-                                  {"FLOAT", SampleFormat::Float, SF_FORMAT_FLOAT, 4, 0.0}};
-
-const Encoding& encodingOf(SampleFormat format) {
-  return *std::find_if(std::begin(ENCODINGS), std::end(ENCODINGS),
-                       [format](const Encoding& e) { return e.format == format; });
+int libraryFormatOf(SampleFormat format) {
+  return format == SampleFormat::Pcm16   ? SF_FORMAT_PCM_16
+         : format == SampleFormat::Pcm24 ? SF_FORMAT_PCM_24
+                                         : SF_FORMAT_FLOAT;
 }
 
 }  // namespace
-
-SampleFormat sampleFormatNamed(const std::string& name) {
-  for (const Encoding& encoding : ENCODINGS) {
-    if (name == encoding.name) return encoding.format;
-  }
-  throw DataError(fmt::format("FORMAT is \"{}\", expected PCM_16, PCM_24 or FLOAT", name));
-}
 
 struct WavWriter::Impl {
   Impl(std::string name, const WavFormat& wavFormat, bool overwrite);
@@ -59,28 +38,21 @@ struct WavWriter::Impl {
   void open(int mode);
   void resume();
   void writeValues(const float* values, std::size_t count);
-  float cleaned(float value);
-  int quantized(float value);
   void close();
   [[noreturn]] void fail(const std::string& reason) const;
 
   OutputFile output;
   WavFormat format;
-  double scale;
+  Quantizer quantizer;
   std::unique_ptr<SNDFILE, FileCloser> file;  // null: suspended or finished
   bool finished = false;
   std::vector<int> wholeNumbers;
   std::vector<float> numbers;
   std::int64_t written = 0;
-  std::int64_t clipped = 0;
-  std::int64_t nonFinite = 0;
-  float peak = 0;
 };
 
 WavWriter::Impl::Impl(std::string name, const WavFormat& wavFormat, bool overwrite)
-    : output(std::move(name), overwrite),
-      format(wavFormat),
-      scale(encodingOf(wavFormat.samples).fullScale) {
+    : output(std::move(name), overwrite), format(wavFormat), quantizer(wavFormat.samples) {
   open(SFM_WRITE);
 }
 
@@ -92,7 +64,7 @@ void WavWriter::Impl::open(int mode) {
   SF_INFO info{};
   info.samplerate = format.samplingRate;
   info.channels = format.channels;
-  info.format = SF_FORMAT_WAV | encodingOf(format.samples).libraryFormat;
+  info.format = SF_FORMAT_WAV | libraryFormatOf(format.samples);
   file.reset(sf_open_fd(output.descriptor(), mode, &info, SF_FALSE));
   if (!file) fail(sf_strerror(nullptr));
 }
@@ -105,32 +77,16 @@ void WavWriter::Impl::resume() {
   }
 }
 
-float WavWriter::Impl::cleaned(float value) {
-  if (!std::isfinite(value)) {
-    ++nonFinite;
-    return 0;
-  }
-  peak = std::max(peak, std::abs(value));
-  return value;
-}
-
-// The library takes whole numbers left-aligned in 32 bits.
-int WavWriter::Impl::quantized(float value) {
-  const double number = std::nearbyint(static_cast<double>(value) * scale);
-  const double limited = std::clamp(number, -scale, scale - 1.0);
-  if (limited != number) ++clipped;
-  return static_cast<int>(limited * (2147483648.0 / scale));
-}
-
 void WavWriter::Impl::writeValues(const float* values, std::size_t count) {
   sf_count_t accepted = 0;
   if (format.samples == SampleFormat::Float) {
     numbers.resize(count);
-    for (std::size_t i = 0; i < count; ++i) numbers[i] = cleaned(values[i]);
+    for (std::size_t i = 0; i < count; ++i) numbers[i] = quantizer.number(values[i]);
     accepted = sf_write_float(file.get(), numbers.data(), static_cast<sf_count_t>(count));
   } else {
+    // The library takes whole numbers left-aligned in 32 bits.
     wholeNumbers.resize(count);
-    for (std::size_t i = 0; i < count; ++i) wholeNumbers[i] = quantized(cleaned(values[i]));
+    for (std::size_t i = 0; i < count; ++i) wholeNumbers[i] = quantizer.wholeNumber(values[i]);
     accepted = sf_write_int(file.get(), wholeNumbers.data(), static_cast<sf_count_t>(count));
   }
   if (accepted != static_cast<sf_count_t>(count)) fail(sf_strerror(file.get()));
@@ -153,7 +109,7 @@ WavWriter& WavWriter::operator=(WavWriter&&) noexcept = default;
 void WavWriter::write(const float* samples, std::size_t count) {
   if (impl->finished) throw DataError(fmt::format("{}: is finished already", impl->output.path()));
   const std::int64_t size = (impl->written + static_cast<std::int64_t>(count)) *
-                            impl->format.channels * encodingOf(impl->format.samples).bytes;
+                            impl->format.channels * bytesOf(impl->format.samples);
   if (size > MAX_FILE_SIZE) {
     throw DataError(fmt::format("{}: the recording is too long for a WAV file, which holds 4 GB",
                                 impl->output.path()));
@@ -190,10 +146,8 @@ void WavWriter::finish() {
 }
 
 std::int64_t WavWriter::samplesWritten() const { return impl->written; }
-std::int64_t WavWriter::clippedSamples() const { return impl->clipped; }
-std::int64_t WavWriter::nonFiniteSamples() const { return impl->nonFinite; }
-float WavWriter::peak() const { return impl->peak; }
-
-double decibelsOver(double peak) { return std::ceil(200.0 * std::log10(peak)) / 10.0; }
+std::int64_t WavWriter::clippedSamples() const { return impl->quantizer.clipped(); }
+std::int64_t WavWriter::nonFiniteSamples() const { return impl->quantizer.nonFinite(); }
+float WavWriter::peak() const { return impl->quantizer.peak(); }
 
 }  // namespace Audio

@@ -5,13 +5,9 @@
 #include <memory>
 #include <string>
 
+#include "audio/SampleFormat.h"
+
 namespace Audio {
-
-/// How samples are stored: whole numbers of 16 or 24 bits, or 32-bit floating point.
-enum class SampleFormat { Pcm16, Pcm24, Float };
-
-/// "PCM_16", "PCM_24" or "FLOAT". Throws DataError for other names.
-SampleFormat sampleFormatNamed(const std::string& name);
 
 struct WavFormat {
   int samplingRate = 16000;  ///< Hz
@@ -57,8 +53,5 @@ class WavWriter {
   struct Impl;
   std::unique_ptr<Impl> impl;
 };
-
-/// By how many dB a peak lies above full scale, rounded up to tenths: lowered by so much it fits.
-double decibelsOver(double peak);
 
 }  // namespace Audio

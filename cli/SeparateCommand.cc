@@ -4,26 +4,35 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <memory>
+#include <thread>
+#include <utility>
 
 #include "audio/FolderLock.h"
 #include "audio/SeparatedFiles.h"
+#include "audio/SeparatedStream.h"
 #include "cli/ArraysCommand.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
 #include "cli/PrintableOutput.h"
+#include "cli/RecordingJobs.h"
 #include "cli/SeparationInputs.h"
 #include "cli/SeparationNetwork.h"
 #include "cli/SeparationOptions.h"
 #include "cli/SeparationRun.h"
+#include "cli/StreamOptions.h"
 #include "responses/KnownArrays.h"
 
 namespace {
 
 struct Options {
   SeparationOptions separation;
+  std::vector<std::string> recordings;
+  int jobs = 0;  ///< 0: as many as there are processors
   bool printNetwork = false;
   bool quiet = false;
 };
@@ -47,9 +56,8 @@ void checkNetwork(const SeparationSettings& s) {
   }
 }
 
-/// What the run wrote.
-void printReport(const SeparationSettings& s, const SeparationResult& result, double seconds) {
-  for (const Audio::SeparatedFile& file : result.files) {
+void printFiles(const SeparationSettings& s, const SeparationResult& result) {
+  for (const Audio::SeparatedSound& file : result.files) {
     double active = 0.0;
     for (const auto& [begin, end] : file.active) active += end - begin;
     std::cout << fmt::format("{}  source {}, active {:.2f} s", file.path, file.id, active);
@@ -57,13 +65,18 @@ void printReport(const SeparationSettings& s, const SeparationResult& result, do
     std::cout << "\n";
   }
   std::cout << (std::filesystem::path(s.directory) / "timeline.json").string() << "\n";
+}
+
+/// How much sound the run separated, how fast.
+void printSpeed(const SeparationSettings& s, const SeparationResult& result, double seconds) {
+  std::ostream& out = s.directory == "-" ? std::cerr : std::cout;
   const double duration = static_cast<double>(result.samples) / s.samplingRate;
-  std::cout << fmt::format("{:.2f} s of sound in {:.2f} s, real-time factor {:.3f}; ", duration,
-                           seconds, duration > 0 ? seconds / duration : 0.0);
+  out << fmt::format("{:.2f} s of sound in {:.2f} s, real-time factor {:.3f}; ", duration, seconds,
+                     duration > 0 ? seconds / duration : 0.0);
   const int passes = s.passes + s.refinePasses;
-  std::cout << (passes > 1 ? fmt::format("{} passes\n", passes)
-                           : fmt::format("latency {} samples ({:.1f} ms)\n", s.length,
-                                         1000.0 * s.length / s.samplingRate));
+  out << (passes > 1 ? fmt::format("{} passes\n", passes)
+                     : fmt::format("latency {} samples ({:.1f} ms)\n", s.length,
+                                   1000.0 * s.length / s.samplingRate));
 }
 
 /// Complains before the work starts; the files, when they are opened, do so again.
@@ -94,14 +107,82 @@ void separate(Options options) {
     std::cout << separationNetwork(s).toXml();
     return;
   }
-  checkFolder(s, inputs.scene);
+  const bool isStream = s.directory == "-";
+  if (!isStream) checkFolder(s, inputs.scene);
+  if (isStream && !options.quiet) warn(channelNote(inputs.scene));
   for (const std::string& warning : inputs.warnings) warn(warning);
   const auto start = std::chrono::steady_clock::now();
   const SeparationResult result = runSeparation(s, inputs, !options.quiet);
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
   if (options.quiet) return;
-  for (const std::string& note : inputs.notes) std::cout << note << "\n";
-  printReport(s, result, elapsed.count());
+  if (!isStream) {
+    for (const std::string& note : inputs.notes) std::cout << note << "\n";
+    printFiles(s, result);
+  }
+  printSpeed(s, result, elapsed.count());
+}
+
+/// Ends as where SIGPIPE is not ignored: quietly.
+void separateInto(Options options) {
+  try {
+    separate(std::move(options));
+  } catch (const Audio::ConsumerGone&) {
+    std::signal(SIGPIPE, SIG_DFL);
+    std::raise(SIGPIPE);
+  }
+}
+
+std::string stemOf(const std::string& recording) {
+  return std::filesystem::path(recording).stem().string();
+}
+
+/// The options for one of the recordings. "{}" in the scene's or tracks' name stands for the
+/// recording's.
+Options optionsFor(const Options& options, const std::string& recording) {
+  Options one = options;
+  SeparationSettings& s = one.separation.settings;
+  s.recording = recording;
+  if (options.recordings.size() > 1) {
+    s.directory = (std::filesystem::path(s.directory) / stemOf(recording)).string();
+  }
+  s.scene.recording = stemOf(recording);
+  for (std::string* const name : {&s.scene.file, &s.tracks.input}) {
+    const std::size_t place = name->find("{}");
+    if (place != std::string::npos) name->replace(place, 2, stemOf(recording));
+  }
+  return one;
+}
+
+/// Refuses what several recordings cannot share.
+void checkSeveral(const Options& options) {
+  std::map<std::string, std::string> owners;
+  for (const std::string& recording : options.recordings) {
+    if (Audio::AudioReader::isStream(recording)) {
+      misuse(fmt::format("{} is a stream, expected it alone or files", recording));
+    }
+    const auto [owner, isNew] = owners.emplace(stemOf(recording), recording);
+    if (isNew) continue;
+    misuse(fmt::format("{} and {} would share the folder {}, expected names that differ",
+                       owner->second, recording, stemOf(recording)));
+  }
+  if (options.printNetwork) misuse("--print-network takes one recording");
+  if (options.separation.settings.directory == "-") misuse("-o - takes one recording");
+}
+
+void separateAll(const Options& options) {
+  if (options.recordings.size() == 1) {
+    separateInto(optionsFor(options, options.recordings.front()));
+    return;
+  }
+  checkSeveral(options);
+  RecordingJobs jobs;
+  jobs.recordings = options.recordings;
+  jobs.processes = options.jobs > 0
+                       ? options.jobs
+                       : static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+  jobs.isQuiet = options.quiet;
+  jobs.work = [&](std::size_t i) { separate(optionsFor(options, options.recordings[i])); };
+  runJobs(jobs);
 }
 
 void addRecordingOptions(CLI::App& command, SeparationSettings& s) {
@@ -157,9 +238,16 @@ void addSeparateCommand(CLI::App& app) {
   SeparationOptions& separation = options->separation;
   SeparationSettings& s = separation.settings;
   CLI::App* command = app.add_subcommand("separate", "Separate a recording into its sources");
-  command->add_option("MIX", s.recording, "The recording, a channel per microphone")->required();
+  command
+      ->add_option("MIX", options->recordings,
+                   "The recording, a channel per microphone; - is standard input; several are "
+                   "separated each into a folder of its name")
+      ->required();
   separation.addModel(*command);
-  command->add_option("-o,--output", s.directory, "Folder for the separated files")->required();
+  command
+      ->add_option("-o,--output", s.directory,
+                   "Folder for the separated files; - writes one stream")
+      ->required();
   separation.addFrames(*command);
   addRecordingOptions(*command, s);
   command
@@ -170,13 +258,27 @@ void addSeparateCommand(CLI::App& app) {
   separation.addNoise(*command);
   separation.addOutputs(*command);
   addPassOptions(*command, s);
+  addStreamOptions(*command, s);
+  command
+      ->add_option("--jobs", options->jobs,
+                   "Recordings separated at a time; default: as many as processors")
+      ->check(isPositive());
   command->add_flag("--debug", s.debug, "Report NaN and infinite values of the output");
   command->add_flag("--force", s.overwrite, "Replace files of an earlier run");
   command->add_flag("--print-network", options->printNetwork,
                     "Print the network document instead of running it");
   command->add_flag("--quiet", options->quiet, "No progress bar, no report");
+  command->footer(
+      "Examples:\n"
+      "  zelk-sss separate mix.wav --tf array.sofa --sources scene.json -o separated\n"
+      "  arecord -t raw -f S16_LE -c 8 -r 16000 | zelk-sss separate - --raw S16_LE,8,16000 \\\n"
+      "    --tf array.sofa --sources scene.json -o - | aplay\n"
+      "  zelk-sss separate day/*.wav --tf array.sofa --sources 'day/{}.scene.json' -o out --jobs "
+      "4");
   command->callback([options, command] {
     options->separation.apply(*command);
-    separate(*options);
+    options->separation.settings.recording = options->recordings.front();
+    applyStreamOptions(*command, options->separation.settings);
+    separateAll(*options);
   });
 }

@@ -9,6 +9,7 @@
 #include "cli/PrintableOutput.h"
 #include "cli/SeparationWarnings.h"
 #include "cli/SeparatorSettings.h"
+#include "cli/StopSignals.h"
 #include "dsp/DataError.h"
 #include "dsp/FrameLayout.h"
 #include "dsp/OverlapAdder.h"
@@ -46,6 +47,7 @@ Audio::AudioReader open(const SeparationSettings& s, const std::string& path,
   reading.resample = s.resample;
   reading.resampleWords = "--resample converts it";
   reading.reportGap = s.length;
+  reading.stopped = [] { return SignalWatch::caught() != 0; };
   if (!reading.warn) reading.warn = warn;
   return Audio::AudioReader(path, reading);
 }
@@ -57,9 +59,34 @@ Audio::AudioReaderOptions channelsOf(const std::string& option, const std::strin
   return options;
 }
 
-Audio::AudioReader openRecording(SeparationSettings& s) {
+Audio::AudioReaderOptions recordingOptions(const SeparationSettings& s) {
   Audio::AudioReaderOptions options = channelsOf("--channels", s.channels);
+  if (!s.raw.empty()) options.raw = Audio::parseRawFormat(s.raw, "--raw");
   options.nonFinite = Audio::nonFiniteNamed(s.nonFinite);
+  return options;
+}
+
+/// Refuses a stream for what reads the recording more than once.
+void requireOnePass(const SeparationSettings& s) {
+  if (!Audio::AudioReader::isStream(s.recording)) return;
+  if (!s.noiseRanges.empty()) {
+    throw DataError(fmt::format(
+        "--noise-from looks at the whole recording in advance, but {} is a stream, which can be "
+        "read once; expected a file, --noise-recording, or \"active\" times with pauses, in which "
+        "ML learns the noise",
+        s.recording));
+  }
+  if (s.passes > 1 || s.refinePasses > 0) {
+    throw DataError(fmt::format(
+        "{} goes through the recording again, but {} is a stream, which can be read once; expected "
+        "a file, or --refine-live",
+        s.passes > 1 ? "--passes" : "--refine", s.recording));
+  }
+}
+
+Audio::AudioReader openRecording(SeparationSettings& s) {
+  requireOnePass(s);
+  const Audio::AudioReaderOptions options = recordingOptions(s);
   Audio::AudioReader reader = open(s, s.recording, options);
   s.samplingRate = reader.samplingRate();
   return reader;
@@ -248,8 +275,7 @@ SeparationInputs openInputs(SeparationSettings& s, const LiveSound& sound) {
 }
 
 Audio::AudioReader openAgain(const SeparationSettings& s) {
-  Audio::AudioReaderOptions options = channelsOf("--channels", s.channels);
-  options.nonFinite = Audio::nonFiniteNamed(s.nonFinite);
+  Audio::AudioReaderOptions options = recordingOptions(s);
   options.warn = [](const std::string&) {};  // as it is said once already
   return open(s, s.recording, options);
 }

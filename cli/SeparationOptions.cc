@@ -4,7 +4,6 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <stdexcept>
 
 #include "ParameterValue.h"
@@ -212,7 +211,6 @@ void SeparationOptions::apply(const CLI::App& command) {
   } catch (const std::invalid_argument& error) {
     misuse(error.what());
   }
-  s.scene.recording = std::filesystem::path(s.recording).stem().string();
   checkScene(s, inactiveAsNoise);
   for (const std::string& assignment : parameters) addMethodParameter(assignment, s);
   refuseUnusedStep(s);

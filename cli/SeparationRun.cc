@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <optional>
+#include <memory>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -15,12 +15,16 @@
 #include "cli/ProgressBar.h"
 #include "cli/SeparatorSettings.h"
 #include "cli/StopSignals.h"
+#include "cli/StreamOptions.h"
 #include "dsp/FrameLayout.h"
 #include "separation/Separator.h"
 
 namespace {
 
-Audio::SeparatedFilesOptions fileOptions(const SeparationSettings& s) {
+/// The files, or the stream.
+std::unique_ptr<Audio::SeparatedOutput> openOutput(const SeparationSettings& s,
+                                                   const Audio::Scene& scene) {
+  if (s.directory == "-") return openStreamOutput(s, scene);
   Audio::SeparatedFilesOptions options;
   options.directory = s.directory;
   options.prefix = s.prefix;
@@ -28,7 +32,7 @@ Audio::SeparatedFilesOptions fileOptions(const SeparationSettings& s) {
   options.format = Audio::sampleFormatNamed(s.format);
   options.overwrite = s.overwrite;
   options.overwriteWords = FORCE_WORDS;
-  return options;
+  return std::make_unique<Audio::SeparatedFiles>(options, Audio::FrameLayout(s.length, s.advance));
 }
 
 /// For --debug: says when the output of a source ceases to be finite.
@@ -80,10 +84,10 @@ class SeparationRun {
       framesBefore += frame + 1;
       frame = -1;
     }
-    files.emplace(fileOptions(s), layout);
+    output = openOutput(s, inputs.scene);
     const bool isEnd = goThrough(*inputs.recording, progress);
-    files->finish();
-    for (const std::string& remark : files->remarks("--format FLOAT")) warn(remark);
+    output->finish();
+    for (const std::string& remark : output->remarks("--format FLOAT")) warn(remark);
     if (inputs.live) reportTracks(s.tracks.input, inputs.live->counts(), inputs.live->failure());
     return isEnd;
   }
@@ -91,14 +95,14 @@ class SeparationRun {
   /// What to say of a run that was stopped.
   std::string stopText() const {
     const int signal = SignalWatch::caught();
-    if (!files) {
+    if (!output) {
       return fmt::format("stopped by signal {} in pass {} of {}, before any file was written",
                          signal, pass, separator.passes());
     }
-    return fmt::format("stopped by signal {} after frame {}; the files are complete up to it",
-                       signal, frame);
+    return fmt::format("stopped by signal {} after frame {}{}", signal, frame,
+                       s.directory == "-" ? "" : "; the files are complete up to it");
   }
-  SeparationResult result() const { return {files->report(), files->samples()}; }
+  SeparationResult result() const { return {output->report(), output->samples()}; }
 
  private:
   bool goThrough(Audio::AudioReader& recording, ProgressBar& progress) {
@@ -113,10 +117,11 @@ class SeparationRun {
       } else {
         listSources();
         write(separator.push(block.data(), count));
-        progress.show(framesBefore + frame);
+        progress.show(framesBefore + frame, layout.time(frame, s.samplingRate));
       }
     } while (!isEnd && SignalWatch::caught() == 0);
-    return isEnd;
+    // A stream that a signal interrupted seems to end there.
+    return isEnd && !(SignalWatch::caught() != 0 && Audio::AudioReader::isStream(s.recording));
   }
 
   /// The last block, which is shorter than a frame's advance, and the frames that hold no more than
@@ -133,27 +138,27 @@ class SeparationRun {
     const std::vector<BF::SourceLocation> sources =
         sourcesOf(inputs, layout.time(frame, s.samplingRate), s.inactiveAsNoise);
     separator.setSources(sources, separator.sourcesAt(frame));
-    if (!files) return;
+    if (!output) return;
     std::vector<int> targets;
     for (const BF::SourceLocation& source : sources) {
       if (source.flag) targets.push_back(source.id);
     }
-    files->addFrame(targets);
+    output->addFrame(targets);
   }
 
-  void write(const Separation::Output& output) {
-    if (!files) return;
-    if (s.debug) check.look(output);
-    Audio::SeparatedFiles::Signals signals;
-    for (const auto& [id, samples] : output.signals) signals[id] = samples.data();
-    files->write(signals, output.count);
+  void write(const Separation::Output& separated) {
+    if (!output) return;
+    if (s.debug) check.look(separated);
+    Audio::SeparatedOutput::Signals signals;
+    for (const auto& [id, samples] : separated.signals) signals[id] = samples.data();
+    output->write(signals, separated.count);
   }
 
   const SeparationSettings& s;
   SeparationInputs& inputs;
   Audio::FrameLayout layout;
   Separation::Separator separator;
-  std::optional<Audio::SeparatedFiles> files;  // in the last pass
+  std::unique_ptr<Audio::SeparatedOutput> output;  // in the last pass
   FiniteCheck check;
   int pass = 1;
   std::int64_t frame = -1;        // the newest one
@@ -170,8 +175,8 @@ SeparationResult runSeparation(const SeparationSettings& settings, SeparationInp
   {
     const Audio::FrameLayout layout(settings.length, settings.advance);
     const int passes = settings.passes + settings.refinePasses;
-    ProgressBar progress(
-        showsProgress && inputs.samples ? passes * layout.frameCount(*inputs.samples) : 0);
+    ProgressBar progress(showsProgress,
+                         inputs.samples ? passes * layout.frameCount(*inputs.samples) : 0);
     isComplete = run.separate(progress);
   }
   if (!isComplete) throw std::runtime_error(run.stopText());

@@ -10,12 +10,14 @@
 /// Everything that a separation is made of; the numbers that the nodes have in single precision
 /// have it here, too.
 struct SeparationSettings {
-  std::string recording;
+  std::string recording;  ///< "-": standard input
+  std::string raw;        ///< "S16_LE,8,16000", of a recording without header; empty: it has one
   std::string database;   ///< empty for methods without one
   std::string responses;  ///< for MVDR: whole impulse responses
   Audio::SceneChoice scene;
-  TrackOptions tracks;  ///< instead of a scene
-  std::string directory;
+  TrackOptions tracks;    ///< instead of a scene
+  std::string directory;  ///< "-": a stream on standard output
+  std::string rawOutput;  ///< encoding of that stream without header; empty: it is WAV
   const Method* method = nullptr;
   std::map<std::string, std::string> methodParameters;  ///< set by the user; defaults fill the rest
   int length = 0;                                       ///< samples per frame

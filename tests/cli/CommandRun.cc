@@ -1,6 +1,7 @@
 #include "tests/cli/CommandRun.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,8 +20,8 @@ std::string contentOf(std::FILE* file) {
 
 }  // namespace
 
-RunningCommand::RunningCommand(const std::vector<std::string>& arguments,
-                               const std::string& folder) {
+RunningCommand::RunningCommand(const std::vector<std::string>& arguments, const std::string& folder,
+                               const std::string& input) {
   if (!output || !errors) throw std::runtime_error("no temporary file can be made");
   std::vector<std::string> words = {ZELK_COMMAND};
   words.insert(words.end(), arguments.begin(), arguments.end());
@@ -32,7 +33,7 @@ RunningCommand::RunningCommand(const std::vector<std::string>& arguments,
   if (process < 0) throw std::runtime_error("no process can be made");
   if (process > 0) return;
   if (!folder.empty() && chdir(folder.c_str()) != 0) _exit(127);
-  dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+  dup2(open(input.c_str(), O_RDONLY | O_CLOEXEC), STDIN_FILENO);
   dup2(fileno(output.get()), STDOUT_FILENO);
   dup2(fileno(errors.get()), STDERR_FILENO);
   std::signal(SIGINT, SIG_DFL);  // a test that runs in the background may itself ignore it
@@ -48,6 +49,12 @@ RunningCommand::~RunningCommand() {
 
 void RunningCommand::send(int signal) const { kill(process, signal); }
 
+std::size_t RunningCommand::outputSize() const {
+  struct stat status {};
+  fstat(fileno(output.get()), &status);
+  return static_cast<std::size_t>(status.st_size);
+}
+
 CommandRun RunningCommand::wait() {
   int state = 0;
   waitpid(process, &state, 0);
@@ -56,6 +63,7 @@ CommandRun RunningCommand::wait() {
           contentOf(output.get()), contentOf(errors.get())};
 }
 
-CommandRun runCommand(const std::vector<std::string>& arguments, const std::string& folder) {
-  return RunningCommand(arguments, folder).wait();
+CommandRun runCommand(const std::vector<std::string>& arguments, const std::string& folder,
+                      const std::string& input) {
+  return RunningCommand(arguments, folder, input).wait();
 }

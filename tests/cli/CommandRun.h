@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -16,9 +17,9 @@ struct CommandRun {
 /// The command of the build tree, running with its outputs captured (so neither is a terminal).
 class RunningCommand {
  public:
-  /// In a folder; "": in that of the test.
-  explicit RunningCommand(const std::vector<std::string>& arguments,
-                          const std::string& folder = "");
+  /// In a folder; "": in that of the test. Standard input is a file or FIFO.
+  explicit RunningCommand(const std::vector<std::string>& arguments, const std::string& folder = "",
+                          const std::string& input = "/dev/null");
   RunningCommand(const RunningCommand&) = delete;
   RunningCommand& operator=(const RunningCommand&) = delete;
   /// Kills it unless wait() was called.
@@ -26,6 +27,7 @@ class RunningCommand {
 
   int id() const { return process; }
   void send(int signal) const;
+  std::size_t outputSize() const;  ///< bytes so far
   CommandRun wait();
 
  private:
@@ -37,4 +39,5 @@ class RunningCommand {
 };
 
 /// Runs the command with these arguments to its end.
-CommandRun runCommand(const std::vector<std::string>& arguments, const std::string& folder = "");
+CommandRun runCommand(const std::vector<std::string>& arguments, const std::string& folder = "",
+                      const std::string& input = "/dev/null");

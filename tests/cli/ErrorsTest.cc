@@ -31,7 +31,7 @@ TEST_F(Errors, OfUsage) {
        {"tfdb chek a.sofa",
         "The following arguments were not expected: chek a.sofa; did you mean check?"},
        {"separate mix.wav --advence 3 --metod x -o out",
-        "The following arguments were not expected: --advence 3 --metod x; did you mean --advance, "
+        "The following arguments were not expected: --advence --metod; did you mean --advance, "
         "--method?"},
        {"methods now", "The following argument was not expected: now"},
        {"run", "NETWORK is required"},

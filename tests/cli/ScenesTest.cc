@@ -79,9 +79,8 @@ TEST_F(Scenes, OfEveryFormGiveTheSameFiles) {
   expectSameSources("names", "json", {0, 1});
   separate(fromTracks, "tracks");
   expectSameSources("tracks", "json", {3, 7});
-  folder.write(
-      "tracks.n",
-      run("separate mix.wav --tf array.sofa -o run --print-network " + fromTracks).output);
+  folder.write("tracks.n",
+               run("separate mix.wav --tf array.sofa -o run --print-network " + fromTracks).output);
   EXPECT_EQ(run("run tracks.n").status, 0);
   expectSameSources("run", "json", {3, 7});
   separate("--sources scene.json", "always");
