@@ -32,28 +32,19 @@ void assignProduct(const Matrix& a, const Matrix& b, Matrix& result) {
   multiplyInto(a, b, result);
 }
 
-/// result := aᴴ.
-void assignAdjoint(const Matrix& a, Matrix& result) {
-  reshape(result, a.getColumnCount(), a.getRowCount());
-  for (int i = 0; i < a.getRowCount(); ++i) {
-    for (int j = 0; j < a.getColumnCount(); ++j) {
-      result.setElementAt(j, i, std::conj(a.getElementAt(i, j)));
-    }
-  }
-}
-
 }  // namespace
 
 struct CMSNR::Work {
   /// Operands of one of the pairs that are decomposed together, named as in the formulas below.
   struct Pair {
-    Matrix inverseRH, inverseRHA, D, inverseB, G, y, v;
+    Matrix inverseB, G, v;
   };
 
   std::vector<Memo<1>> inverseFactors;  // entry k · N + s: R⁻¹ of the noise correlation Rᴴ · R
   std::vector<Matrix> movedCorrelations;  // entry k · N + s: of this step, then what it replaced
   std::array<Pair, PAIRS_AT_ONCE> pairs;
   Batch batch;
+  std::vector<EigenPair> eigenPairs;
   Matrix x, P;  // a bin's observation and x · xᴴ
 };
 
@@ -179,21 +170,13 @@ void CMSNR::average(const Matrix& P, const Matrix& old, Matrix& result) const {
 //   D = R⁻ᴴ · A · R⁻¹ has the pair's eigenvalues,  v = R⁻¹ · y for D's eigenvector y
 void CMSNR::computeEigenFilters(int first, int end) {
   updateInverseFactors(first, end);
-  work->batch.clear();
+  work->eigenPairs.clear();
   for (int i = first; i < end; ++i) {
-    Work::Pair& pair = work->pairs[i - first];
-    const Matrix& inverseR = work->inverseFactors[i].value;
-    assignAdjoint(inverseR, pair.inverseRH);
-    assignProduct(pair.inverseRH, signalOf(i), pair.inverseRHA);
-    assignProduct(pair.inverseRHA, inverseR, pair.D);
-    work->batch.push_back({&pair.D, &pair.y});
+    work->eigenPairs.push_back(
+        {&signalOf(i), &work->inverseFactors[i].value, &work->pairs[i - first].v});
   }
-  principalEigenVectors(work->batch);
-  for (int i = first; i < end; ++i) {
-    Work::Pair& pair = work->pairs[i - first];
-    assignProduct(work->inverseFactors[i].value, pair.y, pair.v);
-    setFilter(i, pair.v);
-  }
+  principalGeneralisedVectors(work->eigenPairs);
+  for (int i = first; i < end; ++i) setFilter(i, work->pairs[i - first].v);
 }
 
 // Computed only where B is another, to the bit, than the one that R⁻¹ was computed of.

@@ -45,6 +45,11 @@ std::string withDashes(std::string ranges) {
 
 /// Refuses what a network cannot do.
 void checkNetwork(const SeparationSettings& s) {
+  if (s.directory == "-" || s.scene.file == "-") {
+    misuse(
+        "--print-network makes networks that write files and read the scene from one, expected "
+        "neither -o - nor --sources -");
+  }
   const bool goesThroughTwice = s.passes > 1 || s.refinePasses > 0;
   if (goesThroughTwice) {
     misuse(

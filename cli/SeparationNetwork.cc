@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "audio/AudioReader.h"
+
 namespace {
 
 using Parameters = std::vector<FD::ParameterDescription>;
@@ -31,10 +33,14 @@ Parameters withLayout(const SeparationSettings& s, Parameters parameters) {
   return parameters;
 }
 
-Parameters inputParameters(const SeparationSettings& s) {
-  return withLayout(
+/// The node that reads the recording.
+FD::NodeDescription input(const SeparationSettings& s) {
+  const bool isStream = !s.raw.empty() || Audio::AudioReader::isStream(s.recording);
+  Parameters parameters = withLayout(
       s, {text("FILENAME", s.recording), text("WINDOW", s.window), text("CHANNELS", s.channels),
           truth("RESAMPLE", s.resample), text("NON_FINITE", s.nonFinite)});
+  if (isStream) parameters.push_back(text("RAW", s.raw));
+  return {"frames", isStream ? "AudioStream" : "AudioFrames", parameters};
 }
 
 Parameters separatorParameters(const SeparationSettings& s) {
@@ -99,9 +105,7 @@ FD::NodeDescription sceneNode(const SeparationSettings& s) {
 FD::NetworkDescription frameLoop(const SeparationSettings& s) {
   const std::string& type = s.method->nodeType;
   FD::NetworkDescription loop{"SEPARATION", "iterator"};
-  loop.nodes = {{"frames", "AudioFrames", inputParameters(s)},
-                sceneNode(s),
-                {"separator", type, separatorParameters(s)}};
+  loop.nodes = {input(s), sceneNode(s), {"separator", type, separatorParameters(s)}};
   loop.links = {{"scene", "SOURCES", "separator", "INPUT_SOURCES"},
                 {"scene", "SOURCES", "writer", "SOURCES"},
                 {"frames", "SAMPLES", "writer", "SAMPLES"},

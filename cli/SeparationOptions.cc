@@ -102,9 +102,6 @@ void refuseNoiseOptions(const SeparationSettings& s, const CLI::App& command) {
 void checkScene(const SeparationSettings& s, const std::string& inactiveAsNoise) {
   if (!s.tracks.isGiven()) return requireScene(s.scene, ", or --tracks");
   if (s.scene.isGiven()) misuse("--tracks and --sources or --source exclude each other");
-  if (s.tracks.input == "-" && s.recording == "-") {
-    misuse("--tracks is \"-\", from which the recording comes already, expected another input");
-  }
   if (inactiveAsNoise == "on" && areLive(s.tracks, s.recording)) {
     misuse("--inactive-as-noise on does not go with a tracker that is followed while it works");
   }

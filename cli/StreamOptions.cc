@@ -47,6 +47,9 @@ void applyStreamOptions(const CLI::App& command, SeparationSettings& s) {
         "-o - has a channel for each source, whom a tracker that is followed does not tell "
         "beforehand; expected a folder");
   }
+  if (isStandardInput(s.recording) && isStandardInput(s.tracks.input)) {
+    misuse("--tracks is \"-\", from which the recording comes already, expected another input");
+  }
   if (isStandardInput(s.recording) && isStandardInput(s.scene.file)) {
     misuse("standard input is recording and scene at once, expected one of them elsewhere");
   }

@@ -14,8 +14,10 @@
 #define ZELK_MATRIX_EIGEN_BATCH_ONCE
 
 #include <algorithm>
+#include <complex>
 #include <cstddef>
 #include <mutex>
+#include <vector>
 
 namespace BF {
 
@@ -28,6 +30,11 @@ inline Matrix principalVectorOf(const Matrix& matrix) {
   Matrix V;
   matrix.eigenValues(values, V);
   return V.getColumn(values.getMaximumValueIndexInColumn(0));
+}
+
+inline Matrix generalisedVectorOf(const EigenPair& pair) {
+  const Matrix D = pair.inverseR->transposed(true) * *pair.A * *pair.inverseR;
+  return *pair.inverseR * principalVectorOf(D);
 }
 
 }  // namespace BF
@@ -108,6 +115,10 @@ struct Decompositions {
 HWY_INLINE void rotateHermitian(Decompositions& batch, int p, int q, const Rotation<V>& r,
                                 Mask rotating) {
   const Rotation<V> conjugate = {r.sr, hn::Neg(r.si), r.rho, r.shift};
+  // These first: the next rotation waits for one of them.
+  for (int j = q + 1; j < batch.n; ++j) {
+    rotate(batch.a(p, j), batch.a(q, j), conjugate, rotating);
+  }
   for (int j = 0; j < p; ++j) rotate(batch.a(j, p), batch.a(j, q), r, rotating);
   for (int j = p + 1; j < q; ++j) {
     Complex h = batch.a(j, q);
@@ -115,9 +126,6 @@ HWY_INLINE void rotateHermitian(Decompositions& batch, int p, int q, const Rotat
     rotate(batch.a(p, j), h, conjugate, rotating);
     batch.a(j, q).re = h.re;
     batch.a(j, q).im.store(hn::Neg(h.im.load()));
-  }
-  for (int j = q + 1; j < batch.n; ++j) {
-    rotate(batch.a(p, j), batch.a(q, j), conjugate, rotating);
   }
 }
 
@@ -216,39 +224,176 @@ void rotateBack(Decompositions& batch) {
   }
 }
 
-/// vectors[i] of matrices[i] for i = first … first + LANES − 1, or to the end.
-void principalVectorsFrom(int first, const Batch& items) {
-  thread_local Decompositions batch;  // its storage is kept between calls
-  const int n = items[first].operand->getRowCount();
-  const int used = std::min(LANES, static_cast<int>(items.size()) - first);
-  batch.clear(n);
-  for (int l = 0; l < used; ++l) batch.load(l, *items[first + l].operand);
+/// batch.v := the principal eigenvector of every lane; returns the lanes that did not converge.
+Real findPrincipalVectors(Decompositions& batch) {
   Real unfinished;
   unfinished.store(hn::IfThenElseZero(decompose(batch), hn::Set(d, 1.0)));
-
   thread_local Matrix values;
-  reshape(values, n, 1);
-  for (int l = 0; l < used; ++l) {
-    for (int i = 0; i < n; ++i) values.setElementAt(i, 0, batch.diagonal[i].d.lanes[l], 0.0);
+  reshape(values, batch.n, 1);
+  for (int l = 0; l < LANES; ++l) {
+    for (int i = 0; i < batch.n; ++i) {
+      values.setElementAt(i, 0, batch.diagonal[i].d.lanes[l], 0.0);
+    }
     batch.v[values.getMaximumValueIndexInColumn(0)].re.lanes[l] = 1.0;
   }
   rotateBack(batch);
+  return unfinished;
+}
+
+/// vector := lane l of the n numbers v.
+void storeVector(const Complex* v, int n, int l, Matrix& vector) {
+  reshape(vector, n, 1);
+  for (int i = 0; i < n; ++i) vector.setElementAt(i, 0, v[i].re.lanes[l], v[i].im.lanes[l]);
+}
+
+Decompositions& batchOfThisThread() {
+  thread_local Decompositions batch;  // its storage is kept between calls
+  return batch;
+}
+
+/// The results of items first … first + LANES − 1, or to the end.
+void principalVectorsFrom(std::size_t first, const Batch& items) {
+  Decompositions& batch = batchOfThisThread();
+  const int n = items[first].operand->getRowCount();
+  const int used = static_cast<int>(std::min<std::size_t>(LANES, items.size() - first));
+  batch.clear(n);
+  for (int l = 0; l < used; ++l) batch.load(l, *items[first + l].operand);
+  const Real unfinished = findPrincipalVectors(batch);
   for (int l = 0; l < used; ++l) {
     Matrix& vector = *items[first + l].result;
     if (unfinished.lanes[l] != 0.0) {  // sorted in its own way
       vector = principalVectorOf(*items[first + l].operand);
-      continue;
-    }
-    reshape(vector, n, 1);
-    for (int i = 0; i < n; ++i) {
-      vector.setElementAt(i, 0, batch.v[i].re.lanes[l], batch.v[i].im.lanes[l]);
+    } else {
+      storeVector(batch.v.data(), n, l, vector);
     }
   }
 }
 
 void principalVectorsOfAll(const Batch& items) {
-  const int count = static_cast<int>(items.size());
-  for (int first = 0; first < count; first += LANES) principalVectorsFrom(first, items);
+  for (std::size_t first = 0; first < items.size(); first += LANES) {
+    principalVectorsFrom(first, items);
+  }
+}
+
+/// sums[c] := Σ a(k) · b(k, c), or of conj(a(k)) · b(k, c), over k = 0 … n − 1 in this order, for
+/// COLUMNS neighbouring columns of b.
+template <int COLUMNS, bool CONJUGATE>
+HWY_INLINE void sumProducts(const Complex* a, int stride, const Complex* b, int n, Complex* sums) {
+  V re[COLUMNS];
+  V im[COLUMNS];
+  for (int c = 0; c < COLUMNS; ++c) re[c] = im[c] = hn::Zero(d);
+  for (int k = 0; k < n; ++k, a += stride, b += n) {
+    const V ar = a->re.load();
+    const V ai = CONJUGATE ? hn::Neg(a->im.load()) : a->im.load();
+    for (int c = 0; c < COLUMNS; ++c) {
+      const V br = b[c].re.load();
+      const V bi = b[c].im.load();
+      re[c] = re[c] + (ar * br - ai * bi);
+      im[c] = im[c] + (ar * bi + ai * br);
+    }
+  }
+  for (int c = 0; c < COLUMNS; ++c) {
+    sums[c].re.store(re[c]);
+    sums[c].im.store(im[c]);
+  }
+}
+
+/// The same for columns from … n − 1 of b (n × n), into row.
+template <bool CONJUGATE>
+void sumRow(const Complex* a, int stride, const Complex* b, int n, int from, Complex* row) {
+  int j = from;
+  for (; j + 4 <= n; j += 4) sumProducts<4, CONJUGATE>(a, stride, b + j, n, row + j);
+  for (; j < n; ++j) sumProducts<1, CONJUGATE>(a, stride, b + j, n, row + j);
+}
+
+/// The lanes of which a number is not finite count in `broken`.
+HWY_INLINE void findBroken(const Complex& z, V& broken) {
+  const V re = z.re.load();
+  const V im = z.im.load();
+  broken = broken + ((re - re) + (im - im));  // NaN
+}
+
+/// The operands of up to LANES pairs.
+struct Pairs {
+  std::vector<Complex> A, inverseR, v;
+  std::vector<Complex> row;  // of R⁻ᴴ · A
+
+  void load(const EigenPair* pairs, int used, int n) {
+    const std::complex<double>* ofA[LANES];
+    const std::complex<double>* ofR[LANES];
+    for (int l = 0; l < LANES; ++l) {  // lanes that are not used repeat the first
+      ofA[l] = pairs[l < used ? l : 0].A->data();
+      ofR[l] = pairs[l < used ? l : 0].inverseR->data();
+    }
+    const std::size_t count = static_cast<std::size_t>(n) * n;
+    A.resize(count);
+    inverseR.resize(count);
+    row.resize(n);
+    v.resize(n);
+    loadLanes(ofA, n * n, A.data());
+    loadLanes(ofR, n * n, inverseR.data());
+  }
+
+  /// batch := D = (R⁻ᴴ · A) · R⁻¹, of which the upper triangle is used.
+  void formD(Decompositions& batch, V& broken) {
+    const int n = batch.n;
+    for (int i = 0; i < n; ++i) {
+      sumRow<true>(&inverseR[i], n, A.data(), n, 0, row.data());
+      sumRow<false>(row.data(), 1, inverseR.data(), n, i, &batch.a(i, 0));
+      for (int j = i; j < n; ++j) findBroken(batch.a(i, j), broken);
+      batch.diagonal[i].d = batch.diagonal[i].b = batch.a(i, i).re;
+    }
+  }
+
+  /// v := R⁻¹ · y.
+  void formV(const std::vector<Complex>& y, int n, V& broken) {
+    for (int i = 0; i < n; ++i) {
+      Complex sum;
+      V re = hn::Zero(d);
+      V im = hn::Zero(d);
+      for (int k = 0; k < n; ++k) {
+        const V ar = inverseR[i * n + k].re.load();
+        const V ai = inverseR[i * n + k].im.load();
+        const V br = y[k].re.load();
+        const V bi = y[k].im.load();
+        re = re + (ar * br - ai * bi);
+        im = im + (ar * bi + ai * br);
+      }
+      sum.re.store(re);
+      sum.im.store(im);
+      findBroken(sum, broken);
+      v[i] = sum;
+    }
+  }
+};
+
+void generalisedVectorsFrom(std::size_t first, const std::vector<EigenPair>& items) {
+  thread_local Pairs pairs;  // its storage is kept between calls
+  Decompositions& batch = batchOfThisThread();
+  const int n = items[first].A->getRowCount();
+  const int used = static_cast<int>(std::min<std::size_t>(LANES, items.size() - first));
+  batch.clear(n);
+  pairs.load(&items[first], used, n);
+  V broken = hn::Zero(d);
+  pairs.formD(batch, broken);
+  const Real unfinished = findPrincipalVectors(batch);
+  pairs.formV(batch.v, n, broken);
+  Real alone;
+  alone.store(broken + unfinished.load());
+  for (int l = 0; l < used; ++l) {
+    const EigenPair& pair = items[first + l];
+    if (alone.lanes[l] != 0.0) {
+      *pair.v = generalisedVectorOf(pair);
+    } else {
+      storeVector(pairs.v.data(), n, l, *pair.v);
+    }
+  }
+}
+
+void generalisedVectorsOfAll(const std::vector<EigenPair>& items) {
+  for (std::size_t first = 0; first < items.size(); first += LANES) {
+    generalisedVectorsFrom(first, items);
+  }
 }
 
 }  // namespace
@@ -259,15 +404,29 @@ HWY_AFTER_NAMESPACE();
 namespace BF {
 
 HWY_EXPORT(principalVectorsOfAll);
+HWY_EXPORT(generalisedVectorsOfAll);
+
+namespace {
+
+void requireOrder(const Matrix& matrix, int n) {
+  if (matrix.getRowCount() != matrix.getColumnCount()) throw NotSquareMatrixException();
+  if (matrix.getRowCount() != n) throw MatrixSizeMismatchException();
+  if (n == 0) throw IndexOutOfBoundException();
+}
+
+}  // namespace
 
 void principalEigenVectors(const Batch& batch) {
-  for (const auto& [operand, result] : batch) {
-    const int n = operand->getRowCount();
-    if (n != operand->getColumnCount()) throw NotSquareMatrixException();
-    if (n != batch[0].operand->getRowCount()) throw MatrixSizeMismatchException();
-    if (n == 0) throw IndexOutOfBoundException();
-  }
+  for (const BatchItem& item : batch) requireOrder(*item.operand, batch[0].operand->getRowCount());
   HWY_DYNAMIC_DISPATCH(principalVectorsOfAll)(batch);
+}
+
+void principalGeneralisedVectors(const std::vector<EigenPair>& pairs) {
+  for (const EigenPair& pair : pairs) {
+    requireOrder(*pair.A, pairs[0].A->getRowCount());
+    requireOrder(*pair.inverseR, pairs[0].A->getRowCount());
+  }
+  HWY_DYNAMIC_DISPATCH(generalisedVectorsOfAll)(pairs);
 }
 
 }  // namespace BF

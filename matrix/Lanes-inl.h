@@ -2,6 +2,8 @@
 // each lane. Files that include this are compiled once for each kind of processor.
 #include <hwy/highway.h>
 
+#include <complex>
+
 #include "matrix/Modulus.h"
 
 // Included once more for each kind of processor, which a plain guard would prevent.
@@ -36,6 +38,57 @@ struct Complex {
   Real re, im;
 };
 
+#if HWY_TARGET != HWY_SCALAR
+/// Element (i, j) of a square array of pairs of lanes := element (j, i).
+HWY_INLINE void transposePairs(V* x) {
+  if constexpr (LANES == 4) {
+    const V upper = hn::ConcatUpperUpper(d, x[1], x[0]);
+    x[0] = hn::ConcatLowerLower(d, x[1], x[0]);
+    x[1] = upper;
+  } else if constexpr (LANES == 8) {
+    const V even01 = hn::OddEvenBlocks(hn::SwapAdjacentBlocks(x[1]), x[0]);
+    const V odd01 = hn::OddEvenBlocks(x[1], hn::SwapAdjacentBlocks(x[0]));
+    const V even23 = hn::OddEvenBlocks(hn::SwapAdjacentBlocks(x[3]), x[2]);
+    const V odd23 = hn::OddEvenBlocks(x[3], hn::SwapAdjacentBlocks(x[2]));
+    x[0] = hn::ConcatLowerLower(d, even23, even01);
+    x[1] = hn::ConcatLowerLower(d, odd23, odd01);
+    x[2] = hn::ConcatUpperUpper(d, even23, even01);
+    x[3] = hn::ConcatUpperUpper(d, odd23, odd01);
+  }
+}
+
+#endif
+
+/// Lane l of to[i] := element i of rows[l], for LANES rows of count elements.
+HWY_INLINE void loadLanes(const std::complex<double>* const* rows, int count, Complex* to) {
+  int i = 0;
+#if HWY_TARGET != HWY_SCALAR
+  constexpr int HALF = LANES / 2;  // complex numbers of a vector
+  for (; i + HALF <= count; i += HALF) {
+    V re[HALF];
+    V im[HALF];
+    for (int h = 0; h < HALF; ++h) {
+      const V even = hn::LoadU(d, reinterpret_cast<const double*>(rows[2 * h] + i));
+      const V odd = hn::LoadU(d, reinterpret_cast<const double*>(rows[2 * h + 1] + i));
+      re[h] = hn::InterleaveLower(d, even, odd);
+      im[h] = hn::InterleaveUpper(d, even, odd);
+    }
+    transposePairs(re);
+    transposePairs(im);
+    for (int h = 0; h < HALF; ++h) {
+      to[i + h].re.store(re[h]);
+      to[i + h].im.store(im[h]);
+    }
+  }
+#endif
+  for (; i < count; ++i) {
+    for (int l = 0; l < LANES; ++l) {
+      to[i].re.lanes[l] = rows[l][i].real();
+      to[i].im.lanes[l] = rows[l][i].imag();
+    }
+  }
+}
+
 /// x := y in the lanes `where`.
 HWY_INLINE void assign(Real& x, V y, Mask where) { x.store(hn::IfThenElse(where, y, x.load())); }
 
@@ -49,12 +102,19 @@ HWY_INLINE V modulusOf(V re, V im) {
   const V square = re * re + im * im;
   const Mask plain = hn::And(square > hn::Set(d, 1e-280), square < hn::Set(d, 1e280));
   const Mask zero = hn::And(re == hn::Zero(d), im == hn::Zero(d));
-  if (hn::AllTrue(d, hn::Or(plain, zero))) return hn::Sqrt(square);
+  const V root = hn::Sqrt(square);
+  if (hn::AllTrue(d, hn::Or(plain, zero))) return root;
   Complex x;
+  Real result;
+  Real usual;
   x.re.store(re);
   x.im.store(im);
-  for (int l = 0; l < LANES; ++l) x.re.lanes[l] = modulus(x.re.lanes[l], x.im.lanes[l]);
-  return x.re.load();
+  result.store(root);
+  usual.store(hn::IfThenElseZero(hn::Or(plain, zero), hn::Set(d, 1.0)));
+  for (int l = 0; l < LANES; ++l) {
+    if (usual.lanes[l] == 0.0) result.lanes[l] = modulus(x.re.lanes[l], x.im.lanes[l]);
+  }
+  return result.load();
 }
 
 }  // namespace BF::HWY_NAMESPACE

@@ -37,6 +37,14 @@ std::complex<double> dividedBy(const std::complex<double>& x, const std::complex
   return x * std::conj(p) / std::norm(p);
 }
 
+/// x / p. Where p is real, positive and far from overflow, plain divisions that vectors can do.
+std::complex<double> dividedByPivot(const std::complex<double>& x, const std::complex<double>& p) {
+  const double re = p.real();
+  const double im = p.imag();
+  if (im != 0.0 || re < 1e-140 || re > 1e140 || std::isnan(re)) return x / p;
+  return {(x.real() + im * (x.imag() / re)) / re, (x.imag() - im * (x.real() / re)) / re};
+}
+
 void swapRows(Matrix& a, int i, int k) {
   const Matrix row = a.getRow(i);
   a.setRow(i, a.getRow(k));
@@ -173,7 +181,7 @@ void choleskyFactor(const Matrix& B, Matrix& R) {
     for (int i = 0; i < j; ++i) R.setElementAt(j, i, 0.0, 0.0);
     R.setElementAt(j, j, std::sqrt(B.getElementAt(j, j) - sumUpTo(j)));
     for (int i = j + 1; i < n; ++i) {
-      R.setElementAt(j, i, (B.getElementAt(j, i) - sumUpTo(i)) / R.getElementAt(j, j));
+      R.setElementAt(j, i, dividedByPivot(B.getElementAt(j, i) - sumUpTo(i), R.getElementAt(j, j)));
     }
   }
 }

@@ -5,7 +5,6 @@
 // This one comes first.
 #include <hwy/foreach_target.h>
 
-#include "matrix/CholeskyFactor.h"
 #include "matrix/Lanes-inl.h"
 #include "matrix/SvdBatch.h"
 #include "matrix/svd.h"
@@ -60,8 +59,11 @@ HWY_INLINE void rotateRows(Complex* x, Complex* y, int count, V c, V s, Mask whe
   }
 }
 
-/// c and s of the rotation that turns (f, h) into (z, 0); returns z.
-HWY_INLINE V planeRotation(V f, V h, V& c, V& s) {
+/// c and s of the rotation that turns (f, h) into (z, 0); returns z. No matter in other lanes.
+HWY_INLINE V planeRotation(V f, V h, V& c, V& s, Mask where) {
+  // What other lanes hold can be so small that the modulus would take the long way.
+  f = hn::IfThenElseZero(where, f);
+  h = hn::IfThenElseZero(where, h);
   const V z = modulusOf(f, h);
   const Mask some = z != hn::Zero(d);
   c = hn::IfThenElse(some, f / z, hn::Set(d, 1.0));
@@ -72,6 +74,9 @@ HWY_INLINE V planeRotation(V f, V h, V& c, V& s) {
 /// c and s of a rotation of two neighbouring rows.
 struct RowRotation {
   Real c, s;
+  Real active;  // 1, or 0 in lanes that skip it
+
+  Mask mask() const { return active.load() != hn::Zero(d); }
 };
 
 /// The decompositions of up to LANES matrices.
@@ -106,6 +111,45 @@ class TallSvdBatch {
         x.im.lanes[l] = z->imag();
       }
     }
+  }
+
+  /// Every lane, an n × n matrix B, := R of choleskyFactor(B, R), in the same order.
+  void factorise() {
+    Real ordinary = {};
+    ordinary.store(hn::Set(d, 1.0));
+    for (int j = 0; j < n; ++j) {
+      // Row j of R takes the place of row j of B.
+      for (int i = 0; i < j; ++i) a(j, i) = Complex{};
+      V pivot = hn::Zero(d);
+      V pivotIm = hn::Zero(d);
+      for (int i = j; i < n; ++i) {
+        V re = hn::Zero(d);
+        V im = hn::Zero(d);
+        for (int k = 0; k < j; ++k) {
+          const V xr = a(k, j).re.load();
+          const V xi = hn::Neg(a(k, j).im.load());
+          const V yr = a(k, i).re.load();
+          const V yi = a(k, i).im.load();
+          re = re + (xr * yr - xi * yi);
+          im = im + (xr * yi + xi * yr);
+        }
+        re = a(j, i).re.load() - re;
+        im = a(j, i).im.load() - im;
+        if (i == j) {
+          const Mask usual =
+              hn::And(hn::And(re > hn::Set(d, 1e-279), re < hn::Set(d, 1e279)), im == hn::Zero(d));
+          ordinary.store(hn::IfThenElseZero(usual, ordinary.load()));
+          pivot = hn::Sqrt(re);
+          pivotIm = im;
+          a(j, i).re.store(pivot);
+          a(j, i).im.store(im);
+        } else {  // dividedByPivot()
+          a(j, i).re.store((re + pivotIm * (im / pivot)) / pivot);
+          a(j, i).im.store((im - pivotIm * (re / pivot)) / pivot);
+        }
+      }
+    }
+    for (int l = 0; l < LANES; ++l) unusable[l] = ordinary.lanes[l] == 0.0;
   }
 
   void decompose() {
@@ -267,25 +311,30 @@ class TallSvdBatch {
     }
   }
 
-  // The lanes split and converge each in its own time; those that are done wait for the others
-  // before all go on to the next k.
+  // The lanes split and converge each in its own time: lane l has found all singular values beyond
+  // ends[l].
   void diagonalise() {
     double tol[LANES];
     double zero[LANES];
     int exponents[LANES];
-    for (int l = 0; l < LANES; ++l) scaleLane(l, exponents[l], tol[l], zero[l]);
-    for (int k = n; k-- > 0;) {
-      while (true) {
-        int first = k;
-        Real start;
-        for (int l = 0; l < LANES; ++l) {
-          const int from = unusable[l] ? k : splitPoint(l, k, tol[l], zero[l]);
-          start.lanes[l] = from;
-          first = std::min(first, from);
-        }
-        if (first == k) break;
-        sweep(first, k, start);
+    int starts[LANES];
+    int ends[LANES];
+    for (int l = 0; l < LANES; ++l) {
+      scaleLane(l, exponents[l], tol[l], zero[l]);
+      starts[l] = ends[l] = unusable[l] ? 0 : n - 1;
+    }
+    while (true) {
+      bool done = true;
+      for (int l = 0; l < LANES; ++l) {
+        int& k = ends[l];
+        while (k > 0 && (starts[l] = splitPoint(l, k, tol[l], zero[l])) == k) --k;
+        if (k <= 0) starts[l] = k;
+        done = done && k <= 0;
       }
+      if (done) break;
+      sweep(starts, ends);
+    }
+    for (int k = 0; k < n; ++k) {
       const V value = diagonal[k].load();
       const Mask negative = value < hn::Zero(d);
       assign(diagonal[k], hn::Neg(value), negative);
@@ -354,13 +403,22 @@ class TallSvdBatch {
     }
   }
 
-  // One implicit QR step in every lane on its block start … k, the longest of which is first … k.
-  void sweep(int first, int k, const Real& start) {
+  // One implicit QR step in every lane on its block starts[lane] … ends[lane].
+  void sweep(const int* starts, const int* ends) {
+    int first = n;
+    int last = 0;
+    Real start = {};
+    Real end = {};
     Real shifted = {};
     Real leading = {};
     for (int lane = 0; lane < LANES; ++lane) {
-      const int l = static_cast<int>(start.lanes[lane]);
+      const int l = starts[lane];
+      const int k = ends[lane];
+      start.lanes[lane] = l;
+      end.lanes[lane] = k;
       if (l == k) continue;
+      first = std::min(first, l);
+      last = std::max(last, k);
       leading.lanes[lane] = diagonal[l].lanes[lane];
       shifted.lanes[lane] = shiftedStart(lane, l, k);
     }
@@ -368,52 +426,58 @@ class TallSvdBatch {
     V f = shifted.load();
     V c = hn::Set(d, 1.0);
     V s = c;
-    for (int i = first + 1; i <= k; ++i) {
-      const Mask active = hn::Set(d, static_cast<double>(i)) > start.load();
+    for (int i = first + 1; i <= last; ++i) {
+      const V number = hn::Set(d, static_cast<double>(i));
+      const Mask active = hn::And(number > start.load(), number <= end.load());
       V g = e[i].load();
       V y = diagonal[i].load();
       V h = s * g;
       g = g * c;
       V newC;
       V newS;
-      assign(e[i - 1], planeRotation(f, h, newC, newS), active);
+      assign(e[i - 1], planeRotation(f, h, newC, newS, active), active);
       V newF = x * newC + g * newS;
       g = g * newC - x * newS;
       h = y * newS;
       y = y * newC;
       vRotations[i].c.store(newC);
       vRotations[i].s.store(newS);
-      assign(diagonal[i - 1], planeRotation(newF, h, newC, newS), active);
+      assign(diagonal[i - 1], planeRotation(newF, h, newC, newS, active), active);
       newF = newC * g + newS * y;
       const V newX = newC * y - newS * g;
       uRotations[i].c.store(newC);
       uRotations[i].s.store(newS);
+      uRotations[i].active.store(hn::IfThenElseZero(active, hn::Set(d, 1.0)));
+      vRotations[i].active = uRotations[i].active;
       c = hn::IfThenElse(active, newC, c);
       s = hn::IfThenElse(active, newS, s);
       f = hn::IfThenElse(active, newF, f);
       x = hn::IfThenElse(active, newX, x);
     }
-    rotateNeighbours(Vt.data(), n, vRotations, first, k, start);
-    rotateNeighbours(Ut.data(), m, uRotations, first, k, start);
-    const Mask swept = hn::Set(d, static_cast<double>(k)) > start.load();
+    rotateNeighbours(Vt.data(), n, vRotations, first, last);
+    rotateNeighbours(Ut.data(), m, uRotations, first, last);
+    Real newE;
+    Real newD;
+    newE.store(f);
+    newD.store(x);
     for (int lane = 0; lane < LANES; ++lane) {
-      const int l = static_cast<int>(start.lanes[lane]);
-      if (l != k) e[l].lanes[lane] = 0.0;
+      if (starts[lane] == ends[lane]) continue;
+      e[starts[lane]].lanes[lane] = 0.0;
+      e[ends[lane]].lanes[lane] = newE.lanes[lane];
+      diagonal[ends[lane]].lanes[lane] = newD.lanes[lane];
     }
-    assign(e[k], f, swept);
-    assign(diagonal[k], x, swept);
   }
 
-  // Rotates rows i−1 and i of count elements, for i = first + 1 … k in this order, in the lanes
-  // whose block has begun. Along a column each element is read and written once.
+  // Rotates rows i−1 and i of count elements, for i = first + 1 … last in this order, in the lanes
+  // whose block they are in. Along a column each element is read and written once.
   static void rotateNeighbours(Complex* rows, int count, const std::vector<RowRotation>& rotations,
-                               int first, int k, const Real& start) {
+                               int first, int last) {
     for (int j = 0; j < count; ++j) {
       Complex* above = rows + static_cast<std::ptrdiff_t>(first) * count + j;
       V xr = above->re.load();
       V xi = above->im.load();
-      for (int i = first + 1; i <= k; ++i, above += count) {
-        const Mask active = hn::Set(d, static_cast<double>(i)) > start.load();
+      for (int i = first + 1; i <= last; ++i, above += count) {
+        const Mask active = rotations[i].mask();
         const V c = rotations[i].c.load();
         const V s = rotations[i].s.load();
         const V yr = above[count].re.load();
@@ -495,12 +559,13 @@ TallSvdBatch& batchOfThisThread() {
 
 /// Loads of[first] … into the lanes of batch, decomposes them and returns how many there are.
 int decomposeFrom(std::size_t first, const Batch& items, bool transpose, int leftColumns,
-                  TallSvdBatch& batch) {
+                  TallSvdBatch& batch, bool ofCholeskyFactor = false) {
   const int rows = items[first].operand->getRowCount();
   const int columns = items[first].operand->getColumnCount();
   batch.clear(transpose ? columns : rows, transpose ? rows : columns, leftColumns);
   const int used = static_cast<int>(std::min<std::size_t>(LANES, items.size() - first));
   for (int l = 0; l < used; ++l) batch.load(l, *items[first + l].operand, transpose);
+  if (ofCholeskyFactor) batch.factorise();
   batch.decompose();
   return used;
 }
@@ -512,8 +577,9 @@ HWY_INLINE void timesInverse(const Complex& v, V inverse, Complex& vs) {
   vs.im.store(zero + v.im.load() * inverse);
 }
 
-/// V · Σ⁺ · Uᴴ. What the zeros of Σ⁺ add to the sums is nothing.
-void pseudoInversesFrom(std::size_t first, const Batch& items) {
+/// V · Σ⁺ · Uᴴ, of the operands or of their Cholesky factors. What the zeros of Σ⁺ add to the sums
+/// is nothing.
+void pseudoInversesFrom(std::size_t first, const Batch& items, bool ofCholeskyFactor) {
   thread_local std::vector<Complex> vs;
   const bool wide = items[first].operand->getRowCount() < items[first].operand->getColumnCount();
   const int p =
@@ -521,7 +587,7 @@ void pseudoInversesFrom(std::size_t first, const Batch& items) {
   const int q =
       std::min(items[first].operand->getRowCount(), items[first].operand->getColumnCount());
   TallSvdBatch& batch = batchOfThisThread();
-  const int used = decomposeFrom(first, items, wide, q, batch);
+  const int used = decomposeFrom(first, items, wide, q, batch, ofCholeskyFactor);
   for (int l = 0; l < used; ++l) {
     reshape(*items[first + l].result, items[first].operand->getColumnCount(),
             items[first].operand->getRowCount());
@@ -558,12 +624,17 @@ void pseudoInversesFrom(std::size_t first, const Batch& items) {
     }
   }
   for (int l = 0; l < used; ++l) {
-    if (batch.isUnusable(l)) *items[first + l].result = items[first + l].operand->pseudoInverse();
+    if (!batch.isUnusable(l)) continue;
+    const Matrix& operand = *items[first + l].operand;
+    *items[first + l].result =
+        ofCholeskyFactor ? operand.inverseCholeskyFactor() : operand.pseudoInverse();
   }
 }
 
-void pseudoInversesOfAll(const Batch& items) {
-  for (std::size_t i = 0; i < items.size(); i += LANES) pseudoInversesFrom(i, items);
+void pseudoInversesOfAll(const Batch& items, bool ofCholeskyFactor) {
+  for (std::size_t i = 0; i < items.size(); i += LANES) {
+    pseudoInversesFrom(i, items, ofCholeskyFactor);
+  }
 }
 
 /// *items[i].result := columns begin … end − 1 of the U of *items[i].operand.
@@ -619,20 +690,17 @@ void requireOneShape(const Batch& batch) {
 
 void pseudoInverses(const Batch& batch) {
   requireOneShape(batch);
-  HWY_DYNAMIC_DISPATCH(pseudoInversesOfAll)(batch);
+  HWY_DYNAMIC_DISPATCH(pseudoInversesOfAll)(batch, false);
 }
 
 void inverseCholeskyFactors(const Batch& batch) {
   requireOneShape(batch);
-  thread_local std::vector<Matrix> R;  // their storage is kept between calls
-  thread_local Batch factors;
-  if (R.size() < batch.size()) R.resize(batch.size());
-  factors.clear();
-  for (std::size_t i = 0; i < batch.size(); ++i) {
-    choleskyFactor(*batch[i].operand, R[i]);
-    factors.push_back({&R[i], batch[i].result});
+  for (const BatchItem& item : batch) {
+    if (item.operand->getRowCount() != item.operand->getColumnCount()) {
+      throw NotSquareMatrixException();
+    }
   }
-  pseudoInverses(factors);
+  HWY_DYNAMIC_DISPATCH(pseudoInversesOfAll)(batch, true);
 }
 
 void orthogonalComplements(const Batch& batch) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the Python environment build/python-env for building and testing the package zelksss, and prints
+# Makes the Python environment build/python-env-GROUP for building and testing the package zelksss, and prints
 # where it is. Quick, and without network, when it is there already.
 #   scripts/python-env.sh [GROUP]    of the dependency groups in pyproject.toml: build, test (default), bench
 # PYTHON names another interpreter than python3.
@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 group=${1:-test}
 python=$(readlink -f "$(command -v "${PYTHON:-python3}")")
-folder=$PWD/build/python-env
+folder=$PWD/build/python-env-$group
 wanted="$group $python $(sed -n '/^\[dependency-groups\]/,/^$/p' pyproject.toml | sha256sum)"
 if [ "$(cat "$folder/made-for" 2>/dev/null)" != "$wanted" ]; then
   echo "python-env.sh: making $folder for $group" >&2

@@ -54,30 +54,45 @@ const int registered = declareNode<AudioFrames>();
 
 }  // namespace
 
-AudioFrames::AudioFrames(std::string nodeName, const FD::ParameterSet& params)
-    : ToolboxNode(SPEC, std::move(nodeName), params, __LINE__) {
+AudioFrames::AudioFrames(const NodeSpec& nodeSpec, std::string nodeName,
+                         const FD::ParameterSet& params, int sourceLine)
+    : ToolboxNode(nodeSpec, std::move(nodeName), params, sourceLine) {
   inOrder = true;
-  reader = checked([&] { return openReader(); });
 }
 
-std::unique_ptr<Audio::FrameReader> AudioFrames::openReader() const {
-  const Audio::FrameLayout layout(intParameter("LENGTH"), intParameter("ADVANCE"));
+AudioFrames::AudioFrames(std::string nodeName, const FD::ParameterSet& params)
+    : AudioFrames(SPEC, std::move(nodeName), params, __LINE__) {
+  reader = checked([&] { return openReader(readerOptions()); });
+}
+
+Audio::FrameLayout AudioFrames::frameLayout() const {
+  return {intParameter("LENGTH"), intParameter("ADVANCE")};
+}
+
+Audio::AudioReaderOptions AudioFrames::readerOptions() const {
   Audio::AudioReaderOptions options;
   options.channels = stringParameter("CHANNELS");
   options.samplingRate = Audio::checkedSamplingRate(intParameter("SAMPLING_RATE"));
   options.resample = boolParameter("RESAMPLE");
   options.nonFinite = Audio::nonFiniteNamed(stringParameter("NON_FINITE"));
-  options.reportGap = layout.length();
-  options.warn = [](const std::string& text) { std::cerr << "AudioFrames: " << text << std::endl; };
+  options.reportGap = frameLayout().length();
+  options.warn = [type = spec.type](const std::string& text) {
+    std::cerr << type << ": " << text << std::endl;
+  };
+  return options;
+}
+
+std::unique_ptr<Audio::FrameReader> AudioFrames::openReader(
+    const Audio::AudioReaderOptions& options) const {
+  const Audio::WindowType window = Audio::windowNamed(stringParameter("WINDOW"));
   return std::make_unique<Audio::FrameReader>(
-      Audio::AudioReader(stringParameter("FILENAME"), options), layout,
-      Audio::windowNamed(stringParameter("WINDOW")));
+      Audio::AudioReader(stringParameter("FILENAME"), options), frameLayout(), window);
 }
 
 void AudioFrames::reset() {
   ToolboxNode::reset();
   if (reader->frame() < 0) return;
-  reader = checked([&] { return openReader(); });
+  reader = checked([&] { return openReader(readerOptions()); });
 }
 
 FD::ObjectRef AudioFrames::spectra(bool exists) const {

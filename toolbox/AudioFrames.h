@@ -24,11 +24,19 @@ class AudioFrames : public ToolboxNode {
   void reset() override;
 
  protected:
+  /// For a node with the same outputs and at least the same parameters; opens nothing.
+  AudioFrames(const NodeSpec& nodeSpec, std::string nodeName, const FD::ParameterSet& params,
+              int sourceLine);
+
   void calculate(int output_id, int count, FD::Buffer& out) override;
 
- private:
-  std::unique_ptr<Audio::FrameReader> openReader() const;
-  FD::ObjectRef spectra(bool exists) const;
+  /// What the parameters say of frames and file. Throw DataError.
+  Audio::FrameLayout frameLayout() const;
+  Audio::AudioReaderOptions readerOptions() const;
+  std::unique_ptr<Audio::FrameReader> openReader(const Audio::AudioReaderOptions& options) const;
 
   std::unique_ptr<Audio::FrameReader> reader;
+
+ private:
+  FD::ObjectRef spectra(bool exists) const;
 };

@@ -48,7 +48,7 @@ TEST_F(Options, SetEveryParameterThatTheNodesDescribe) {
   std::set<std::string> set;
   for (const char* options :
        {"--method LCMV", "--method GJ", "--method GICA", "--method ML --noise-from 0:0.5",
-        "--method MSNR --refine-live", "--tracks tracks.json"}) {
+        "--method MSNR --refine-live", "--raw FLOAT_LE,3,16000", "--tracks tracks.json"}) {
     for (const std::string& parameter : network(options)) {
       set.insert(parameter.substr(0, parameter.find('=')));
     }

@@ -61,6 +61,17 @@ TEST_F(Streams, GiveWhatFilesGive) {
     EXPECT_TRUE(sound("out/source_7.wav").samples == second);
   }
 
+  for (const std::string input : {"mix.wav", "mix.raw"}) {  // the same in a network
+    const CommandRun printed =
+        runOn(input, "separate - -o network --force --format FLOAT --print-network" + files +
+                         (input == "mix.raw" ? raw : ""));
+    ASSERT_EQ(printed.status, 0) << printed.errors;
+    folder.write("network.n", printed.output);
+    const CommandRun result = runOn(input, "run network.n");
+    EXPECT_EQ(result.output, "<Bool true >\n") << result.errors;
+    EXPECT_TRUE(sound("network/source_7.wav").samples == second);
+  }
+
   std::vector<float> both;
   for (std::size_t n = 0; n < first.size(); ++n) both.insert(both.end(), {first[n], second[n]});
   const CommandRun plain = runOn("mix.wav", "separate - -o - --raw-output FLOAT_LE" + files);
@@ -136,6 +147,8 @@ TEST_F(Streams, AreNotReadTwice) {
       {"separate mix.wav -o - --force" + files, "--force serves files, expected none with -o -"},
       {"separate mix.wav mix.raw -o -" + files, "mix.wav and mix.raw would share the folder mix, "},
       {"separate mix.wav array.sofa -o -" + files, "-o - takes one recording"},
+      {"separate mix.wav --print-network -o -" + files,
+       "--print-network makes networks that write"},
       {"separate mix.wav - -o x" + files, "- is a stream, expected it alone or files"}};
   for (const auto& [arguments, message] : cases) {
     const CommandRun result = runOn("mix.wav", arguments);

@@ -451,7 +451,18 @@ Matrix principalEigenVector(const Matrix& A) {
   return vectors.getColumn(values.getMaximumValueIndexInColumn(0));
 }
 
+// Each operand is both matrices of its pair.
+void ownPairs(const BF::Batch& batch) {
+  std::vector<BF::EigenPair> pairs;
+  for (const BF::BatchItem& item : batch)
+    pairs.push_back({item.operand, item.operand, item.result});
+  BF::principalGeneralisedVectors(pairs);
+}
+
 const BatchOperation BATCH_OPERATIONS[] = {
+    {"principalGeneralisedVectors", ownPairs,
+     [](const Matrix& A) { return A * principalEigenVector(A.transposed(true) * A * A); },
+     BatchOperation::HERMITIAN},
     {"pseudoInverses", BF::pseudoInverses, [](const Matrix& A) { return A.pseudoInverse(); },
      BatchOperation::ANY},
     {"orthogonalComplements", BF::orthogonalComplements,

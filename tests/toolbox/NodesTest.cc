@@ -138,6 +138,8 @@ TEST(Nodes, NameWhatIsWrong) {
       {"AudioFrames", {file, {"WINDOW", text("KAISER")}}, "WINDOW is \"KAISER\", expected HANN, "},
       {"AudioFrames", {file, {"CHANNELS", text("3")}}, "\"3\" does not fit a file whose channels "},
       {"AudioFrames", {file, {"NON_FINITE", text("DROP")}}, "\"DROP\", expected ZERO or KEEP"},
+      {"AudioStream", {{"RAW", text("S16_LE")}}, "RAW is \"S16_LE\", expected ENCODING,CHANNELS,"},
+      {"AudioStream", {{"FILENAME", text("/no.fifo")}}, "/no.fifo: cannot be "},
       {"SceneSources", {{"FILENAME", text(scene)}}, scene + ": /sources/0: found no position"},
       {"NoiseCorrelation", {{"MODE", text("MEAN")}}, "\"MEAN\", expected RANGES, FILE or RUNNING"},
       {"NoiseCorrelation", {{"MODE", text("FILE")}}, "FILENAME is empty, expected a recording for"},
