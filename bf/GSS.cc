@@ -4,6 +4,7 @@
 #include <complex>
 #include <cstddef>
 #include <cstdio>
+#include <span>
 #include <utility>
 
 #include "matrix/ProcessorClones.h"
@@ -14,6 +15,11 @@ namespace {
 
 std::ptrdiff_t elementCount(const Matrix& P) {
   return std::ptrdiff_t{P.getRowCount()} * P.getColumnCount();
+}
+
+/// a · conj(b), as a sum of one product gives it.
+std::complex<double> timesConjugate(const std::complex<double>& a, const std::complex<double>& b) {
+  return dotProductWithConjugate(&a, &b, 1);
 }
 
 /// Moduli computed together, in the processor's vectors.
@@ -219,8 +225,7 @@ void GSS::constraintGradient(const Matrix& W, const Matrix& A, Work& work) {
   const int M = W.getColumnCount();
   bool finite = true;
   for (int n = 0; n < N; ++n) {
-    const std::complex<double> e =
-        dotProduct(W.data() + std::ptrdiff_t{n} * M, 1, A.data() + n, N, M) - 1.0;
+    const std::complex<double> e = dotProduct(W.row(n).data(), 1, A.data() + n, N, M) - 1.0;
     work.E_lc.setElementAt(n, n, e);
     finite = finite && std::isfinite(e.real()) && std::isfinite(e.imag());
   }
@@ -229,11 +234,10 @@ void GSS::constraintGradient(const Matrix& W, const Matrix& A, Work& work) {
     multiplyAdjointInto(work.E_lc, A, work.J_lc);
     return;
   }
-  std::complex<double>* J = work.J_lc.data();
   for (int n = 0; n < N; ++n) {
     const std::complex<double> e = work.E_lc.getElementAt(n, n);
-    const std::complex<double>* a = A.data() + n;
-    for (int m = 0; m < M; ++m, a += N) *J++ = dotProductWithConjugate(&e, a, 1);
+    const std::span<std::complex<double>> J = work.J_lc.row(n);
+    for (int m = 0; m < M; ++m) J[m] = timesConjugate(e, A.row(m)[n]);
   }
 }
 
@@ -245,10 +249,10 @@ void GSS::separationGradient(const Matrix& W, Work& work) const {
   }
   if (work.y.getRowCount() != N) throw MatrixSizeMismatchException();
   for (int i = 0; i < N; ++i) {
+    const std::span<std::complex<double>> E = work.E_ss.row(i);
     for (int j = 0; j < N; ++j) {
-      const std::complex<double> p =
-          dotProductWithConjugate(work.f.data() + i, work.y.data() + j, 1);
-      work.E_ss.setElementAt(i, j, i == j ? p - p : p);
+      const std::complex<double> p = timesConjugate(work.f.data()[i], work.y.data()[j]);
+      E[j] = i == j ? p - p : p;  // NaN where p is not finite
     }
   }
   multiplyInto(work.E_ss, W, work.J_ss);
@@ -287,11 +291,11 @@ double GSS::separationStep(Work& work) const {
   for (std::ptrdiff_t i = 0; i < elementCount(work.E_ss); ++i) {
     work.doubleE_ss.data()[i] = work.E_ss.data()[i] * std::complex<double>(2.0, 0.0);
   }
-  std::complex<double>* Q = work.Q.data();
   for (int i = 0; i < N; ++i) {
     const std::complex<double> q =
-        dotProduct(work.doubleE_ss.data() + std::ptrdiff_t{i} * N, 1, work.f.data(), 1, N);
-    for (int m = 0; m < M; ++m) *Q++ = dotProductWithConjugate(&q, work.x.data() + m, 1);
+        dotProduct(work.doubleE_ss.row(i).data(), 1, work.f.data(), 1, N);
+    const std::span<std::complex<double>> Q = work.Q.row(i);
+    for (int m = 0; m < M; ++m) Q[m] = timesConjugate(q, work.x.data()[m]);
   }
   const double s = realInnerProduct(work.J_ss, work.Q);
   const double e = squaredNorm(work.E_ss);
