@@ -6,7 +6,9 @@
 #include <cstdio>
 #include <span>
 #include <utility>
+#include <vector>
 
+#include "bf/GicaLanes.h"
 #include "matrix/ProcessorClones.h"
 
 namespace BF {
@@ -130,6 +132,8 @@ struct GSS::Work {
         Q(N, M) {}
 
   Matrix x, y, f, E_lc, J_lc, E_ss, J_ss, doubleE_ss, Q;
+  Matrix F;                // φ of all outputs
+  std::vector<int> alone;  // bins whose step is taken by itself
 };
 
 GSS::GSS(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool lcAdaptiveValue,
@@ -195,8 +199,42 @@ void GSS::adaptSeparationMatrices() {
     bench = std::make_unique<Work>(N, M, inputs, outputs);
   }
   prepare(spareMatrices, N, M);
-  for (int k = 0; k < numFreq; ++k) adaptBin(k, *bench, spareMatrices[k]);
+  bench->alone.clear();
+  if (fitTheLanes(N, M)) {
+    adaptBins(*bench);
+  } else {
+    for (int k = 0; k < numFreq; ++k) bench->alone.push_back(k);
+  }
+  for (const int k : bench->alone) adaptBin(k, *bench, spareMatrices[k]);
   separationMatrices.swap(spareMatrices);
+}
+
+// Whether there is nothing that the step of a bin throws for.
+bool GSS::fitTheLanes(int N, int M) const {
+  const auto fits = [](const Matrix& P, int rows, int columns) {
+    return P.getRowCount() == rows && P.getColumnCount() == columns;
+  };
+  const std::size_t K = spareMatrices.size();
+  if (getBfAlgorithmType() != BF_ALGORITHM_GICA || separationMatrices.size() != K ||
+      transferFunctions.size() != K || inputSpectrum.getRowCount() != M ||
+      outputSpectrum.getRowCount() != N || inputSpectrum.getColumnCount() < numFreq ||
+      outputSpectrum.getColumnCount() < numFreq) {
+    return false;
+  }
+  for (std::size_t k = 0; k < K; ++k) {
+    if (!fits(separationMatrices[k], N, M) || !fits(transferFunctions[k], M, N)) return false;
+  }
+  return true;
+}
+
+// The step of all bins side by side, but for those that work.alone then lists.
+void GSS::adaptBins(Work& work) {
+  const Matrix& Y = outputSpectrum;
+  reshape(work.F, Y.getRowCount(), Y.getColumnCount());
+  for (std::ptrdiff_t i = 0; i < elementCount(Y); ++i) work.F.data()[i] = nonLinear(Y.data()[i]);
+  adaptInLanes({separationMatrices, transferFunctions, inputSpectrum, Y, work.F, mu, mu_ss,
+                lcAdaptive, ssAdaptive},
+               spareMatrices, work.alone);
 }
 
 // One bin's step, W − μ_ss · J_ss − μ_lc · J_lc.

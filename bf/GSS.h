@@ -51,6 +51,8 @@ class GSS : public BF {
 
  private:
   struct Work;
+  bool fitTheLanes(int N, int M) const;
+  void adaptBins(Work& work);
   void adaptBin(int k, Work& work, Matrix& newW) const;
   static void constraintGradient(const Matrix& W, const Matrix& A, Work& work);
   void separationGradient(const Matrix& W, Work& work) const;

@@ -19,7 +19,7 @@ using BF::Matrix;
 using namespace reference;
 using namespace support;
 
-constexpr int BINS = 3;
+constexpr int BINS = 11;  // some side by side in the lanes of a vector, some left over
 constexpr auto TANH = BF::NL_FUNC_TANH;
 constexpr auto CUBIC = BF::NL_FUNC_CUBIC;
 constexpr auto OFF = static_cast<BF::NlFuncType>(0);
@@ -204,7 +204,7 @@ TEST(Gss, OnlyGicaHasAnUpdateRule) {
   testing::internal::CaptureStdout();
   BF::GHDSS ghdss(BINS, 16000, 343.0, true, 0.5, true, 0.25, 2.0, CUBIC);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "GHDSS::GHDSS(numFreq=3, samplingRate=16000, soundSpeed=343.000000, mu=0.500000, "
+            "GHDSS::GHDSS(numFreq=11, samplingRate=16000, soundSpeed=343.000000, mu=0.500000, "
             "mu_ss=0.250000, scale=2.000000, NlFuncType=2\n");
   for (BF::GSS* engine : {&gss, static_cast<BF::GSS*>(&ghdss)}) {
     engine->setTransformFunctionDatabase(database);
