@@ -13,9 +13,9 @@
 #include "cli/OptionChecks.h"
 #include "cli/PatternModel.h"
 #include "cli/PrintableOutput.h"
+#include "cli/SceneOptions.h"
 #include "pictures/BeamPattern.h"
 #include "pictures/PictureFile.h"
-#include "scene/Scene.h"
 #include "scene/SceneMoment.h"
 #include "separation/Methods.h"
 
@@ -26,6 +26,7 @@ constexpr double NOTED_ELEVATION = 5.0;  // degrees
 
 struct Options {
   PatternRequest request;
+  Audio::SceneChoice scene;
   std::string band;  ///< "LOW:HIGH" in Hz; empty: all
   std::optional<double> time;
   std::string output;
@@ -63,13 +64,14 @@ std::optional<std::pair<double, double>> bandOf(const std::string& text) {
 }
 
 void checkUsage(const Options& options) {
+  requireScene(options.scene);
   checkMethod(options.request.method);
   if (options.request.frequencies.size() > MAX_FREQUENCIES) {
     throw CLI::ValidationError("--frequency",
                                fmt::format("{} given, expected {} at most",
                                            options.request.frequencies.size(), MAX_FREQUENCIES));
   }
-  checkPicture(options.output, options.force, {options.request.database, options.request.scene});
+  checkPicture(options.output, options.force, {options.request.database, options.scene.file});
 }
 
 /// Notes sources that stand elsewhere than what the picture shows.
@@ -104,7 +106,8 @@ void drawPattern(Options options) {
   PatternRequest& request = options.request;
   checkUsage(options);
   request.band = bandOf(options.band);
-  const Audio::Scene scene = Audio::Scene::read(request.scene);
+  request.scene = options.scene.name();
+  const Audio::Scene scene = Audio::readScene(options.scene);
   PatternModel model(request, scene);
   model.setTime(options.time.value_or(fullestTime(scene)));
   writePicture(options.output, model.picture().drawn(options.width), options.force);
@@ -122,8 +125,7 @@ void addPatternCommand(CLI::App& app) {
       ->add_option("--tf", options->request.database,
                    "Transfer-function database (SOFA, DataType TF)")
       ->required();
-  command->add_option("--sources", options->request.scene, "Scene file: which sources, where, when")
-      ->required();
+  addSceneOptions(*command, options->scene);
   command
       ->add_option("--method", options->request.method,
                    "See: zelk-sss methods; LCMV, GJ and GICA are drawn before they adapt, ML with "

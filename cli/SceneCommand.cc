@@ -8,6 +8,7 @@
 #include "cli/OptionChecks.h"
 #include "pictures/PictureFile.h"
 #include "pictures/ScenePicture.h"
+#include "scene/SceneFile.h"
 
 namespace {
 
@@ -22,7 +23,9 @@ struct Options {
 
 void drawScene(const Options& options) {
   checkPicture(options.output, options.force, {options.scene});
-  const Audio::Scene scene = Audio::Scene::read(options.scene);
+  Audio::SceneChoice choice;
+  choice.file = options.scene;
+  const Audio::Scene scene = Audio::readScene(choice);
   const std::string title = options.title.empty()
                                 ? std::filesystem::path(options.scene).filename().string()
                                 : options.title;
@@ -38,7 +41,7 @@ void addSceneCommand(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   CLI::App* command =
       app.add_subcommand("scene", "Draw who is where and when, from above and by time");
-  command->add_option("SCENE", options->scene, "Scene file (JSON)")->required();
+  command->add_option("SCENE", options->scene, "Scene file (JSON or CSV)")->required();
   command->add_option("-o,--output", options->output, "The picture, NAME.svg or NAME.png")
       ->required();
   command->add_option("--title", options->title, "Heading; default: the file's name");
