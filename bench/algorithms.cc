@@ -30,6 +30,30 @@ void frame(benchmark::State& state, int algorithm, bool noiseSource = false) {
   for (auto _ : state) oneFrame(count++);
 }
 
+/// A frame in which every source is at another position than in the one before.
+void movingFrame(benchmark::State& state, int algorithm) {
+  const int M = static_cast<int>(state.range(0));
+  const int N = static_cast<int>(state.range(1));
+  const std::unique_ptr<BF::BF> engine = bench::makeEngine(algorithm, M);
+  const std::vector<BF::SourceLocation> places = engine->tfDatabase->sourceLocations;
+  std::vector<BF::SourceLocation> sources = bench::sourceList(N);
+  const BF::Matrix input = bench::randomFrame(M, 1);
+  BF::Matrix output;
+  std::size_t count = 0;
+  for (auto _ : state) {
+    for (std::size_t s = 0; s < sources.size(); ++s) {
+      const int id = sources[s].id;
+      sources[s] = places[(count + 9 * s) % places.size()];
+      sources[s].id = id;
+      sources[s].flag = true;
+    }
+    ++count;
+    engine->updateSources(sources);
+    engine->executeBeamForming(input, output);
+    engine->adaptSeparationMatrices();
+  }
+}
+
 void frameSizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->ArgNames({"M", "N"})->ArgsProduct({{4, 8, 16, 32}, {1, 2, 4}});
   benchmark->Unit(benchmark::kMicrosecond);
@@ -45,5 +69,7 @@ BENCHMARK_CAPTURE(frame, GICA, BF::BF_ALGORITHM_GICA)->Apply(frameSizes);
 BENCHMARK_CAPTURE(frame, CML, BF::BF_ALGORITHM_CML)->Apply(frameSizes);
 BENCHMARK_CAPTURE(frame, CMSNR, BF::BF_ALGORITHM_CMSNR)->Apply(frameSizes);
 BENCHMARK_CAPTURE(frame, CMSNR with noise, BF::BF_ALGORITHM_CMSNR, true)->Apply(frameSizes);
+BENCHMARK_CAPTURE(movingFrame, NULL, BF::BF_ALGORITHM_NULL)->Apply(frameSizes);
+BENCHMARK_CAPTURE(movingFrame, ILSE, BF::BF_ALGORITHM_ILSE)->Apply(frameSizes);
 
 }  // namespace

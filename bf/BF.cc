@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <utility>
 
+#include "matrix/ColumnProducts.h"
+
 namespace BF {
 
 namespace {
@@ -16,19 +18,6 @@ void gatherColumn(const Matrix& measured, int from, Matrix& H, int to) {
   for (int i = 0; i < H.getRowCount(); ++i) {
     H.data()[std::ptrdiff_t{i} * H.getColumnCount() + to] =
         measured.data()[std::ptrdiff_t{i} * measured.getColumnCount() + from];
-  }
-}
-
-/// Column k of Y := W · column k of X, without a temporary.
-void multiplyColumn(const Matrix& W, const Matrix& X, int k, Matrix& Y) {
-  const int M = W.getColumnCount();
-  if (k >= X.getColumnCount()) throw IndexOutOfBoundException();
-  if (X.getRowCount() != M || W.getRowCount() != Y.getRowCount()) {
-    throw MatrixSizeMismatchException();
-  }
-  for (int i = 0; i < W.getRowCount(); ++i) {
-    Y.data()[std::ptrdiff_t{i} * Y.getColumnCount() + k] =
-        dotProduct(W.data() + std::ptrdiff_t{i} * M, 1, X.data() + k, X.getColumnCount(), M);
   }
 }
 
@@ -108,7 +97,7 @@ void BF::executeBeamForming(const Matrix& input, Matrix& output) {
   Matrix& Y = spareOutput;
   X = input;
   reshape(Y, separationMatrices[0].getRowCount(), numFreq);
-  for (int k = 0; k < numFreq; ++k) multiplyColumn(separationMatrices[k], X, k, Y);
+  multiplyColumns(separationMatrices, X, Y);
   output = Y;
   inputSpectrum.swap(X);
   outputSpectrum.swap(Y);

@@ -10,7 +10,7 @@ namespace BF {
 /// Maximum likelihood: per source and bin the minimum-variance distortionless filter
 ///   w = Q · a / (aᴴ · Q · a)
 /// (Capon 1969, the maximum-likelihood filter; MVDR, Van Trees, Optimum Array Processing, 2002,
-/// section 6.2), where Q is the inverse of the bin's noise correlation matrix after diagonal
+/// chapter 6), where Q is the inverse of the bin's noise correlation matrix after diagonal
 /// loading (Cox, Zeskind & Owen 1987) and a the source's transfer function at unit norm. Each
 /// filter is multiplied by e^(jkπ) = (−1)^k, a circular shift by half a frame.
 ///

@@ -166,7 +166,7 @@ void CMSNR::average(const Matrix& P, const Matrix& old, Matrix& result) const {
 }
 
 // The filters of pairs first … end − 1 into their rows of spareMatrices: the vector v that
-// maximises vᴴ · A · v / vᴴ · B · v. With B = Rᴴ · R (Golub & Van Loan, section 8.7):
+// maximises vᴴ · A · v / vᴴ · B · v. With B = Rᴴ · R (Golub & Van Loan, Matrix Computations):
 //   D = R⁻ᴴ · A · R⁻¹ has the pair's eigenvalues,  v = R⁻¹ · y for D's eigenvector y
 void CMSNR::computeEigenFilters(int first, int end) {
   updateInverseFactors(first, end);

@@ -9,7 +9,7 @@
 namespace BF {
 
 /// Maximum signal-to-noise ratio, without transfer functions (Van Trees, Optimum Array Processing,
-/// 2002, section 6.2; by generalised eigenvectors from estimated correlations, Warsitz &
+/// 2002, chapter 6; by generalised eigenvectors from estimated correlations, Warsitz &
 /// Haeb-Umbach 2007; by singular vectors, Doclo & Moonen 2002): per source and bin a pair of
 /// spatial correlation matrices is averaged recursively, the signal's on frames in which the source
 /// is listed as a target (flag true), the noise's on frames in which the same id is listed as a

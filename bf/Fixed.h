@@ -29,7 +29,7 @@ class Fixed : public BF {
 };
 
 /// Delay-and-sum: every microphone with the same weight after phase alignment (Van Trees, Optimum
-/// Array Processing, 2002, section 2.2).
+/// Array Processing, 2002, chapter 2).
 class DS : public Fixed {
  public:
   using Fixed::Fixed;
@@ -44,7 +44,7 @@ class WDS : public Fixed {
 };
 
 /// Null beamformer: W = pinv(A), so that W · A = I when A has full column rank (Van Trees 2002,
-/// section 3.7).
+/// chapter 3).
 class Null : public Fixed {
  public:
   using Fixed::Fixed;

@@ -4,8 +4,11 @@
 #include <complex>
 #include <cstddef>
 #include <cstdio>
+#include <span>
 #include <utility>
+#include <vector>
 
+#include "bf/GicaLanes.h"
 #include "matrix/ProcessorClones.h"
 
 namespace BF {
@@ -14,6 +17,11 @@ namespace {
 
 std::ptrdiff_t elementCount(const Matrix& P) {
   return std::ptrdiff_t{P.getRowCount()} * P.getColumnCount();
+}
+
+/// a · conj(b), as a sum of one product gives it.
+std::complex<double> timesConjugate(const std::complex<double>& a, const std::complex<double>& b) {
+  return dotProductWithConjugate(&a, &b, 1);
 }
 
 /// Moduli computed together, in the processor's vectors.
@@ -124,6 +132,8 @@ struct GSS::Work {
         Q(N, M) {}
 
   Matrix x, y, f, E_lc, J_lc, E_ss, J_ss, doubleE_ss, Q;
+  Matrix F;                // φ of all outputs
+  std::vector<int> alone;  // bins whose step is taken by itself
 };
 
 GSS::GSS(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool lcAdaptiveValue,
@@ -189,8 +199,42 @@ void GSS::adaptSeparationMatrices() {
     bench = std::make_unique<Work>(N, M, inputs, outputs);
   }
   prepare(spareMatrices, N, M);
-  for (int k = 0; k < numFreq; ++k) adaptBin(k, *bench, spareMatrices[k]);
+  bench->alone.clear();
+  if (fitTheLanes(N, M)) {
+    adaptBins(*bench);
+  } else {
+    for (int k = 0; k < numFreq; ++k) bench->alone.push_back(k);
+  }
+  for (const int k : bench->alone) adaptBin(k, *bench, spareMatrices[k]);
   separationMatrices.swap(spareMatrices);
+}
+
+// Whether there is nothing that the step of a bin throws for.
+bool GSS::fitTheLanes(int N, int M) const {
+  const auto fits = [](const Matrix& P, int rows, int columns) {
+    return P.getRowCount() == rows && P.getColumnCount() == columns;
+  };
+  const std::size_t K = spareMatrices.size();
+  if (getBfAlgorithmType() != BF_ALGORITHM_GICA || separationMatrices.size() != K ||
+      transferFunctions.size() != K || inputSpectrum.getRowCount() != M ||
+      outputSpectrum.getRowCount() != N || inputSpectrum.getColumnCount() < numFreq ||
+      outputSpectrum.getColumnCount() < numFreq) {
+    return false;
+  }
+  for (std::size_t k = 0; k < K; ++k) {
+    if (!fits(separationMatrices[k], N, M) || !fits(transferFunctions[k], M, N)) return false;
+  }
+  return true;
+}
+
+// The step of all bins side by side, but for those that work.alone then lists.
+void GSS::adaptBins(Work& work) {
+  const Matrix& Y = outputSpectrum;
+  reshape(work.F, Y.getRowCount(), Y.getColumnCount());
+  for (std::ptrdiff_t i = 0; i < elementCount(Y); ++i) work.F.data()[i] = nonLinear(Y.data()[i]);
+  adaptInLanes({separationMatrices, transferFunctions, inputSpectrum, Y, work.F, mu, mu_ss,
+                lcAdaptive, ssAdaptive},
+               spareMatrices, work.alone);
 }
 
 // One bin's step, W − μ_ss · J_ss − μ_lc · J_lc.
@@ -219,8 +263,7 @@ void GSS::constraintGradient(const Matrix& W, const Matrix& A, Work& work) {
   const int M = W.getColumnCount();
   bool finite = true;
   for (int n = 0; n < N; ++n) {
-    const std::complex<double> e =
-        dotProduct(W.data() + std::ptrdiff_t{n} * M, 1, A.data() + n, N, M) - 1.0;
+    const std::complex<double> e = dotProduct(W.row(n).data(), 1, A.data() + n, N, M) - 1.0;
     work.E_lc.setElementAt(n, n, e);
     finite = finite && std::isfinite(e.real()) && std::isfinite(e.imag());
   }
@@ -229,11 +272,10 @@ void GSS::constraintGradient(const Matrix& W, const Matrix& A, Work& work) {
     multiplyAdjointInto(work.E_lc, A, work.J_lc);
     return;
   }
-  std::complex<double>* J = work.J_lc.data();
   for (int n = 0; n < N; ++n) {
     const std::complex<double> e = work.E_lc.getElementAt(n, n);
-    const std::complex<double>* a = A.data() + n;
-    for (int m = 0; m < M; ++m, a += N) *J++ = dotProductWithConjugate(&e, a, 1);
+    const std::span<std::complex<double>> J = work.J_lc.row(n);
+    for (int m = 0; m < M; ++m) J[m] = timesConjugate(e, A.row(m)[n]);
   }
 }
 
@@ -245,10 +287,10 @@ void GSS::separationGradient(const Matrix& W, Work& work) const {
   }
   if (work.y.getRowCount() != N) throw MatrixSizeMismatchException();
   for (int i = 0; i < N; ++i) {
+    const std::span<std::complex<double>> E = work.E_ss.row(i);
     for (int j = 0; j < N; ++j) {
-      const std::complex<double> p =
-          dotProductWithConjugate(work.f.data() + i, work.y.data() + j, 1);
-      work.E_ss.setElementAt(i, j, i == j ? p - p : p);
+      const std::complex<double> p = timesConjugate(work.f.data()[i], work.y.data()[j]);
+      E[j] = i == j ? p - p : p;  // NaN where p is not finite
     }
   }
   multiplyInto(work.E_ss, W, work.J_ss);
@@ -287,11 +329,11 @@ double GSS::separationStep(Work& work) const {
   for (std::ptrdiff_t i = 0; i < elementCount(work.E_ss); ++i) {
     work.doubleE_ss.data()[i] = work.E_ss.data()[i] * std::complex<double>(2.0, 0.0);
   }
-  std::complex<double>* Q = work.Q.data();
   for (int i = 0; i < N; ++i) {
     const std::complex<double> q =
-        dotProduct(work.doubleE_ss.data() + std::ptrdiff_t{i} * N, 1, work.f.data(), 1, N);
-    for (int m = 0; m < M; ++m) *Q++ = dotProductWithConjugate(&q, work.x.data() + m, 1);
+        dotProduct(work.doubleE_ss.row(i).data(), 1, work.f.data(), 1, N);
+    const std::span<std::complex<double>> Q = work.Q.row(i);
+    for (int m = 0; m < M; ++m) Q[m] = timesConjugate(q, work.x.data()[m]);
   }
   const double s = realInnerProduct(work.J_ss, work.Q);
   const double e = squaredNorm(work.E_ss);

@@ -18,12 +18,12 @@ enum NlFuncType : int {
 /// Geometric source separation (Parra & Alvino 2002: a separation criterion under the geometric
 /// constraint W · A = I as a penalty, here its diagonal only). Every frame each bin's W takes a
 /// gradient step that drives the outputs towards independence (separation term; with a non-linear
-/// function of the outputs as in independent-component analysis, Hyvärinen, Karhunen & Oja 2001,
-/// chapter 9) and holds each output's gain towards its own source at one (constraint term):
+/// function of the outputs as in independent-component analysis, Hyvärinen, Karhunen & Oja 2001)
+/// and holds each output's gain towards its own source at one (constraint term):
 ///   W ← W − μ_ss · J_ss − μ_lc · J_lc
 ///   J_ss = E_ss · W, E_ss the off-diagonal part of φ(y) · yᴴ
 ///   J_lc = E_lc · Aᴴ, E_lc the diagonal part of W · A − I
-/// Computed steps are the criterion over its squared gradient, as Polyak's (1969).
+/// A computed step is the multiplier times ‖E‖² / 2 over a squared gradient (formulas in GSS.cc).
 ///
 /// Rows of sources that stay (by id) are carried over, rows of new ones start from weighted
 /// delay-and-sum. Only GICA has an update rule: the adaptation of GSS and GHDSS throws
@@ -51,6 +51,8 @@ class GSS : public BF {
 
  private:
   struct Work;
+  bool fitTheLanes(int N, int M) const;
+  void adaptBins(Work& work);
   void adaptBin(int k, Work& work, Matrix& newW) const;
   static void constraintGradient(const Matrix& W, const Matrix& A, Work& work);
   void separationGradient(const Matrix& W, Work& work) const;

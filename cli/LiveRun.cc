@@ -6,10 +6,13 @@
 #include <atomic>
 #include <chrono>
 #include <exception>
+#include <functional>
 #include <iostream>
+#include <numeric>
 #include <optional>
 #include <stdexcept>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "audio/Channels.h"
@@ -28,7 +31,7 @@ namespace {
 constexpr const char* NOTHING = "none";
 constexpr int MAX_CHANNELS = 4096;              // where nothing is connected that would limit them
 constexpr std::chrono::milliseconds TURN{100};  // from look to look
-constexpr int TURNS_PER_WARNING = 10;
+constexpr int TURNS_PER_MINUTE = 600;
 
 /// What a pattern did not match, for messages.
 std::string noPort(const std::string& option, const std::string& pattern) {
@@ -117,14 +120,14 @@ class LiveRun {
         live(liveSettings),
         client(live.client, live.server),
         heard(portsToHear(live, s.channels, client)),
+        takers(portsToPlayTo(live, client)),
         inputs(openInputs(s, {client.samplingRate(), channelCount(s.channels, heard)})),
         slots(live.slots > 0 ? live.slots : static_cast<int>(inputs.scene.sources().size())),
         holders(static_cast<std::size_t>(slots)),
         lines(!live.quiet) {
     const auto latency = static_cast<std::size_t>(s.length + live.margin * client.period());
     const std::size_t room = std::max<std::size_t>(s.samplingRate, 8 * latency);
-    exchange.emplace(static_cast<std::size_t>(inputs.microphones), holders.size(), room,
-                     delay(client.period()));
+    exchange.emplace(static_cast<std::size_t>(inputs.microphones), holders.size(), room, latency);
     separation.emplace(
         makeSeparator(s, inputs),
         [this](double time) { return sourcesAt(inputs.scene, time, s.inactiveAsNoise); }, *exchange,
@@ -136,15 +139,14 @@ class LiveRun {
     SeparationThread thread(*separation, *exchange);
     client.hasten(thread.worker());
     for (const std::string& warning : inputs.warnings) warn(warning);
-    client.start(*exchange, inputs.microphones, slots,
-                 [this](int period) { return delay(period); });
-    client.connect(heard, portsToPlayTo(live, client));
+    client.start(*exchange, inputs.microphones, slots, delayOfPeriods());
+    client.connect(heard, takers);
     tellBegin();
-    for (int turn = 1; SignalWatch::caught() == 0 && !client.ended() && !thread.isOver(); ++turn) {
+    for (int rest = 0; SignalWatch::caught() == 0 && !client.ended() && !thread.isOver(); --rest) {
       std::this_thread::sleep_for(TURN);
       lines.clear();
       tellChanges();
-      if (turn % TURNS_PER_WARNING == 0) tellTrouble();
+      if (rest <= 0 && tellTrouble()) rest = TURNS_PER_MINUTE;
       if (lines.areShown()) drawLevels();
     }
     lines.clear();
@@ -160,12 +162,16 @@ class LiveRun {
   }
 
  private:
-  std::size_t delay(int period) const {
-    return Live::LiveSeparation::delay(separatorSettings(s), period, live.margin);
+  /// The delay with a period, for one period after the other.
+  std::function<std::size_t(int)> delayOfPeriods() const {
+    return [settings = separatorSettings(s), margin = live.margin, step = 0](int period) mutable {
+      step = std::gcd(step, period);
+      return Live::LiveSeparation::delay(settings, period, margin, step);
+    };
   }
 
   std::string latencyText() const {
-    const std::size_t samples = delay(client.period());
+    const std::size_t samples = client.delay();
     return fmt::format("latency {} samples ({:.1f} ms)", samples,
                        1000.0 * static_cast<double>(samples) / s.samplingRate);
   }
@@ -205,9 +211,10 @@ class LiveRun {
                      latencyText()));
   }
 
-  /// What went wrong since it was told last.
-  void tellTrouble() {
+  /// Tells what went wrong since it was told last, and whether anything did.
+  bool tellTrouble() {
     const Live::ExchangeCounts counts = exchange->counts();
+    const auto before = std::tuple(lastLate, lastXruns, lastReplaced);
     if (counts.lateCalls != lastLate) {
       lastLate = counts.lateCalls;
       warn(
@@ -226,6 +233,7 @@ class LiveRun {
                       "of the method",
                       lastReplaced));
     }
+    return before != std::tuple(lastLate, lastXruns, lastReplaced);
   }
 
   void drawLevels() {
@@ -260,7 +268,8 @@ class LiveRun {
   const LiveSettings& live;
   std::optional<Live::SampleExchange> exchange;  // outlives the client, which calls it
   Live::JackClient client;
-  std::vector<std::string> heard;
+  std::vector<std::string> heard;   // ports, microphone by microphone
+  std::vector<std::string> takers;  // ports, slot by slot
   SeparationInputs inputs;
   int slots;
   std::vector<std::optional<int>> holders;  // which source has each slot

@@ -76,10 +76,9 @@ void printSpeed(const SeparationSettings& s, const SeparationResult& result, dou
   const double duration = static_cast<double>(result.samples) / s.samplingRate;
   out << fmt::format("{:.2f} s of sound in {:.2f} s, real-time factor {:.3f}; ", duration, seconds,
                      duration > 0 ? seconds / duration : 0.0);
-  const int passes = s.passes + s.refinePasses;
-  out << (passes > 1 ? fmt::format("{} passes\n", passes)
-                     : fmt::format("latency {} samples ({:.1f} ms)\n", s.length,
-                                   1000.0 * s.length / s.samplingRate));
+  out << (result.passes > 1 ? fmt::format("{} passes\n", result.passes)
+                            : fmt::format("latency {} samples ({:.1f} ms)\n", s.length,
+                                          1000.0 * s.length / s.samplingRate));
 }
 
 /// Complains before the work starts; the files, when they are opened, do so again.
@@ -211,7 +210,7 @@ void addRecordingOptions(CLI::App& command, SeparationSettings& s) {
 void addPassOptions(CLI::App& command, SeparationSettings& s) {
   command
       .add_option("--refine", s.refinePasses,
-                  "Passes that separate anew, by MVDR from masks of what was separated before")
+                  "Separate anew, by MVDR from masks that so many passes improve")
       ->check(CLI::Range(0, 100))
       ->capture_default_str()
       ->excludes("--refine-live");

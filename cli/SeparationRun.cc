@@ -102,7 +102,8 @@ class SeparationRun {
     return fmt::format("stopped by signal {} after frame {}{}", signal, frame,
                        s.directory == "-" ? "" : "; the files are complete up to it");
   }
-  SeparationResult result() const { return {output->report(), output->samples()}; }
+  SeparationResult result() const { return {output->report(), output->samples(), passes()}; }
+  int passes() const { return separator.passes(); }
 
  private:
   bool goThrough(Audio::AudioReader& recording, ProgressBar& progress) {
@@ -174,9 +175,8 @@ SeparationResult runSeparation(const SeparationSettings& settings, SeparationInp
   bool isComplete = false;
   {
     const Audio::FrameLayout layout(settings.length, settings.advance);
-    const int passes = settings.passes + settings.refinePasses;
     ProgressBar progress(showsProgress,
-                         inputs.samples ? passes * layout.frameCount(*inputs.samples) : 0);
+                         inputs.samples ? run.passes() * layout.frameCount(*inputs.samples) : 0);
     isComplete = run.separate(progress);
   }
   if (!isComplete) throw std::runtime_error(run.stopText());

@@ -14,6 +14,7 @@ constexpr const char* FORCE_WORDS = "--force replaces them";
 struct SeparationResult {
   std::vector<Audio::SeparatedSound> files;  ///< by source
   std::int64_t samples = 0;                  ///< of each of them
+  int passes = 1;                            ///< over the recording
 };
 
 /// Separates the recording into the files or the stream. With showsProgress and standard error on a

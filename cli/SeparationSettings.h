@@ -41,7 +41,7 @@ struct SeparationSettings {
   bool inactiveAsNoise = false;     ///< list silent targets as noise sources
   bool level = true;                ///< MSNR: bring spectra to a stated level
   int passes = 1;                   ///< of the method over the recording
-  int refinePasses = 0;             ///< passes after them, by masks of what was separated; or …
+  int refinePasses = 0;             ///< after them that find masks; or …
   bool refineLive = false;          ///< … in the same pass
   float refineMemory = 2.0F;        ///< seconds, for refineLive
   float postMask = 1.0F;            ///< least share of an output that passes; 1: all

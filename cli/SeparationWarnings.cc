@@ -29,7 +29,7 @@ constexpr double MAX_CONDITION = 100.0;
 /// Below it small arrays tell no directions apart, and speech has no sound.
 constexpr double MIN_FREQUENCY = 100.0;  // Hz
 /// What is narrower is hardly heard.
-constexpr double NARROWEST_BAND = 100.0;  // Hz
+constexpr double MIN_BANDWIDTH = 100.0;  // Hz
 /// How many different lists of sources are examined: each costs a decomposition per bin.
 constexpr std::size_t MAX_LISTS = 16;
 
@@ -293,7 +293,7 @@ void findSingularBands(const SeparationPlan& plan, const std::vector<Moment>& mo
     worst = *band;
     when = &moment;
   }
-  if (!when || static_cast<double>(worst.last - worst.first + 1) * spacing < NARROWEST_BAND) return;
+  if (!when || static_cast<double>(worst.last - worst.first + 1) * spacing < MIN_BANDWIDTH) return;
   std::vector<int> ids;
   for (const Audio::PlacedSource& source : when->sources) ids.push_back(source.id);
   warnings.push_back(fmt::format(

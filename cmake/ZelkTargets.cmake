@@ -25,10 +25,11 @@ endif()
 # Contraction to fused multiply-adds would make results depend on the processor.
 add_compile_options(-ffp-contract=off)
 
-# zelk_add_test(<name> SOURCES … LIBRARIES …): one GoogleTest executable, its cases known to CTest.
+# zelk_add_test(<name> SOURCES … LIBRARIES … [PROPERTIES …]): one GoogleTest executable, its cases known to
+# CTest, with properties there.
 function(zelk_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;PROPERTIES")
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} zelk-test-support GTest::gmock_main)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES ${arg_PROPERTIES})
 endfunction()

@@ -66,7 +66,7 @@ void requireCount(const SofaFile& file, const char* what, std::size_t found, std
       fmt::format("{}: the file holds {} {}, expected {}", file.path(), found, what, expected));
 }
 
-void fillPositions(const std::vector<SofaFile::Position>& positions, PARNIX_LocationArray& array) {
+void fillPositions(const std::vector<BF::Position>& positions, PARNIX_LocationArray& array) {
   for (std::size_t i = 0; i < positions.size(); ++i) {
     array.ids[i] = static_cast<int>(i);
     array.positions[i].x = static_cast<float>(positions[i][0]);

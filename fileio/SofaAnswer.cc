@@ -103,7 +103,7 @@ void SofaAnswer::checkCounts() const {
 
 void SofaAnswer::checkNumbers() const {
   const auto* places = reinterpret_cast<const double*>(bytes.data.get() + layout.sources);
-  // A place relative to a listener is the difference of two, turned.
+  // A position relative to the listener is a rotated difference of two positions.
   if (!allWithin(std::span(places, 3 * (M() + R())), 8.0 * MAX_COORDINATE) ||
       !allWithin(delays(), std::numeric_limits<double>::max()) ||
       !allWithin(values(), std::numeric_limits<float>::max())) {
@@ -111,9 +111,9 @@ void SofaAnswer::checkNumbers() const {
   }
 }
 
-std::vector<SofaPosition> SofaAnswer::positions(std::size_t at, std::size_t count) const {
-  std::vector<SofaPosition> result(count);
-  std::memcpy(result.data(), bytes.data.get() + at, count * sizeof(SofaPosition));
+std::vector<BF::Position> SofaAnswer::positions(std::size_t at, std::size_t count) const {
+  std::vector<BF::Position> result(count);
+  std::memcpy(result.data(), bytes.data.get() + at, count * sizeof(BF::Position));
   return result;
 }
 

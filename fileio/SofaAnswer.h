@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -9,8 +8,7 @@
 #include <string>
 #include <vector>
 
-/// A position in metres: x forward, y left, z up.
-using SofaPosition = std::array<double, 3>;
+#include "geometry/Position.h"
 
 enum class AnswerState : std::uint64_t {
   UNFINISHED = 0,     ///< the reader has not come to its end
@@ -42,9 +40,11 @@ struct AnswerHead {
 ///
 ///   sources      M × 3 doubles
 ///   microphones  R × 3 doubles
-///   delays       M × R doubles, in samples (FIR with responses)
-///   values       M × R × N floats (FIR), or real parts and then imaginary ones (TF), with
-///   responses text         warnings, a line each, or the reason of a refusal
+///   delays       M × R doubles, in samples (FIR)
+///   values       M × R × N floats (FIR), or as many real parts, then imaginary ones (TF)
+///   text         warnings, a line each, or the reason of a refusal
+///
+/// Without responses there are neither delays nor values.
 struct AnswerLayout {
   std::size_t sources = sizeof(AnswerHead);
   std::size_t microphones = sizeof(AnswerHead);
@@ -76,8 +76,8 @@ class SofaAnswer {
   SofaAnswer(AnswerBytes memory, std::size_t limit);
 
   const AnswerHead& head() const { return begin; }
-  std::vector<SofaPosition> sourcePositions() const { return positions(layout.sources, M()); }
-  std::vector<SofaPosition> receiverPositions() const { return positions(layout.microphones, R()); }
+  std::vector<BF::Position> sourcePositions() const { return positions(layout.sources, M()); }
+  std::vector<BF::Position> receiverPositions() const { return positions(layout.microphones, R()); }
   std::vector<std::string> warnings() const;
 
   /// Whether there are values and delays.
@@ -91,7 +91,7 @@ class SofaAnswer {
  private:
   std::size_t M() const { return begin.measurements; }
   std::size_t R() const { return begin.receivers; }
-  std::vector<SofaPosition> positions(std::size_t at, std::size_t count) const;
+  std::vector<BF::Position> positions(std::size_t at, std::size_t count) const;
   std::string text() const;
   void checkCounts() const;
   void checkNumbers() const;

@@ -17,8 +17,6 @@
 /// comes back is checked again. A database of more than databaseLimit() bytes is refused.
 class SofaFile {
  public:
-  using Position = SofaPosition;  ///< metres: x forward, y left, z up
-
   enum class Part { HEAD, ALL };  ///< whether the responses are read, too
 
   /// Throws DataError, which names the file.
@@ -35,8 +33,8 @@ class SofaFile {
   double samplingRate() const { return answer.head().samplingRate; }
 
   /// Source positions seen from the listener, M of them, and receiver positions, R of them.
-  const std::vector<Position>& sourcePositions() const { return sources; }
-  const std::vector<Position>& receiverPositions() const { return microphones; }
+  const std::vector<BF::Position>& sourcePositions() const { return sources; }
+  const std::vector<BF::Position>& receiverPositions() const { return microphones; }
 
   /// The microphone, from 1, that the responses are relative to; 0 if to none. And the part of the
   /// measured responses' energy that their frame holds, 0 … 1, where the file says so.
@@ -65,7 +63,7 @@ class SofaFile {
  private:
   std::string name;
   SofaAnswer answer;
-  std::vector<Position> sources;
-  std::vector<Position> microphones;
+  std::vector<BF::Position> sources;
+  std::vector<BF::Position> microphones;
   std::vector<std::string> remarks;
 };

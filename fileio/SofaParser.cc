@@ -15,7 +15,7 @@
 
 namespace {
 
-using Position = SofaPosition;
+using BF::Position;
 
 [[noreturn]] void fail(const std::string& text) { throw DataError(text); }
 
@@ -24,8 +24,7 @@ constexpr double SPACING_TOLERANCE = 1e-4;
 
 /// Azimuth and elevation in degrees, distance in metres.
 Position fromSpherical(const Position& p) {
-  const BF::Location place = BF::locationOf({p[0], p[1], p[2]});
-  return {place.x, place.y, place.z};
+  return BF::asPosition(BF::locationOf({p[0], p[1], p[2]}));
 }
 
 double dot(const Position& a, const Position& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }

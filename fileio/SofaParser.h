@@ -24,8 +24,8 @@ class SofaParser {
   AnswerHead head(AnswerState state) const;
 
   /// Source positions seen from the listener, M of them, and receiver positions, R of them.
-  const std::vector<SofaPosition>& sourcePositions() const { return sources; }
-  const std::vector<SofaPosition>& receiverPositions() const { return microphones; }
+  const std::vector<BF::Position>& sourcePositions() const { return sources; }
+  const std::vector<BF::Position>& receiverPositions() const { return microphones; }
 
   /// What is odd about the file but no reason to refuse it, a sentence each.
   const std::vector<std::string>& warnings() const { return remarks; }
@@ -39,9 +39,9 @@ class SofaParser {
   void requireWithinLimit(const std::string& variable) const;
   void readFrequencies();
   void readSamplingRate();
-  std::vector<SofaPosition> readPositions(const std::string& variable, const std::string& type);
-  std::vector<SofaPosition> readListener(const std::string& variable, const std::string& typeOf,
-                                         const SofaPosition& absent);
+  std::vector<BF::Position> readPositions(const std::string& variable, const std::string& type);
+  std::vector<BF::Position> readListener(const std::string& variable, const std::string& typeOf,
+                                         const BF::Position& absent);
   void readSources();
   void readReceivers();
   void readOrigin();
@@ -57,7 +57,7 @@ class SofaParser {
   double rate = 0.0;
   std::uint64_t reference = 0;
   double share = AnswerHead::NOT_STATED;
-  std::vector<SofaPosition> sources;
-  std::vector<SofaPosition> microphones;
+  std::vector<BF::Position> sources;
+  std::vector<BF::Position> microphones;
   std::vector<std::string> remarks;
 };

@@ -113,7 +113,7 @@ void putGlobals(NcWriter& file, const Kind& kind) {
   for (const auto& [label, text] : globals) file.attribute(NC_GLOBAL, label, text);
 }
 
-std::vector<double> flattened(const std::vector<std::array<double, 3>>& rows) {
+std::vector<double> flattened(const std::vector<BF::Position>& rows) {
   std::vector<double> values;
   for (const auto& row : rows) values.insert(values.end(), row.begin(), row.end());
   return values;

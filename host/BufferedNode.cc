@@ -50,8 +50,8 @@ void BufferedNode::request(int outputId, const ParameterSet& req) {
   changed = raise(output.lookBack, req, "LOOKBACK") || changed;
   if (req.exist("INORDER")) inOrder = true;
 
-  // Only news travels on: a node that many paths lead to is not asked once per path, and links in
-  // a circle (through a node that looks back) come to an end.
+  // A request that changes nothing is not passed on: a node that many paths lead to is not asked
+  // once per path, and requests along links in a circle come to an end.
   if (passingRequests || (requestsPassed && !changed)) return;
   requestsPassed = true;
   passingRequests = true;

@@ -64,8 +64,8 @@ bool Iterator::conditionHolds(int frame) {
       "Iterator.cc", __LINE__);
 }
 
-// How the outer world uses the results says nothing about the frames inside: every output and the
-// condition are pulled at the newest frame.
+// What the outer network looks back or ahead counts outer frames. Inside, every output and the
+// condition are pulled at the loop's newest frame only.
 void Iterator::request(int, const ParameterSet&) {
   for (int i = 0; i < getOutputCount(); ++i) sink->request(i, ParameterSet());
   condition->request(0, ParameterSet());

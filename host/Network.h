@@ -12,7 +12,7 @@ inline namespace zelk {
 
 /// A node made of named nodes and the links between them. Its outputs are those of its sink, a
 /// Collector; its inputs appear to the nodes inside as outputs of a node that stands for the outer
-/// world.
+/// network.
 class Network : public Node {
  public:
   Network(std::string name, const ParameterSet& params);

@@ -176,6 +176,8 @@ int JackClient::period() const {
   return static_cast<int>(jack_get_buffer_size(impl->client.get()));
 }
 
+std::size_t JackClient::delay() const { return impl->delay; }
+
 bool JackClient::isRealTime() const { return jack_is_realtime(impl->client.get()) != 0; }
 
 std::vector<std::string> JackClient::soundGivers(const std::string& pattern) const {

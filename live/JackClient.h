@@ -25,9 +25,10 @@ class JackClient {
   ~JackClient();
 
   std::string name() const;
-  int samplingRate() const;  ///< in Hz
-  int period() const;        ///< samples from call to call; the server may change it
-  bool isRealTime() const;   ///< whether the server's threads come before those of other programs
+  int samplingRate() const;   ///< in Hz
+  int period() const;         ///< samples from call to call; the server may change it
+  std::size_t delay() const;  ///< in force since start(), in samples
+  bool isRealTime() const;    ///< whether the server's threads come before those of other programs
 
   /// Names of the server's ports that give sound (or take it), as it lists them, those that match a
   /// regular expression; "": those of sound cards.

@@ -25,9 +25,10 @@ LiveSeparation::LiveSeparation(Separation::Separator theSeparator, SourcesAt sou
       slots(slotCount),
       events(MAX_EVENTS) {}
 
-std::size_t LiveSeparation::delay(const Separation::Settings& settings, int period, int margin) {
+std::size_t LiveSeparation::delay(const Separation::Settings& settings, int period, int margin,
+                                  int step) {
   return static_cast<std::size_t>(settings.length + margin * period -
-                                  std::gcd(period, settings.advance));
+                                  std::gcd(step, settings.advance));
 }
 
 void LiveSeparation::run() {

@@ -41,11 +41,12 @@ class LiveSeparation {
   void run();
 
   /// How many samples a slot lags behind the microphones if the separation always has at least the
-  /// time of `margin` calls of the exchange, which take `period` samples each: frames are complete
-  /// length − advance samples after what they finish, their last sample may come at the worst place
-  /// of a call, and calls and frames fall in step every gcd(period, advance) samples:
-  ///   length + margin · period − gcd(period, advance)
-  static std::size_t delay(const Separation::Settings& settings, int period, int margin);
+  /// time of `margin` calls of the exchange, which take `period` samples each. `step` divides the
+  /// number of samples before every call: with calls of one size it is the period. A call may end
+  /// up to advance − gcd(step, advance) samples before the next frame is complete, and a frame
+  /// finishes what lies length − advance samples back:
+  ///   length + margin · period − gcd(step, advance)
+  static std::size_t delay(const Separation::Settings& settings, int period, int margin, int step);
 
   // ---- for one other thread
 

@@ -88,7 +88,7 @@ bool SampleExchange::recordSilence(std::size_t count) noexcept {
 }
 
 void SampleExchange::leaveOutLate() noexcept {
-  std::size_t count = std::min(missing, separated.read_available() / outputs);
+  std::size_t count = std::min(missing, playable());
   missing -= count;
   for (; count > 0; count -= std::min(CHUNK, count)) {
     separated.pop(chunk.data(), std::min(CHUNK, count) * outputs);
@@ -99,7 +99,7 @@ void SampleExchange::leaveOutLate() noexcept {
 /// what there was.
 std::size_t SampleExchange::play(float* const* slots, std::size_t begin, std::size_t end) noexcept {
   if (missing > 0) return begin;
-  end = std::min(end, begin + separated.read_available() / outputs);
+  end = std::min(end, begin + playable());
   for (; begin < end; begin += std::min(CHUNK, end - begin)) {
     const std::size_t part = std::min(CHUNK, end - begin);
     separated.pop(chunk.data(), part * outputs);

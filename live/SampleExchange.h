@@ -40,6 +40,9 @@ class SampleExchange {
   /// Takes count samples of each microphone and gives as many of each slot.
   void exchange(const float* const* microphones, float* const* slots, std::size_t count) noexcept;
 
+  /// Separated samples of every slot that have come.
+  std::size_t playable() const { return separated.read_available() / outputs; }
+
   /// Plays silence or leaves out separated sound, so that the delay becomes another one. Not while
   /// exchange() runs.
   void setDelay(std::size_t samples) noexcept;

@@ -5,7 +5,7 @@
 namespace BF {
 
 /// R := the upper triangular factor of B = Rᴴ · R (n × n), column by column (Golub & Van Loan,
-/// Matrix Computations, section 4.2); a pivot that is not positive gives a complex or zero diagonal
+/// Matrix Computations, chapter 4); a pivot that is not positive gives a complex or zero diagonal
 /// element, and the factorisation goes on. Throws NotSquareMatrixException.
 void choleskyFactor(const Matrix& B, Matrix& R);
 

@@ -4,6 +4,7 @@
 
 #include <complex>
 
+#include "matrix/Matrix.h"
 #include "matrix/Modulus.h"
 
 // Included once more for each kind of processor, which a plain guard would prevent.
@@ -86,6 +87,45 @@ HWY_INLINE void loadLanes(const std::complex<double>* const* rows, int count, Co
       to[i].re.lanes[l] = rows[l][i].real();
       to[i].im.lanes[l] = rows[l][i].imag();
     }
+  }
+}
+
+/// Element i of rows[l] := lane l of from[i], for LANES rows of count elements.
+HWY_INLINE void storeLanes(const Complex* from, int count, std::complex<double>* const* rows) {
+  int i = 0;
+#if HWY_TARGET != HWY_SCALAR
+  constexpr int HALF = LANES / 2;
+  for (; i + HALF <= count; i += HALF) {
+    V re[HALF];
+    V im[HALF];
+    for (int h = 0; h < HALF; ++h) {
+      re[h] = from[i + h].re.load();
+      im[h] = from[i + h].im.load();
+    }
+    transposePairs(re);
+    transposePairs(im);
+    for (int h = 0; h < HALF; ++h) {
+      hn::StoreU(hn::InterleaveLower(d, re[h], im[h]), d,
+                 reinterpret_cast<double*>(rows[2 * h] + i));
+      hn::StoreU(hn::InterleaveUpper(d, re[h], im[h]), d,
+                 reinterpret_cast<double*>(rows[2 * h + 1] + i));
+    }
+  }
+#endif
+  for (; i < count; ++i) {
+    for (int l = 0; l < LANES; ++l) rows[l][i] = {from[i].re.lanes[l], from[i].im.lanes[l]};
+  }
+}
+
+/// Lane l of to[i] := element (i, first + l) of a spectrum, which has a column for each bin.
+HWY_INLINE void loadColumns(const Matrix& spectrum, int first, Complex* to) {
+  const double* row = reinterpret_cast<const double*>(spectrum.data() + first);
+  for (int i = 0; i < spectrum.getRowCount(); ++i, row += 2 * spectrum.getColumnCount()) {
+    V re;
+    V im;
+    hn::LoadInterleaved2(d, row, re, im);
+    to[i].re.store(re);
+    to[i].im.store(im);
   }
 }
 

@@ -177,7 +177,7 @@ class Matrix {
   /// elements that are not finite.
   Matrix Inverse() const;
 
-  /// Moore–Penrose pseudo-inverse (columns × rows) V · Σ⁺ · Uᴴ (ibid., section 5.5); singular
+  /// Moore–Penrose pseudo-inverse (columns × rows) V · Σ⁺ · Uᴴ (ibid., chapter 5); singular
   /// values up to SMALL_NUMBER count as 0.
   Matrix pseudoInverse() const;
 
@@ -196,11 +196,11 @@ class Matrix {
   void eigenValues(Matrix& values, Matrix& vectors) const;
 
   /// A · x = λ · B · x for Hermitian A and Hermitian positive-definite B, both n × n: values (n ×
-  /// 1) and vectors (n × n), through the Cholesky factor of B (ibid., section 8.7). Throws
+  /// 1) and vectors (n × n), through the Cholesky factor of B (ibid., chapter 8). Throws
   /// NotSquareMatrixException. Not to be called on two threads at once.
   void generalizedEigenValues(const Matrix& B, Matrix& values, Matrix& vectors) const;
 
-  /// R⁻¹ for the upper triangular R with Rᴴ · R = this matrix (Cholesky; ibid., section 4.2): what
+  /// R⁻¹ for the upper triangular R with Rᴴ · R = this matrix (Cholesky; ibid., chapter 4): what
   /// generalizedEigenValues takes of its B. Throws NotSquareMatrixException.
   Matrix inverseCholeskyFactor() const;
 

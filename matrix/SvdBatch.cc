@@ -5,6 +5,7 @@
 // This one comes first.
 #include <hwy/foreach_target.h>
 
+#include "matrix/CholeskyFactor.h"
 #include "matrix/Lanes-inl.h"
 #include "matrix/SvdBatch.h"
 #include "matrix/svd.h"
@@ -159,6 +160,12 @@ class TallSvdBatch {
     diagonalise();
     for (int l = 0; l < LANES; ++l) sortDecreasing(l);
     normalisePhases();
+  }
+
+  /// Lane l, which the lanes did not serve, := matrix.
+  void replace(int l, const Matrix& matrix) {
+    load(l, matrix, false);
+    unusable[l] = false;
   }
 
   /// Whether lane l is to be decomposed by itself.
@@ -565,7 +572,15 @@ int decomposeFrom(std::size_t first, const Batch& items, bool transpose, int lef
   batch.clear(transpose ? columns : rows, transpose ? rows : columns, leftColumns);
   const int used = static_cast<int>(std::min<std::size_t>(LANES, items.size() - first));
   for (int l = 0; l < used; ++l) batch.load(l, *items[first + l].operand, transpose);
-  if (ofCholeskyFactor) batch.factorise();
+  if (ofCholeskyFactor) {
+    thread_local Matrix R;  // its storage is kept between calls
+    batch.factorise();
+    for (int l = 0; l < used; ++l) {
+      if (!batch.isUnusable(l)) continue;
+      choleskyFactor(*items[first + l].operand, R);
+      batch.replace(l, R);
+    }
+  }
   batch.decompose();
   return used;
 }

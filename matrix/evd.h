@@ -8,7 +8,7 @@ namespace BF {
 constexpr int JACOBI_MAX_SWEEPS = 50;
 
 /// Eigen-decomposition of a Hermitian matrix, A = V · diag(d) · Vᴴ, by cyclic Jacobi rotations with
-/// a threshold (Rutishauser 1966; Golub & Van Loan, Matrix Computations, section 8.5).
+/// a threshold (Rutishauser 1966; Golub & Van Loan, Matrix Computations, chapter 8).
 ///
 /// Of A (n × n) only the upper triangle is read, and nothing is changed. d becomes the n
 /// eigenvalues, V (n × n) the matching eigenvectors as columns. A decomposition that converges

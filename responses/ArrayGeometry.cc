@@ -13,17 +13,14 @@
 
 namespace {
 
+using BF::distance;
+using BF::Position;
 using std::numbers::pi;
-using Position = std::array<double, 3>;
 
 constexpr int MAX_MICROPHONES = 1024;
 constexpr double MAX_POSITIONS = 1e6;
-constexpr double MAX_DISTANCE = 1e4;  // metres
-constexpr double CLOSEST = 0.01;      // metres between a source and a microphone
-
-double distance(const Position& a, const Position& b) {
-  return std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]);
-}
+constexpr double MAX_DISTANCE = 1e4;   // metres
+constexpr double MIN_DISTANCE = 0.01;  // metres between a source and a microphone
 
 Position centreOf(const Positions& microphones) {
   Position centre = {0.0, 0.0, 0.0};
@@ -132,11 +129,12 @@ SofaTransferFunctions freeFieldResponses(const Positions& microphones, const Pos
     const double toCentre = distance(source, centre);
     for (std::size_t m = 0; m < microphones.size(); ++m) {
       const double away = distance(source, microphones[m]);
-      if (std::min(away, toCentre) < CLOSEST) {
+      if (std::min(away, toCentre) < MIN_DISTANCE) {
         throw DataError(fmt::format(
             "the source at {} m is {:.2g} m away from {}, expected {} m or more (--distances)",
             text(source), std::min(away, toCentre),
-            away < CLOSEST ? fmt::format("microphone {}", m) : "the array's centre", CLOSEST));
+            away < MIN_DISTANCE ? fmt::format("microphone {}", m) : "the array's centre",
+            MIN_DISTANCE));
       }
       const double turn = -pi * frame.rate * (away - toCentre) / BF::SPEED_OF_SOUND /
                           static_cast<double>(data.frequencies - 1);  // radians per bin

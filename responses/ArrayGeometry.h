@@ -1,14 +1,13 @@
 #pragma once
 
-#include <array>
 #include <string>
 #include <vector>
 
 #include "fileio/SofaWriter.h"
+#include "geometry/Position.h"
 #include "responses/ResponseImport.h"
 
-/// Positions in metres: x forward, y left, z up.
-using Positions = std::vector<std::array<double, 3>>;
+using Positions = std::vector<BF::Position>;
 
 /// `count` microphones on a horizontal circle around the origin: the first in front, the others
 /// counter-clockwise (to the left). `count` must be 1 or more, the radius above 0.

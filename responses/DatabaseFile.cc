@@ -40,8 +40,8 @@ SofaTransferFunctions transferFunctionsOf(const SofaFile& file) {
 BF::TransformFunctionDatabase databaseOf(const SofaTransferFunctions& data) {
   BF::TransformFunctionDatabase database;
   database.sourceLocations = sourcesAsSeparated(data.sourcePositions);
-  for (const SofaFile::Position& p : data.receiverPositions) {
-    const BF::SourceLocation place = asSeparated({p[0], p[1], p[2]}, 0, true);
+  for (const BF::Position& p : data.receiverPositions) {
+    const BF::SourceLocation place = asSeparated(BF::asLocation(p), 0, true);
     database.micLocations.emplace_back(place.x, place.y, place.z);
   }
   const std::size_t P = data.sourcePositions.size();

@@ -11,12 +11,14 @@
 
 #include "dsp/RealFft.h"
 #include "geometry/Direction.h"
+#include "geometry/Position.h"
 #include "geometry/SpeedOfSound.h"
 
 namespace {
 
+using BF::distance;
+using BF::Position;
 using std::numbers::pi;
-using Position = std::array<double, 3>;
 
 constexpr std::size_t MAX_COMPARISONS = 20000;
 constexpr std::size_t MIN_DIRECTIONS = 4;
@@ -26,10 +28,6 @@ constexpr std::size_t OVERSAMPLING = 4;
 /// Sound goes round a head by up to about half more than the straight way; channels may differ.
 constexpr double DETOUR = 1.6;
 constexpr double CHANNEL_DELAY = 5e-4;  // seconds
-
-double distance(const Position& a, const Position& b) {
-  return std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]);
-}
 
 /// Finds by how much one response is later than another.
 class DelayFinder {
@@ -143,7 +141,8 @@ std::optional<DelayAgreement> compareDelays(const SofaTransferFunctions& data) {
   const std::size_t R = data.receiverPositions.size();
   const std::size_t M = data.sourcePositions.size();
   if (M < MIN_DIRECTIONS || R < 2) return std::nullopt;
-  // Of very many microphones, the pairs of neighbours in the file and those with the first one.
+  // Of very many microphones, only the pairs of neighbours in the file and those with the first
+  // one.
   const bool allPairs = R * (R - 1) / 2 * MIN_DIRECTIONS <= MAX_COMPARISONS;
   const std::size_t pairs = allPairs ? R * (R - 1) / 2 : 2 * R;
   const std::size_t picked = std::clamp(MAX_COMPARISONS / pairs, MIN_DIRECTIONS, M);
@@ -175,7 +174,7 @@ std::string describe(const DelayAgreement& agreement, const SofaTransferFunction
     return fmt::format("the worst pair: {}", numbers);
   }
   const Position& p = data.sourcePositions[agreement.example];
-  const BF::Direction direction = BF::directionOf({p[0], p[1], p[2]});
+  const BF::Direction direction = BF::directionOf(BF::asLocation(p));
   return fmt::format(
       "the responses contradict the positions: {}; sound from position {} (azimuth {:.0f}°, "
       "elevation {:.0f}°) arrives {} by the responses, {} by the positions. Separation follows the "

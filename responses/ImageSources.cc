@@ -7,8 +7,8 @@
 
 namespace {
 
+using BF::Position;
 using std::numbers::pi;
-using Place = std::array<double, 3>;
 
 constexpr double PULSE = 0.008;   // seconds
 constexpr std::size_t FINER = 8;  // grid points per sample
@@ -46,7 +46,7 @@ std::uint64_t mixed(std::uint64_t x) {
 }
 
 /// Moves an image by up to jitter along each axis.
-void scatter(Place& place, const std::array<int, 3>& numbers, double jitter, unsigned seed) {
+void scatter(Position& place, const std::array<int, 3>& numbers, double jitter, unsigned seed) {
   std::uint64_t state = mixed(seed);
   for (const int number : numbers) state = mixed(state ^ static_cast<std::uint32_t>(number));
   for (double& x : place) {
@@ -57,8 +57,9 @@ void scatter(Place& place, const std::array<int, 3>& numbers, double jitter, uns
 
 }  // namespace
 
-std::vector<ImageSource> imagesOf(const ShoeBox& room, const Place& source, const Place& listener,
-                                  double reach, double jitter, unsigned seed) {
+std::vector<ImageSource> imagesOf(const ShoeBox& room, const Position& source,
+                                  const Position& listener, double reach, double jitter,
+                                  unsigned seed) {
   std::array<std::vector<Coordinate>, 3> axes;
   for (std::size_t a = 0; a < 3; ++a) {
     axes[a] = coordinates(room.size[a], source[a], listener[a], room.reflection[2 * a],

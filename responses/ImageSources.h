@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "geometry/Position.h"
+
 /// A room between the planes 0 and size[a] of each axis a, with walls of one absorption each.
 struct ShoeBox {
   std::array<double, 3> size = {};  ///< metres
@@ -13,7 +15,7 @@ struct ShoeBox {
 
 /// One mirror image of a source.
 struct ImageSource {
-  std::array<double, 3> place = {};
+  BF::Position place = {};
   double gain = 0.0;  ///< product of the reflection coefficients on its way
 };
 
@@ -26,9 +28,9 @@ struct ImageSource {
 /// random numbers that depend on the image and on the seed alone. This breaks up the regular order
 /// of images whose echoes sweep (E. De Sena et al.: On the modeling of rectangular geometries in
 /// room acoustic simulations, IEEE/ACM Trans. Audio Speech Lang. Process. 23, 2015).
-std::vector<ImageSource> imagesOf(const ShoeBox& room, const std::array<double, 3>& source,
-                                  const std::array<double, 3>& listener, double reach,
-                                  double jitter = 0.0, unsigned seed = 1);
+std::vector<ImageSource> imagesOf(const ShoeBox& room, const BF::Position& source,
+                                  const BF::Position& listener, double reach, double jitter = 0.0,
+                                  unsigned seed = 1);
 
 /// A sum of pulses at any times, as samples: each pulse is a sinc function under a Hann window of
 /// 8 ms (P. M. Peterson: Simulating the response of multiple microphones to a single acoustic

@@ -22,8 +22,6 @@ struct MeasuredResponses {
   double delay(std::size_t m, std::size_t r) const { return delays[m * receivers + r]; }
 };
 
-/// Reads the responses of a file of either data type. Transfer functions of N frequencies become
-/// 2 · (N − 1) samples; the last eighth of these counts as the time before 0, where an inverse
-/// transform leaves what rings ahead of an early onset, or the last half if they are relative to a
-/// microphone. Throws DataError.
+/// Reads the responses of a file of either data type; those of transfer functions by
+/// inverseTransforms. Throws DataError.
 MeasuredResponses readMeasuredResponses(const SofaFile& file);

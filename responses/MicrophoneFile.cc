@@ -43,7 +43,7 @@ json parse(const std::string& path) {
   }
 }
 
-std::array<double, 3> readPosition(const std::string& path, std::size_t index, const json& row) {
+BF::Position readPosition(const std::string& path, std::size_t index, const json& row) {
   const bool valid =
       row.is_array() && row.size() == 3 && std::all_of(row.begin(), row.end(), [](const json& x) {
         return x.is_number() && std::abs(x.get<double>()) <= MAX_COORDINATE;
@@ -53,7 +53,7 @@ std::array<double, 3> readPosition(const std::string& path, std::size_t index, c
         fmt::format("{}: /microphones/{}: found {}, expected [x, y, z] in metres, each within ±{}",
                     path, index, quotedJson(row), MAX_COORDINATE));
   }
-  return row.get<std::array<double, 3>>();
+  return row.get<BF::Position>();
 }
 
 }  // namespace

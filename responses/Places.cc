@@ -2,17 +2,16 @@
 
 #include <utility>
 
-std::vector<BF::SourceLocation> sourcesAsSeparated(
-    const std::vector<SofaFile::Position>& positions) {
+std::vector<BF::SourceLocation> sourcesAsSeparated(const std::vector<BF::Position>& positions) {
   std::vector<BF::SourceLocation> sources;
   int id = 0;
-  for (const SofaFile::Position& p : positions) {
-    sources.push_back(asSeparated({p[0], p[1], p[2]}, id++, true));
+  for (const BF::Position& p : positions) {
+    sources.push_back(asSeparated(BF::asLocation(p), id++, true));
   }
   return sources;
 }
 
-MeasuredPlaces::MeasuredPlaces(std::vector<SofaFile::Position> positions)
+MeasuredPlaces::MeasuredPlaces(std::vector<BF::Position> positions)
     : grid{sourcesAsSeparated(positions), {}, {}}, places(std::move(positions)) {}
 
 std::size_t MeasuredPlaces::nearest(const BF::Location& point) const {
@@ -20,6 +19,5 @@ std::size_t MeasuredPlaces::nearest(const BF::Location& point) const {
 }
 
 BF::Location MeasuredPlaces::place(std::size_t number) const {
-  const SofaFile::Position& p = places.at(number);
-  return {p[0], p[1], p[2]};
+  return BF::asLocation(places.at(number));
 }

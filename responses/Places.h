@@ -4,18 +4,18 @@
 #include <vector>
 
 #include "fileio/SofaFile.h"
+#include "geometry/Position.h"
 #include "geometry/TransformFunctionDatabase.h"
 #include "scene/Scene.h"
 #include "scene/SceneMoment.h"
 
 /// Source positions as the separation has them, with their numbers from 0 as ids.
-std::vector<BF::SourceLocation> sourcesAsSeparated(
-    const std::vector<SofaFile::Position>& positions);
+std::vector<BF::SourceLocation> sourcesAsSeparated(const std::vector<BF::Position>& positions);
 
 /// Source positions, and the choice between them that the separation makes.
 class MeasuredPlaces {
  public:
-  explicit MeasuredPlaces(std::vector<SofaFile::Position> positions);
+  explicit MeasuredPlaces(std::vector<BF::Position> positions);
   explicit MeasuredPlaces(const SofaFile& file) : MeasuredPlaces(file.sourcePositions()) {}
 
   std::size_t count() const { return places.size(); }
@@ -27,5 +27,5 @@ class MeasuredPlaces {
 
  private:
   BF::TransformFunctionDatabase grid;  // without responses
-  std::vector<SofaFile::Position> places;
+  std::vector<BF::Position> places;
 };

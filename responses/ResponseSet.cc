@@ -8,8 +8,7 @@
 #include <utility>
 
 #include "dsp/DataError.h"
-#include "dsp/RealFft.h"
-#include "responses/Places.h"
+#include "responses/InverseTransform.h"
 
 namespace {
 
@@ -79,34 +78,11 @@ void ResponseSet::setRate(double given) {
 }
 
 void ResponseSet::takeTransferFunctions(const std::vector<std::complex<float>>& H, std::size_t N) {
-  if (N < 2) {
-    throw DataError(fmt::format("{}: N is {}, expected two frequencies at least", name, N));
-  }
-  const std::size_t count = measurements() * microphones();
-  samples = 2 * (N - 1);
-  impulseResponses.resize(count * samples);
-  delays.assign(count, 0.0);
-  Audio::RealFft transform(static_cast<int>(samples));
-  const std::size_t eighth = samples / 8;
-  double last = 0.0;
-  double before = 0.0;
-  for (std::size_t i = 0; i < count; ++i) {
-    float* h = impulseResponses.data() + i * samples;
-    transform.inverse(H.data() + i * N, h);
-    for (std::size_t n = samples - eighth; n < samples; ++n) {
-      last += static_cast<double>(h[n]) * h[n];
-      before += static_cast<double>(h[n - eighth]) * h[n - eighth];
-    }
-  }
-  if (reference > 0) {
-    lead = samples / 2;
-  } else if (last > 2.0 * before) {
-    lead = eighth;
-  }
-  for (std::size_t i = 0; i < count; ++i) {
-    float* h = impulseResponses.data() + i * samples;
-    std::rotate(h, h + samples - lead, h + samples);
-  }
+  InverseTransforms inverse = inverseTransforms(name, H, N, reference);
+  samples = inverse.length;
+  lead = inverse.lead;
+  impulseResponses = std::move(inverse.values);
+  delays.assign(measurements() * microphones(), 0.0);
 }
 
 void ResponseSet::takeImpulseResponses(const SofaFile& file) {

@@ -26,7 +26,7 @@ class ResponseSet : public Responses {
   const std::string& path() const { return name; }
   int samplingRate() const override { return rate; }
   std::size_t microphones() const override { return array.size(); }
-  const std::vector<SofaFile::Position>& microphonePositions() const { return array; }
+  const std::vector<BF::Position>& microphonePositions() const { return array; }
   std::size_t measurements() const { return places.count(); }
   int referenceMicrophone() const { return reference; }
 
@@ -41,11 +41,8 @@ class ResponseSet : public Responses {
   /// inverse transform, whose begin stands leadIn() samples late.
   std::vector<double> response(std::size_t measurement, std::size_t r) const override;
 
-  /// Samples at the end of an inverse transform that are taken to lie before time 0, so that every
-  /// response is delayed by them; 0 for DataType FIR. They are an eighth of the transform's length
-  /// when, over all responses, it holds more than twice the energy of the eighth before it: a
-  /// response that begins after time 0 has decayed there. Responses relative to a microphone reach
-  /// as far before time 0 as after it: then they are half of the length.
+  /// Samples by which every response is delayed: those before time 0 of the inverse transforms
+  /// (see inverseTransforms); 0 for DataType FIR.
   std::size_t leadIn() const { return lead; }
 
  private:
@@ -56,7 +53,7 @@ class ResponseSet : public Responses {
 
   std::string name;
   MeasuredPlaces places;
-  std::vector<SofaFile::Position> array;
+  std::vector<BF::Position> array;
   int reference = 0;
   Reverberation tail;
   int rate = 0;

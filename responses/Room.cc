@@ -14,13 +14,14 @@
 #include "dsp/DataError.h"
 #include "dsp/FastConvolution.h"
 #include "geometry/Direction.h"
+#include "geometry/Position.h"
 #include "geometry/SpeedOfSound.h"
 
 namespace {
 
+using BF::Position;
 using BF::SPEED_OF_SOUND;
 using std::numbers::pi;
-using Place = std::array<double, 3>;
 using Channels = std::vector<std::vector<double>>;
 
 constexpr double MAX_SIDE = 200.0;  // metres
@@ -35,48 +36,48 @@ constexpr double NEAR_WALL = 0.9;           // of the way from the array
 constexpr std::size_t MAX_AROUND = 24;      // places of noise, each of which the room spreads
 constexpr double STEP = 0.08;               // metres between the places of a moving source
 
-// Not std::hypot, which takes several times as long: millions of these are computed.
-double distance(const Place& a, const Place& b) {
+// Not BF::distance, whose std::hypot takes several times as long: millions of these are computed.
+double fastDistance(const Position& a, const Position& b) {
   const double x = a[0] - b[0];
   const double y = a[1] - b[1];
   const double z = a[2] - b[2];
   return std::sqrt(x * x + y * y + z * z);
 }
 
-std::string metres(const Place& p) {
+std::string metres(const Position& p) {
   return fmt::format("({:.3g}, {:.3g}, {:.3g}) m", p[0], p[1], p[2]);
 }
 
-bool isInside(const Place& p, const Place& size) {
+bool isInside(const Position& p, const Position& size) {
   for (std::size_t a = 0; a < 3; ++a) {
     if (!(p[a] > 0.0 && p[a] < size[a])) return false;
   }
   return true;
 }
 
-double volumeOf(const Place& size) { return size[0] * size[1] * size[2]; }
+double volumeOf(const Position& size) { return size[0] * size[1] * size[2]; }
 
 /// Areas of the walls at x = 0, x = length, y = 0 …
-std::array<double, 6> wallsOf(const Place& size) {
+std::array<double, 6> wallsOf(const Position& size) {
   const double x = size[1] * size[2];
   const double y = size[0] * size[2];
   const double z = size[0] * size[1];
   return {x, x, y, y, z, z};
 }
 
-double surfaceOf(const Place& size) {
+double surfaceOf(const Position& size) {
   double sum = 0.0;
   for (const double wall : wallsOf(size)) sum += wall;
   return sum;
 }
 
 // α from Eyring's formula, ln(1 − α) = −24 · ln 10 · V / (c · S · T60).
-double absorptionFor(double t60, const Place& size) {
+double absorptionFor(double t60, const Position& size) {
   return 1.0 - std::exp(-24.0 * std::numbers::ln10 * volumeOf(size) /
                         (SPEED_OF_SOUND * surfaceOf(size) * t60));
 }
 
-double t60Of(const std::array<double, 6>& absorption, const Place& size) {
+double t60Of(const std::array<double, 6>& absorption, const Position& size) {
   double mean = 0.0;
   for (std::size_t i = 0; i < 6; ++i) mean += absorption[i] * wallsOf(size)[i] / surfaceOf(size);
   if (mean >= 1.0) return 0.0;
@@ -143,11 +144,11 @@ class Directions {
   double distance(std::size_t m) const { return distances[m]; }
 
   /// The position with the largest cosine to a direction.
-  std::size_t nearest(const Place& direction) const {
+  std::size_t nearest(const Position& direction) const {
     std::size_t best = 0;
     double most = -std::numeric_limits<double>::infinity();
     for (std::size_t m = 0; m < units.size(); ++m) {
-      const Place& u = units[m];
+      const Position& u = units[m];
       const double product = u[0] * direction[0] + u[1] * direction[1] + u[2] * direction[2];
       if (product <= most) continue;
       most = product;
@@ -157,7 +158,7 @@ class Directions {
   }
 
  private:
-  std::vector<Place> units;
+  std::vector<Position> units;
   std::vector<double> distances;
 };
 
@@ -184,30 +185,31 @@ Room::Room(const RoomDescription& description, int samplingRate)
         "--room {} with a T60 of {:.3g} s has {:.2g} images of a source, expected at most {:.2g}",
         fmt::join(box.size, ","), decay, images, MAX_IMAGES));
   }
-  at = wanted.at.value_or(Place{OFF_MIDDLE * box.size[0], (1.0 - OFF_MIDDLE) * box.size[1],
-                                std::min(USUAL_HEIGHT, 0.5 * box.size[2])});
+  at = wanted.at.value_or(Position{OFF_MIDDLE * box.size[0], (1.0 - OFF_MIDDLE) * box.size[1],
+                                   std::min(USUAL_HEIGHT, 0.5 * box.size[2])});
   inRoom({0.0, 0.0, 0.0}, "--array-at: the array");
 }
 
-Place Room::inRoom(const Place& point, const std::string& what) const {
+Position Room::inRoom(const Position& point, const std::string& what) const {
   const double angle = BF::radians(wanted.facing);
-  const Place p = {at[0] + std::cos(angle) * point[0] - std::sin(angle) * point[1],
-                   at[1] + std::sin(angle) * point[0] + std::cos(angle) * point[1],
-                   at[2] + point[2]};
+  const Position p = {at[0] + std::cos(angle) * point[0] - std::sin(angle) * point[1],
+                      at[1] + std::sin(angle) * point[0] + std::cos(angle) * point[1],
+                      at[2] + point[2]};
   if (isInside(p, box.size)) return p;
   throw DataError(fmt::format("{} is at {} in the room, expected within the {} m of --room", what,
                               metres(p), fmt::join(box.size, " × ")));
 }
 
 // Directions by the golden spiral: equal steps of height, each turned by the golden angle.
-std::vector<Place> Room::nearWalls(std::size_t count) const {
+std::vector<Position> Room::nearWalls(std::size_t count) const {
   const double angle = BF::radians(wanted.facing);
-  std::vector<Place> points;
+  std::vector<Position> points;
   for (std::size_t i = 0; i < count; ++i) {
     const double up = 1.0 - (2.0 * static_cast<double>(i) + 1.0) / static_cast<double>(count);
     const double turn = pi * (3.0 - std::sqrt(5.0)) * static_cast<double>(i);
     const double flat = std::sqrt(1.0 - up * up);
-    const Place inAxesOfRoom = {flat * std::cos(turn + angle), flat * std::sin(turn + angle), up};
+    const Position inAxesOfRoom = {flat * std::cos(turn + angle), flat * std::sin(turn + angle),
+                                   up};
     double way = std::numeric_limits<double>::infinity();  // to the first wall
     for (std::size_t a = 0; a < 3; ++a) {
       const double left = inAxesOfRoom[a] < 0.0 ? -at[a] : box.size[a] - at[a];
@@ -220,8 +222,9 @@ std::vector<Place> Room::nearWalls(std::size_t count) const {
 }
 
 // What is farther away arrives after the sound has fallen by 60 dB, but the direct sound counts.
-std::vector<ImageSource> Room::images(const Place& source, const Place& listener) const {
-  const double reach = std::max(SPEED_OF_SOUND * decay, distance(source, listener) + MIN_DISTANCE);
+std::vector<ImageSource> Room::images(const Position& source, const Position& listener) const {
+  const double reach =
+      std::max(SPEED_OF_SOUND * decay, fastDistance(source, listener) + MIN_DISTANCE);
   return imagesOf(box, source, listener, reach, wanted.jitter, wanted.seed);
 }
 
@@ -251,20 +254,21 @@ void Room::highPass(std::vector<double>& response) const {
   }
 }
 
-Channels Room::responses(const Place& source, const std::vector<Place>& microphones) const {
-  const Place from = inRoom(source, fmt::format("a source at {} from the array", metres(source)));
-  std::vector<Place> to;
+Channels Room::responses(const Position& source, const std::vector<Position>& microphones) const {
+  const Position from =
+      inRoom(source, fmt::format("a source at {} from the array", metres(source)));
+  std::vector<Position> to;
   double farthest = 0.0;
   for (std::size_t r = 0; r < microphones.size(); ++r) {
     to.push_back(inRoom(microphones[r], fmt::format("microphone {}", r)));
-    farthest = std::max(farthest, distance(from, to.back()));
+    farthest = std::max(farthest, fastDistance(from, to.back()));
   }
   const std::size_t length = samplesFor(farthest);
   const std::vector<ImageSource> all = images(from, at);
-  const auto heardAt = [&](const Place& microphone) {
+  const auto heardAt = [&](const Position& microphone) {
     PulseTrain train(rate, length);
     for (const ImageSource& image : all) {
-      const double d = std::max(MIN_DISTANCE, distance(image.place, microphone));
+      const double d = std::max(MIN_DISTANCE, fastDistance(image.place, microphone));
       train.add(d / SPEED_OF_SOUND * rate, image.gain / d);
     }
     std::vector<double> response = train.samples();
@@ -283,8 +287,9 @@ Channels Room::responses(const Place& source, const std::vector<Place>& micropho
   return result;
 }
 
-Channels Room::responses(const Place& source, const ResponseSet& set) const {
-  const Place from = inRoom(source, fmt::format("a source at {} from the array", metres(source)));
+Channels Room::responses(const Position& source, const ResponseSet& set) const {
+  const Position from =
+      inRoom(source, fmt::format("a source at {} from the array", metres(source)));
   const Directions directions(set);
   const double angle = BF::radians(wanted.facing);
   const double cosine = std::cos(angle);
@@ -299,7 +304,7 @@ Channels Room::responses(const Place& source, const ResponseSet& set) const {
     pulses[m].push_back({d / SPEED_OF_SOUND * rate, image.gain * directions.distance(m) / d});
   }
 
-  const std::size_t length = samplesFor(distance(from, at));
+  const std::size_t length = samplesFor(fastDistance(from, at));
   Channels result(set.microphones());
   for (std::size_t m = 0; m < pulses.size(); ++m) {
     if (pulses[m].empty()) continue;
@@ -334,14 +339,14 @@ std::string Room::text() const {
 }
 
 SofaImpulseResponses impulseResponses(const Responses& responses,
-                                      const std::vector<Place>& microphones,
-                                      const std::vector<Place>& sources) {
+                                      const std::vector<Position>& microphones,
+                                      const std::vector<Position>& sources) {
   SofaImpulseResponses data;
   data.sourcePositions = sources;
   data.receiverPositions = microphones;
   data.samplingRate = responses.samplingRate();
   Channels all;
-  for (const Place& source : sources) {
+  for (const Position& source : sources) {
     const std::size_t place = responses.nearest({source[0], source[1], source[2]});
     for (std::size_t r = 0; r < microphones.size(); ++r) {
       all.push_back(responses.response(place, r));
@@ -352,8 +357,8 @@ SofaImpulseResponses impulseResponses(const Responses& responses,
   return data;
 }
 
-SofaImpulseResponses roomResponses(const Room& room, const std::vector<Place>& microphones,
-                                   const std::vector<Place>& sources) {
+SofaImpulseResponses roomResponses(const Room& room, const std::vector<Position>& microphones,
+                                   const std::vector<Position>& sources) {
   SofaImpulseResponses data;
   data.sourcePositions = sources;
   data.receiverPositions = microphones;
@@ -362,7 +367,7 @@ SofaImpulseResponses roomResponses(const Room& room, const std::vector<Place>& m
   data.roomType = "shoebox";
   Channels all;
   const double rows = static_cast<double>(sources.size() * microphones.size());
-  for (const Place& source : sources) {
+  for (const Position& source : sources) {
     Channels channels = room.responses(source, microphones);
     data.samples = std::max(data.samples, channels[0].size());
     if (rows * static_cast<double>(data.samples) > MAX_VALUES) {
@@ -377,15 +382,15 @@ SofaImpulseResponses roomResponses(const Room& room, const std::vector<Place>& m
   return data;
 }
 
-RoomResponses::RoomResponses(const Room& theRoom, std::vector<Place> microphonePositions)
+RoomResponses::RoomResponses(const Room& theRoom, std::vector<Position> microphonePositions)
     : room(theRoom), inAir(std::move(microphonePositions)) {}
 
 RoomResponses::RoomResponses(const Room& theRoom, const ResponseSet& directionsHeard)
     : room(theRoom), directions(&directionsHeard) {}
 
 std::size_t RoomResponses::nearest(const BF::Location& point) const {
-  const auto away = [&](const BF::Location& p) {
-    return std::hypot(p.x - point.x, p.y - point.y, p.z - point.z);
+  const auto away = [to = BF::asPosition(point)](const BF::Location& p) {
+    return BF::distance(BF::asPosition(p), to);
   };
   const auto found =
       std::min_element(places.begin(), places.end(),
@@ -399,14 +404,14 @@ std::size_t RoomResponses::nearest(const BF::Location& point) const {
 
 std::vector<std::size_t> RoomResponses::surround(std::size_t count) const {
   std::vector<std::size_t> chosen;
-  for (const Place& p : room.nearWalls(std::min(count, MAX_AROUND)))
-    chosen.push_back(nearest({p[0], p[1], p[2]}));
+  for (const Position& p : room.nearWalls(std::min(count, MAX_AROUND)))
+    chosen.push_back(nearest(BF::asLocation(p)));
   return chosen;
 }
 
 std::vector<double> RoomResponses::response(std::size_t place, std::size_t r) const {
   if (place != computedPlace) {
-    const Place source = {places[place].x, places[place].y, places[place].z};
+    const Position source = BF::asPosition(places[place]);
     computed = directions ? room.responses(source, *directions) : room.responses(source, inAir);
     computedPlace = place;
   }

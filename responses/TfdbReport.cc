@@ -12,12 +12,13 @@
 
 #include "dsp/Decibels.h"
 #include "geometry/Direction.h"
+#include "geometry/Position.h"
 #include "responses/DatabaseFile.h"
 #include "responses/DelayCheck.h"
 
 namespace {
 
-using Position = SofaFile::Position;
+using BF::Position;
 
 constexpr std::size_t MAX_CHECK = 4096;
 constexpr std::size_t CHECKED_VALUES = std::size_t{1} << 27;
@@ -27,7 +28,7 @@ std::string counted(std::size_t count, const char* noun) {
   return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
-double distanceOf(const Position& p) { return std::hypot(p[0], p[1], p[2]); }
+double distanceOf(const Position& p) { return BF::directionOf(BF::asLocation(p)).distance; }
 
 template <class Measure>
 std::string range(const std::vector<Position>& positions, Measure measure) {
@@ -41,7 +42,7 @@ std::string range(const std::vector<Position>& positions, Measure measure) {
 }
 
 std::string sourcesText(const std::vector<Position>& sources) {
-  const auto direction = [](const Position& p) { return BF::directionOf({p[0], p[1], p[2]}); };
+  const auto direction = [](const Position& p) { return BF::directionOf(BF::asLocation(p)); };
   const auto azimuth = [&](const Position& p) { return direction(p).azimuth; };
   const auto elevation = [&](const Position& p) { return direction(p).elevation; };
   return fmt::format("sources:      azimuth {}°, elevation {}°, distance {} m\n",
@@ -121,15 +122,7 @@ std::string originText(int reference, const std::optional<double>& share) {
 
 /// The file's responses as transfer functions at its own rate, for examination.
 SofaTransferFunctions examined(const SofaFile& file, ImportReport& report) {
-  if (file.isTransferFunctions()) {
-    SofaTransferFunctions data;
-    data.sourcePositions = file.sourcePositions();
-    data.receiverPositions = file.receiverPositions();
-    data.samplingRate = file.samplingRate();
-    data.frequencies = file.length();
-    data.values = file.readTransferFunctions();
-    return data;
-  }
+  if (file.isTransferFunctions()) return transferFunctionsOf(file);
   std::size_t length = std::clamp<std::size_t>(std::bit_ceil(file.length()), 64, MAX_CHECK);
   const std::size_t responses = file.measurements() * file.receivers();
   while (length > 64 && responses > CHECKED_VALUES / (length / 2 + 1)) length /= 2;

@@ -56,7 +56,7 @@ for method in "${methods[@]}"; do
   kill -0 $live 2>/dev/null || { cat "$out/errors.txt" >&2; exit 1; }
   last=$(resident $live)
   load=$(awk "BEGIN {printf \"%.1f %%\", 100 * $(cpu_seconds $live) / ($minutes * 60)}")
-  kill -INT $live
+  kill -TERM $live # SIGINT is ignored by what a script runs in the background
   wait $live || { cat "$out/errors.txt" >&2; exit 1; }
   echo "| \`$method\` | $minutes | $(report 'separation was late ([0-9]+) times') |" \
     "$(report '\(([0-9]+) samples silent') | $(report 'the server ([0-9]+) times') | $load | $first | $last |"

@@ -16,7 +16,7 @@ namespace Separation {
 /// windowed Fourier transforms, a separation engine per frame and overlap-add (Allen, "Short term
 /// spectral analysis, synthesis, and modification by discrete Fourier transform", 1977; windowed on
 /// both sides as by Griffin and Lim, "Signal estimation from modified short-time Fourier
-/// transform", 1984, equation 6).
+/// transform", 1984).
 ///
 /// Frame f holds `length` samples from (f + 1) · advance − length on; samples before number 0 and
 /// after the last one are zeros. The list of sources that is in force at the frame's centre, but

@@ -50,12 +50,16 @@ inline constexpr BF::BfAlgorithmType ALGORITHM_MVDR{101};
 /// sources as the reference microphone hears them; noise that is no listed source, which CML and
 /// LCMV hold back, comes through again.
 struct RefinementSettings {
-  /// Passes over the recording after those of the method, 0 or more: each takes the covariances of
-  /// the whole recording from what the pass before it separated.
+  /// Passes over the recording after those of the method, 0 or more, in which masks for the
+  /// covariances of the whole recording are estimated, each from those of the pass before; one more
+  /// separates.
   int passes = 0;
   bool running = false;   ///< with covariances of what was heard so far, in the same pass
   double memory = 2.0;    ///< seconds that the running covariances reach back, above 0
   double loading = 1e-4;  ///< of the sources' mean power, above 0
+
+  /// Passes over the recording that it makes after those of the method.
+  int recordingPasses() const { return passes > 0 ? passes + 1 : 0; }
 };
 
 /// Everything that a separation is made of but the database.

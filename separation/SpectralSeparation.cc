@@ -45,7 +45,7 @@ SpectralSeparation::SpectralSeparation(const Settings& checked, int microphones,
     running.emplace(microphones, K, lambda, r.loading, settings.referenceMicrophone);
   }
   if (r.passes > 0) {
-    ofRecording.emplace(microphones, K, r.loading, settings.referenceMicrophone);
+    ofRecording.emplace(microphones, K, r.passes, r.loading, settings.referenceMicrophone);
   }
 }
 
@@ -166,7 +166,7 @@ void SpectralSeparation::narrow() {
 void SpectralSeparation::refine(const std::vector<BF::SourceLocation>& listed) {
   const bool isByEngine = pass < settings.passes;
   if (stage < Stage::Refined) {
-    if (!isByEngine) ofRecording->refine(listed, heard, X, Y);
+    if (!isByEngine && isLastPass()) ofRecording->refine(listed, heard, X, Y);
     if (running) {
       narrow();
       running->refine(listed, heard, X, Y);
@@ -178,7 +178,7 @@ void SpectralSeparation::refine(const std::vector<BF::SourceLocation>& listed) {
     if (isWanted) ofRecording->gather(listed, heard, X, Y);
     stage = Stage::Gathered;
   }
-  if (settings.postMask < 1.0) {
+  if (settings.postMask < 1.0 && isLastPass()) {
     masks.resize(heard.size());
     applyMasks(settings.postMask, heard, masks, Y);
   }

@@ -36,7 +36,7 @@ class SpectralSeparation {
                              const std::vector<std::complex<float>>& spectra,
                              const std::vector<BF::SourceLocation>& listed);
 
-  int passes() const { return settings.passes + settings.refinement.passes; }
+  int passes() const { return settings.passes + settings.refinement.recordingPasses(); }
   bool isLastPass() const { return pass + 1 == passes(); }
 
   /// The next frame is the first one of another pass over the same recording.

@@ -27,8 +27,6 @@ class SoudenWeights {
  private:
   using Values = std::vector<std::complex<double>>;
 
-  bool invert();
-
   std::size_t M;
   std::size_t u;
   double lambda;

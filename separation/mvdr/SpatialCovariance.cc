@@ -6,6 +6,8 @@
 #include <kissfft/kissfft.hh>
 #include <utility>
 
+#include "separation/mvdr/FiniteProducts.h"
+
 namespace Separation {
 
 namespace {
@@ -20,11 +22,6 @@ using Spectrum = std::vector<std::complex<double>>;
 
 double distance(const BF::Location& a, const BF::Location& b) {
   return std::hypot(a.x - b.x, a.y - b.y, a.z - b.z);
-}
-
-/// a · conj(b), without the care for infinities that the operator takes.
-std::complex<double> timesConjugate(const std::complex<double>& a, const std::complex<double>& b) {
-  return {a.real() * b.real() + a.imag() * b.imag(), a.imag() * b.real() - a.real() * b.imag()};
 }
 
 }  // namespace

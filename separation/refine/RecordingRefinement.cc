@@ -13,16 +13,24 @@ namespace {
 constexpr double SAME_PLACE = 0.1;  // of the distance from the origin
 constexpr std::ptrdiff_t MOST_PLACES = 64;
 
+double powerOf(const std::complex<double>* x, std::size_t stride, std::size_t M) {
+  double sum = 0.0;
+  for (std::size_t i = 0; i < M; ++i) sum += std::norm(x[i * stride]);
+  return sum;
+}
+
 double distance(const BF::Location& a, const BF::Location& b) {
   return std::hypot(a.x - b.x, a.y - b.y, a.z - b.z);
 }
 
 }  // namespace
 
-RecordingRefinement::RecordingRefinement(int microphones, int bins, double loading,
+RecordingRefinement::RecordingRefinement(int microphones, int bins, int theRounds, double loading,
                                          int referenceMicrophone)
     : M(static_cast<std::size_t>(microphones)),
       K(static_cast<std::size_t>(bins)),
+      rounds(theRounds),
+      mixture(microphones, bins),
       weights(microphones, referenceMicrophone, loading) {}
 
 RecordingRefinement::Place* RecordingRefinement::nearest(Places& places,
@@ -43,7 +51,7 @@ RecordingRefinement::Place& RecordingRefinement::placeOf(const BF::SourceLocatio
                                      [&](const Place& place) { return place.id == source.id; });
     if (distance(known->at, source) <= tolerance || count >= MOST_PLACES) return *known;
   }
-  gathered.push_back({source.id, source, 0, Covariance(K * M * M)});
+  gathered.push_back({source.id, source, 0, Covariance(K * M * M), std::vector<double>(K)});
   return gathered.back();
 }
 
@@ -53,11 +61,26 @@ void RecordingRefinement::gather(const std::vector<BF::SourceLocation>& listed,
   present.clear();
   for (const std::size_t row : rows) present.push_back(&placeOf(listed[row]));
   masks.resize(rows.size());
+  if (pass > 0) {
+    components.clear();
+    for (const std::size_t row : rows) {
+      const Place* place = nearest(earlier, listed[row]);
+      components.push_back(
+          place ? AngularMixture::Component{place->R.data(), place->logDeterminants.data()}
+                : AngularMixture::Component{});
+    }
+    mixture.load(components, X);
+  }
   for (Place* place : present) ++place->frames;
   for (std::size_t k = 0; k < K; ++k) {
-    if (!powerShares(Y, rows, k, masks)) continue;
+    const double power = pass == 0 ? powerOf(X.data() + k, K, M) : 1.0;
+    if (!(power > 0.0) || !std::isfinite(power)) continue;
+    if (pass == 0 ? !powerShares(Y, rows, k, masks) : !mixture.masks(k, masks)) continue;
     for (std::size_t s = 0; s < rows.size(); ++s) {
-      addOuterProduct(1.0, masks[s], X.data() + k, K, M, present[s]->R.data() + k * M * M);
+      double weight = masks[s];
+      if (pass == 0) weight /= power;
+      if (pass > 0 && !isLastGathering()) weight = mixture.weight(k, s, masks[s]);
+      addOuterProduct(1.0, weight, X.data() + k, K, M, present[s]->R.data() + k * M * M);
     }
   }
 }
@@ -67,9 +90,14 @@ void RecordingRefinement::nextPass() {
   earlier.swap(gathered);
   gathered.clear();
   for (Place& place : earlier) {
+    if (!isLastGathering()) {
+      mixture.learn(place.R, place.logDeterminants);
+      continue;
+    }
     const double scale = 1.0 / static_cast<double>(std::max<std::int64_t>(place.frames, 1));
     for (std::complex<double>& value : place.R) value *= scale;
   }
+  ++pass;
 }
 
 void RecordingRefinement::computeWeights() {

@@ -8,7 +8,6 @@
 #include "bf/GJ.h"
 #include "bf/GSS.h"
 #include "bf/LCMV.h"
-#include "tests/bf/EngineLists.h"
 #include "tests/reference/Adaptive.h"
 #include "tests/reference/Beamformers.h"
 #include "tests/support/ComplexMatrixMatchers.h"
@@ -17,23 +16,10 @@
 namespace {
 
 using BF::Matrix;
-using reference::Dense;
-using reference::frobenius;
-using reference::fromMatrix;
-using reference::toMatrix;
-using support::Generator;
-using support::locationsOf;
-using support::MatricesEq;
-using support::MatricesNear;
-using support::MatrixEq;
-using support::MatrixNear;
-using support::matrixOf;
-using support::randomDatabase;
-using support::ROUNDING;
-using support::SceneSource;
-using support::steeringOf;
+using namespace reference;
+using namespace support;
 
-constexpr int BINS = 3;
+constexpr int BINS = 11;  // some side by side in the lanes of a vector, some left over
 constexpr auto TANH = BF::NL_FUNC_TANH;
 constexpr auto CUBIC = BF::NL_FUNC_CUBIC;
 constexpr auto OFF = static_cast<BF::NlFuncType>(0);
@@ -218,7 +204,7 @@ TEST(Gss, OnlyGicaHasAnUpdateRule) {
   testing::internal::CaptureStdout();
   BF::GHDSS ghdss(BINS, 16000, 343.0, true, 0.5, true, 0.25, 2.0, CUBIC);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "GHDSS::GHDSS(numFreq=3, samplingRate=16000, soundSpeed=343.000000, mu=0.500000, "
+            "GHDSS::GHDSS(numFreq=11, samplingRate=16000, soundSpeed=343.000000, mu=0.500000, "
             "mu_ss=0.250000, scale=2.000000, NlFuncType=2\n");
   for (BF::GSS* engine : {&gss, static_cast<BF::GSS*>(&ghdss)}) {
     engine->setTransformFunctionDatabase(database);
@@ -235,54 +221,6 @@ TEST(Gss, OnlyGicaHasAnUpdateRule) {
     const std::vector<Matrix> W = engine->separationMatrices;
     EXPECT_THROW(engine->adaptSeparationMatrices(), BF::InvalidStateException);
     EXPECT_THAT(engine->separationMatrices, MatricesEq(W));
-  }
-}
-
-TEST(Adaptive, AFailureInTheLastBinLeavesEveryListAsItWas) {
-  Generator random(5);
-  const auto good = randomDatabase(random, 4, 5, BINS);
-  auto bad = good;
-  bad.transferFunctions.back() = random.gaussian(3, 5);
-  for (Setting& setting : everySetting()) {
-    SCOPED_TRACE(setting.name);
-    BF::BF& engine = *setting.engine;
-    engine.setTransformFunctionDatabase(good);
-    engine.updateSources(locationsOf({{1, 0}, {2, 4}}, good));
-    Matrix output;
-    if (engine.getBfAlgorithmType() == BF::BF_ALGORITHM_GICA) {
-      EXPECT_THROW(engine.adaptSeparationMatrices(), BF::IndexOutOfBoundException) << "no frame";
-    }
-    engine.executeBeamForming(random.gaussian(4, BINS), output);
-    engine.adaptSeparationMatrices();
-
-    const Matrix complete = engine.inputSpectrum;
-    engine.inputSpectrum = complete.getSubmatrix(0, 0, 4, BINS - 1);
-    const auto before = listsOf(engine);
-    EXPECT_THROW(engine.adaptSeparationMatrices(), BF::IndexOutOfBoundException);
-    engine.setTransformFunctionDatabase(bad);
-    EXPECT_THROW(engine.updateSources(locationsOf({{2, 1}, {3, 2}, {1, 0}}, good)),
-                 BF::MatrixSizeMismatchException);
-    const auto after = listsOf(engine);
-    for (std::size_t i = 0; i < before.size(); ++i) EXPECT_THAT(after[i], MatricesEq(before[i]));
-    ASSERT_EQ(engine.sources.size(), 2u);
-    EXPECT_EQ(engine.sources[0].id, 1);
-  }
-}
-
-TEST(Adaptive, RefusesAFrameOfAnotherArray) {
-  Generator random(9);
-  const auto four = randomDatabase(random, 4, 5, BINS);
-  const auto five = randomDatabase(random, 5, 5, BINS);
-  for (const auto& engine : {steered<BF::LCMV>(true, 0.5), steered<BF::GJ>(true, 0.5)}) {
-    engine->setTransformFunctionDatabase(four);
-    engine->updateSources(locationsOf({{1, 0}}, four));
-    Matrix output;
-    engine->executeBeamForming(random.gaussian(4, BINS), output);
-    engine->setTransformFunctionDatabase(five);
-    EXPECT_THROW(engine->updateSources(locationsOf({{1, 0}}, five)),
-                 BF::MatrixSizeMismatchException);  // its rows have four elements
-    engine->updateSources(locationsOf({{2, 0}}, five));
-    EXPECT_THROW(engine->adaptSeparationMatrices(), BF::MatrixSizeMismatchException);
   }
 }
 

@@ -13,26 +13,8 @@
 namespace {
 
 using BF::Matrix;
-using reference::adjoint;
-using reference::Complex;
-using reference::Dense;
-using reference::frobenius;
-using reference::fromMatrix;
-using reference::toMatrix;
-using support::Generator;
-using support::locationsOf;
-using support::MatricesEq;
-using support::MatricesNear;
-using support::MatrixEq;
-using support::MatrixNear;
-using support::matrixOf;
-using support::randomDatabase;
-using support::ROUNDING;
-using support::SceneSource;
-using support::Spectrum;
-using support::spectrumOf;
-using support::steeringOf;
-using support::svdAccuracy;
+using namespace reference;
+using namespace support;
 
 constexpr int BINS = 3;
 
@@ -106,35 +88,15 @@ TEST(Cml, ReplacesVanishingQuantitiesByItsThreshold) {
   engine.noiseCorrelationMatrices.assign(BINS, Matrix::I(2));
   engine.updateSources(sources);
   const Matrix expected = matrixOf({{{0.0, -1.0}, 0.0}, {10.0, 0.0}, {0.0, 0.0}});
-  const Matrix turned = expected * -1.0;
-  EXPECT_THAT(engine.separationMatrices, MatricesNear({expected, turned, expected}, ROUNDING * 10));
+  const Matrix negated = expected * -1.0;
+  EXPECT_THAT(engine.separationMatrices,
+              MatricesNear({expected, negated, expected}, ROUNDING * 10));
 
   // aᴴ·Q·a = 1e-12 counts as 1e-10.
   engine.noiseCorrelationMatrices.assign(BINS, Matrix::I(2) * 1e12);
   engine.updateSources(sources);
   EXPECT_THAT(engine.separationMatrices[0].getRow(0),
               MatrixNear(matrixOf({{{0.0, -0.01}, 0.0}}), ROUNDING));
-}
-
-TEST(Cml, RefusesNoiseMatricesThatDoNotFitAndKeepsItsState) {
-  Generator random(1);
-  const auto database = randomDatabase(random, 4, 5, BINS);
-  BF::CML engine(BINS, 16000, 343.0, 0.1);
-  engine.setTransformFunctionDatabase(database);
-  engine.noiseCorrelationMatrices.assign(BINS, Matrix::I(4));
-  engine.updateSources(locationsOf({{1, 2}}, database));
-  const auto W = engine.separationMatrices;
-  const auto A = engine.transferFunctions;
-  const auto others = locationsOf({{7, 0}, {8, 1}}, database);
-  for (const Matrix& wrong : {Matrix::I(3), Matrix(4, 3), Matrix(3, 4), Matrix::I(5), Matrix()}) {
-    engine.noiseCorrelationMatrices.back() = wrong;
-    EXPECT_THROW(engine.updateSources(others), BF::MatrixSizeMismatchException);
-  }
-  engine.noiseCorrelationMatrices.pop_back();
-  EXPECT_THROW(engine.updateSources(others), BF::IndexOutOfBoundException);
-  ASSERT_EQ(engine.sources.size(), 1u);
-  EXPECT_THAT(engine.separationMatrices, MatricesEq(W));
-  EXPECT_THAT(engine.transferFunctions, MatricesEq(A));
 }
 
 // ---- maximum signal-to-noise ratio
@@ -257,33 +219,10 @@ TEST(Cmsnr, StartsUniformAndCarriesOverById) {
   EXPECT_THAT(engine.signalCorrelations, MatricesEq({BINS, Matrix::I(4)})) << "state came back";
 }
 
-TEST(Cmsnr, RefusesWhatItCannotUseAndKeepsItsState) {
+TEST(Cmsnr, RefusesUnknownDecompositions) {
   for (const std::string keyword : {"", "gevd", "GEVD ", "SVD"}) {
     EXPECT_THROW(BF::CMSNR(BINS, 16000, 343.0, keyword, 0.9), BF::InvalidStateException) << keyword;
   }
-  Generator random(4);
-  const auto database = randomDatabase(random, 4, 9, BINS);
-  BF::CMSNR engine(BINS, 16000, 343.0, "GSVD", 0.9);
-  engine.numMic = 4;
-  engine.updateSources(locationsOf({{1, 0}, {2, 4, false}}, database));
-  Matrix output;
-  EXPECT_THROW(engine.executeBeamForming(random.gaussian(5, BINS), output),
-               BF::MatrixSizeMismatchException);
-  engine.executeBeamForming(random.gaussian(4, BINS), output);
-  engine.adaptSeparationMatrices();
-  const auto signal = engine.signalCorrelations;
-  const auto noise = engine.noiseCorrelations;
-  const auto W = engine.separationMatrices;
-  engine.inputSpectrum = engine.inputSpectrum.getSubmatrix(0, 0, 4, BINS - 1);
-  EXPECT_THROW(engine.adaptSeparationMatrices(), BF::IndexOutOfBoundException);
-  EXPECT_THAT(engine.signalCorrelations, MatricesEq(signal));
-  EXPECT_THAT(engine.noiseCorrelations, MatricesEq(noise));
-  EXPECT_THAT(engine.separationMatrices, MatricesEq(W));
-
-  // More microphones than the frame still stored.
-  engine.numMic = 5;
-  engine.updateSources(locationsOf({{8, 0}, {9, 4, false}}, database));
-  EXPECT_THROW(engine.adaptSeparationMatrices(), BF::MatrixSizeMismatchException);
 }
 
 }  // namespace

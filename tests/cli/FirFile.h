@@ -8,8 +8,8 @@
 
 /// A SOFA file of impulse responses, as measuring programs write them.
 struct FirFile {
-  std::vector<SofaFile::Position> sources{};    ///< M
-  std::vector<SofaFile::Position> receivers{};  ///< R
+  std::vector<BF::Position> sources{};    ///< M
+  std::vector<BF::Position> receivers{};  ///< R
   double rate = 16000.0;
   std::size_t length = 1;           ///< N
   std::vector<double> responses{};  ///< M · R · N
@@ -34,7 +34,7 @@ struct FirFile {
     ASSERT_EQ(nc_put_var_double(id, variable, values.data()), NC_NOERR) << name;
   }
 
-  void putPositions(int id, const char* name, const std::vector<SofaFile::Position>& rows) const {
+  void putPositions(int id, const char* name, const std::vector<BF::Position>& rows) const {
     std::vector<double> flat;
     for (const auto& row : rows) flat.insert(flat.end(), row.begin(), row.end());
     put(id, name, {rows.size(), 3}, flat);

@@ -42,7 +42,7 @@ JackServer::JackServer(int period, int captures)
   std::vector<std::string> words = {"jackd",
                                     "-r",  // no real-time scheduling, which not everybody may have
                                     "-S",  // each call waits for the one before it
-                                    "-t20000",
+                                    "-t2000",
                                     "-n",
                                     serverName,
                                     "-d",

@@ -29,7 +29,9 @@ class LiveSound : public Talkers {
   }
 };
 
-/// The number before the n-th group of a report.
+constexpr const char* LATE = "separation was late ([0-9]+) times";
+
+/// The number that a pattern's group has in a report.
 std::size_t numberIn(const std::string& text, const std::string& pattern) {
   std::smatch match;
   if (!std::regex_search(text, match, std::regex(pattern))) return ~std::size_t{0};
@@ -41,31 +43,31 @@ TEST_F(LiveSound, IsWhatSeparateWritesAfterTheStatedLatency) {
   constexpr int PERIOD = 256;
   constexpr std::size_t LATENCY = 512 + 8 * PERIOD - 128;
   const JackServer server(PERIOD, 1);
+  const std::vector<float> mix = sound("mix.wav").samples;
   CommandRun result;
-  for (int tries = 0; tries < 5; ++tries) {  // a busy machine may be late, which is told
+  bool isEqual = false;
+  // On a busy machine the server passes over clients that are not in time; then once more.
+  for (int tries = 0; tries < 5 && !isEqual; ++tries) {
     RunningCommand command = start(server, "--from none --slots 3 --margin 8");
     JackPeer player(server, "player", MICROPHONES, true);
     JackPeer recorder(server, "recorder", 3, false);
     ASSERT_TRUE(player.connect("zelk-sss:mic_") && recorder.connect("zelk-sss:slot_"));
-    const std::vector<float> mix = sound("mix.wav").samples;
     player.play(mix);
     ASSERT_TRUE(player.isDone());
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     command.send(SIGINT);
     result = command.wait();
-    EXPECT_EQ(result.status, 0) << result.errors;
-    if (numberIn(result.output, "separation was late ([0-9]+) times") > 0) continue;
+    isEqual = result.status == 0 && numberIn(result.output, LATE) == 0;
     for (const auto& [slot, name] :
          {std::pair(0, "files/source_3.wav"), {1, "files/source_7.wav"}}) {
       const std::vector<float> expected = sound(name).samples;
       const std::vector<float> heard = recorder.recordedSince(player, slot);
-      ASSERT_GE(heard.size(), LATENCY + expected.size());
-      EXPECT_TRUE(std::equal(expected.begin(), expected.end(), heard.begin() + LATENCY)) << name;
+      isEqual = isEqual && heard.size() >= LATENCY + expected.size() &&
+                std::equal(expected.begin(), expected.end(), heard.begin() + LATENCY);
     }
     for (const float x : recorder.recordedSince(player, 2)) ASSERT_EQ(x, 0.0F);
-    break;
   }
-  EXPECT_EQ(numberIn(result.output, "separation was late ([0-9]+) times"), 0) << result.output;
+  EXPECT_TRUE(isEqual) << result.output << result.errors;
   EXPECT_EQ(numberIn(result.output, "latency ([0-9]+) samples"), LATENCY);
   EXPECT_THAT(result.output, HasSubstr("slot_1 plays source 3\n"));
   EXPECT_THAT(result.output, HasSubstr("slot_2 plays source 7\n"));
@@ -104,7 +106,7 @@ TEST_F(LiveSound, RefusesWhatDoesNotFit) {
            "array.sofa (--channels selects)"},
           {live(server, "--from speech"),
            "--from: the JACK server has no port that matches \"speech\", expected …"},
-          {live(server, "--channels 1-3 --to speech"),
+          {live(server, "--to speech"),
            "--to: the JACK server has no port that matches \"speech\", expected …"},
           {live(server, "--channels 2,5,6"), "--channels is \"2,5,6\": \"5\" does not fit …"},
           {live8 + "--tf other.sofa",

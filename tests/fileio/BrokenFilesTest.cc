@@ -278,36 +278,28 @@ TEST(SofaAnswer, OfALyingReaderIsRefused) {
       EXPECT_THROW(answerOf(bytes), DataError) << at << " " << wrong;
     }
   }
-  const double NaN = std::nan("");
-  const auto put = [](std::vector<std::byte>& bytes, std::size_t at, auto value) {
+  const auto spoilt = [](std::size_t at, auto value) {
+    std::vector<std::byte> bytes = soundAnswer();
     std::memcpy(bytes.data() + at, &value, sizeof value);
+    return bytes;
   };
-  std::vector<std::byte> bytes = soundAnswer();
-  put(bytes, offsetof(AnswerHead, isTransferFunctions), std::uint64_t{2});
-  EXPECT_THROW(answerOf(bytes), DataError);
-  for (const double rate : {NaN, -1.0, 1e8}) {
-    bytes = soundAnswer();
-    put(bytes, offsetof(AnswerHead, samplingRate), rate);
-    EXPECT_THROW(answerOf(bytes), DataError) << rate;
+  const double NaN = std::nan("");
+  const std::pair<std::size_t, std::vector<double>> numbers[] = {
+      {offsetof(AnswerHead, samplingRate), {NaN, -1.0, 1e8}},
+      {offsetof(AnswerHead, energyInFrame), {NaN, -0.1, 1.001}},
+      {sizeof(AnswerHead), {NaN, 1e300, -HUGE_VAL}},  // of a position
+      {sizeof(AnswerHead) + 64, {NaN, 1e300, -HUGE_VAL}}};
+  for (const auto& [at, values] : numbers) {
+    for (const double x : values)
+      EXPECT_THROW(answerOf(spoilt(at, x)), DataError) << at << " " << x;
   }
-  for (const double share : {NaN, -0.1, 1.001}) {
-    bytes = soundAnswer();
-    put(bytes, offsetof(AnswerHead, energyInFrame), share);
-    EXPECT_THROW(answerOf(bytes), DataError) << share;
-  }
-  for (const std::size_t place : {sizeof(AnswerHead), sizeof(AnswerHead) + 64}) {
-    for (const double x : {NaN, 1e300, -HUGE_VAL}) {
-      bytes = soundAnswer();
-      put(bytes, place, x);
-      EXPECT_THROW(answerOf(bytes), DataError) << place << " " << x;
-    }
-  }
-  bytes = soundAnswer();
-  put(bytes, bytes.size() - std::string("odd\x1B[2J\n").size() - sizeof(float),
-      std::numeric_limits<float>::infinity());
-  EXPECT_THROW(answerOf(bytes), DataError);
+  EXPECT_THROW(answerOf(spoilt(offsetof(AnswerHead, isTransferFunctions), std::uint64_t{2})),
+               DataError);
+  const std::size_t lastValue =
+      soundAnswer().size() - std::string("odd\x1B[2J\n").size() - sizeof(float);
+  EXPECT_THROW(answerOf(spoilt(lastValue, std::numeric_limits<float>::infinity())), DataError);
   for (const std::size_t size : {0, 8, 63, 64, 100, 1000}) {
-    bytes = soundAnswer();
+    std::vector<std::byte> bytes = soundAnswer();
     bytes.resize(size);
     EXPECT_THROW(answerOf(bytes), DataError) << size;
   }

@@ -84,7 +84,7 @@ TEST(CZelkFileIO, RefusesArraysThatDoNotFitTheFileOrTheMemory) {
 }
 
 /// Sets the first row of a variable of positions.
-std::function<void(int)> placing(const char* variable, const SofaFile::Position& p) {
+std::function<void(int)> placing(const char* variable, const BF::Position& p) {
   return [=](int id) {
     for (std::size_t c = 0; c < 3; ++c) setting(variable, {0, c}, p[c])(id);
   };
@@ -93,8 +93,8 @@ std::function<void(int)> placing(const char* variable, const SofaFile::Position&
 TEST(SofaFile, SourcesAreSeenFromTheListener) {
   struct Case {
     std::vector<std::function<void(int id)>> edits;
-    std::vector<SofaFile::Position> stored;
-    std::vector<SofaFile::Position> seen;
+    std::vector<BF::Position> stored;
+    std::vector<BF::Position> seen;
   };
   const Case cases[] = {
       // looks along +y, so +x is on its right

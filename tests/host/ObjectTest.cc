@@ -85,13 +85,6 @@ TEST(ParameterSet, TellsMissingAndUnusedParameters) {
   EXPECT_EQ(thrownText([&] { set.checkUnused(); }), "");
 }
 
-TEST(Exceptions, KeepTheirInnermostOrigin) {
-  const std::unique_ptr<BaseException> e(new GeneralException("first", "a.cc", 1));
-  e->noteOrigin({"inner", "T", 3});
-  e->noteOrigin({"outer", "T", 4});
-  EXPECT_EQ(e->getOrigin()->node, "inner");
-}
-
 TEST(Buffer, HoldsTheLastCountsOnly) {
   Counted::live = 0;
   {

@@ -22,20 +22,8 @@
 namespace {
 
 using BF::Matrix;
-using reference::adjoint;
-using reference::Dense;
-using reference::frobenius;
-using reference::fromMatrix;
-using support::ALL_SPECTRA;
-using support::Generator;
-using support::IsFinite;
-using support::MatrixEq;
-using support::MatrixNear;
-using support::matrixOf;
-using support::ROUNDING;
-using support::Spectrum;
-using support::spectrumOf;
-using support::svdAccuracy;
+using namespace reference;
+using namespace support;
 using testing::Not;
 
 constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();

@@ -9,6 +9,7 @@
 
 #include "dsp/DataError.h"
 #include "fileio/SofaWriter.h"
+#include "responses/ResponseSet.h"
 #include "tests/cli/FirFile.h"
 #include "tests/support/AudioTesting.h"
 
@@ -203,6 +204,46 @@ TEST_F(ResponseImport, CopiesTransferFunctionsThatFitAndConvertsOthers) {
   EXPECT_FALSE(report.copied);
   EXPECT_LT(report.lostEnergy, 1e-4);
   expectDelays(converted, seconds, 0.01, level);
+}
+
+// The transform of a response begun `early` samples before time 0 is that of its cyclic shift. What
+// has not decayed in the last eighth is late, not early.
+TEST_F(ResponseImport, TransferFunctionsGiveWhatTheirImpulseResponsesGive) {
+  constexpr std::size_t LENGTH = 256;
+  const std::tuple<double, std::size_t, std::size_t> cases[] = {// a, early, samples before time 0
+                                                                {0.9999, 0, 0},
+                                                                {0.96, 0, 0},
+                                                                {0.96, 20, LENGTH / 8}};
+  for (const auto& [a, early, lead] : cases) {
+    SCOPED_TRACE(testing::Message() << a << ", " << early);
+    FirFile fir = impulses({0, 0, 0, 0}, LENGTH);
+    for (std::size_t n = 0; n < fir.responses.size(); ++n) {
+      fir.responses[n] = std::pow(a, n % LENGTH) * (n % 7 < 3 + n / LENGTH ? 1.0 : -1.0);
+    }
+    const auto expected = imported(fir, {16000, 1024});
+    const double expectedDelay = report.removedDelay;
+
+    SofaTransferFunctions data = expected;
+    data.frequencies = LENGTH / 2 + 1;
+    data.values.clear();
+    for (std::size_t i = 0; i < 4 * data.frequencies; ++i) {
+      std::complex<double> H;
+      const std::size_t k = i % data.frequencies;
+      for (std::size_t n = 0; n < LENGTH; ++n) {
+        const auto turns = static_cast<double>(k * (n + LENGTH - early) % LENGTH) / LENGTH;
+        H += fir.responses[i / data.frequencies * LENGTH + n] * std::polar(1.0, -2 * pi * turns);
+      }
+      data.values.emplace_back(H);
+    }
+    const std::string path = folder / "tf.sofa";
+    writeSofa(path, data);
+    EXPECT_EQ(ResponseSet(path).leadIn(), lead);
+    const auto found = importResponses(SofaFile(path), {16000, 1024}, report);
+    EXPECT_NEAR(report.removedDelay, expectedDelay - static_cast<double>(early) / 16000, 1e-12);
+    for (std::size_t i = 0; i < expected.values.size(); ++i) {
+      ASSERT_LT(std::abs(found.values[i] - expected.values[i]), 2e-3) << i;
+    }
+  }
 }
 
 TEST_F(ResponseImport, RemarksUnitsThatAreNoMetres) {

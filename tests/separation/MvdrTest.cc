@@ -215,11 +215,11 @@ TEST(RefinementTest, FindsTheSourcesAsTheReferenceHearsThem) {
   for (unsigned seed = 0; seed < 10; ++seed) {
     Talk talk(seed);
     Separation::RunningRefinement running(Talk::M, Talk::K, 0.99, 1e-4, 1);
-    Separation::RecordingRefinement recording(Talk::M, Talk::K, 1e-4, 1);
+    Separation::RecordingRefinement recording(Talk::M, Talk::K, 2, 1e-4, 1);
     Likeness ofFirst;
     Likeness ofRunning;
     Likeness ofRecording;
-    for (int pass = 0; pass < 3; ++pass) {
+    for (int pass = 0; pass < 4; ++pass) {
       talk.random = support::Generator(1000 + seed);
       for (int frame = 0; frame < 400; ++frame) {
         // Source 3 goes to and fro between two places that count as one.
@@ -227,16 +227,18 @@ TEST(RefinementTest, FindsTheSourcesAsTheReferenceHearsThem) {
                                                     {0, 1, frame % 2 * 0.05, 3, true}};
         talk.nextFrame();
         Matrix Y = talk.Y;
-        if (pass > 0) recording.refine(listed, both, talk.X, Y);
-        if (pass < 2) recording.gather(listed, both, talk.X, Y);
-        if (pass == 2) ofRecording.add(talk, Y);
+        if (pass < 3) recording.gather(listed, both, talk.X, Y);
+        if (pass == 3) {
+          recording.refine(listed, both, talk.X, Y);
+          ofRecording.add(talk, Y);
+        }
         if (pass > 0 || frame < 200) continue;
         ofFirst.add(talk, talk.Y);
         Y = talk.Y;
         running.refine(listed, both, talk.X, Y);
         ofRunning.add(talk, Y);
       }
-      if (pass < 2) recording.nextPass();
+      if (pass < 3) recording.nextPass();
     }
     const Likeness* all[3] = {&ofFirst, &ofRunning, &ofRecording};
     for (int i = 0; i < 3; ++i) disturbances[i] += all[i]->disturbance();

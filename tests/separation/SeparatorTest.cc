@@ -99,6 +99,7 @@ std::vector<Settings> ownSettings(const World& world) {
   all[3].passes = 2;
   all[3].postMask = 0.1;
   all[4].refinement.passes = 2;
+  all[4].postMask = 0.1;
   return all;
 }
 

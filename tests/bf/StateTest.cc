@@ -1,4 +1,5 @@
-// What an engine keeps from frame to frame must be, to the bit, what computing it anew would give.
+// What an engine keeps from frame to frame is, to the bit, what computing it anew would give; what
+// fails changes nothing.
 #include <gmock/gmock.h>
 
 #include <functional>
@@ -12,7 +13,6 @@
 #include "bf/GJ.h"
 #include "bf/GSS.h"
 #include "bf/LCMV.h"
-#include "tests/bf/EngineLists.h"
 #include "tests/support/CountedMemory.h"
 #include "tests/support/Databases.h"
 
@@ -25,6 +25,23 @@ using support::SceneSource;
 constexpr int BINS = 3;
 constexpr int RATE = 16000;
 constexpr double SPEED = 343.0;
+
+/// Every list of matrices that an engine's adaptation reads or changes.
+std::vector<std::vector<Matrix>> listsOf(const BF::BF& engine) {
+  std::vector<std::vector<Matrix>> lists{engine.transferFunctions,
+                                         engine.separationMatrices,
+                                         {engine.inputSpectrum, engine.outputSpectrum}};
+  if (const auto* lcmv = dynamic_cast<const BF::LCMV*>(&engine)) {
+    lists.insert(lists.end(), {lcmv->quiescentWeights, lcmv->projectionMatrices});
+  }
+  if (const auto* gj = dynamic_cast<const BF::GJ*>(&engine)) {
+    lists.insert(lists.end(), {gj->quiescentWeights, gj->blockingMatrices, gj->adaptiveWeights});
+  }
+  if (const auto* cmsnr = dynamic_cast<const BF::CMSNR*>(&engine)) {
+    lists.insert(lists.end(), {cmsnr->signalCorrelations, cmsnr->noiseCorrelations});
+  }
+  return lists;
+}
 
 testing::AssertionResult sameLists(const std::vector<Matrix>& a, const std::vector<Matrix>& b) {
   if (a.size() != b.size()) return testing::AssertionFailure() << a.size() << " and " << b.size();
@@ -53,6 +70,19 @@ using Maker = std::function<std::unique_ptr<BF::BF>()>;
 template <typename Engine, typename... Settings>
 Maker making(Settings... settings) {
   return [=] { return std::make_unique<Engine>(BINS, RATE, SPEED, settings...); };
+}
+
+std::vector<Maker> everyEngine() {
+  return {making<BF::DS>(),
+          making<BF::WDS>(),
+          making<BF::Null>(),
+          making<BF::ILSE>(),
+          making<BF::LCMV>(true, 0.01),
+          making<BF::GJ>(true, 0.01),
+          making<BF::GICA>(true, 0.01, true, 0.01, 0.1, BF::NL_FUNC_TANH),
+          making<BF::CMSNR>("GEVD", 0.9),
+          making<BF::CMSNR>("GSVD", 0.9),
+          making<BF::CML>(0.01)};
 }
 
 TEST(Reuse, AdaptiveEnginesKeepWhatRecomputationGives) {
@@ -215,20 +245,10 @@ TEST(Reuse, CmsnrMatchesItsDefinitionWhateverItKeeps) {
 
 TEST(Reuse, FramesAllocateNothingOnceTheSourcesRest) {
   constexpr int M = 8;
-  const Maker makers[] = {making<BF::DS>(),
-                          making<BF::WDS>(),
-                          making<BF::Null>(),
-                          making<BF::ILSE>(),
-                          making<BF::LCMV>(true, 0.01),
-                          making<BF::GJ>(true, 0.01),
-                          making<BF::GICA>(true, 0.01, true, 0.01, 0.1, BF::NL_FUNC_TANH),
-                          making<BF::CMSNR>("GEVD", 0.9),
-                          making<BF::CMSNR>("GSVD", 0.9),
-                          making<BF::CML>(0.01)};
   Generator random(6);
   const auto database = support::randomDatabase(random, M, 9, BINS);
   const auto sources = support::locationsOf({{1, 2}, {2, 5}, {3, 7, false}}, database);
-  for (const Maker& make : makers) {
+  for (const Maker& make : everyEngine()) {
     const auto engine = make();
     engine->setTransformFunctionDatabase(database);
     for (int k = 0; k < BINS; ++k) {
@@ -247,6 +267,84 @@ TEST(Reuse, FramesAllocateNothingOnceTheSourcesRest) {
       if (frame >= 3) allocated += allocations - before;
     }
     EXPECT_EQ(allocated, 0) << engine->getBfAlgorithmType();
+  }
+}
+
+TEST(Failure, LeavesEveryListAsItWas) {
+  constexpr int M = 4;
+  Generator random(5);
+  const auto good = support::randomDatabase(random, M, 9, BINS);
+  const auto larger = support::randomDatabase(random, M + 1, 9, BINS);
+  auto wrongRows = good, tooFewBins = good, noPositions = good;
+  wrongRows.transferFunctions.back() = random.gaussian(M - 1, 9);
+  tooFewBins.transferFunctions.pop_back();
+  noPositions.sourceLocations.clear();
+  for (Matrix& H : noPositions.transferFunctions) H = Matrix(M, 0);
+  const auto others = support::locationsOf({{2, 1}, {3, 2}, {1, 0}}, good);
+  for (const Maker& make : everyEngine()) {
+    const auto engine = make();
+    const int type = engine->getBfAlgorithmType();
+    SCOPED_TRACE(type);
+    const bool adapts = type >= BF::BF_ALGORITHM_LCMV && type != BF::BF_ALGORITHM_CML;
+    engine->numMic = M;
+    engine->noiseCorrelationMatrices.assign(BINS, Matrix::I(M));
+    engine->setTransformFunctionDatabase(good);
+    engine->updateSources(support::locationsOf({{1, 2}, {2, 5, false}}, good));
+    if (adapts) {
+      EXPECT_THROW(engine->adaptSeparationMatrices(), BF::IndexOutOfBoundException) << "no frame";
+    }
+    Matrix output;
+    engine->executeBeamForming(random.gaussian(M, BINS), output);
+    engine->adaptSeparationMatrices();
+    const auto before = listsOf(*engine);
+
+    const Matrix separated = output;
+    EXPECT_THROW(engine->executeBeamForming(random.gaussian(M - 1, BINS), output),
+                 BF::MatrixSizeMismatchException);
+    EXPECT_THROW(engine->executeBeamForming(random.gaussian(M, BINS - 1), output),
+                 BF::IndexOutOfBoundException);
+    EXPECT_TRUE(BF::sameBits(output, separated));
+    if (adapts) {
+      engine->inputSpectrum = before[2][0].getSubmatrix(0, 0, M, BINS - 1);
+      EXPECT_THROW(engine->adaptSeparationMatrices(), BF::IndexOutOfBoundException);
+      engine->inputSpectrum = before[2][0];
+    }
+    if (type != BF::BF_ALGORITHM_CMSNR) {  // it has no use for transfer functions
+      engine->setTransformFunctionDatabase(wrongRows);
+      EXPECT_THROW(engine->updateSources(others), BF::MatrixSizeMismatchException);
+      for (const auto* database : {&tooFewBins, &noPositions}) {
+        engine->setTransformFunctionDatabase(*database);
+        EXPECT_THROW(engine->updateSources(others), BF::IndexOutOfBoundException);
+      }
+      engine->setTransformFunctionDatabase(good);
+    }
+    if (type == BF::BF_ALGORITHM_CML) {
+      for (const Matrix& wrong : {Matrix::I(3), Matrix(4, 3), Matrix(3, 4), Matrix()}) {
+        engine->noiseCorrelationMatrices.back() = wrong;
+        EXPECT_THROW(engine->updateSources(others), BF::MatrixSizeMismatchException);
+      }
+      engine->noiseCorrelationMatrices.pop_back();
+      EXPECT_THROW(engine->updateSources(others), BF::IndexOutOfBoundException);
+    }
+    const auto expectUnchanged = [&] {
+      const auto after = listsOf(*engine);
+      for (std::size_t i = 0; i < before.size(); ++i) {
+        EXPECT_TRUE(sameLists(after[i], before[i])) << "list " << i;
+      }
+      ASSERT_EQ(engine->sources.size(), 2U);
+      EXPECT_EQ(engine->sources[1].id, 2);
+    };
+    expectUnchanged();
+
+    if (!adapts) continue;
+    engine->numMic = M + 1;  // the rows that stay and the last frame have M elements
+    engine->setTransformFunctionDatabase(larger);
+    if (type != BF::BF_ALGORITHM_CMSNR) {
+      EXPECT_THROW(engine->updateSources(others), BF::MatrixSizeMismatchException);
+      expectUnchanged();
+    }
+    engine->updateSources(support::locationsOf({{8, 0}, {9, 4, false}}, larger));
+    EXPECT_THROW(engine->adaptSeparationMatrices(), BF::MatrixSizeMismatchException);
   }
 }
 
