@@ -17,7 +17,8 @@ void addServerOptions(CLI::App& command, Options& options) {
   LiveSettings& live = options.live;
   command
       .add_option("--slots", live.slots,
-                  "Outputs, each for a source at a time; default: one per source of the scene")
+                  "Outputs, each for a source at a time; default: one per source of the scene, 4 "
+                  "with a tracker that is followed")
       ->check(CLI::Range(1, 256));
   command
       .add_option("--margin", live.margin,

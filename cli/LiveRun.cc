@@ -24,7 +24,6 @@
 #include "dsp/DataError.h"
 #include "live/JackClient.h"
 #include "live/LiveSeparation.h"
-#include "scene/SceneMoment.h"
 
 namespace {
 
@@ -32,6 +31,7 @@ constexpr const char* NOTHING = "none";
 constexpr int MAX_CHANNELS = 4096;              // where nothing is connected that would limit them
 constexpr std::chrono::milliseconds TURN{100};  // from look to look
 constexpr int TURNS_PER_MINUTE = 600;
+constexpr int TRACKER_SLOTS = 4;  // as many sources as trackers usually follow
 
 /// What a pattern did not match, for messages.
 std::string noPort(const std::string& option, const std::string& pattern) {
@@ -112,6 +112,11 @@ class SeparationThread {
   std::thread thread;
 };
 
+int slotsOf(const LiveSettings& live, const SeparationInputs& inputs) {
+  if (live.slots > 0) return live.slots;
+  return inputs.live ? TRACKER_SLOTS : static_cast<int>(inputs.scene.sources().size());
+}
+
 /// A server's sound on its way through the separation, and what is told of it.
 class LiveRun {
  public:
@@ -122,7 +127,7 @@ class LiveRun {
         heard(portsToHear(live, s.channels, client)),
         takers(portsToPlayTo(live, client)),
         inputs(openInputs(s, {client.samplingRate(), channelCount(s.channels, heard)})),
-        slots(live.slots > 0 ? live.slots : static_cast<int>(inputs.scene.sources().size())),
+        slots(slotsOf(live, inputs)),
         holders(static_cast<std::size_t>(slots)),
         lines(!live.quiet) {
     const auto latency = static_cast<std::size_t>(s.length + live.margin * client.period());
@@ -130,7 +135,7 @@ class LiveRun {
     exchange.emplace(static_cast<std::size_t>(inputs.microphones), holders.size(), room, latency);
     separation.emplace(
         makeSeparator(s, inputs),
-        [this](double time) { return sourcesAt(inputs.scene, time, s.inactiveAsNoise); }, *exchange,
+        [this](double time) { return sourcesOf(inputs, time, s.inactiveAsNoise); }, *exchange,
         slots, latency);
   }
 
@@ -255,6 +260,7 @@ class LiveRun {
   }
 
   void tellEnd() const {
+    if (inputs.live) reportTracks(s.tracks.input, inputs.live->counts(), inputs.live->failure());
     if (live.quiet) return;
     const Live::ExchangeCounts counts = exchange->counts();
     std::cout << fmt::format(

@@ -17,6 +17,7 @@
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
 #include "cli/RoomOptions.h"
+#include "cli/SceneOptions.h"
 #include "dsp/DataError.h"
 #include "dsp/Decibels.h"
 #include "responses/MixNoise.h"
@@ -35,7 +36,7 @@ constexpr int MAX_RATE = 1'000'000;       // Hz
 constexpr int MAX_CHANNEL = 1024;
 
 struct MixOptions {
-  std::string scene;
+  Audio::SceneChoice scene;
   std::string responses;
   std::vector<std::string> dry;
   std::string output;
@@ -75,7 +76,7 @@ std::vector<MixSource> sourcesOf(const Audio::Scene& scene, const MixOptions& op
     for (const Audio::TimeRange& range : source.active) {
       if (range.begin <= LATEST_BEGIN) continue;
       throw DataError(fmt::format("{}: source {} is active from {} s on, expected {} s at most",
-                                  options.scene, source.id, range.begin, LATEST_BEGIN));
+                                  options.scene.name(), source.id, range.begin, LATEST_BEGIN));
     }
     result.push_back(
         {source, "", 1.0, besideOutput(options.output, fmt::format("{}{}", kind, source.id))});
@@ -87,7 +88,7 @@ std::vector<MixSource> sourcesOf(const Audio::Scene& scene, const MixOptions& op
         "--dry", fmt::format("{} given, expected {}: one for each of the {} sources and {} noise "
                              "sources in {}",
                              options.dry.size(), result.size(), scene.sources().size(),
-                             scene.noiseSources().size(), options.scene));
+                             scene.noiseSources().size(), options.scene.name()));
   }
   for (std::size_t i = 0; i < result.size(); ++i) {
     result[i].dry = options.dry[i];
@@ -127,7 +128,7 @@ void mix(const MixOptions& options) {
                                fmt::format("{} given, expected as many as there are dry files, {}",
                                            options.gains.size(), options.dry.size()));
   }
-  const std::vector<MixSource> sources = sourcesOf(Audio::Scene::read(options.scene), options);
+  const std::vector<MixSource> sources = sourcesOf(Audio::readScene(options.scene), options);
   const std::string noisePath = besideOutput(options.output, "microphone-noise");
   const std::string diffusePath = besideOutput(options.output, "diffuse-noise");
   std::vector<std::string> outputs = {options.output};
@@ -135,7 +136,7 @@ void mix(const MixOptions& options) {
   if (options.noiseLevel) outputs.push_back(noisePath);
   if (options.diffuseLevel) outputs.push_back(diffusePath);
   std::vector<std::string> inputs = options.dry;
-  inputs.insert(inputs.end(), {options.scene, options.responses});
+  inputs.insert(inputs.end(), {options.scene.file, options.responses});
   for (const std::string& output : outputs) checkOutput(output, options.force, inputs);
 
   Reverberation reverberation = options.reverberation;
@@ -172,7 +173,7 @@ void mix(const MixOptions& options) {
     const double deviation = renderer.largestDeviation(source.place, dry.size());
     if (deviation > NOTED_DEVIATION) {
       note(fmt::format("{}: source {} is up to {:.1f} degrees from the nearest position in {}",
-                       options.scene, source.place.id, deviation, options.responses));
+                       options.scene.name(), source.place.id, deviation, options.responses));
     }
     files.add(source.imagePath, renderer.render(source.place, dry).samples);
   }
@@ -199,7 +200,8 @@ void addMixCommand(CLI::App& app) {
   const auto options = std::make_shared<MixOptions>();
   CLI::App* command = app.add_subcommand(
       "mix", "Render a scene's mixture and each source's image at the microphones");
-  command->add_option("scene", options->scene, "Scene file (JSON)")->required();
+  command->add_option("scene", options->scene.file, "Scene file (JSON, CSV or RTTM)")->required();
+  addSourceOption(*command, options->scene);
   command->add_option("--tf", options->responses, "Responses (SOFA, DataType FIR or TF)")
       ->required();
   command

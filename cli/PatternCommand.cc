@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "cli/OptionChecks.h"
+#include "cli/SceneOptions.h"
 #include "dsp/DataError.h"
 #include "dsp/Decibels.h"
 #include "fileio/SofaFile.h"
@@ -33,7 +34,7 @@ constexpr double MIN_GAIN = -100.0;      // dB; what lies below is rounding
 
 struct Options {
   std::string database;
-  std::string scene;
+  Audio::SceneChoice scene;
   std::string method = "NULL";
   std::vector<double> frequencies;  ///< Hz; empty: the usual ones
   std::optional<double> time;
@@ -68,24 +69,25 @@ void checkMethod(const std::string& name) {
 }
 
 void checkUsage(const Options& options) {
+  requireScene(options.scene);
   checkMethod(options.method);
   if (options.frequencies.size() > MAX_FREQUENCIES) {
     throw CLI::ValidationError(
         "--frequency",
         fmt::format("{} given, expected {} at most", options.frequencies.size(), MAX_FREQUENCIES));
   }
-  checkPicture(options.output, options.force, {options.database, options.scene});
+  checkPicture(options.output, options.force, {options.database, options.scene.file});
 }
 
 Setup readInputs(const Options& options) {
   Setup setup;
-  const Audio::Scene scene = Audio::Scene::read(options.scene);
+  const Audio::Scene scene = Audio::readScene(options.scene);
   setup.time = options.time.value_or(fullestTime(scene));
   setup.sources = sourcesAt(scene, setup.time);
   if (std::none_of(setup.sources.begin(), setup.sources.end(), [](auto& s) { return s.flag; })) {
     throw DataError(
         fmt::format("{}: found no source that is active at {:g} s, expected one or more (--time)",
-                    options.scene, setup.time));
+                    options.scene.name(), setup.time));
   }
   const SofaFile file(options.database);
   requireDatabase(file);
@@ -149,7 +151,7 @@ PatternPicture pictureOf(const Options& options, const Setup& setup, const Direc
   picture.title = fmt::format("{}{}: gain by direction (0 dB: unchanged)", options.method,
                               stateOf(options.method));
   picture.subtitle = fmt::format("{}, {}; {} at {:.2f} s", fileName(options.database), ring.text(),
-                                 fileName(options.scene), setup.time);
+                                 fileName(options.scene.name()), setup.time);
   for (const BF::Direction& direction : ring.directions)
     picture.azimuths.push_back(direction.azimuth);
   const std::vector<std::size_t> bins = binsOf(options, setup);
@@ -183,7 +185,7 @@ void noteElevations(const Options& options, const Setup& setup, const DirectionR
               << fmt::format(
                      "{}: source {} is at elevation {:.1f} degrees, the picture shows {:.1f} "
                      "(--elevation)",
-                     options.scene, source.id, elevation, shown + 0.0)
+                     options.scene.name(), source.id, elevation, shown + 0.0)
               << std::endl;
   }
 }
@@ -228,8 +230,7 @@ void addPatternCommand(CLI::App& app) {
       "pattern", "Draw how loud a method lets each direction through, for each source");
   command->add_option("--tf", options->database, "Transfer-function database (SOFA, DataType TF)")
       ->required();
-  command->add_option("--sources", options->scene, "Scene file: which sources, where, when")
-      ->required();
+  addSceneOptions(*command, options->scene);
   command
       ->add_option("--method", options->method,
                    "See: zelk-sss methods; LCMV, GJ and GICA are drawn before they adapt, ML with "

@@ -15,6 +15,7 @@
 #include "audio/FolderLock.h"
 #include "audio/SeparatedFiles.h"
 #include "audio/SeparatedStream.h"
+#include "cli/ArraysCommand.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
 #include "cli/PrintableOutput.h"
@@ -24,6 +25,7 @@
 #include "cli/SeparationOptions.h"
 #include "cli/SeparationRun.h"
 #include "cli/StreamOptions.h"
+#include "responses/KnownArrays.h"
 
 namespace {
 
@@ -43,7 +45,7 @@ std::string withDashes(std::string ranges) {
 
 /// Refuses what a network cannot do.
 void checkNetwork(const SeparationSettings& s) {
-  if (s.directory == "-" || s.scene == "-") {
+  if (s.directory == "-" || s.scene.file == "-") {
     misuse(
         "--print-network makes networks that write files and read the scene from one, expected "
         "neither -o - nor --sources -");
@@ -95,7 +97,8 @@ void checkFolder(const SeparationSettings& s, const Audio::Scene& scene) {
     paths.push_back((folder / fmt::format("{}{}.wav", s.prefix, source.id)).string());
   }
   for (const std::string& path : paths) {
-    refuseInput(path, {s.recording, s.database, s.responses, s.scene, s.noiseRecording});
+    refuseInput(path, {s.recording, s.database, s.responses, s.scene.file, s.tracks.input,
+                       s.noiseRecording});
   }
 }
 
@@ -137,7 +140,8 @@ std::string stemOf(const std::string& recording) {
   return std::filesystem::path(recording).stem().string();
 }
 
-/// The options for one of the recordings. "{}" in the scene's name stands for the recording's.
+/// The options for one of the recordings. "{}" in the scene's or tracks' name stands for the
+/// recording's.
 Options optionsFor(const Options& options, const std::string& recording) {
   Options one = options;
   SeparationSettings& s = one.separation.settings;
@@ -145,8 +149,11 @@ Options optionsFor(const Options& options, const std::string& recording) {
   if (options.recordings.size() > 1) {
     s.directory = (std::filesystem::path(s.directory) / stemOf(recording)).string();
   }
-  const std::size_t place = s.scene.find("{}");
-  if (place != std::string::npos) s.scene.replace(place, 2, stemOf(recording));
+  s.scene.recording = stemOf(recording);
+  for (std::string* const name : {&s.scene.file, &s.tracks.input}) {
+    const std::size_t place = name->find("{}");
+    if (place != std::string::npos) name->replace(place, 2, stemOf(recording));
+  }
   return one;
 }
 
@@ -187,7 +194,14 @@ void addRecordingOptions(CLI::App& command, SeparationSettings& s) {
       .add_option("--rate", s.samplingRate,
                   "Sampling rate in Hz; default: the database's, or the recording's")
       ->check(isPositive());
-  command.add_option("--channels", s.channels, "Channels to use, as 1-4,7; default: all");
+  CLI::Option* channels =
+      command.add_option("--channels", s.channels, "Channels to use, as 1-4,7; default: all");
+  command
+      .add_option_function<std::string>(
+          "--array", [&s](const std::string& name) { s.channels = knownArray(name).channels; },
+          "Channels to use: those of an array that zelk-sss arrays lists")
+      ->check(isArrayName())
+      ->excludes(channels);
   command.add_flag("--resample", s.resample, "Convert a recording of another sampling rate");
   command
       .add_option(

@@ -15,6 +15,7 @@
 #include "dsp/OverlapAdder.h"
 #include "responses/DatabaseFile.h"
 #include "responses/Places.h"
+#include "scene/SceneMoment.h"
 #include "separation/ResponseFile.h"
 
 namespace {
@@ -164,9 +165,9 @@ std::optional<Audio::AudioReader> openNoise(const SeparationSettings& s, int mic
 /// noiseOptions: those that say where the noise comes from.
 void checkScene(const SeparationSettings& s, const Audio::Scene& scene,
                 const std::string& noiseOptions) {
-  scene.requireFewAtOnce(s.scene, s.inactiveAsNoise);
+  scene.requireFewAtOnce(s.sceneName(), s.inactiveAsNoise);
   if (scene.sources().empty()) {
-    throw DataError(fmt::format("{}: /sources: found none, expected one or more", s.scene));
+    throw DataError(fmt::format("{}: /sources: found none, expected one or more", s.sceneName()));
   }
   const bool noiseIsRunning =
       s.method->nodeType == "ML" && s.noiseRanges.empty() && s.noiseRecording.empty();
@@ -176,7 +177,7 @@ void checkScene(const SeparationSettings& s, const Audio::Scene& scene,
     throw DataError(fmt::format(
         "{}: found a source that is always active, but ML learns the noise while none is; expected "
         "\"active\" times, or {}",
-        s.scene, noiseOptions));
+        s.sceneName(), noiseOptions));
   }
 }
 
@@ -192,9 +193,12 @@ void requireChannels(const SeparationSettings& s, int microphones, const SofaFil
 /// The files that say what to separate by.
 struct Model {
   /// Takes frame length and rate from the database, where the settings leave them open.
-  Model(SeparationSettings& s, const std::string& noiseOptions)
-      : scene(Audio::Scene::read(s.scene)) {
-    checkScene(s, scene, noiseOptions);
+  Model(SeparationSettings& s, std::string optionsOfNoise)
+      : noiseOptions(std::move(optionsOfNoise)) {
+    if (!s.tracks.isGiven()) {
+      scene = Audio::readScene(s.scene);
+      checkScene(s, scene, noiseOptions);
+    }
     if (s.method->needsDatabase()) takeLengthAndRate(s, database.emplace(s.database));
     if (s.method->needsResponses()) responses.emplace(s.responses, SofaFile::Part::HEAD);
     if (s.length == 0) s.length = DEFAULT_LENGTH;
@@ -204,10 +208,23 @@ struct Model {
   /// The file that says how many microphones there are; null without one.
   const SofaFile* file() const { return database ? &*database : responses ? &*responses : nullptr; }
 
-  Audio::Scene scene;
+  std::string noiseOptions;  // as of checkScene
+  Audio::Scene scene;        // empty with a tracker
   std::optional<SofaFile> database;
   std::optional<SofaFile> responses;
 };
+
+/// After the recording was opened, so that nobody waits for a tracker in vain.
+void openTracks(const SeparationSettings& s, const std::string& noiseOptions,
+                SeparationInputs& inputs) {
+  if (!s.tracks.isGiven()) return;
+  if (areLive(s.tracks, s.recording)) {
+    inputs.live = followTracks(s.tracks);
+  } else {
+    inputs.scene = readTracks(s.tracks);
+    checkScene(s, inputs.scene, noiseOptions);
+  }
+}
 
 /// All but the recording itself, checked against each other.
 SeparationInputs inputsOf(const SeparationSettings& s, Model& model, int microphones,
@@ -220,6 +237,7 @@ SeparationInputs inputsOf(const SeparationSettings& s, Model& model, int microph
   inputs.noise = openNoise(s, microphones);
   checkNoiseRanges(s, inputs);
   requireChannels(s, microphones, model.file());
+  openTracks(s, model.noiseOptions, inputs);
   const SofaFile* const database = model.database ? &*model.database : nullptr;
   SeparationPlan plan{s, inputs.scene, microphones, std::nullopt, database};
   if (samples) plan.duration = static_cast<double>(*samples) / s.samplingRate;
@@ -260,4 +278,11 @@ Audio::AudioReader openAgain(const SeparationSettings& s) {
   Audio::AudioReaderOptions options = recordingOptions(s);
   options.warn = [](const std::string&) {};  // as it is said once already
   return open(s, s.recording, options);
+}
+
+std::vector<BF::SourceLocation> sourcesOf(const SeparationInputs& inputs, double time,
+                                          bool inactiveAsNoise) {
+  if (!inputs.live) return sourcesAt(inputs.scene, time, inactiveAsNoise);
+  const auto [targets, noise] = inputs.live->at(Tracking::LiveTracks::Clock::now());
+  return asSeparated(targets, noise);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,10 +11,12 @@
 #include "geometry/TransformFunctionDatabase.h"
 #include "scene/Scene.h"
 #include "separation/mvdr/ImpulseResponses.h"
+#include "tracking/LiveTracks.h"
 
 /// The files of a separation, each opened once, and what they say before it starts.
 struct SeparationInputs {
   Audio::Scene scene;
+  std::unique_ptr<Tracking::LiveTracks> live = {};   ///< a tracker, instead of the scene
   std::optional<Audio::AudioReader> recording = {};  ///< none of live sound
   int microphones = 0;
   std::optional<Audio::AudioReader> noise = {};  ///< of noise alone
@@ -43,3 +46,7 @@ SeparationInputs openInputs(SeparationSettings& settings, const LiveSound& sound
 
 /// The recording once more, for a look at it beforehand. Warns of nothing.
 Audio::AudioReader openAgain(const SeparationSettings& settings);
+
+/// Who is listed in a frame: by the scene at its time in seconds, or by the tracker now.
+std::vector<BF::SourceLocation> sourcesOf(const SeparationInputs& inputs, double time,
+                                          bool inactiveAsNoise);

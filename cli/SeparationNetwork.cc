@@ -1,6 +1,7 @@
 #include "cli/SeparationNetwork.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <utility>
 #include <vector>
@@ -84,14 +85,27 @@ Parameters writerParameters(const SeparationSettings& s) {
                         text("PREFIX", s.prefix), truth("OVERWRITE", s.overwrite)});
 }
 
+FD::NodeDescription sceneNode(const SeparationSettings& s) {
+  if (!s.tracks.isGiven()) {
+    return {"scene", "SceneSources",
+            withLayout(s, {text("FILENAME", s.scene.file),
+                           text("SOURCES", fmt::format("{}", fmt::join(s.scene.sources, " "))),
+                           truth("INACTIVE_AS_NOISE", s.inactiveAsNoise)})};
+  }
+  const Tracking::TrackSettings& tracks = s.tracks.settings;
+  return {
+      "scene", "TrackSources",
+      withLayout(s, {text("FILENAME", s.tracks.input), text("HOP", fmt::format("{}", tracks.hop)),
+                     number("HOLD", static_cast<float>(tracks.hold)),
+                     number("DISTANCE", static_cast<float>(tracks.distance)),
+                     truth("LIVE", areLive(s.tracks, s.recording)),
+                     truth("INACTIVE_AS_NOISE", s.inactiveAsNoise)})};
+}
+
 FD::NetworkDescription frameLoop(const SeparationSettings& s) {
   const std::string& type = s.method->nodeType;
   FD::NetworkDescription loop{"SEPARATION", "iterator"};
-  loop.nodes = {
-      input(s),
-      {"scene", "SceneSources",
-       withLayout(s, {text("FILENAME", s.scene), truth("INACTIVE_AS_NOISE", s.inactiveAsNoise)})},
-      {"separator", type, separatorParameters(s)}};
+  loop.nodes = {input(s), sceneNode(s), {"separator", type, separatorParameters(s)}};
   loop.links = {{"scene", "SOURCES", "separator", "INPUT_SOURCES"},
                 {"scene", "SOURCES", "writer", "SOURCES"},
                 {"frames", "SAMPLES", "writer", "SAMPLES"},

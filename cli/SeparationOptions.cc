@@ -8,6 +8,7 @@
 
 #include "ParameterValue.h"
 #include "cli/OptionChecks.h"
+#include "cli/SceneOptions.h"
 #include "net_types.h"
 
 namespace {
@@ -97,6 +98,15 @@ void refuseNoiseOptions(const SeparationSettings& s, const CLI::App& command) {
   }
 }
 
+/// Refuses what says twice who is where, or not at all.
+void checkScene(const SeparationSettings& s, const std::string& inactiveAsNoise) {
+  if (!s.tracks.isGiven()) return requireScene(s.scene, ", or --tracks");
+  if (s.scene.isGiven()) misuse("--tracks and --sources or --source exclude each other");
+  if (inactiveAsNoise == "on" && areLive(s.tracks, s.recording)) {
+    misuse("--inactive-as-noise on does not go with a tracker that is followed while it works");
+  }
+}
+
 bool chosen(const std::string& choice, bool automatic) {
   return choice == "on" || (choice == "auto" && automatic);
 }
@@ -117,7 +127,8 @@ void SeparationOptions::addModel(CLI::App& command) {
   command.add_option("--tf", s.database, "Transfer-function database (SOFA, DataType TF)");
   command.add_option("--responses", s.responses, "MVDR: whole impulse responses (SOFA, best FIR)");
   addDatabaseLimit(command);
-  command.add_option("--sources", s.scene, "Scene file: which sources, where, when")->required();
+  addSceneOptions(command, s.scene);
+  addTrackOptions(command, s.tracks);
   command.add_option("--method", method, "See: zelk-sss methods")->capture_default_str();
   command
       .add_option("--param", parameters, "NAME=VALUE, a parameter of the method; may be repeated")
@@ -197,13 +208,15 @@ void SeparationOptions::apply(const CLI::App& command) {
   } catch (const std::invalid_argument& error) {
     misuse(error.what());
   }
+  checkScene(s, inactiveAsNoise);
   for (const std::string& assignment : parameters) addMethodParameter(assignment, s);
   refuseUnusedStep(s);
   requireFiles(s);
   refuseNoiseOptions(s, command);
   const bool learnsFromSilence = s.method->nodeType == "MSNR";
   s.project = chosen(projection, learnsFromSilence);
-  s.inactiveAsNoise = chosen(inactiveAsNoise, learnsFromSilence);
+  // Of a tracker that is followed, the sources that went would become ever more.
+  s.inactiveAsNoise = chosen(inactiveAsNoise, learnsFromSilence && !areLive(s.tracks, s.recording));
   // Projection and refinement turn each bin back by themselves.
   const bool isRefined = s.refinePasses > 0 || s.refineLive;
   s.undoHalfFrameShift =

@@ -17,7 +17,6 @@
 #include "cli/StopSignals.h"
 #include "cli/StreamOptions.h"
 #include "dsp/FrameLayout.h"
-#include "scene/SceneMoment.h"
 #include "separation/Separator.h"
 
 namespace {
@@ -89,6 +88,7 @@ class SeparationRun {
     const bool isEnd = goThrough(*inputs.recording, progress);
     output->finish();
     for (const std::string& remark : output->remarks("--format FLOAT")) warn(remark);
+    if (inputs.live) reportTracks(s.tracks.input, inputs.live->counts(), inputs.live->failure());
     return isEnd;
   }
 
@@ -137,7 +137,7 @@ class SeparationRun {
   void listSources() {
     ++frame;
     const std::vector<BF::SourceLocation> sources =
-        sourcesAt(inputs.scene, layout.time(frame, s.samplingRate), s.inactiveAsNoise);
+        sourcesOf(inputs, layout.time(frame, s.samplingRate), s.inactiveAsNoise);
     separator.setSources(sources, separator.sourcesAt(frame));
     if (!output) return;
     std::vector<int> targets;

@@ -3,6 +3,8 @@
 #include <map>
 #include <string>
 
+#include "cli/TrackOptions.h"
+#include "scene/SceneFile.h"
 #include "separation/Methods.h"
 
 /// Everything that a separation is made of; the numbers that the nodes have in single precision
@@ -12,7 +14,8 @@ struct SeparationSettings {
   std::string raw;        ///< "S16_LE,8,16000", of a recording without header; empty: it has one
   std::string database;   ///< empty for methods without one
   std::string responses;  ///< for MVDR: whole impulse responses
-  std::string scene;
+  Audio::SceneChoice scene;
+  TrackOptions tracks;    ///< instead of a scene
   std::string directory;  ///< "-": a stream on standard output
   std::string rawOutput;  ///< encoding of that stream without header; empty: it is WAV
   const Method* method = nullptr;
@@ -45,4 +48,7 @@ struct SeparationSettings {
   bool refineLive = false;          ///< … in the same pass
   float refineMemory = 2.0F;        ///< seconds, for refineLive
   float postMask = 1.0F;            ///< least share of an output that passes; 1: all
+
+  /// What says who is where, for messages.
+  const std::string& sceneName() const { return tracks.isGiven() ? tracks.input : scene.name(); }
 };

@@ -70,7 +70,7 @@ void countSources(const SeparationPlan& plan, Warnings& warnings) {
   warnings.push_back(fmt::format(
       "{}: {} sources are active at {:.2f} s, expected no more than the {} microphones, which "
       "cannot keep more apart",
-      plan.settings.scene, found->active, found->time, plan.microphones));
+      plan.settings.sceneName(), found->active, found->time, plan.microphones));
 }
 
 /// Warns of sources that the recording is too short for.
@@ -84,7 +84,7 @@ void findAbsentSources(const SeparationPlan& plan, Warnings& warnings) {
     warnings.push_back(
         fmt::format("{}: source {} is never active in the {:.2f} s of {}, expected \"active\" "
                     "times within them; it gets no file",
-                    plan.settings.scene, source.id, *plan.duration, plan.settings.recording));
+                    plan.settings.sceneName(), source.id, *plan.duration, plan.settings.recording));
   }
 }
 
@@ -117,7 +117,7 @@ void checkNoiseTimes(const SeparationPlan& plan, Warnings& warnings) {
   warnings.push_back(
       fmt::format("--noise-from overlaps the active times of {} in {}, which ML then learns to "
                   "suppress; expected times of noise alone",
-                  named(heard), s.scene));
+                  named(heard), s.sceneName()));
 }
 
 /// Warns of sources that MSNR cannot tell from noise.
@@ -138,7 +138,7 @@ void checkPauses(const SeparationPlan& plan, Warnings& warnings) {
   warnings.push_back(
       fmt::format("{}: no pause of {} lies within {}, but MSNR learns in the pauses what is noise; "
                   "expected \"active\" times with gaps, or another method",
-                  s.scene, named(endless), s.recording));
+                  s.sceneName(), named(endless), s.recording));
 }
 
 // ---- what follows from the database
@@ -240,7 +240,7 @@ void findDistantSources(const SeparationPlan& plan, const std::vector<Moment>& m
     warnings.push_back(fmt::format(
         "{}: source {} at {}: the nearest response in {} is {:.0f} degrees away, at {}; expected "
         "one within {:.0f} degrees",
-        plan.settings.scene, id, directionText(w.wanted), plan.settings.database, w.angle,
+        plan.settings.sceneName(), id, directionText(w.wanted), plan.settings.database, w.angle,
         directionText(surveyor.place(w.found)), WIDE_ANGLE));
   }
 }
@@ -264,7 +264,7 @@ void findSharedPositions(const SeparationPlan& plan, const std::vector<Moment>& 
   warnings.push_back(
       fmt::format("{}: one response of {} serves {}{}: they cannot be separated; expected sources "
                   "further apart, or a denser database",
-                  plan.settings.scene, plan.settings.database, first,
+                  plan.settings.sceneName(), plan.settings.database, first,
                   pairs.size() == 1 ? "" : fmt::format(" and {} more pairs", pairs.size() - 1)));
 }
 
@@ -300,7 +300,7 @@ void findSingularBands(const SeparationPlan& plan, const std::vector<Moment>& mo
       "{}: the matrices that separate {} at {:.2f} s are nearly singular from {:.0f} to {:.0f} Hz "
       "(condition up to {:.1e}, expected {:.0f} or less), so noise grows there; expected sources "
       "further apart, a larger array, or --method DS or ML",
-      plan.settings.scene, named(ids), when->time, static_cast<double>(worst.first) * spacing,
+      plan.settings.sceneName(), named(ids), when->time, static_cast<double>(worst.first) * spacing,
       static_cast<double>(worst.last) * spacing, worst.condition, MAX_CONDITION));
 }
 

@@ -42,7 +42,15 @@ void applyStreamOptions(const CLI::App& command, SeparationSettings& s) {
       misuse(error.what());
     }
   }
-  if (isStandardInput(s.recording) && isStandardInput(s.scene)) {
+  if (s.directory == "-" && areLive(s.tracks, s.recording)) {
+    misuse(
+        "-o - has a channel for each source, whom a tracker that is followed does not tell "
+        "beforehand; expected a folder");
+  }
+  if (isStandardInput(s.recording) && isStandardInput(s.tracks.input)) {
+    misuse("--tracks is \"-\", from which the recording comes already, expected another input");
+  }
+  if (isStandardInput(s.recording) && isStandardInput(s.scene.file)) {
     misuse("standard input is recording and scene at once, expected one of them elsewhere");
   }
   const bool isStream = s.directory == "-";

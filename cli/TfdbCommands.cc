@@ -12,11 +12,13 @@
 #include <vector>
 
 #include "audio/OutputFile.h"
+#include "cli/ArraysCommand.h"
 #include "cli/ChildProcess.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
 #include "cli/RoomOptions.h"
 #include "responses/ArrayGeometry.h"
+#include "responses/KnownArrays.h"
 #include "responses/RelativeResponses.h"
 #include "responses/ResponseImport.h"
 #include "responses/ResponseSet.h"
@@ -123,6 +125,7 @@ void addImport(CLI::App& tfdb) {
 
 /// The microphones that a person describes by options.
 struct Array {
+  std::string name;
   std::string file;
   std::tuple<int, double> circular;
   std::tuple<int, double> linear;
@@ -131,6 +134,8 @@ struct Array {
 
   void addOptions(CLI::App& command) {
     CLI::Option_group* group = command.add_option_group("array", "The microphones (one of these)");
+    group->add_option("--array", name, "An array that is sold, as zelk-sss arrays lists them")
+        ->check(isArrayName());
     group->add_option(
         "--microphones", file,
         R"(JSON file {"microphones": [[x, y, z], …]}, metres: x front, y left, z up)");
@@ -143,7 +148,8 @@ struct Array {
 
   Positions positions() const {
     if (*circularOption) return std::apply(circularArray, circular);
-    return *linearOption ? std::apply(linearArray, linear) : readMicrophones(file);
+    if (*linearOption) return std::apply(linearArray, linear);
+    return name.empty() ? readMicrophones(file) : knownArray(name).positions;
   }
 };
 

@@ -5,6 +5,7 @@
 #include <sstream>
 #include <string>
 
+#include "cli/ArraysCommand.h"
 #include "cli/EvaluateCommand.h"
 #include "cli/LiveCommand.h"
 #include "cli/MethodsCommand.h"
@@ -96,6 +97,7 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   addLiveCommand(app);
   addMethodsCommand(app);
   addTfdbCommands(app);
+  addArraysCommand(app);
   addMixCommand(app);
   addScoreCommand(app);
   addEvaluateCommand(app);

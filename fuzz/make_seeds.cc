@@ -56,7 +56,19 @@ void makeAudio(const fs::path& folder) {
   }
 }
 
+void makeTracks(const fs::path& folder) {
+  const std::string message =
+      R"({ "timeStamp": 9, "src": [{ "id": 7, "tag": "", "x": 0.5, "y": -0.1, "z": 0, "activity": 1 },)"
+      R"( { "id": 0, "tag": "", "x": 0, "y": 0, "z": 0, "activity": 0 }] })";
+  write(folder / "two", "\x05" + message + message);
+  write(folder / "lengths", std::string("\xff\0\0\0\x90", 5) + message);
+  write(folder / "lines",
+        "\x10{\"t\": 1, \"sources\": [{\"id\": 1, \"azimuth\": 3}]}\n{\"sources\": []}");
+}
+
 void makeScenes(const fs::path& folder) {
+  write(folder / "table", "id,start,end,azimuth,elevation,distance\n1,0,1,30\n1,1,2,40,5,1.5\n");
+  write(folder / "turns", "SPEAKER r 1 0.5 2 <NA> <NA> a <NA> <NA>\n");
   write(folder / "still", R"({"sources": [{"id": 0, "azimuth": 30, "elevation": 5, "distance": 2},
       {"id": 1, "position": [1, 0.5, -0.1], "active": [[0, 1.5], [2, 3]]}]})");
   write(folder / "moving", R"({"sources": [{"id": 7, "track": [{"t": 0, "azimuth": 170},
@@ -155,6 +167,7 @@ int main(int argc, char** argv) {
   }
   const fs::path folder = argv[1];
   makeAudio(folder / "audio");
+  makeTracks(folder / "tracks");
   makeScenes(folder / "scene");
   makeMicrophones(folder / "microphones");
   makeNetworks(folder / "network");

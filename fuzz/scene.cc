@@ -1,9 +1,9 @@
-// Scene files: any text, read and asked for the sources at many times.
+// Scene files: any text in each form, read and asked for the sources at many times.
 #include <cmath>
 
 #include "dsp/DataError.h"
 #include "fuzz/Fuzzing.h"
-#include "scene/Scene.h"
+#include "scene/SourceText.h"
 
 namespace {
 
@@ -17,12 +17,10 @@ void requireFinite(const std::vector<Audio::PlacedSource>& placed) {
   }
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+template <class Parser>
+void tryOut(Parser parse) {
   try {
-    const Audio::Scene scene = Audio::Scene::parse(text, "scene.json");
+    const Audio::Scene scene = parse();
     for (const double t : {-1.0, 0.0, 0.1, 0.5, 1.0, 2.5, 100.0, 1e9}) {
       const auto targets = scene.targetsAt(t);
       const auto noise = scene.noiseAt(t, true);
@@ -44,5 +42,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const DataError& error) {
     require(isShowable(error.what()), "messages are showable");
   }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  static const std::vector<Audio::Speaker> SPEAKERS = Audio::speakersOf({"a:0", "b:90:10:2"});
+  tryOut([&] { return Audio::Scene::parse(text, "scene.json"); });
+  tryOut([&] { return Audio::Scene::parseCsv(text, "scene.csv"); });
+  tryOut([&] { return Audio::Scene::parseRttm(text, "scene.rttm", SPEAKERS); });
   return 0;
 }

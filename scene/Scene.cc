@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 #include <map>
+#include <utility>
 
 #include "dsp/DataError.h"
 
@@ -65,6 +66,15 @@ std::vector<TimeRange> merged(std::vector<TimeRange> ranges) {
     }
   }
   return result;
+}
+
+Scene Scene::of(std::vector<SceneSource> targets, std::vector<SceneSource> noises,
+                const std::string& name) {
+  Scene scene;
+  scene.targets = std::move(targets);
+  scene.noises = std::move(noises);
+  scene.requireFewAtOnce(name, false);
+  return scene;
 }
 
 std::vector<PlacedSource> Scene::targetsAt(double t) const {

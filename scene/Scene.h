@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -59,7 +60,8 @@ struct Speaker {
 ///   SOURCE: "id": whole number from 0, unlike any other; and one of
 ///             "azimuth": degrees, with optional "elevation" (default 0) and "distance" (default 1)
 ///             "position": [x, y, z]
-///             "track": [{"t": seconds, and a direction or position as above}, …]
+///             "track": [{"t": seconds, and a direction or position as above}, …], and beside it
+///             optional "distance", that of its directions without one
 ///           optional "active": [[begin, end], …] in seconds; absent: always
 /// Angles, metres and coordinates lie within ±10⁶, times within ±10⁹ s. No more than MAX_AT_ONCE
 /// sources are active at once, noise sources included.
@@ -75,6 +77,9 @@ class Scene {
   /// The same for a text; name stands for the file in messages.
   static Scene parse(const std::string& text, const std::string& name);
 
+  /// The same for a document that is read already.
+  static Scene fromDocument(const nlohmann::json& document, const std::string& name);
+
   /// Reads who speaks when from an RTTM file (NIST, "The 2009 Rich Transcription meeting
   /// recognition evaluation plan", appendix A): its lines of type SPEAKER, of one recording. Each
   /// entry of `speakers` becomes a target, in their order: what it says of the id and the place
@@ -87,6 +92,15 @@ class Scene {
   /// The same for a text; name stands for the file in messages.
   static Scene parseRttm(const std::string& text, const std::string& name,
                          const std::vector<Speaker>& speakers, const std::string& recording = "");
+
+  /// From a table of the columns id, start, end, azimuth[, elevation[, distance]], separated by
+  /// commas, after a line of titles that begins with "id" or not: where a source is from start to
+  /// end, in seconds. Throws DataError naming the line.
+  static Scene parseCsv(const std::string& text, const std::string& name);
+
+  /// Of sources whose ids differ. Throws DataError when more than MAX_AT_ONCE are active at once.
+  static Scene of(std::vector<SceneSource> targets, std::vector<SceneSource> noises,
+                  const std::string& name);
 
   const std::vector<SceneSource>& sources() const { return targets; }
   const std::vector<SceneSource>& noiseSources() const { return noises; }

@@ -29,9 +29,14 @@ double fullestTime(const Audio::Scene& scene) {
 
 std::vector<BF::SourceLocation> sourcesAt(const Audio::Scene& scene, double time,
                                           bool inactiveAsNoise) {
+  return asSeparated(scene.targetsAt(time), scene.noiseAt(time, inactiveAsNoise));
+}
+
+std::vector<BF::SourceLocation> asSeparated(const std::vector<Audio::PlacedSource>& targets,
+                                            const std::vector<Audio::PlacedSource>& noise) {
   std::vector<BF::SourceLocation> sources;
-  append(scene.targetsAt(time), true, sources);
-  append(scene.noiseAt(time, inactiveAsNoise), false, sources);
+  append(targets, true, sources);
+  append(noise, false, sources);
   return sources;
 }
 

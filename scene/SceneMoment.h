@@ -14,6 +14,10 @@ double fullestTime(const Audio::Scene& scene);
 std::vector<BF::SourceLocation> sourcesAt(const Audio::Scene& scene, double time,
                                           bool inactiveAsNoise = false);
 
+/// Targets and noise sources as the separation lists them.
+std::vector<BF::SourceLocation> asSeparated(const std::vector<Audio::PlacedSource>& targets,
+                                            const std::vector<Audio::PlacedSource>& noise);
+
 /// A source as the separation has it: coordinates reach it in single precision, on which the choice
 /// between two positions that are about equally near depends.
 BF::SourceLocation asSeparated(const BF::Location& point, int id, bool isTarget);

@@ -59,9 +59,11 @@ bool hasDirection(const Place& place) {
   return place->contains("azimuth") || place->contains("elevation") || place->contains("distance");
 }
 
-/// The position that an object states by "position" or by "azimuth" with its companions.
-TrackPoint parsePoint(const Place& place) {
+/// The position that an object states by "position" or by "azimuth" with its companions; distance:
+/// that of a direction without one.
+TrackPoint parsePoint(const Place& place, double distance = 1.0) {
   TrackPoint point;
+  point.direction.distance = distance;
   point.isDirection = hasDirection(place);
   if (point.isDirection == place->contains("position")) {
     place.refuse(point.isDirection ? "both a direction and \"position\"" : "no position",
@@ -81,13 +83,13 @@ TrackPoint parsePoint(const Place& place) {
   return point;
 }
 
-std::vector<TrackPoint> parseTrack(const Place& place) {
+std::vector<TrackPoint> parseTrack(const Place& place, double distance) {
   if (!place->is_array() || place->empty()) place.refuse("a list of one point or more");
   std::vector<TrackPoint> track;
   for (std::size_t i = 0; i < place->size(); ++i) {
     const Place entry = place.at(i);
     entry.checkKeys({"t"}, {"azimuth", "elevation", "distance", "position"});
-    TrackPoint point = parsePoint(entry);
+    TrackPoint point = parsePoint(entry, distance);
     point.t = entry.at("t").seconds();
     if (!track.empty() && point.t <= track.back().t) {
       entry.at("t").refuse(fmt::format("a time after the previous point's {}", track.back().t));
@@ -116,10 +118,11 @@ SceneSource parseSource(const Place& place) {
   SceneSource source;
   source.id = parseId(place.at("id"));
   if (place->contains("track")) {
-    if (hasDirection(place) || place->contains("position")) {
+    if (place->contains("azimuth") || place->contains("elevation") || place->contains("position")) {
       place.refuse("both \"track\" and a position beside it", "one of them");
     }
-    source.track = parseTrack(place.at("track"));
+    source.track = parseTrack(
+        place.at("track"), place->contains("distance") ? parseDistance(place.at("distance")) : 1.0);
   } else {
     source.track = {parsePoint(place)};
   }
@@ -147,7 +150,10 @@ std::vector<SceneSource> parseSources(const Place& place, std::map<int, std::str
 Scene Scene::read(const std::string& path) { return parse(fileText(path, MAX_FILE_SIZE), path); }
 
 Scene Scene::parse(const std::string& text, const std::string& name) {
-  const json document = parseJsonOf(text, name);
+  return fromDocument(parseJsonOf(text, name), name);
+}
+
+Scene Scene::fromDocument(const json& document, const std::string& name) {
   const Place root(name, "", document);
   root.checkKeys({"sources"}, {"noise"});
   std::map<int, std::string> idPlaces;

@@ -1,27 +1,11 @@
 #include "SceneSources.h"
 
-#include <memory>
+#include <sstream>
 #include <utility>
 
+#include "SourceLists.h"
 #include "audio/SamplingRates.h"
 #include "dsp/DataError.h"
-
-namespace {
-
-FD::ObjectRef sourceList(const std::vector<Audio::PlacedSource>& placed) {
-  auto list = std::make_unique<SourceList>();
-  for (const Audio::PlacedSource& entry : placed) {
-    auto* source = new FD::Source;
-    list->push_back(FD::ObjectRef(source));
-    source->id = entry.id;
-    source->x = static_cast<float>(entry.position.x);
-    source->y = static_cast<float>(entry.position.y);
-    source->z = static_cast<float>(entry.position.z);
-  }
-  return FD::ObjectRef(list.release());
-}
-
-}  // namespace
 
 const NodeSpec SceneSources::SPEC = {
     .type = "SceneSources",
@@ -35,14 +19,18 @@ const NodeSpec SceneSources::SPEC = {
                  "Noise sources that are active in the frame; with INACTIVE_AS_NOISE also the "
                  "targets that are not"}},
     .parameters = {
-        {"FILENAME", "string", nullptr,
-         "The scene file (JSON): which sources there are, where, and when each is active"},
+        {"FILENAME", "string", "",
+         "The scene file (JSON, CSV or RTTM): which sources there are, where, and when each is "
+         "active"},
         {"LENGTH", "int", nullptr, "Samples per frame, as in AudioFrames"},
         {"ADVANCE", "int", nullptr, "Samples from one frame to the next, as in AudioFrames"},
         {"SAMPLING_RATE", "int", nullptr, "Sampling rate in Hz, as in AudioFrames"},
         {"INACTIVE_AS_NOISE", "bool", "false",
          "true: list a target as a noise source while it is not active, which MSNR needs to learn "
-         "each source's noise"}}};
+         "each source's noise"},
+        {"SOURCES", "string", "",
+         "Instead of a file ID:AZIMUTH[:ELEVATION[:DISTANCE]] of each source, separated by blanks; "
+         "beside an RTTM file NAME:AZIMUTH… of each speaker"}}};
 
 namespace {
 
@@ -56,8 +44,14 @@ SceneSources::SceneSources(std::string nodeName, const FD::ParameterSet& params)
   checked([&] {
     layout = Audio::FrameLayout(intParameter("LENGTH"), intParameter("ADVANCE"));
     samplingRate = Audio::checkedSamplingRate(intParameter("SAMPLING_RATE"));
-    scene = Audio::Scene::read(stringParameter("FILENAME"));
-    scene.requireFewAtOnce(stringParameter("FILENAME"), inactiveAsNoise);
+    Audio::SceneChoice choice;
+    choice.file = stringParameter("FILENAME");
+    choice.fileWords = "FILENAME";
+    choice.sourceWords = "SOURCES";
+    std::istringstream texts(stringParameter("SOURCES"));
+    for (std::string text; texts >> text;) choice.sources.push_back(text);
+    scene = Audio::readScene(choice);
+    scene.requireFewAtOnce(choice.name(), inactiveAsNoise);
   });
 }
 

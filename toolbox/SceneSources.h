@@ -5,7 +5,7 @@
 
 #include "ToolboxNode.h"
 #include "dsp/FrameLayout.h"
-#include "scene/Scene.h"
+#include "scene/SceneFile.h"
 
 /// Says which sources a scene file has in each frame, and where.
 ///

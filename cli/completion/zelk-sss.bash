@@ -34,6 +34,11 @@ _zelk_sss_parameters() {
     awk -v method="$method" '/^[A-Z]/ {on = $1 == method} on && /^ / {print $1 "="}'
 }
 
+# Names of microphone arrays.
+_zelk_sss_arrays() {
+  "$command" arrays 2>/dev/null | cut -d' ' -f1
+}
+
 # Completes the value of an option of `zelk-sss $path`.
 _zelk_sss_value() {
   local option=$1 takes=$2
@@ -44,13 +49,18 @@ _zelk_sss_value() {
       _zelk_sss_words "$(_zelk_sss_parameters)"
       ;;
     *" --tf" | *" --responses") _zelk_sss_files sofa ;;
-    *" --sources" | *" --microphones") _zelk_sss_files json ;;
+    *" --sources")
+      _zelk_sss_files json
+      mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -f -X '!*.csv' -- "$cur"; compgen -f -X '!*.rttm' -- "$cur")
+      ;;
+    *" --microphones") _zelk_sss_files json ;;
+    *" --array") _zelk_sss_words "$(_zelk_sss_arrays)" ;;
     "separate -o" | "separate --output")
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -d -- "$cur")
       ;;
     "mix -o" | "mix --output") _zelk_sss_files wav ;;
-    *" --dry" | *" --reference" | *" --estimate" | *" --mixture" | *" --noise-recording" | *" -o" | \
+    *" --dry" | *" --reference" | *" --estimate" | *" --mixture" | *" --noise-recording" | *" --tracks" | *" -o" | \
       *" --output") ;; # any file, as the shell does by itself
     *)
       case "$takes" in
@@ -71,6 +81,7 @@ _zelk_sss_argument() {
   case "$path" in
     "" | tfdb) _zelk_sss_words "$(sed -n '/^Subcommands:/,$ s/^  \([a-z]*\) .*/\1/p' <<<"$help")" ;;
     mix | evaluate) _zelk_sss_files json ;;
+    arrays) [ "$arguments" -gt 0 ] || _zelk_sss_words "$(_zelk_sss_arrays)" ;;
     tfdb\ *) _zelk_sss_files sofa ;;
     run) [ "$arguments" -gt 0 ] || _zelk_sss_files n ;;
     live | methods | score) _zelk_sss_nothing ;;

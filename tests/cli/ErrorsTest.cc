@@ -22,8 +22,8 @@ class Errors : public Talkers {
 TEST_F(Errors, OfUsage) {
   EXPECT_EQ(run("").status, 2);
   EXPECT_EQ(run("").errors,
-            "zelk-sss: no command is given, expected one of: separate live methods tfdb mix "
-            "score evaluate pattern spectrogram run\n");
+            "zelk-sss: no command is given, expected one of: separate live methods tfdb arrays "
+            "mix score evaluate pattern spectrogram run\n");
 
   expectRefused(
       2,

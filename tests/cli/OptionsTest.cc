@@ -13,7 +13,9 @@ class Options : public Talkers {
   /// The parameters of the network that `separate` would run with these options, as
   /// Type.NAME=value.
   std::set<std::string> network(const std::string& options) const {
-    const CommandRun result = run("separate mix.wav -o out --print-network" + files + options);
+    const CommandRun result =
+        run("separate mix.wav -o out --print-network " + options +
+            (options.find("--tracks") == std::string::npos ? files : " --tf array.sofa"));
     EXPECT_EQ(result.status, 0) << options << "\n" << result.errors;
     pugi::xml_document document;
     EXPECT_TRUE(document.load_string(result.output.c_str())) << result.output;
@@ -42,10 +44,11 @@ TEST_F(Options, SetEveryParameterThatTheNodesDescribe) {
   std::erase_if(described, [](const std::string& name) { return name.starts_with("MVDR."); });
   described.erase("BeamForming.INITW_FILENAME");  // which the node does not read
   ASSERT_GT(described.size(), 40U);
+  folder.write("tracks.json", R"({"t": 0, "sources": [{"id": 1, "azimuth": 0}]})");
   std::set<std::string> set;
   for (const char* options :
        {"--method LCMV", "--method GJ", "--method GICA", "--method ML --noise-from 0:0.5",
-        "--method MSNR --refine-live", "--raw FLOAT_LE,3,16000"}) {
+        "--method MSNR --refine-live", "--raw FLOAT_LE,3,16000", "--tracks tracks.json"}) {
     for (const std::string& parameter : network(options)) {
       set.insert(parameter.substr(0, parameter.find('=')));
     }

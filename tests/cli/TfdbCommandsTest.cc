@@ -101,7 +101,7 @@ TEST_F(TfdbCommands, RefuseWhatMakesNoDatabase) {
       {{"tfdb", "A subcommand is required"},
        {"tfdb import one.sofa", "OUTPUT is required"},
        {"tfdb geometry out.sofa",
-        "Exactly 1 option from [--microphones,--circular,--linear] is required"},
+        "Exactly 1 option from [--array,--microphones,--circular,--linear] is required"},
        {"tfdb import whole.sofa out.sofa --reference-mic left",
         "--reference-mic: \"left\", expected none or a number from 1"},
        {"tfdb import whole.sofa out.sofa --latency 20 --length 512", "--length excludes --latency"},

@@ -10,7 +10,7 @@ import sys
 from pygments.lexers import CppLexer
 from pygments.token import Comment, String
 
-FOLDERS = ("matrix bf dsp audio scene fileio responses separation live scoring pictures host nodes "
+FOLDERS = ("matrix bf dsp audio scene tracking fileio responses separation live scoring pictures host nodes "
            "toolbox cli").split()
 # A statement that tells a person something; in the nodes, std::cout does, too.
 TELLS = re.compile(

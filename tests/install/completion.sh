@@ -7,7 +7,7 @@ folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder"
 mkdir sub
-touch array.sofa scene.json mix.wav net.n notes.txt
+touch array.sofa scene.json mix.wav net.n notes.txt turns.rttm
 # shellcheck source=/dev/null
 source "$completion"
 
@@ -29,7 +29,7 @@ expect() {
   failures=$((failures + 1))
 }
 
-expect "evaluate live methods mix pattern run score separate spectrogram tfdb" zelk-sss ""
+expect "arrays evaluate live methods mix pattern run score separate spectrogram tfdb" zelk-sss ""
 expect "--help --version" zelk-sss -
 expect "check geometry import info room" zelk-sss tfdb ""
 expect "--noise-channels --noise-forgetting --noise-from --noise-loading --noise-normalize --noise-recording" \
@@ -47,7 +47,8 @@ expect "" zelk-sss separate --length ""
 
 # files
 expect "array.sofa sub" zelk-sss separate mix.wav --tf ""
-expect "scene.json sub" zelk-sss separate mix.wav --quiet --sources ""
+expect "scene.json sub turns.rttm" zelk-sss separate mix.wav --quiet --sources ""
+expect "respeaker-4 respeaker-6 respeaker-usb-4" zelk-sss tfdb geometry db.sofa --array re
 expect "sub" zelk-sss separate -o ""
 expect "scene.json sub" zelk-sss mix ""
 expect "array.sofa sub" zelk-sss tfdb import --force ""

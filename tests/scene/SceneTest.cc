@@ -51,6 +51,7 @@ TEST(SceneTest, PlacesSources) {
                {line, 3, {2, 4, -2}},
                {line, 9, {2, 4, -2}},
                {turn, 1, {2 * std::cos(190 * degree), 2 * std::sin(190 * degree), 0}},
+               {R"("distance": 2, "track": [{"t": 0, "azimuth": 0}])", 0, {2, 0, 0}},
                {mixed, 1, {0.5, 0.5, 0}}};
   for (const auto& [members, t, position] : cases) {
     SCOPED_TRACE(members + " at " + std::to_string(t));
@@ -87,6 +88,15 @@ TEST(SceneTest, ReadsTheExampleOfEveryKey) {
   EXPECT_THAT(ids(scene.targetsAt(0)), ElementsAre(0, 2));
   EXPECT_THAT(ids(scene.targetsAt(9)), ElementsAre(0, 1, 2));
   EXPECT_THAT(ids(scene.noiseAt(0, false)), ElementsAre(9));
+}
+
+TEST(SceneTest, ATablesSourceStaysWhereItsRowSaysUntilTheNextOne) {
+  const auto scene = Audio::Scene::parseCsv("1,2,3,90\n1,3,4,180,0,2\n1,0,1,0\n", "scene.csv");
+  const std::pair<double, double> cases[] = {{0, 1}, {0.999, 1}, {2, 0}, {2.999, 0}, {3, -2}};
+  for (const auto& [t, x] : cases) {
+    EXPECT_NEAR(scene.targetsAt(t).at(0).position.x, x, 1e-12) << t;
+  }
+  EXPECT_TRUE(scene.targetsAt(1.5).empty());
 }
 
 TEST(SceneTest, BadScenesAreRefusedWithTheReason) {
