@@ -60,7 +60,7 @@ CASES = {
         lambda db: Database.from_responses(np.zeros((2, 4, 9)), [[1, 0, 0]], MICS, 16000),
         "ir", "of shape (2, 4, 9)", "[1 positions, 4 microphones, taps]",
     ),
-    "far": (lambda db: Database.free_field(MICS, distance=1e9), "distance", "1e", "above 0"),
+    "far": (lambda db: Database.free_field(MICS, distance=99999), "distance", "99999 m", "above 0"),
     "room": (lambda db: zelksss.Room((0, 5, 3), t60=0.3), "size", "0,5,3", "sides above 0"),
     "decay": (lambda db: zelksss.Room((6, 5, 3), t60=-1), "t60", "-1", "above 0"),
     "place": (lambda db: Source(0, position=(0, np.inf, 0)), "position", "inf", "finite metres"),
