@@ -1,4 +1,5 @@
-# Debian packages by `cpack -G DEB`: zelk-sss for users, libzelk-sss-dev for developers.
+# Debian packages by `cpack -G DEB`: zelk-sss for users, libzelk-sss-dev for developers and, with
+# ZELK_BUILD_PYTHON, python3-zelk-sss.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME zelk-sss)
 set(CPACK_PACKAGE_CONTACT "the zelk-sss authors <maintainers@users.noreply.zelk-sss.example>")
@@ -33,6 +34,26 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 source, and its engine for C++20 programs: headers, static libraries that need
 no dataflow host, and the files by which CMake (package ZelkSSS) and pkg-config
 find them.")
+
+if(ZELK_BUILD_PYTHON)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+  set(CPACK_COMPONENT_PYTHON_DEPENDS runtime)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-zelk-sss)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  # The module is built for one version of Python.
+  find_package(Python REQUIRED COMPONENTS Interpreter)
+  math(EXPR next "${Python_VERSION_MINOR} + 1")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+      "python3 (>= 3.${Python_VERSION_MINOR}), python3 (<< 3.${next}), python3-numpy")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/python3-zelk-sss/postinst
+      ${CMAKE_CURRENT_LIST_DIR}/python3-zelk-sss/prerm)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+  set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+"The separator of zelk-sss for Python: numpy arrays go in, one signal per sound
+source comes out, of a whole recording or block by block.
+
+This package holds the module zelksss for Python 3.")
+endif()
 
 # Debian wants some files compressed and a change log of its own.
 set(CPACK_ZELK_RELEASE_DATE ${ZELK_RELEASE_DATE})

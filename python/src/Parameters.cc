@@ -123,6 +123,15 @@ std::vector<BF::Matrix> noiseMatrices(const py::handle& given) {
   return matrices;
 }
 
+/// What is done beside the method: passes over the recording and masks.
+void takeRefinement(Keywords& keywords, Separation::Settings& settings) {
+  keywords.take("passes", "a whole number, 1 or more", settings.passes);
+  keywords.take("refine", "a whole number of passes, 0 or more", settings.refinement.passes);
+  keywords.take("refine_live", "True or False", settings.refinement.running);
+  keywords.take("refine_memory", "seconds above 0", settings.refinement.memory);
+  keywords.take("post_mask", "a number from 0 to 1", settings.postMask);
+}
+
 void takeNoise(Keywords& keywords, Separation::NoiseSettings& noise) {
   keywords.take("noise_from", "a list of (begin, end) in seconds", noise.times);
   keywords.take("noise_forgetting", "a number from 0 to 1", noise.forgetting);
@@ -148,11 +157,12 @@ BF::EngineParameters engineKeywords(const std::string& name, const py::dict& giv
 }
 
 Separation::Settings separationSettings(const std::string& name, const py::dict& given, int rate,
-                                        int length) {
+                                        int length, int microphones) {
   const Method& method = checkedMethod(name);
   Keywords keywords(given);
   Separation::Settings settings;
   settings.method = method.algorithm;
+  if (method.needsResponses()) keywords.take("loading", "above 0", settings.mvdrLoading);
   settings.parameters = takeParameters(method, keywords);
   settings.samplingRate = rate;
   settings.length = length;
@@ -161,13 +171,15 @@ Separation::Settings separationSettings(const std::string& name, const py::dict&
   keywords.take("advance", "a whole number of samples", settings.advance);
   keywords.take("window", "HANN, HAMMING, SINE or RECTANGULAR", settings.window);
   if (method.nodeType == "ML") takeNoise(keywords, settings.noise);
+  takeRefinement(keywords, settings);
   keywords.take("project", "True or False", settings.project);
   keywords.take("project_forgetting", "a number from 0 to 1", settings.projectionForgetting);
   int reference = 1;
-  keywords.take("reference_mic", "the number of a microphone, from 1", reference);
-  if (reference < 1) {
-    throw SettingError("reference_mic", std::to_string(reference),
-                       "the number of a microphone, from 1");
+  const std::string numbers =
+      "1 to " + std::to_string(microphones) + ", the number of a microphone";
+  keywords.take("reference_mic", numbers.c_str(), reference);
+  if (reference < 1 || reference > microphones) {
+    throw SettingError("reference_mic", std::to_string(reference), numbers);
   }
   settings.referenceMicrophone = reference - 1;
   keywords.take("half_frame_shift", "True or False", settings.undoHalfFrameShift);

@@ -3,6 +3,7 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <memory>
 #include <string>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "dsp/FrameLayout.h"
+#include "dsp/Window.h"
 #include "python/src/Arguments.h"
 #include "python/src/Bindings.h"
 #include "python/src/Database.h"
@@ -17,23 +19,40 @@
 #include "python/src/Sources.h"
 #include "scene/Scene.h"
 #include "scene/SceneMoment.h"
+#include "separation/NoiseFile.h"
+#include "separation/ResponseFile.h"
 
 namespace py = pybind11;
 using Separation::SettingError;
 
 namespace {
 
+constexpr int DEFAULT_LENGTH = 512;  // samples per frame, where no database says it
+
+/// The samples of a block, or of a whole recording.
+py::array_t<float> checkedSamples(const py::handle& x, int microphones) {
+  const auto M = static_cast<py::ssize_t>(microphones);
+  std::string expected = "[samples, " + std::to_string(M) + " microphones]";
+  const py::array given = Arguments::arrayOf(x, "x");
+  if (given.ndim() == 2 && given.shape(1) != M && given.shape(0) == M) {
+    expected += " (x.T has it)";
+  }
+  if (given.ndim() != 2 || given.shape(1) != M) {
+    throw SettingError("x", Arguments::shapeText(given), expected);
+  }
+  return Arguments::floats(given, "x", 2, expected);
+}
+
 /// The separator with lists of sources that may come from a scene.
 class StreamSeparator {
  public:
-  StreamSeparator(const Separation::Settings& settings,
-                  const BF::TransformFunctionDatabase& database)
-      : separator(settings, database), layout(settings.length, settings.advance) {}
-  StreamSeparator(const Separation::Settings& settings, int microphones)
-      : separator(settings, microphones), layout(settings.length, settings.advance) {}
+  /// model: what a Separation::Separator is made from.
+  template <class Model>
+  StreamSeparator(const Separation::Settings& settings, const Model& model)
+      : separator(settings, model), layout(settings.length, settings.advance) {}
 
   py::tuple process(const py::handle& block, const py::handle& sources) {
-    const py::array_t<float> samples = checkedBlock(block);
+    const py::array_t<float> samples = checkedSamples(block, separator.microphones());
     const auto count = static_cast<std::size_t>(samples.shape(0));
     list(sources);
     const float* values = samples.data();
@@ -50,21 +69,15 @@ class StreamSeparator {
     });
   }
 
-  const Separation::Separator& base() const { return separator; }
-
-  /// The samples of a block, or of a whole recording, as `process` reads them.
-  py::array_t<float> checkedBlock(const py::handle& block) const {
-    const auto M = static_cast<py::ssize_t>(separator.microphones());
-    std::string expected = "[samples, " + std::to_string(M) + " microphones]";
-    const py::array given = Arguments::arrayOf(block, "x");
-    if (given.ndim() == 2 && given.shape(1) != M && given.shape(0) == M) {
-      expected += " (x.T has it)";
-    }
-    if (given.ndim() != 2 || given.shape(1) != M) {
-      throw SettingError("x", Arguments::shapeText(given), expected);
-    }
-    return Arguments::floats(given, "x", 2, expected);
+  void startOver() {
+    separator.startOver();
+    sceneObject = py::object();
+    scene = nullptr;
+    nextFrame = 0;
+    lastFrom = 0;
   }
+
+  const Separation::Separator& base() const { return separator; }
 
  private:
   void list(const py::handle& sources) {
@@ -119,13 +132,51 @@ class StreamSeparator {
   std::int64_t lastFrom = 0;
 };
 
+/// The settings with the noise at the times of `noise_from` measured in advance, as the command
+/// does it, where there is a whole recording.
+Separation::Settings withMeasuredNoise(Separation::Settings settings, const py::handle& recording,
+                                       int microphones) {
+  Separation::NoiseSettings& noise = settings.noise;
+  if (recording.is_none() || noise.times.empty()) return settings;
+  Separation::checkedSettings(settings, microphones);
+  const py::array_t<float> x = checkedSamples(recording, microphones);
+  std::vector<Audio::TimeRange> ranges;
+  for (const auto& [begin, end] : noise.times) ranges.push_back({begin, end});
+  const py::gil_scoped_release release;
+  noise.matrices = noiseMatrices(
+      noiseOfSamples(
+          {x.data(), static_cast<std::size_t>(x.shape(0)), microphones, settings.samplingRate},
+          {settings.length, settings.advance}, Audio::windowNamed(settings.window), ranges,
+          "noise_from"),
+      noise.loading, noise.normalize);
+  noise.times.clear();
+  return settings;
+}
+
+/// recording: None, or all that is going to be separated.
 std::unique_ptr<StreamSeparator> makeSeparator(const Database& db, const std::string& method,
-                                               const py::dict& parameters) {
+                                               const py::dict& parameters,
+                                               const py::handle& recording) {
   if (algorithmNamed(method) == Separation::ALGORITHM_MVDR) {
-    throw SettingError("method", "MVDR", "one that separates with a Database");
+    throw SettingError("responses", "missing", "zelksss.Responses, for the method MVDR");
   }
-  return std::make_unique<StreamSeparator>(
-      separationSettings(method, parameters, db.rate(), db.length()), db.forEngine());
+  const auto microphones = static_cast<int>(db.data().receiverPositions.size());
+  const Separation::Settings settings =
+      separationSettings(method, parameters, db.rate(), db.length(), microphones);
+  return std::make_unique<StreamSeparator>(withMeasuredNoise(settings, recording, microphones),
+                                           db.forEngine());
+}
+
+std::unique_ptr<StreamSeparator> makeFromResponses(const Separation::ImpulseResponses& responses,
+                                                   const std::string& method,
+                                                   const py::dict& parameters) {
+  if (algorithmNamed(method) != Separation::ALGORITHM_MVDR) {
+    throw SettingError("method", '"' + method + '"', "MVDR, which alone takes responses");
+  }
+  const Separation::Settings settings =
+      separationSettings(method, parameters, responses.samplingRate, DEFAULT_LENGTH,
+                         static_cast<int>(responses.microphones));
+  return std::make_unique<StreamSeparator>(settings, responses);
 }
 
 std::unique_ptr<StreamSeparator> makeWithoutDatabase(int microphones, int rate,
@@ -134,8 +185,45 @@ std::unique_ptr<StreamSeparator> makeWithoutDatabase(int microphones, int rate,
   if (algorithmNamed(method) != BF::BF_ALGORITHM_CMSNR) {
     throw SettingError("db", "missing", "a Database, unless the method is MSNR");
   }
-  return std::make_unique<StreamSeparator>(separationSettings(method, parameters, rate, 512),
-                                           microphones);
+  return std::make_unique<StreamSeparator>(
+      separationSettings(method, parameters, rate, DEFAULT_LENGTH, microphones), microphones);
+}
+
+/// ir [positions, microphones, taps], which is how the separation keeps them.
+Separation::ImpulseResponses makeResponses(const py::handle& ir, const py::handle& positions,
+                                           int rate) {
+  const py::array_t<float> given = Arguments::floats(ir, "ir", 3, "[positions, microphones, taps]");
+  const std::vector<std::array<double, 3>> places = Arguments::points(positions, "positions");
+  Arguments::requireShape(given, "ir", {static_cast<py::ssize_t>(places.size()), -1, -1},
+                          "[" + std::to_string(places.size()) + " positions, microphones, taps]");
+  Separation::ImpulseResponses responses;
+  for (const auto& [x, y, z] : places) {
+    const auto id = static_cast<int>(responses.positions.size());
+    responses.positions.push_back(asSeparated({x, y, z}, id, true));
+  }
+  responses.microphones = static_cast<std::size_t>(given.shape(1));
+  responses.taps = static_cast<std::size_t>(given.shape(2));
+  responses.samplingRate = rate;
+  responses.samples.assign(given.data(), given.data() + given.size());
+  return responses;
+}
+
+/// Their own memory, to be read only.
+py::array_t<float> responseSamples(const py::object& self) {
+  const auto& responses = self.cast<const Separation::ImpulseResponses&>();
+  py::array_t<float> view({responses.positions.size(), responses.microphones, responses.taps},
+                          responses.samples.data(), self);
+  view.attr("setflags")(false);
+  return view;
+}
+
+py::array_t<double> responsePositions(const Separation::ImpulseResponses& responses) {
+  py::array_t<double> result({responses.positions.size(), std::size_t{3}});
+  double* value = result.mutable_data();
+  for (const BF::SourceLocation& p : responses.positions) {
+    for (const double c : {p.x, p.y, p.z}) *value++ = c;
+  }
+  return result;
 }
 
 }  // namespace
@@ -144,13 +232,23 @@ void bindSeparator(py::module_& module) {
   module.def("channels_of", [](const py::handle& x) {
     return Arguments::floats(x, "x", 2, "[samples, microphones]").shape(1);
   });
+  py::class_<Separation::ImpulseResponses>(module, "Responses")
+      .def(py::init(&makeResponses))
+      .def_static("read", &readImpulseResponses, py::call_guard<py::gil_scoped_release>())
+      .def_property_readonly("ir", &responseSamples)
+      .def_property_readonly("positions", &responsePositions)
+      .def_readonly("rate", &Separation::ImpulseResponses::samplingRate);
   py::class_<StreamSeparator>(module, "Separator")
       .def(py::init(&makeSeparator))
+      .def(py::init(&makeFromResponses))
       .def(py::init(&makeWithoutDatabase))
       .def("process", &StreamSeparator::process)
-      .def("checked", &StreamSeparator::checkedBlock)
+      .def("checked", [](const StreamSeparator& s,
+                         const py::handle& x) { return checkedSamples(x, s.base().microphones()); })
+      .def("start_over", &StreamSeparator::startOver)
       .def("flush", &StreamSeparator::flush)
       .def_property_readonly("samples", [](const StreamSeparator& s) { return s.base().samples(); })
+      .def_property_readonly("passes", [](const StreamSeparator& s) { return s.base().passes(); })
       .def_property_readonly("latency", [](const StreamSeparator& s) { return s.base().latency(); })
       .def_property_readonly("microphones",
                              [](const StreamSeparator& s) { return s.base().microphones(); })

@@ -12,6 +12,7 @@ from ._core import __version__
 from ._database import Database
 from ._error import Error
 from ._mix import Mix, Room, mix
+from ._responses import Responses
 from ._scene import Scene, Source
 from ._scores import Scores, score
 from ._separator import Output, Parameters, Separator, separate
@@ -22,6 +23,7 @@ __all__ = [
     "Mix",
     "Output",
     "Parameters",
+    "Responses",
     "Room",
     "Scene",
     "Scores",

@@ -3,16 +3,22 @@
 from __future__ import annotations
 
 import os
+import shutil
 import sys
 from pathlib import Path
 
 
 def command() -> Path:
-    """Return where the command is: in the package, or where the system has installed it."""
-    for folder in (Path(__file__).parent / "bin", Path("/usr/bin")):
-        if (folder / "zelk-sss").exists():
-            return folder / "zelk-sss"
-    raise SystemExit("zelksss: the command zelk-sss is not installed, expected it in this package")
+    """Return where the command is: in the package, or on the PATH."""
+    own = Path(__file__).parent / "bin" / "zelk-sss"
+    found = str(own) if own.exists() else shutil.which("zelk-sss")
+    if found:
+        return Path(found)
+    raise SystemExit(
+        "zelksss: this package comes without the command zelk-sss, expected it from the Debian"
+        " package zelk-sss or an installation from source; separate, mix and score are here as"
+        " functions (import zelksss)"
+    )
 
 
 def main() -> None:

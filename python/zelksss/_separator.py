@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
 from typing import TYPE_CHECKING, TypedDict
 
 import numpy as np
@@ -11,6 +11,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core
 from ._database import Database
 from ._error import Error
+from ._responses import Responses
 from ._scene import Scene, Source
 
 if TYPE_CHECKING:
@@ -42,7 +43,8 @@ class Parameters(TypedDict, total=False):
     inactive_as_noise : bool
         List sources as noise while they are silent; for MSNR.
     noise_from : list of (float, float)
-        ML: begin and end, in seconds, of stretches that hold noise alone.
+        ML: begin and end, in seconds, of stretches that hold noise alone. `separate` measures it
+        in advance; a `Separator` learns it as the stretches come.
     noise_matrices : array_like of complex, [bins, microphones, microphones]
         ML: correlation matrices of the noise, measured in advance.
     noise_forgetting, noise_loading : float
@@ -63,6 +65,20 @@ class Parameters(TypedDict, total=False):
         MSNR: forgetting factor of the statistics.
     decomposition_algorithm : str
         MSNR: "GEVD" or "GSVD".
+    loading : float
+        MVDR: noise of the microphones' own, as a share of the sources' mean power.
+    passes : int
+        How often the method goes through the recording; LCMV, GICA and MSNR learn on. A `Separator`
+        is given the recording as often, see `Separator.start_over`.
+    refine : int
+        Passes after these that separate anew, by MVDR from masks of what was separated before.
+    refine_live : bool
+        The same within one pass, from what was heard so far.
+    refine_memory : float
+        Seconds that it reaches back.
+    post_mask : float
+        Multiply each output, bin by bin, by its share of the power of all, at least by this. 1: do
+        not.
     """
 
     length: int
@@ -86,6 +102,12 @@ class Parameters(TypedDict, total=False):
     reg_factor: float
     alpha: float
     decomposition_algorithm: str
+    loading: float
+    passes: int
+    refine: int
+    refine_live: bool
+    refine_memory: float
+    post_mask: float
 
 
 class Output(dict[int, NDArray[np.float32]]):
@@ -120,13 +142,16 @@ class Separator:
     Parameters
     ----------
     db : Database or None
-        The array's transfer functions. None for the method MSNR alone, with `microphones`.
+        The array's transfer functions. None for the methods MSNR, with `microphones`, and MVDR,
+        with `responses`.
     rate : int, optional
         Sampling rate of the samples in Hz; the database's. Another one is an error.
     method : str, optional
-        DS, WDS, NULL, ILSE, LCMV, GJ, GICA, ML or MSNR; see `docs/methods.md`.
+        DS, WDS, NULL, ILSE, LCMV, GJ, GICA, ML, MSNR or MVDR; see `docs/methods.md`.
     microphones : int, optional
         Channels of the samples, for MSNR without a database.
+    responses : Responses, optional
+        The room's impulse responses, for MVDR.
     **parameters
         See `Parameters`.
 
@@ -149,21 +174,39 @@ class Separator:
         method: str = "NULL",
         *,
         microphones: int | None = None,
+        responses: Responses | None = None,
         **parameters: Unpack[Parameters],
     ) -> None:
+        self._make(db, rate, method, microphones, responses, parameters, None)
+
+    def _make(
+        self,
+        db: Database | None,
+        rate: int | None,
+        method: str,
+        microphones: int | None,
+        responses: Responses | None,
+        parameters: Parameters,
+        recording: ArrayLike | None,
+    ) -> None:
+        """Make the separator, for a whole recording if there is one."""
+        if responses is not None:
+            if db is not None:
+                raise _error("db", "given", "None beside responses")
+            _require_rate(rate, responses.rate, "responses were")
+            self._native = _core.Separator(responses._native, method, parameters)
+            return
         if db is None:
+            if method == "MVDR":
+                raise _missing("responses", "zelksss.Responses, for the method MVDR")
             if microphones is None:
                 raise _missing("db", "a Database, or microphones=COUNT with the method MSNR")
             if rate is None:
                 raise _missing("rate", "the sampling rate in Hz, as there is no database")
             self._native = _core.Separator(microphones, rate, method, parameters)
             return
-        if rate is not None and rate != db.rate:
-            raise Error(
-                f"rate is {rate} Hz, expected {db.rate} Hz, for which db was made",
-                "rate", str(rate), str(db.rate),
-            )  # fmt: skip
-        self._native = _core.Separator(db._native, method, parameters)
+        _require_rate(rate, db.rate, "db was")
+        self._native = _core.Separator(db._native, method, parameters, recording)
 
     def process(self, x: ArrayLike, sources: Sequence[Source] | Scene | None = None) -> Output:
         """Take the next samples and return what is finished.
@@ -189,6 +232,15 @@ class Separator:
     def flush(self) -> Output:
         """End the recording: return all samples that are left. Then no more are taken."""
         return Output(*self._native.flush())
+
+    def start_over(self) -> None:
+        """Begin the next pass: no sample was taken, nobody is listed, what was learnt stays."""
+        self._native.start_over()
+
+    @property
+    def passes(self) -> int:
+        """How often the recording is to be given; outputs come in the last pass."""
+        return self._native.passes
 
     @property
     def samples(self) -> int:
@@ -227,6 +279,8 @@ def separate(
     sources: Sequence[Source] | Scene,
     rate: int | None = None,
     method: str = "NULL",
+    *,
+    responses: Responses | None = None,
     **parameters: Unpack[Parameters],
 ) -> dict[int, NDArray[np.float32]]:
     """Separate a recording into one signal per source.
@@ -236,13 +290,15 @@ def separate(
     x : array_like, float32 or float64 [samples, microphones]
         The recording, a column per microphone in the database's order.
     db : Database or None
-        The array's transfer functions; None for the method MSNR alone.
+        The array's transfer functions; None for the methods MSNR and MVDR.
     sources : sequence of Source or Scene
         Who is where: all the time, or as the scene says.
     rate : int, optional
         Sampling rate in Hz; the database's.
     method : str, optional
-        DS, WDS, NULL, ILSE, LCMV, GJ, GICA, ML or MSNR; see `docs/methods.md`.
+        DS, WDS, NULL, ILSE, LCMV, GJ, GICA, ML, MSNR or MVDR; see `docs/methods.md`.
+    responses : Responses, optional
+        The room's impulse responses, for MVDR.
     **parameters
         See `Parameters`.
 
@@ -252,22 +308,40 @@ def separate(
         The signal of each target by its id. Sample n belongs to sample n of the recording; where a
         source is not active its signal is 0.
     """
+    separator = Separator.__new__(Separator)
     channels = _core.channels_of(x) if db is None else None
-    separator = Separator(db, rate, method, microphones=channels, **parameters)
+    separator._make(db, rate, method, channels, responses, parameters, x)
     recording = separator._native.checked(x)
     separator.process(recording[:0], sources)  # refuses what is no list of sources
+    for _ in range(1, separator.passes):
+        for _output in _outputs(separator, recording):
+            pass  # there is none yet
+        separator.start_over()
+        separator.process(recording[:0], sources)
     ids = sources.ids if isinstance(sources, Scene) else [s.id for s in sources if s.target]
     result = {id: np.zeros(len(recording), np.float32) for id in ids}
-    for begin in range(0, len(recording), _BLOCK):
-        _collect(result, separator.process(recording[begin : begin + _BLOCK]))
-    _collect(result, separator.flush())
+    for output in _outputs(separator, recording):
+        for id, samples in output.items():
+            result[id][output.start : output.start + output.count] = samples
     return result
 
 
-def _collect(result: dict[int, NDArray[np.float32]], output: Output) -> None:
-    for id, samples in output.items():
-        result[id][output.start : output.start + output.count] = samples
+def _outputs(separator: Separator, recording: NDArray[np.float32]) -> Iterator[Output]:
+    for begin in range(0, len(recording), _BLOCK):
+        yield separator.process(recording[begin : begin + _BLOCK])
+    yield separator.flush()
+
+
+def _require_rate(rate: int | None, expected: int, what: str) -> None:
+    if rate is None or rate == expected:
+        return
+    text = f"rate is {rate} Hz, expected {expected} Hz, for which {what} made"
+    raise Error(text, "rate", str(rate), str(expected))
 
 
 def _missing(field: str, expected: str) -> Error:
-    return Error(f"{field} is missing, expected {expected}", field, "missing", expected)
+    return _error(field, "missing", expected)
+
+
+def _error(field: str, actual: str, expected: str) -> Error:
+    return Error(f"{field} is {actual}, expected {expected}", field, actual, expected)

@@ -39,7 +39,12 @@ CASES = {
     "number": (other(X, method="GJ", lc_myu=-1), "lc_myu", "-1.0", "0 or more"),
     "kind": (other(X, advance="many"), "advance", "'many'", "a whole number of samples"),
     "advance": (other(X, advance=513), "advance", "513", "1 to length = 512 samples"),
-    "reference": (other(X, reference_mic=0), "reference_mic", "0", "from 1"),
+    "reference": (other(X, reference_mic=5), "reference_mic", "5", "1 to 4"),
+    "refined twice": (other(X, refine=1, refine_live=True), "refine", "1", "0 beside refine_live"),
+    "no responses": (other(X, method="MVDR"), "responses", "missing", "zelksss.Responses"),
+    "noise times": (
+        other(X, method="ML", noise_from=[(1, 0)]), "noise_from", "1 to 0", "0 <= begin < end",
+    ),
     "sources": (lambda db: separate(X, db, 5), "sources", "5", "a Scene or a list of Source"),
     "source": (lambda db: separate(X, db, [5]), "sources[0]", "5", "a Source"),
     "twice": (lambda db: separate(X, db, S + S), "sources[1].id", "0", "no other source has"),
@@ -55,6 +60,9 @@ CASES = {
         lambda db: Database.from_responses(np.zeros((2, 4, 9)), [[1, 0, 0]], MICS, 16000),
         "ir", "of shape (2, 4, 9)", "[1 positions, 4 microphones, taps]",
     ),
+    "far": (lambda db: Database.free_field(MICS, distance=99999), "distance", "99999 m", "above 0"),
+    "room": (lambda db: zelksss.Room((0, 5, 3), t60=0.3), "size", "0,5,3", "sides above 0"),
+    "decay": (lambda db: zelksss.Room((6, 5, 3), t60=-1), "t60", "-1", "above 0"),
     "place": (lambda db: Source(0, position=(0, np.inf, 0)), "position", "inf", "finite metres"),
     "engine first": (
         lambda db: engine.NULL(257, 16000).update_sources(S), "database", "missing", "a Database",

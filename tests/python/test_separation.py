@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import json
 import subprocess
 import sys
 from concurrent.futures import ThreadPoolExecutor
@@ -10,7 +11,7 @@ from pathlib import Path
 import numpy as np
 import pytest
 import soundfile
-from conftest import MICS
+from conftest import MICS, TALKERS
 
 import zelksss
 from zelksss import Database, Scene, Source
@@ -182,6 +183,46 @@ def test_rooms_and_images_add_up(scene, heard):
     plain = zelksss.mix(scene, dry, air)
     energy = lambda m: float((m.images[7] ** 2).sum())  # noqa: E731
     assert energy(made) > 1.2 * energy(plain)  # the echoes
+
+
+@pytest.mark.parametrize(
+    "method, keywords",
+    [
+        ("NULL", {"refine": 2, "post_mask": 0.3}),
+        ("NULL", {"refine_live": True, "refine_memory": 0.5}),
+        ("GICA", {"passes": 2, "advance": 160}),
+        ("ML", {"noise_from": [(0.0, 0.3), (0.4, 0.5)]}),
+        ("MVDR", {"loading": 1e-3}),
+    ],
+)
+def test_keywords_do_what_the_options_do(method, keywords, scene, heard, tmp_path):
+    x = heard.mixture[:16000]
+    soundfile.write(tmp_path / "x.wav", x, 16000, subtype="FLOAT")
+    air = Database.free_field(MICS, azimuth_step=30, reference_mic=None)
+    air.write(tmp_path / "air.sofa")
+    (tmp_path / "scene.json").write_text(json.dumps(TALKERS))
+    given = dict(keywords)
+    args = ["--param", f"LOADING={given.pop('loading')}"] if method == "MVDR" else []
+    for name, value in given.items():
+        args.append("--" + name.replace("_", "-"))
+        if name == "noise_from":
+            args.append(",".join(f"{begin}:{end}" for begin, end in value))
+        elif value is not True:
+            args.append(str(value))
+    db, responses = air, None
+    if method == "MVDR":
+        read = zelksss.Responses.read(tmp_path / "air.sofa", 16000)
+        db, responses = None, zelksss.Responses(read.ir, read.positions, read.rate)
+    subprocess.run(
+        [sys.executable, "-m", "zelksss", "separate", "x.wav", "--sources", "scene.json",
+         "--responses" if responses else "--tf", "air.sofa", "--method", method, *args,
+         "-o", "out", "--format", "FLOAT", "--quiet"],
+        check=True, cwd=tmp_path,
+    )  # fmt: skip
+    out = zelksss.separate(x, db, scene, 16000, method, responses=responses, **keywords)
+    for id, signal in out.items():
+        theirs = soundfile.read(tmp_path / f"out/source_{id}.wav", dtype="float32")[0]
+        np.testing.assert_allclose(signal, theirs, atol=1e-5 * np.abs(theirs).max())
 
 
 def test_command_is_the_command():
