@@ -43,11 +43,11 @@ check() {
   done
 }
 
-check zelk-sss "" methods
-# Every command of the program has a page of its own, but the list of the methods.
+check zelk-sss "" methods arrays
+# Every command of the program has a page of its own, but the lists of the methods and the arrays.
 for name in $("$command" --help | sed -n '/^Subcommands:/,$p' | awk 'NF > 1 && /^  [a-z]/ {print $1}'); do
   case $name in
-    methods) ;;
+    methods | arrays) ;;
     tfdb) check zelk-sss-tfdb tfdb "tfdb import" "tfdb geometry" "tfdb room" "tfdb info" "tfdb check" ;;
     *) check "zelk-sss-$name" "$name" ;;
   esac
