@@ -111,9 +111,8 @@ class BF {
 
   std::vector<int> previous;  ///< of the list that findPrevious was called with last
 
-  // Storage of the lists that were replaced last, filled before the next exchange.
-  std::vector<Matrix> spareTransferFunctions;
-  std::vector<Matrix> spareMatrices;
+  std::vector<Matrix> spareTransferFunctions;  ///< storage of the list that was replaced last
+  std::vector<Matrix> spareMatrices;           ///< likewise, filled before the next exchange
 
  private:
   void gather(const std::vector<SourceLocation>& requested, std::vector<Matrix>& out) const;

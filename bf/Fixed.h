@@ -12,6 +12,7 @@ namespace BF {
 /// when the sources' transfer functions are linearly independent).
 class Fixed : public BF {
  public:
+  /// As BF::BF.
   Fixed(int numFreq, int samplingRate, double soundSpeed);
   ~Fixed() override;
 

@@ -12,6 +12,7 @@ namespace BF {
 template <std::size_t COUNT>
 class Memo {
  public:
+  /// The matrices that a result is computed from, not owned.
   using Inputs = std::array<const Matrix*, COUNT>;
 
   /// Whether value is what follows from these inputs.

@@ -8,15 +8,17 @@
 
 namespace BF {
 
+/// Radians in degrees.
 inline double degrees(double radians) { return radians * 180.0 / std::numbers::pi; }
+/// Degrees in radians.
 inline double radians(double degrees) { return degrees * std::numbers::pi / 180.0; }
 
 /// A point seen from the origin: azimuth counter-clockwise from x and elevation up from the
 /// horizontal plane in degrees, distance in metres.
 struct Direction {
-  double azimuth = 0.0;
-  double elevation = 0.0;
-  double distance = 1.0;
+  double azimuth = 0.0;    ///< degrees
+  double elevation = 0.0;  ///< degrees
+  double distance = 1.0;   ///< metres
 };
 
 /// The point in a direction:

@@ -94,7 +94,7 @@ struct Settings {
   /// How often the method goes through the recording, 1 or more, by Separator::startOver: LCMV,
   /// GICA and CMSNR learn on from one pass to the next.
   int passes = 1;
-  RefinementSettings refinement;
+  RefinementSettings refinement;  ///< by masks, after the method
   /// Each output is multiplied, bin by bin, by its share of the power of all outputs, but at least
   /// by this, 0 to 1: a Wiener filter. 1: not at all.
   double postMask = 1.0;
