@@ -155,11 +155,13 @@ void SpectralSeparation::project(const std::complex<float>* reference,
   for (std::size_t k = 0; k < spectrum.size(); ++k) y[k] = std::complex<double>(spectrum[k]);
 }
 
-// To the precision of separated spectra outside, so that refining them there gives the same.
+// To the precision of separated spectra outside, so that refining them there gives the same. By way
+// of `spectrum`: g++ 12 leaves out conversions that go there and back in one loop.
 void SpectralSeparation::narrow() {
   for (const std::size_t row : heard) {
     std::complex<double>* y = Y.data() + row * spectrum.size();
-    for (std::size_t k = 0; k < spectrum.size(); ++k) y[k] = std::complex<float>(y[k]);
+    for (std::size_t k = 0; k < spectrum.size(); ++k) spectrum[k] = std::complex<float>(y[k]);
+    for (std::size_t k = 0; k < spectrum.size(); ++k) y[k] = std::complex<double>(spectrum[k]);
   }
 }
 
@@ -167,7 +169,7 @@ void SpectralSeparation::refine(const std::vector<BF::SourceLocation>& listed) {
   const bool isByEngine = pass < settings.passes;
   if (stage < Stage::Refined) {
     if (!isByEngine && isLastPass()) ofRecording->refine(listed, heard, X, Y);
-    if (running) {
+    if (running && !heard.empty()) {
       narrow();
       running->refine(listed, heard, X, Y);
     }
