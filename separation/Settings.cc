@@ -120,6 +120,7 @@ Settings checkedSettings(const Settings& given, int microphones) {
           s.referenceMicrophone, "0 to " + asText(microphones - 1));
   const bool learnsFromSilence = s.method == BF::BF_ALGORITHM_CMSNR;
   if (!s.project) s.project = learnsFromSilence;
+  s.level = s.level && learnsFromSilence && *s.project;
   if (!s.inactiveAsNoise) s.inactiveAsNoise = learnsFromSilence;
   if (!s.undoHalfFrameShift) {
     const bool isRefined = s.refinement.running || s.refinement.passes > 0;

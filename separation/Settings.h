@@ -87,9 +87,9 @@ struct Settings {
   /// Samples that are not finite or beyond 10¹⁵ are passed on instead of being replaced by 0.
   bool keepNonFinite = false;
   double mvdrLoading = 1e-4;  ///< MVDR: of the sources' mean power, above 0
-  /// CMSNR separates spectra that are brought to a stated level, and its outputs are brought back
-  /// (by the projection, if there is one), so that the level of the recording makes no difference.
-  /// (CML has noise.normalize for that.)
+  /// CMSNR, if projected, separates spectra that are brought to a stated level; the projection
+  /// brings its outputs back, so that the level of the recording makes no difference. (CML has
+  /// noise.normalize for that.)
   bool level = true;
   /// How often the method goes through the recording, 1 or more, by Separator::startOver: LCMV,
   /// GICA and CMSNR learn on from one pass to the next.

@@ -37,7 +37,7 @@ SpectralSeparation::SpectralSeparation(const Settings& checked, int microphones,
   const int K = engine->numFreq;
   engine->numMic = microphones;
   if (settings.method == BF::BF_ALGORITHM_CML) noise.emplace(settings, microphones);
-  if (settings.method == BF::BF_ALGORITHM_CMSNR && settings.level) level.emplace();
+  if (settings.level) level.emplace();
   if (*settings.project) projection.emplace(K, settings.projectionForgetting);
   if (settings.passes > 1) learnt.emplace();
   if (r.running) {
@@ -82,7 +82,7 @@ const BF::Matrix& SpectralSeparation::separate(std::int64_t frame, std::int64_t 
   }
   if (!listed.empty() && stage < Stage::Separated) {
     if (isByEngine) runEngine(frame, spectra, listed);
-    load(spectra, 1.0F);
+    if (!isByEngine || level) load(spectra, 1.0F);
     stage = Stage::Separated;
     projectedRows = 0;
   }
@@ -122,12 +122,9 @@ void SpectralSeparation::runEngine(std::int64_t frame,
     updateEngine(listed);
     updateIsDue = false;
   }
-  const float gain = level ? level->gain() : 1.0F;
-  load(spectra, gain);
+  load(spectra, level ? level->gain() : 1.0F);
   engine->executeBeamForming(X, Y);
   engine->adaptSeparationMatrices();
-  if (!level || projection) return;
-  for (std::size_t i = 0; i < listed.size() * spectrum.size(); ++i) Y.data()[i] /= gain;
 }
 
 // From the second pass on, a source that was not listed goes on with what was learnt of it.
