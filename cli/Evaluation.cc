@@ -151,7 +151,8 @@ Positions placesTold(const Audio::Scene& scene, double error) {
 struct Database {
   SofaImpulseResponses whole;
   SofaTransferFunctions framed;
-  double error = 0.0;  ///< degrees
+  double error = 0.0;    ///< degrees
+  double latency = 0.0;  ///< ms; 0: the frame
 
   int length() const { return 2 * (static_cast<int>(framed.frequencies) - 1); }
 };
@@ -171,7 +172,7 @@ Database makeDatabase(const EvaluationPlan& plan, const Site& site, const Audio:
                       const EvaluationPlan::Database& wanted) {
   const Positions places = placesTold(scene, wanted.error);
   const Positions microphones = site.microphones();
-  Database data{{}, {}, wanted.error};
+  Database data{{}, {}, wanted.error, wanted.latency};
   if (wanted.isFreeField) {
     const Room air(openAir(), plan.rate);
     data.whole = impulseResponses(RoomResponses(air, microphones), microphones, places);
@@ -232,20 +233,24 @@ std::vector<Samples> separate(Separation::Separator& separator, const Audio::Sce
 }
 
 /// The command's settings of a method.
-Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, int length) {
+Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, const Database& data) {
   Separation::Settings settings;
   settings.method = wanted.method->algorithm;
   settings.parameters = engineParameters(*wanted.method, {});
   settings.refinement.passes = wanted.refinement;
   settings.samplingRate = rate;
-  settings.length = length;
-  settings.advance = length / 4;
+  settings.length = data.length();
+  settings.advance = settings.length / 4;
+  if (data.latency > 0.0) {
+    settings.latency = static_cast<int>(data.latency * rate / 1000.0 + 1e-6);
+    settings.advance = *settings.latency / 2;
+  }
   return settings;
 }
 
 /// The separator of a method; those without a database take its frames and microphones alone.
 Separation::Separator separatorFor(const EvaluatedMethod& wanted, int rate, const Database& data) {
-  const Separation::Settings settings = settingsFor(wanted, rate, data.length());
+  const Separation::Settings settings = settingsFor(wanted, rate, data);
   if (wanted.method->needsDatabase()) return {settings, databaseOf(data.framed)};
   if (!wanted.method->needsResponses()) {
     return {settings, static_cast<int>(data.framed.receiverPositions.size())};

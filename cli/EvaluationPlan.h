@@ -18,7 +18,7 @@
 ///   NOISE: "name"; "sensor", "diffuse": dB by which the sources are louder; absent: none
 ///   DATABASE: "name"; "responses": "free field" or "own", those of array and room; "length" in
 ///             samples, "reference" microphone from 1, "error": degrees by which all azimuths told
-///             are too large
+///             are too large, "latency": milliseconds, as of `separate`
 /// Names of files are relative to the plan's folder.
 struct EvaluationPlan {
   struct Array {
@@ -41,6 +41,7 @@ struct EvaluationPlan {
     int length = 0;     ///< 0: as tfdb chooses it
     int reference = 0;  ///< 0: none
     double error = 0.0;
+    double latency = 0.0;  ///< of the separation, in ms; 0: the frame
   };
 
   /// Throws DataError naming the file, the place in it, what stands there and what was expected.

@@ -143,9 +143,15 @@ void SeparationOptions::addFrames(CLI::App& command) {
       .add_option("--advance", s.advance,
                   "Samples from frame to frame; default: a quarter of the frame")
       ->check(isPositive());
-  command.add_option("--window", s.window, "Shape of the frames")
-      ->check(CLI::IsMember({"HANN", "HAMMING", "SINE", "RECTANGULAR"}))
-      ->capture_default_str();
+  CLI::Option* window = command.add_option("--window", s.window, "Shape of the frames")
+                            ->check(CLI::IsMember({"HANN", "HAMMING", "SINE", "RECTANGULAR"}))
+                            ->capture_default_str();
+  command
+      .add_option("--latency", s.latencyInMs,
+                  "Milliseconds within which a sample is finished; chooses --advance and windows, "
+                  "long ones before and short ones after; default: the frame")
+      ->check(CLI::PositiveNumber)
+      ->excludes(window);
 }
 
 void SeparationOptions::addNoise(CLI::App& command) {

@@ -32,7 +32,8 @@ std::unique_ptr<Audio::SeparatedOutput> openOutput(const SeparationSettings& s,
   options.format = Audio::sampleFormatNamed(s.format);
   options.overwrite = s.overwrite;
   options.overwriteWords = FORCE_WORDS;
-  return std::make_unique<Audio::SeparatedFiles>(options, Audio::FrameLayout(s.length, s.advance));
+  return std::make_unique<Audio::SeparatedFiles>(options,
+                                                 Audio::FrameLayout(s.outputLength(), s.advance));
 }
 
 /// For --debug: says when the output of a source ceases to be finite.
@@ -69,7 +70,7 @@ class SeparationRun {
   SeparationRun(const SeparationSettings& separationSettings, SeparationInputs& separationInputs)
       : s(separationSettings),
         inputs(separationInputs),
-        layout(s.length, s.advance),
+        layout(s.outputLength(), s.advance),
         separator(makeSeparator(s, inputs)),
         check(s.samplingRate) {}
 
@@ -174,7 +175,7 @@ SeparationResult runSeparation(const SeparationSettings& settings, SeparationInp
   SeparationRun run(settings, inputs);
   bool isComplete = false;
   {
-    const Audio::FrameLayout layout(settings.length, settings.advance);
+    const Audio::FrameLayout layout(settings.outputLength(), settings.advance);
     ProgressBar progress(showsProgress,
                          inputs.samples ? run.passes() * layout.frameCount(*inputs.samples) : 0);
     isComplete = run.separate(progress);

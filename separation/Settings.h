@@ -71,7 +71,11 @@ struct Settings {
   int length = 512;   ///< samples per frame, 1 to 2²⁴; the database has length/2 + 1 bins
   int advance = 128;  ///< samples from frame to frame, 1 to length
   std::string window = "HANN";  ///< HANN, HAMMING, SINE or RECTANGULAR: before and after
-  NoiseSettings noise;          ///< for CML
+  /// Samples of a frame's end that become sound, 2 to length: within as many a sample is finished.
+  /// The frame's window then rises slowly and falls within half of them, and that of the output is
+  /// short (Mauler and Martin 2007); `window` does not count. Unset: the whole frame.
+  std::optional<int> latency;
+  NoiseSettings noise;  ///< for CML
   /// Whether each output is scaled, bin by bin, to what the reference microphone X hears of it:
   /// by P/Q with P ← α · P + X · conj(Y) and Q ← α · Q + |Y|². Unset: for CMSNR, whose outputs have
   /// an arbitrary scale.
@@ -98,6 +102,9 @@ struct Settings {
   /// Each output is multiplied, bin by bin, by its share of the power of all outputs, but at least
   /// by this, 0 to 1: a Wiener filter. 1: not at all.
   double postMask = 1.0;
+
+  /// Samples of a frame that become sound.
+  int outputLength() const { return latency.value_or(length); }
 };
 
 /// A copy in which every optional member is set. Throws SettingError for a value out of its range,

@@ -29,9 +29,12 @@ class Parameters(TypedDict, total=False):
     length : int
         Samples per frame; the database's, without one 512.
     advance : int
-        Samples from frame to frame; a quarter of the frame.
+        Samples from frame to frame; a quarter of the frame, or half of `latency`.
     window : str
         "HANN", "HAMMING", "SINE" or "RECTANGULAR".
+    latency : int
+        Samples within which a sample is finished, up to `length`: with windows that are long before
+        and short after the separation, see `docs/live.md`. `window` does not count then.
     project : bool
         Scale the outputs, bin by bin, to what the reference microphone hears; for MSNR.
     reference_mic : int
@@ -84,6 +87,7 @@ class Parameters(TypedDict, total=False):
     length: int
     advance: int
     window: str
+    latency: int
     project: bool
     reference_mic: int
     project_forgetting: float

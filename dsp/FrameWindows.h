@@ -1,0 +1,31 @@
+#pragma once
+
+#include <vector>
+
+#include "dsp/Window.h"
+
+namespace Audio {
+
+/// The windows of frames of L samples. The synthesis window covers the last S ≤ L of them, and the
+/// rest of the frame gives nothing: what the frame's spectrum resolves depends on L, and how long a
+/// sample waits for the last frame that holds it on S alone.
+struct FrameWindows {
+  std::vector<float> analysis;   ///< before the transform, L values
+  std::vector<float> synthesis;  ///< after the inverse transform, S values
+};
+
+/// The same window before and after: S = L.
+FrameWindows equalWindows(WindowType type, int length);
+
+/// A long window before and a short one after (Mauler and Martin, "A low delay, variable
+/// resolution, perfect reconstruction spectral analysis-synthesis system for speech enhancement",
+/// 2007; for separation: Wang, Wichern, Watanabe, Le Roux, "STFT-domain neural speech enhancement
+/// with very low algorithmic latency", 2022). With m = n − (L − S), counted from the begin of the
+/// last S samples:
+///   analysis   sin(πn / (2L − S)) for m < S/2, then sin(πm/S)
+///   synthesis  sin²(πm/S) / analysis
+/// so that both together are a Hann window of S samples, whose copies at distances that divide S/2
+/// add up to a constant. 2 ≤ span ≤ length; span: S.
+FrameWindows lowDelayWindows(int length, int span);
+
+}  // namespace Audio
