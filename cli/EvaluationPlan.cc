@@ -113,7 +113,7 @@ EvaluationPlan::Database databaseOf(const Place& place) {
   if (place->contains("error")) database.error = place.at("error").number("degrees", 180.0);
   if (place->contains("latency")) {
     database.latency = place.at("latency").number("milliseconds", MAX_LATENCY);
-    if (database.latency <= 0.0) place.at("latency").refuse("milliseconds above 0");
+    if (database.latency <= 0.0) place.at("latency").refuse("a number above 0");
   }
   return database;
 }

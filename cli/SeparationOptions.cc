@@ -150,7 +150,7 @@ void SeparationOptions::addFrames(CLI::App& command) {
       .add_option("--latency", s.latencyInMs,
                   "Milliseconds within which a sample is finished; chooses --advance and windows, "
                   "long ones before and short ones after; default: the frame")
-      ->check(CLI::PositiveNumber)
+      ->check(isPositive())
       ->excludes(window);
 }
 

@@ -15,14 +15,17 @@ FrameWindows lowDelayWindows(int length, int span) {
   FrameWindows windows;
   const double L = length;
   const double S = span;
+  const double F = S / 4.0;
+  constexpr double PI = std::numbers::pi;
   for (int n = 0; n < length; ++n) {
     const double m = n - (L - S);
-    const double fall = std::sin(std::numbers::pi * m / S);
-    const double analysis = m < S / 2.0 ? std::sin(std::numbers::pi * n / (2.0 * L - S)) : fall;
+    const double analysis =
+        n < L - F ? std::sin(PI * n / (2.0 * (L - F))) : std::cos(PI * (n - (L - F)) / (2.0 * F));
     windows.analysis.push_back(static_cast<float>(analysis));
     if (m < 0.0) continue;
     // At m = 0 the Hann window is zero, and with S = L the divisor as well.
-    windows.synthesis.push_back(m == 0.0 ? 0.0F : static_cast<float>(fall * fall / analysis));
+    const double hann = std::pow(std::sin(PI * m / S), 2);
+    windows.synthesis.push_back(m == 0.0 ? 0.0F : static_cast<float>(hann / analysis));
   }
   return windows;
 }

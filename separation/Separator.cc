@@ -29,7 +29,7 @@ Audio::FrameSynthesizer makeSynthesizer(const Settings& s) {
   } catch (const DataError&) {  // the one fault that is left
     throw SettingError(
         "advance", std::to_string(s.advance),
-        "at most half of " + std::string(s.latency ? "latency = " : "length = ") +
+        "at most half of " + std::string(s.latency ? "latency" : "length") + " = " +
             std::to_string(s.outputLength()) +
             ": frames with this window overlap too little and samples would be lost");
   }

@@ -72,8 +72,9 @@ struct Settings {
   int advance = 128;  ///< samples from frame to frame, 1 to length
   std::string window = "HANN";  ///< HANN, HAMMING, SINE or RECTANGULAR: before and after
   /// Samples of a frame's end that become sound, 2 to length: within as many a sample is finished.
-  /// The frame's window then rises slowly and falls within half of them, and that of the output is
-  /// short (Mauler and Martin 2007); `window` does not count. Unset: the whole frame.
+  /// The frame's window then rises slowly and falls within a quarter of them, and that of the
+  /// output is short (after Mauler and Martin 2007); `window` does not count. Unset: the whole
+  /// frame.
   std::optional<int> latency;
   NoiseSettings noise;  ///< for CML
   /// Whether each output is scaled, bin by bin, to what the reference microphone X hears of it:

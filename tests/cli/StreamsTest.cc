@@ -106,21 +106,34 @@ int ticksOf(int process) {
   return user + system;
 }
 
-// What goes in comes out within a frame, a pause costs no processor time, and a signal ends it.
-TEST_F(Streams, FlowWithoutDelay) {
-  constexpr std::size_t ADVANCE = 128;
-  constexpr std::size_t LENGTH = 512;
+struct Flow {
+  const char* options;
+  std::size_t latency;  // samples
+  std::size_t advance;
+};
+
+void PrintTo(const Flow& flow, std::ostream* out) { *out << flow.options; }
+
+class FlowingStreams : public Streams, public testing::WithParamInterface<Flow> {};
+
+INSTANTIATE_TEST_SUITE_P(Frames, FlowingStreams,
+                         testing::Values(Flow{"--advance 128 ", 512, 128},
+                                         Flow{"--latency 8 ", 128, 64}));
+
+// What goes in comes out within the latency, a pause costs no processor time, and a signal ends it.
+TEST_P(FlowingStreams, FlowWithoutDelay) {
+  const auto [options, LATENCY, ADVANCE] = GetParam();
   const std::string bytes = content("mix.raw");
   ASSERT_EQ(mkfifo((folder / "in").c_str(), 0600), 0);
   const int in = open((folder / "in").c_str(), O_RDWR);
   RunningCommand command(
-      wordsOf("separate in -o - --quiet --advance 128 --raw-output FLOAT_LE" + raw + files),
+      wordsOf("separate in -o - --quiet --raw-output FLOAT_LE" + raw + options + files),
       folder / "");
   const std::size_t block = ADVANCE * MICROPHONES * sizeof(float);
   for (std::size_t n = 1; n <= 20; ++n) {
     ASSERT_EQ(write(in, bytes.data() + (n - 1) * block, block), static_cast<ssize_t>(block));
     const std::size_t taken = n * ADVANCE + ADVANCE;
-    const std::size_t due = taken > LENGTH ? (taken - LENGTH) * 2 * sizeof(float) : 0;
+    const std::size_t due = taken > LATENCY ? (taken - LATENCY) * 2 * sizeof(float) : 0;
     for (int wait = 0; wait < 1000 && command.outputSize() < due; ++wait) usleep(10'000);
     ASSERT_EQ(command.outputSize(), due);
   }
@@ -130,7 +143,8 @@ TEST_F(Streams, FlowWithoutDelay) {
   command.send(SIGTERM);
   const CommandRun result = command.wait();
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.errors, "zelk-sss: stopped by signal 15 after frame 22\n");
+  EXPECT_EQ(result.errors, "zelk-sss: stopped by signal 15 after frame " +
+                               std::to_string(18 + LATENCY / ADVANCE) + "\n");
   EXPECT_EQ(result.output.size(), 20 * ADVANCE * 2 * sizeof(float));
   close(in);
 }

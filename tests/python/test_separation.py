@@ -191,6 +191,7 @@ def test_rooms_and_images_add_up(scene, heard):
         ("NULL", {"refine": 2, "post_mask": 0.3}),
         ("NULL", {"refine_live": True, "refine_memory": 0.5}),
         ("GICA", {"passes": 2, "advance": 160}),
+        ("GICA", {"latency": 128}),
         ("ML", {"noise_from": [(0.0, 0.3), (0.4, 0.5)]}),
         ("MVDR", {"loading": 1e-3}),
     ],
@@ -208,7 +209,7 @@ def test_keywords_do_what_the_options_do(method, keywords, scene, heard, tmp_pat
         if name == "noise_from":
             args.append(",".join(f"{begin}:{end}" for begin, end in value))
         elif value is not True:
-            args.append(str(value))
+            args.append(str(value / 16 if name == "latency" else value))  # samples, ms
     db, responses = air, None
     if method == "MVDR":
         read = zelksss.Responses.read(tmp_path / "air.sofa", 16000)
