@@ -241,9 +241,10 @@ Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, const 
   settings.samplingRate = rate;
   settings.length = data.length();
   settings.advance = settings.length / 4;
-  if (data.latency > 0.0) {
-    settings.latency = static_cast<int>(data.latency * rate / 1000.0 + 1e-6);
-    settings.advance = *settings.latency / 2;
+  const int latency = static_cast<int>(data.latency * rate / 1000.0 + 1e-6);
+  if (data.latency > 0.0 && latency < settings.length) {
+    settings.latency = latency;
+    settings.advance = latency / 2;
   }
   return settings;
 }

@@ -113,7 +113,8 @@ void chooseFrames(SeparationSettings& s) {
           "--latency is {} ms, expected {:.3g} to {:.3g} ms: 2 to {} samples, a frame",
           s.latencyInMs, 2000.0 / s.samplingRate, 1000.0 * s.length / s.samplingRate, s.length));
     }
-    s.latency = static_cast<int>(samples);
+    const int latency = static_cast<int>(samples);
+    if (latency < s.length) s.latency = latency;  // else the usual frames do, and do better
   }
   const int advance = s.latency > 0 ? s.latency / 2 : s.length / 4;
   if (s.advance == 0) s.advance = std::max(1, advance);
