@@ -292,6 +292,7 @@ class Evaluator {
     }
     for (const EvaluationPlan::Noise& noise : plan.noises) {
       std::vector<Samples> mixtures;
+      mixtures.reserve(scenes.size());
       for (const Rendered& rendered : scenes) mixtures.push_back(inNoise(rendered, site, noise));
       for (std::size_t d = 0; d < plan.databases.size(); ++d) {
         for (const EvaluatedMethod& method : methods) {
