@@ -117,8 +117,9 @@ install(FILES docs/pictures/map.svg docs/pictures/pattern.svg docs/pictures/spec
 install(FILES examples/engine.cc examples/separator.cc examples/microphones.json examples/scene.json
               examples/separate.n examples/two-talkers.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-install(FILES examples/evaluate/frame-lengths.json examples/evaluate/open-air-errors.json
-              examples/evaluate/room-errors.json
+install(FILES examples/evaluate/frame-lengths.json examples/evaluate/ml.json
+              examples/evaluate/open-air-errors.json examples/evaluate/passes-masks.json
+              examples/evaluate/room-errors.json examples/evaluate/steps.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/evaluate)
 
 if(PROJECT_IS_TOP_LEVEL AND TARGET zelk-sss-cli)
