@@ -50,6 +50,7 @@ struct SeparationSettings {
   bool refineLive = false;          ///< … in the same pass
   float refineMemory = 2.0F;        ///< seconds, for refineLive
   float postMask = 1.0F;            ///< least share of an output that passes; 1: all
+  int threads = 1;                  ///< that share the bins of a frame
 
   /// Samples of a frame that become sound.
   int outputLength() const { return latency > 0 ? latency : length; }
