@@ -18,6 +18,7 @@
 #include "cli/StreamOptions.h"
 #include "dsp/FrameLayout.h"
 #include "separation/Separator.h"
+#include "tracking/FollowedTracks.h"
 
 namespace {
 
@@ -89,7 +90,10 @@ class SeparationRun {
     const bool isEnd = goThrough(*inputs.recording, progress);
     output->finish();
     for (const std::string& remark : output->remarks("--format FLOAT")) warn(remark);
-    if (inputs.live) reportTracks(s.tracks.input, inputs.live->counts(), inputs.live->failure());
+    if (inputs.live) {
+      reportTracks(s.tracks.input, inputs.live->counts(), inputs.live->failure());
+      inputs.scene = followed.scene(s.tracks.input);
+    }
     return isEnd;
   }
 
@@ -137,8 +141,8 @@ class SeparationRun {
   /// Moves on to the next frame and says who is active in it.
   void listSources() {
     ++frame;
-    const std::vector<BF::SourceLocation> sources =
-        sourcesOf(inputs, layout.time(frame, s.samplingRate), s.inactiveAsNoise);
+    const double time = layout.time(frame, s.samplingRate);
+    const std::vector<BF::SourceLocation> sources = sourcesOf(inputs, time, s.inactiveAsNoise);
     separator.setSources(sources, separator.sourcesAt(frame));
     if (!output) return;
     std::vector<int> targets;
@@ -146,6 +150,7 @@ class SeparationRun {
       if (source.flag) targets.push_back(source.id);
     }
     output->addFrame(targets);
+    if (inputs.live) followed.add({time, layout.time(frame + 1, s.samplingRate)}, sources);
   }
 
   void write(const Separation::Output& separated) {
@@ -162,6 +167,7 @@ class SeparationRun {
   Separation::Separator separator;
   std::unique_ptr<Audio::SeparatedOutput> output;  // in the last pass
   FiniteCheck check;
+  Tracking::FollowedTracks followed;  // whom a tracker told
   int pass = 1;
   std::int64_t frame = -1;        // the newest one
   std::int64_t framesBefore = 0;  // of the passes before
