@@ -4,10 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "gmock/gmock.h"
 #include "tests/cli/TalkersFixture.h"
@@ -147,6 +149,62 @@ TEST_P(FlowingStreams, FlowWithoutDelay) {
                                std::to_string(18 + LATENCY / ADVANCE) + "\n");
   EXPECT_EQ(result.output.size(), 20 * ADVANCE * 2 * sizeof(float));
   close(in);
+}
+
+// A tracker that is followed: who was where stands beside the files.
+TEST_F(Streams, OfATrackerAreWrittenDown) {
+  for (const char* name : {"in", "tracks"}) ASSERT_EQ(mkfifo((folder / name).c_str(), 0600), 0);
+  const int in = open((folder / "in").c_str(), O_RDWR);
+  const int tracks = open((folder / "tracks").c_str(), O_RDWR);
+  const std::string line =
+      R"({"sources": [{"id": 5, "azimuth": 45}], "noise": [{"id": 6, "azimuth": -80}]})";
+  ASSERT_EQ(write(tracks, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+  RunningCommand command(
+      wordsOf("separate in -o out --quiet --tf array.sofa --tracks tracks" + raw), folder / "");
+  const std::string bytes = content("mix.raw");
+  const std::size_t block = bytes.size() / 15 / 12 * 12;
+  for (std::size_t at = 0; at < bytes.size(); at += block) {
+    const std::size_t count = std::min(block, bytes.size() - at);
+    ASSERT_EQ(write(in, bytes.data() + at, count), static_cast<ssize_t>(count));
+    usleep(60'000);
+  }
+  close(in);
+  const CommandRun result = command.wait();
+  close(tracks);
+  ASSERT_EQ(result.status, 0) << result.errors;
+  const nlohmann::json scene = nlohmann::json::parse(content("out/run.json"))["scene"];
+  ASSERT_EQ(scene["sources"].size(), 1) << scene;
+  EXPECT_EQ(scene["sources"][0]["id"], 5);
+  EXPECT_NEAR(scene["sources"][0]["position"][1], std::sqrt(0.5), 1e-6);
+  EXPECT_NEAR(scene["sources"][0]["active"].back()[1], 1.5, 0.05);
+  EXPECT_EQ(scene["noise"][0]["id"], 6);
+}
+
+// From a pipe as from a file.
+TEST_F(Streams, AreScoredAndDrawn) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"score --json --reference FILE --estimate mix.wav", ""},
+      {"score --json --reference mix.wav --estimate FILE --channel 2", ""},
+      {"spectrogram FILE -o OUT.svg --channel 2-3 --title a b", "OUT.svg"}};
+  for (const auto& [arguments, output] : cases) {
+    SCOPED_TRACE(arguments);
+    std::string results[2];
+    for (const int piped : {0, 1}) {
+      std::string words = arguments;
+      words.replace(words.find("FILE"), 4, piped == 1 ? "-" : "mix.wav");
+      const std::string picture = piped == 1 ? "piped.svg" : "drawn.svg";
+      if (!output.empty()) words.replace(words.find(output), output.size(), picture);
+      const CommandRun result = runOn("mix.wav", words);
+      ASSERT_EQ(result.status, 0) << result.errors;
+      results[piped] = output.empty() ? result.output : content(picture);
+    }
+    const std::size_t name = results[1].find("\"-\"");
+    if (name != std::string::npos) results[1].replace(name, 3, "\"mix.wav\"");
+    EXPECT_EQ(results[1], results[0]);
+  }
+  const CommandRun twice = runOn("mix.wav", "score --reference - --estimate -");
+  EXPECT_EQ(twice.status, 2);
+  EXPECT_THAT(twice.errors, HasSubstr("standard input is several of the files at once, expected"));
 }
 
 TEST_F(Streams, AreNotReadTwice) {
