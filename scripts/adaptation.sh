@@ -13,7 +13,7 @@ speech=/usr/share/pocketsphinx/test/data
 scene=$repository/examples/two-talkers.json
 mkdir -p "$out"
 "$zelk" tfdb import "$responses" "$out/head.sofa" --rate 16000 --length 512 \
-  --reference-mic none --force >/dev/null
+  --force >/dev/null
 
 # name | method | --param settings
 settings=(

@@ -11,7 +11,7 @@ zelk=${ZELK_SSS:-$repository/build/release/bin/zelk-sss}
 speech=/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb
 mkdir -p "$out"
 "$zelk" tfdb import /usr/share/libmysofa/MIT_KEMAR_normal_pinna.sofa "$out/head.sofa" \
-  --rate 16000 --length 512 --reference-mic none --force >/dev/null
+  --rate 16000 --length 512 --force >/dev/null
 talker='{"id": 0, "azimuth": 30, "distance": 1.4, "active": [[1.5, 8]]}'
 other='{"id": 1, "azimuth": -45, "distance": 1.4}'
 echo "{\"sources\": [$talker]}" >"$out/diffuse.json"
