@@ -130,10 +130,11 @@ double PatternModel::gain(std::size_t of, std::size_t towards) const {
   return bandGain(powerGains(*engine, static_cast<int>(of), position));
 }
 
+std::string PatternModel::methodText() const { return wanted.method + stateOf(wanted.method); }
+
 PatternCaption PatternModel::caption() const {
   PatternCaption caption;
-  caption.title = fmt::format("{}{}: gain by direction (0 dB: unchanged)", wanted.method,
-                              stateOf(wanted.method));
+  caption.title = methodText() + ": gain by direction (0 dB: unchanged)";
   caption.subtitle = fmt::format("{}, {}; {} at {:.2f} s", fileName(wanted.database),
                                  directions.text(), fileName(wanted.scene), moment);
   caption.meanName = bandText();

@@ -36,6 +36,8 @@ class PatternModel {
 
   const PatternRequest& request() const { return wanted; }
   double time() const { return moment; }
+  /// The method, and how its matrices were made where that is not the whole truth about it.
+  std::string methodText() const;
   const DirectionSet& shown() const { return directions; }
   const std::vector<BF::SourceLocation>& sources() const { return active; }
 
