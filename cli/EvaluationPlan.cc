@@ -98,7 +98,7 @@ EvaluationPlan::Noise noiseOf(const Place& place) {
 }
 
 EvaluationPlan::Database databaseOf(const Place& place) {
-  place.checkKeys({"name", "responses"}, {"length", "reference", "error", "latency"});
+  place.checkKeys({"name", "responses"}, {"length", "reference", "error", "grid", "latency"});
   EvaluationPlan::Database database;
   database.name = textOf(place.at("name"));
   const std::string responses = textOf(place.at("responses"));
@@ -114,6 +114,10 @@ EvaluationPlan::Database databaseOf(const Place& place) {
   if (place->contains("latency")) {
     database.latency = place.at("latency").number("milliseconds", MAX_LATENCY);
     if (database.latency <= 0.0) place.at("latency").refuse("a number above 0");
+  }
+  if (place->contains("grid")) {
+    database.grid = place.at("grid").number("degrees above 0, up to 180", 180.0);
+    if (database.grid <= 0.0) place.at("grid").refuse("degrees above 0, up to 180");
   }
   return database;
 }
