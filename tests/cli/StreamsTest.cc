@@ -154,8 +154,8 @@ TEST_P(FlowingStreams, FlowWithoutDelay) {
 // A tracker that is followed: who was where stands beside the files.
 TEST_F(Streams, OfATrackerAreWrittenDown) {
   for (const char* name : {"in", "tracks"}) ASSERT_EQ(mkfifo((folder / name).c_str(), 0600), 0);
-  const int in = open((folder / "in").c_str(), O_RDWR);
-  const int tracks = open((folder / "tracks").c_str(), O_RDWR);
+  const int in = open((folder / "in").c_str(), O_RDWR | O_CLOEXEC);
+  const int tracks = open((folder / "tracks").c_str(), O_RDWR | O_CLOEXEC);
   const std::string line =
       R"({"sources": [{"id": 5, "azimuth": 45}], "noise": [{"id": 6, "azimuth": -80}]})";
   ASSERT_EQ(write(tracks, line.data(), line.size()), static_cast<ssize_t>(line.size()));
