@@ -46,6 +46,7 @@ if(ZELK_BUILD_COMMAND)
   install(TARGETS zelk-sss-plugin LIBRARY DESTINATION ${ZELK_TOOLBOX_DESTINATION})
 endif()
 if(TARGET zelk-sss-cli)
+  install(TARGETS zelk-picture-renderer LIBRARY DESTINATION ${ZELK_LIBRARY_DESTINATION})
   install(TARGETS zelk-sss-cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 
