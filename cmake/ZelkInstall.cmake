@@ -118,10 +118,7 @@ install(FILES docs/pictures/map.svg docs/pictures/pattern.svg docs/pictures/spec
 install(FILES examples/engine.cc examples/separator.cc examples/microphones.json examples/scene.json
               examples/separate.n examples/two-talkers.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-install(FILES examples/evaluate/frame-lengths.json examples/evaluate/ml.json
-              examples/evaluate/open-air-errors.json examples/evaluate/passes-masks.json
-              examples/evaluate/room-errors.json examples/evaluate/steps.json
-        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/evaluate)
+install(DIRECTORY examples/evaluate DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 if(PROJECT_IS_TOP_LEVEL AND TARGET zelk-sss-cli)
   include(ZelkPackages)
