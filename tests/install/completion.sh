@@ -33,7 +33,7 @@ offered_zsh() {
     zpty inner zsh -f -i
     zpty -w inner "source $1"
     zpty -r inner seen "*ready*" && zpty -n -w inner "$2"$'"'\\x14'"'
-    for ((i = 0; i < 400; ++i)); do
+    for ((i = 0; i < 3000; ++i)); do
       [[ -e $3 ]] && break
       zpty -rt inner seen
       sleep 0.02
