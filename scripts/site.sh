@@ -43,6 +43,7 @@ command
 python
 embedding
 flowdesigner
+corpus
 live
 ```
 ```{toctree}

@@ -46,6 +46,7 @@ _zelk_sss_argument() {
     "" | tfdb) compadd -- ${(f)"$(sed -n '/^Subcommands:/,$ s/^  \([a-z]*\) .*/\1/p' <<<$help)"} ;;
     mix | evaluate | scene) _files -g '*.json' ;;
     arrays) (( arguments > 0 )) || compadd -- ${(f)"$($command arrays 2>/dev/null | cut -d' ' -f1)"} ;;
+    corpus) if (( arguments > 0 )); then _files; else compadd -- mix score separate; fi ;;
     tfdb\ *) _files -g '*.sofa' ;;
     run) if (( arguments > 0 )); then _files; else _files -g '*.n'; fi ;;
     live | methods | score) ;;

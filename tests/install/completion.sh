@@ -76,7 +76,7 @@ expect() {
   failures=$((failures + 1))
 }
 
-expect "arrays evaluate live methods mix pattern report run scene score separate spectrogram tfdb" "zelk-sss "
+expect "arrays corpus evaluate live methods mix pattern report run scene score separate spectrogram tfdb" "zelk-sss "
 expect "--help --version" "zelk-sss -"
 expect "check geometry import info room" "zelk-sss tfdb "
 expect "--noise-channels --noise-forgetting --noise-from --noise-loading --noise-normalize --noise-recording" \
@@ -100,6 +100,7 @@ expect "sub" "zelk-sss separate -o "
 expect "scene.json sub" "zelk-sss mix "
 expect "array.sofa sub" "zelk-sss tfdb import --force "
 expect "net.n sub" "zelk-sss run "
+expect "mix score separate" "zelk-sss corpus "
 expect "$any" "zelk-sss mix scene.json --dry mix.wav "
 expect "--raw-rate --resample --reverb --room" "zelk-sss mix scene.json --dry mix.wav --r"
 
