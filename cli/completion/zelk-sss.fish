@@ -103,7 +103,8 @@ function __zelk_sss_offers
         set before $word
     end
 
-    set -g __zelk_sss_help ($__zelk_sss_command $route --help 2>/dev/null); or return
+    # What goes through corpora needs the Python package to tell of its options.
+    set -g __zelk_sss_help ($__zelk_sss_command $route --help 2>/dev/null); or test "$route" = corpus; or return
     set -l takes ''
     if test -n "$option"
         set takes (printf '%s\n' $__zelk_sss_help |
