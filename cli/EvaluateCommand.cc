@@ -15,6 +15,7 @@
 #include "cli/Evaluation.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
+#include "cli/SeparationOptions.h"
 
 namespace {
 
@@ -50,7 +51,7 @@ struct Summary {
 /// The table's columns of names are as wide as the longest one in the plan.
 class Table {
  public:
-  explicit Table(const EvaluationPlan& plan) {
+  Table(const EvaluationPlan& plan, const std::vector<EvaluatedMethod>& methods) {
     const auto widen = [](std::size_t& width, const auto& entries) {
       for (const auto& entry : entries) width = std::max(width, entry.name.size());
     };
@@ -58,6 +59,7 @@ class Table {
     widen(widths[1], plan.arrays);
     widen(widths[2], plan.noises);
     widen(widths[3], plan.databases);
+    widen(widths[4], methods);
   }
 
   std::string head() const {
@@ -78,11 +80,11 @@ class Table {
  private:
   std::string line(const std::string& room, const std::string& array, const std::string& noise,
                    const std::string& database, const std::string& method) const {
-    return fmt::format("{:{}}  {:{}}  {:{}}  {:{}}  {:8}", room, widths[0], array, widths[1], noise,
-                       widths[2], database, widths[3], method);
+    return fmt::format("{:{}}  {:{}}  {:{}}  {:{}}  {:{}}", room, widths[0], array, widths[1],
+                       noise, widths[2], database, widths[3], method, widths[4]);
   }
 
-  std::size_t widths[4] = {4, 5, 5, 8};  // of the headings
+  std::size_t widths[5] = {4, 5, 5, 8, 8};  // of the headings
 };
 
 /// Rows of the same database and method, all rooms, arrays and noises in one.
@@ -125,11 +127,10 @@ std::string jsonText(const std::vector<EvaluationRow>& rows) {
   return nlohmann::ordered_json{{"rows", list}}.dump(2) + "\n";
 }
 
-/// NAME, or NAME+PASSES.
+/// NAME, NAME:PARAMETER=VALUE for each parameter that is not the default, +PASSES behind it.
 EvaluatedMethod methodOf(const std::string& text) {
-  EvaluatedMethod method{text, nullptr, 0};
+  EvaluatedMethod method{text};
   const std::size_t plus = text.find('+');
-  const std::string name = text.substr(0, plus);
   if (plus != std::string::npos) {
     const char* end = text.data() + text.size();
     const auto result = std::from_chars(text.data() + plus + 1, end, method.refinement);
@@ -140,10 +141,14 @@ EvaluatedMethod methodOf(const std::string& text) {
                                    MAX_PASSES));
     }
   }
+  const std::vector<std::string> parts = CLI::detail::split(text.substr(0, plus), ':');
   try {
-    method.method = &methodNamed(name);
+    method.method = &methodNamed(parts[0]);
   } catch (const std::invalid_argument& error) {
     throw CLI::ValidationError(error.what());
+  }
+  for (std::size_t i = 1; i < parts.size(); ++i) {
+    addMethodParameter("--methods", parts[i], *method.method, method.parameters);
   }
   return method;
 }
@@ -153,7 +158,7 @@ void run(const Options& options) {
   for (const std::string& text : options.methods) methods.push_back(methodOf(text));
   if (!options.output.empty()) checkOutput(options.output, options.force, {options.plan});
   const EvaluationPlan plan = EvaluationPlan::read(options.plan);
-  const Table table(plan);
+  const Table table(plan, methods);
   const bool streams = options.output.empty() && !options.json;  // each line as soon as it is known
   std::string text = options.json ? "" : table.head();
   const auto show = [&](const EvaluationRow& row) {
@@ -185,8 +190,10 @@ void addEvaluateCommand(CLI::App& app) {
       "evaluate", "Say how well methods separate, over a list of rooms, arrays, scenes and noises");
   command->add_option("SCENES", options->plan, "What to go through (JSON)")->required();
   command
-      ->add_option("--methods", options->methods,
-                   "Names, separated by commas; +2 after one refines it in two passes")
+      ->add_option(
+          "--methods", options->methods,
+          "Names, separated by commas; :NAME=VALUE after one sets a parameter, +2 refines in "
+          "two passes")
       ->delimiter(',')
       ->allow_extra_args(false)
       ->capture_default_str();

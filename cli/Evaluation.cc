@@ -231,11 +231,10 @@ std::vector<Samples> separate(Separation::Separator& separator, const Audio::Sce
   return targets;
 }
 
-/// The command's settings of a method.
+/// The command's settings of a method, with the parameters wanted.
 Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, int length) {
   Separation::Settings settings;
-  settings.method = wanted.method->algorithm;
-  settings.parameters = engineParameters(*wanted.method, {});
+  setMethod(*wanted.method, wanted.parameters, settings);
   settings.refinement.passes = wanted.refinement;
   settings.samplingRate = rate;
   settings.length = length;

@@ -14,48 +14,30 @@
 namespace {
 
 /// The value as it came, if the parameter may have it.
-std::string checkedValue(const MethodParameter& parameter, const std::string& value) {
+std::string checkedValue(const std::string& option, const MethodParameter& parameter,
+                         const std::string& value) {
   FD::ObjectRef parsed;
   try {
     parsed = FD::parseValue(parameter.type, value);
   } catch (const std::invalid_argument& error) {
-    misuse(fmt::format("--param {} is \"{}\": {}", parameter.name, value, error.what()));
+    misuse(fmt::format("{} {} is \"{}\": {}", option, parameter.name, value, error.what()));
   }
-  if (parameter.type == "float") {
-    const float number = FD::dereference_cast<float>(parsed);
+  if (parameter.type == "float" || parameter.type == "int") {
+    const float number = parameter.type == "int"
+                             ? static_cast<float>(FD::dereference_cast<int>(parsed))
+                             : FD::dereference_cast<float>(parsed);
     const NumberRange& range = parameter.range;
     if (!(number >= range.least && number <= range.most)) {
-      misuse(fmt::format("--param {} is \"{}\", expected {}", parameter.name, value, range.text));
+      misuse(
+          fmt::format("{} {} is \"{}\", expected {}", option, parameter.name, value, range.text));
     }
   }
   const std::vector<std::string>& choices = parameter.choices;
   if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end()) {
-    misuse(fmt::format("--param {} is \"{}\", expected {}", parameter.name, value,
+    misuse(fmt::format("{} {} is \"{}\", expected {}", option, parameter.name, value,
                        fmt::join(choices, ", ")));
   }
   return value;
-}
-
-/// Splits NAME=VALUE and checks the name against the method's parameters.
-void addMethodParameter(const std::string& assignment, SeparationSettings& settings) {
-  const std::size_t equals = assignment.find('=');
-  const std::string name = assignment.substr(0, equals);
-  if (equals == std::string::npos) {
-    misuse(fmt::format("--param is \"{}\", expected NAME=VALUE", assignment));
-  }
-  std::string names;
-  for (const MethodParameter& parameter : settings.method->parameters) {
-    if (parameter.name == name) {
-      if (settings.methodParameters.contains(name)) {
-        misuse(fmt::format("--param names \"{}\" twice, expected it once", name));
-      }
-      settings.methodParameters[name] = checkedValue(parameter, assignment.substr(equals + 1));
-      return;
-    }
-    names += (names.empty() ? "" : ", ") + parameter.name;
-  }
-  misuse(fmt::format("--param names \"{}\", expected a parameter of {}: {}", name,
-                     settings.method->name, names.empty() ? "it has none" : names));
 }
 
 /// GICA's separation step may take its size from the constraint's.
@@ -119,6 +101,28 @@ void addChoice(CLI::App& command, const std::string& name, std::string& value,
 }
 
 }  // namespace
+
+void addMethodParameter(const std::string& option, const std::string& assignment,
+                        const Method& method, std::map<std::string, std::string>& given) {
+  const std::size_t equals = assignment.find('=');
+  const std::string name = assignment.substr(0, equals);
+  if (equals == std::string::npos) {
+    misuse(fmt::format("{} is \"{}\", expected NAME=VALUE", option, assignment));
+  }
+  std::string names;
+  for (const MethodParameter& parameter : method.parameters) {
+    if (parameter.name == name) {
+      if (given.contains(name)) {
+        misuse(fmt::format("{} names \"{}\" twice, expected it once", option, name));
+      }
+      given[name] = checkedValue(option, parameter, assignment.substr(equals + 1));
+      return;
+    }
+    names += (names.empty() ? "" : ", ") + parameter.name;
+  }
+  misuse(fmt::format("{} names \"{}\", expected a parameter of {}: {}", option, name, method.name,
+                     names.empty() ? "it has none" : names));
+}
 
 void misuse(const std::string& text) { throw CLI::ValidationError(text); }
 
@@ -209,7 +213,9 @@ void SeparationOptions::apply(const CLI::App& command) {
     misuse(error.what());
   }
   checkScene(s, inactiveAsNoise);
-  for (const std::string& assignment : parameters) addMethodParameter(assignment, s);
+  for (const std::string& assignment : parameters) {
+    addMethodParameter("--param", assignment, *s.method, s.methodParameters);
+  }
   refuseUnusedStep(s);
   requireFiles(s);
   refuseNoiseOptions(s, command);

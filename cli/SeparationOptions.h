@@ -1,13 +1,20 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "cli/SeparationSettings.h"
+#include "separation/Methods.h"
 
 /// Options that contradict each other or a method; the main reports them as misuse.
 [[noreturn]] void misuse(const std::string& text);
+
+/// Adds a parameter of a method, NAME=VALUE, to those given. Whatever does not fit the method is
+/// misuse of the option of that name.
+void addMethodParameter(const std::string& option, const std::string& assignment,
+                        const Method& method, std::map<std::string, std::string>& given);
 
 /// The options that say how sound is separated, be it a recording's or live.
 class SeparationOptions {

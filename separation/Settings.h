@@ -45,6 +45,9 @@ struct NoiseSettings {
 /// The number of the method MVDR where methods have numbers; those of the engine end at 11.
 inline constexpr BF::BfAlgorithmType ALGORITHM_MVDR{101};
 
+/// The most frames that MVDR may take at once.
+inline constexpr int MAX_MVDR_FRAMES = 16;
+
 /// Whether what a method separated is separated anew, by MVDR from covariances that masks of the
 /// first outputs weigh. They know the room, which the database may not. The outputs then are the
 /// sources as the reference microphone hears them; noise that is no listed source, which CML and
@@ -87,6 +90,7 @@ struct Settings {
   /// Samples that are not finite or beyond 10¹⁵ are passed on instead of being replaced by 0.
   bool keepNonFinite = false;
   double mvdrLoading = 1e-4;  ///< MVDR: of the sources' mean power, above 0
+  int mvdrFrames = 4;         ///< MVDR: frames that a filter takes, 1 to 16, half a frame apart
   /// CMSNR, if projected, separates spectra that are brought to a stated level; the projection
   /// brings its outputs back, so that the level of the recording makes no difference. (CML has
   /// noise.normalize for that.)
