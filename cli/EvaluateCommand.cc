@@ -3,27 +3,27 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "audio/OutputFile.h"
 #include "cli/Evaluation.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
-#include "cli/SeparationOptions.h"
 
 namespace {
 
-constexpr int MAX_PASSES = 100;
+const std::vector<std::string> METHODS = {"NULL", "LCMV", "GICA"};
 
 struct Options {
   std::string plan;
-  std::vector<std::string> methods = {"NULL", "LCMV", "GICA"};
+  std::vector<std::string> methods;  ///< empty: the plan's, or METHODS
+  std::vector<std::string> by;       ///< columns whose entries have rows of their own
   bool json = false;
   std::string output;
   bool force = false;
@@ -84,19 +84,29 @@ class Table {
                        noise, widths[2], database, widths[3], method, widths[4]);
   }
 
-  std::size_t widths[5] = {4, 5, 5, 8, 8};  // of the headings
+  std::size_t widths[5] = {4, 5, 5, 8, 8};  // of the headings, at least
 };
 
-/// Rows of the same database and method, all rooms, arrays and noises in one.
-std::vector<EvaluationRow> overAll(const std::vector<EvaluationRow>& rows) {
+/// One row for all that differ in other columns than those of `by`, and the method's.
+std::vector<EvaluationRow> pooled(const std::vector<EvaluationRow>& rows,
+                                  const std::vector<std::string>& by) {
+  const auto kept = [&by](const std::string& column, const std::string& entry) {
+    return std::find(by.begin(), by.end(), column) == by.end() ? "all" : entry;
+  };
+  const auto names = [](const EvaluationRow& row) {
+    return std::tie(row.room, row.array, row.noise, row.database, row.method);
+  };
   std::vector<EvaluationRow> sums;
   for (const EvaluationRow& row : rows) {
-    auto sum = std::find_if(sums.begin(), sums.end(), [&](const EvaluationRow& other) {
-      return other.database == row.database && other.method == row.method;
-    });
-    if (sum == sums.end()) {
-      sum = sums.insert(sums.end(), {"all", "all", "all", row.database, row.method, {}});
-    }
+    const EvaluationRow key{kept("room", row.room),
+                            kept("array", row.array),
+                            kept("noise", row.noise),
+                            kept("database", row.database),
+                            row.method,
+                            {}};
+    auto sum = std::find_if(sums.begin(), sums.end(),
+                            [&](const EvaluationRow& other) { return names(other) == names(key); });
+    if (sum == sums.end()) sum = sums.insert(sums.end(), key);
     sum->scores.insert(sum->scores.end(), row.scores.begin(), row.scores.end());
   }
   return sums;
@@ -127,51 +137,34 @@ std::string jsonText(const std::vector<EvaluationRow>& rows) {
   return nlohmann::ordered_json{{"rows", list}}.dump(2) + "\n";
 }
 
-/// NAME, NAME:PARAMETER=VALUE for each parameter that is not the default, +PASSES behind it.
-EvaluatedMethod methodOf(const std::string& text) {
-  EvaluatedMethod method{text};
-  const std::size_t plus = text.find('+');
-  if (plus != std::string::npos) {
-    const char* end = text.data() + text.size();
-    const auto result = std::from_chars(text.data() + plus + 1, end, method.refinement);
-    if (result.ec != std::errc() || result.ptr != end || method.refinement < 1 ||
-        method.refinement > MAX_PASSES) {
-      throw CLI::ValidationError(
-          "--methods", fmt::format("\"{}\", expected a name, or a name, + and 1 to {} passes", text,
-                                   MAX_PASSES));
-    }
-  }
-  const std::vector<std::string> parts = CLI::detail::split(text.substr(0, plus), ':');
-  try {
-    method.method = &methodNamed(parts[0]);
-  } catch (const std::invalid_argument& error) {
-    throw CLI::ValidationError(error.what());
-  }
-  for (std::size_t i = 1; i < parts.size(); ++i) {
-    addMethodParameter("--methods", parts[i], *method.method, method.parameters);
-  }
-  return method;
-}
-
 void run(const Options& options) {
-  std::vector<EvaluatedMethod> methods;
-  for (const std::string& text : options.methods) methods.push_back(methodOf(text));
   if (!options.output.empty()) checkOutput(options.output, options.force, {options.plan});
   const EvaluationPlan plan = EvaluationPlan::read(options.plan);
+  std::vector<EvaluatedMethod> methods;
+  for (const std::string& text : !options.methods.empty() ? options.methods
+                                 : !plan.methods.empty()  ? plan.methods
+                                                          : METHODS) {
+    methods.push_back(evaluatedMethod(text));
+  }
   const Table table(plan, methods);
-  const bool streams = options.output.empty() && !options.json;  // each line as soon as it is known
+  const bool isWhole = options.by.empty();
+  // Each line as soon as it is known.
+  const bool streams = options.output.empty() && !options.json && isWhole;
   std::string text = options.json ? "" : table.head();
   const auto show = [&](const EvaluationRow& row) {
-    if (!options.json) text += table.row(row);
+    if (!options.json && isWhole) text += table.row(row);
     if (!streams) return;
     std::cout << text << std::flush;
     text.clear();
   };
   const std::vector<EvaluationRow> rows = evaluate(plan, methods, show);
   if (options.json) {
-    text = jsonText(rows);
+    text = jsonText(isWhole ? rows : pooled(rows, options.by));
   } else {
-    for (const EvaluationRow& row : overAll(rows)) text += table.row(row);
+    for (const EvaluationRow& row :
+         pooled(rows, isWhole ? std::vector<std::string>{"database"} : options.by)) {
+      text += table.row(row);
+    }
   }
   if (options.output.empty()) {
     std::cout << text;
@@ -192,11 +185,16 @@ void addEvaluateCommand(CLI::App& app) {
   command
       ->add_option(
           "--methods", options->methods,
-          "Names, separated by commas; :NAME=VALUE after one sets a parameter, +2 refines in "
-          "two passes")
+          "Names, separated by commas, instead of the file's (or NULL,LCMV,GICA); +2 after "
+          "one refines it in two passes, options of separate may stand behind it")
+      ->delimiter(',')
+      ->allow_extra_args(false);
+  command
+      ->add_option("--by", options->by,
+                   "Columns, separated by commas, that get rows of their own: all others in one")
       ->delimiter(',')
       ->allow_extra_args(false)
-      ->capture_default_str();
+      ->check(CLI::IsMember({"room", "array", "noise", "database"}));
   command->add_flag("--json", options->json, "Write JSON instead of a table");
   command->add_option("-o,--output", options->output,
                       "File for the result instead of standard output");

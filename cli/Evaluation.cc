@@ -10,6 +10,8 @@
 #include <optional>
 
 #include "audio/SignalFile.h"
+#include "cli/OptionChecks.h"
+#include "cli/SeparatorSettings.h"
 #include "dsp/DataError.h"
 #include "dsp/Decibels.h"
 #include "geometry/Direction.h"
@@ -231,22 +233,25 @@ std::vector<Samples> separate(Separation::Separator& separator, const Audio::Sce
   return targets;
 }
 
-/// The command's settings of a method, with the parameters wanted.
 Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, int length) {
-  Separation::Settings settings;
-  setMethod(*wanted.method, wanted.parameters, settings);
-  settings.refinement.passes = wanted.refinement;
+  Separation::Settings settings = separatorSettings(wanted.settings);
   settings.samplingRate = rate;
   settings.length = length;
   settings.advance = length / 4;
+  settings.inactiveAsNoise = wanted.settings.inactiveAsNoise;
+  if (!wanted.settings.noiseRanges.empty()) {
+    for (const Audio::TimeRange& range : timeRangesOf(wanted.settings.noiseRanges)) {
+      settings.noise.times.emplace_back(range.begin, range.end);
+    }
+  }
   return settings;
 }
 
 /// The separator of a method; those without a database take its frames and microphones alone.
 Separation::Separator separatorFor(const EvaluatedMethod& wanted, int rate, const Database& data) {
   const Separation::Settings settings = settingsFor(wanted, rate, data.length());
-  if (wanted.method->needsDatabase()) return {settings, databaseOf(data.framed)};
-  if (!wanted.method->needsResponses()) {
+  if (wanted.method().needsDatabase()) return {settings, databaseOf(data.framed)};
+  if (!wanted.method().needsResponses()) {
     return {settings, static_cast<int>(data.framed.receiverPositions.size())};
   }
   return {settings, Separation::ImpulseResponses{sourcesAsSeparated(data.whole.sourcePositions),
@@ -287,6 +292,7 @@ class Evaluator {
     }
     for (const EvaluationPlan::Noise& noise : plan.noises) {
       std::vector<Samples> mixtures;
+      mixtures.reserve(scenes.size());
       for (const Rendered& rendered : scenes) mixtures.push_back(inNoise(rendered, site, noise));
       for (std::size_t d = 0; d < plan.databases.size(); ++d) {
         for (const EvaluatedMethod& method : methods) {

@@ -126,7 +126,7 @@ std::vector<Entry> listOf(const Place& place, Parse parse) {
 EvaluationPlan EvaluationPlan::read(const std::string& path) {
   const nlohmann::json document = Audio::parseJsonOf(Audio::fileText(path, MAX_FILE_SIZE), path);
   const Place root(path, "", document);
-  root.checkKeys({"dry", "scenes", "arrays", "rooms", "noises", "databases"}, {"rate"});
+  root.checkKeys({"dry", "scenes", "arrays", "rooms", "noises", "databases"}, {"methods", "rate"});
   EvaluationPlan plan;
   if (document.contains("rate")) plan.rate = wholeNumber(root.at("rate"), 1000, 1'000'000);
   plan.dry = listOf<std::string>(
@@ -145,5 +145,8 @@ EvaluationPlan EvaluationPlan::read(const std::string& path) {
   plan.rooms = listOf<Room>(root.at("rooms"), roomOf);
   plan.noises = listOf<Noise>(root.at("noises"), noiseOf);
   plan.databases = listOf<Database>(root.at("databases"), databaseOf);
+  if (document.contains("methods")) {
+    plan.methods = listOf<std::string>(root.at("methods"), textOf);
+  }
   return plan;
 }

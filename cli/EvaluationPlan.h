@@ -10,7 +10,8 @@
 
 /// What `evaluate` goes through: every combination of the lists below. As a file (JSON):
 ///   {"dry": ["speech.wav", …], "scenes": [SCENE, …], "arrays": [ARRAY, …], "rooms": [ROOM, …],
-///    "noises": [NOISE, …], "databases": [DATABASE, …], "rate": 16000}
+///    "noises": [NOISE, …], "databases": [DATABASE, …],
+///    "methods": [METHOD, …], "rate": 16000}
 ///   SCENE: as a scene file has it; its sources emit the dry files in this order
 ///   ARRAY: "name", and one of "circular": [count, radius], "linear": [count, spacing],
 ///          "microphones": "positions.json", "responses": "measured.sofa"
@@ -19,6 +20,7 @@
 ///   DATABASE: "name"; "responses": "free field" or "own", those of array and room; "length" in
 ///             samples, "reference" microphone from 1, "error": degrees by which all azimuths told
 ///             are too large
+///   METHOD: a text as evaluatedMethod takes it
 /// Names of files are relative to the plan's folder.
 struct EvaluationPlan {
   struct Array {
@@ -52,5 +54,6 @@ struct EvaluationPlan {
   std::vector<Room> rooms;
   std::vector<Noise> noises;
   std::vector<Database> databases;
-  int rate = 16000;  ///< Hz
+  std::vector<std::string> methods;  ///< empty: the plan names none
+  int rate = 16000;                  ///< Hz
 };

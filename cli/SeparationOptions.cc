@@ -14,13 +14,12 @@
 namespace {
 
 /// The value as it came, if the parameter may have it.
-std::string checkedValue(const std::string& option, const MethodParameter& parameter,
-                         const std::string& value) {
+std::string checkedValue(const MethodParameter& parameter, const std::string& value) {
   FD::ObjectRef parsed;
   try {
     parsed = FD::parseValue(parameter.type, value);
   } catch (const std::invalid_argument& error) {
-    misuse(fmt::format("{} {} is \"{}\": {}", option, parameter.name, value, error.what()));
+    misuse(fmt::format("--param {} is \"{}\": {}", parameter.name, value, error.what()));
   }
   if (parameter.type == "float" || parameter.type == "int") {
     const float number = parameter.type == "int"
@@ -28,16 +27,37 @@ std::string checkedValue(const std::string& option, const MethodParameter& param
                              : FD::dereference_cast<float>(parsed);
     const NumberRange& range = parameter.range;
     if (!(number >= range.least && number <= range.most)) {
-      misuse(
-          fmt::format("{} {} is \"{}\", expected {}", option, parameter.name, value, range.text));
+      misuse(fmt::format("--param {} is \"{}\", expected {}", parameter.name, value, range.text));
     }
   }
   const std::vector<std::string>& choices = parameter.choices;
   if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end()) {
-    misuse(fmt::format("{} {} is \"{}\", expected {}", option, parameter.name, value,
+    misuse(fmt::format("--param {} is \"{}\", expected {}", parameter.name, value,
                        fmt::join(choices, ", ")));
   }
   return value;
+}
+
+/// Splits NAME=VALUE and checks the name against the method's parameters.
+void addMethodParameter(const std::string& assignment, SeparationSettings& settings) {
+  const std::size_t equals = assignment.find('=');
+  const std::string name = assignment.substr(0, equals);
+  if (equals == std::string::npos) {
+    misuse(fmt::format("--param is \"{}\", expected NAME=VALUE", assignment));
+  }
+  std::string names;
+  for (const MethodParameter& parameter : settings.method->parameters) {
+    if (parameter.name == name) {
+      if (settings.methodParameters.contains(name)) {
+        misuse(fmt::format("--param names \"{}\" twice, expected it once", name));
+      }
+      settings.methodParameters[name] = checkedValue(parameter, assignment.substr(equals + 1));
+      return;
+    }
+    names += (names.empty() ? "" : ", ") + parameter.name;
+  }
+  misuse(fmt::format("--param names \"{}\", expected a parameter of {}: {}", name,
+                     settings.method->name, names.empty() ? "it has none" : names));
 }
 
 /// GICA's separation step may take its size from the constraint's.
@@ -102,28 +122,6 @@ void addChoice(CLI::App& command, const std::string& name, std::string& value,
 
 }  // namespace
 
-void addMethodParameter(const std::string& option, const std::string& assignment,
-                        const Method& method, std::map<std::string, std::string>& given) {
-  const std::size_t equals = assignment.find('=');
-  const std::string name = assignment.substr(0, equals);
-  if (equals == std::string::npos) {
-    misuse(fmt::format("{} is \"{}\", expected NAME=VALUE", option, assignment));
-  }
-  std::string names;
-  for (const MethodParameter& parameter : method.parameters) {
-    if (parameter.name == name) {
-      if (given.contains(name)) {
-        misuse(fmt::format("{} names \"{}\" twice, expected it once", option, name));
-      }
-      given[name] = checkedValue(option, parameter, assignment.substr(equals + 1));
-      return;
-    }
-    names += (names.empty() ? "" : ", ") + parameter.name;
-  }
-  misuse(fmt::format("{} names \"{}\", expected a parameter of {}: {}", option, name, method.name,
-                     names.empty() ? "it has none" : names));
-}
-
 void misuse(const std::string& text) { throw CLI::ValidationError(text); }
 
 void SeparationOptions::addModel(CLI::App& command) {
@@ -133,6 +131,10 @@ void SeparationOptions::addModel(CLI::App& command) {
   addDatabaseLimit(command);
   addSceneOptions(command, s.scene);
   addTrackOptions(command, s.tracks);
+  addMethod(command);
+}
+
+void SeparationOptions::addMethod(CLI::App& command) {
   command.add_option("--method", method, "See: zelk-sss methods")->capture_default_str();
   command
       .add_option("--param", parameters, "NAME=VALUE, a parameter of the method; may be repeated")
@@ -152,11 +154,23 @@ void SeparationOptions::addFrames(CLI::App& command) {
       ->capture_default_str();
 }
 
-void SeparationOptions::addNoise(CLI::App& command) {
+void SeparationOptions::addNoiseTimes(CLI::App& command) {
+  command
+      .add_option("--noise-from", settings.noiseRanges,
+                  "ML: when the recording holds noise alone, seconds, as 0:1.5,4:5; default: "
+                  "while no source is active")
+      ->check(isTimeRanges());
+}
+
+void SeparationOptions::addNoiseRecording(CLI::App& command) {
   SeparationSettings& s = settings;
   command.add_option("--noise-recording", s.noiseRecording, "ML: a recording of the noise alone");
   command.add_option("--noise-channels", s.noiseChannels,
                      "ML: channels of the noise recording; default: as --channels");
+}
+
+void SeparationOptions::addNoise(CLI::App& command) {
+  SeparationSettings& s = settings;
   command
       .add_option("--noise-loading", s.noiseLoading,
                   "ML: share of the mean added to each noise matrix's diagonal")
@@ -205,19 +219,36 @@ void SeparationOptions::addOutputs(CLI::App& command) {
       ->capture_default_str();
 }
 
+void SeparationOptions::addPasses(CLI::App& command) {
+  SeparationSettings& s = settings;
+  command
+      .add_option("--refine", s.refinePasses,
+                  "Separate anew, by MVDR from masks that so many passes improve")
+      ->check(CLI::Range(0, 100))
+      ->capture_default_str()
+      ->excludes("--refine-live");
+  command
+      .add_option("--passes", s.passes,
+                  "How often the method goes through the recording; LCMV, GICA and MSNR learn on")
+      ->check(CLI::Range(1, 100))
+      ->capture_default_str();
+}
+
 void SeparationOptions::apply(const CLI::App& command) {
+  checkScene(settings, inactiveAsNoise);
+  applyMethod(command);
+  requireFiles(settings);
+}
+
+void SeparationOptions::applyMethod(const CLI::App& command) {
   SeparationSettings& s = settings;
   try {
     s.method = &methodNamed(method);
   } catch (const std::invalid_argument& error) {
     misuse(error.what());
   }
-  checkScene(s, inactiveAsNoise);
-  for (const std::string& assignment : parameters) {
-    addMethodParameter("--param", assignment, *s.method, s.methodParameters);
-  }
+  for (const std::string& assignment : parameters) addMethodParameter(assignment, s);
   refuseUnusedStep(s);
-  requireFiles(s);
   refuseNoiseOptions(s, command);
   const bool learnsFromSilence = s.method->nodeType == "MSNR";
   s.project = chosen(projection, learnsFromSilence);

@@ -112,13 +112,16 @@ install(FILES README.md CHANGELOG.md TYPE DOC)
 install(FILES docs/architecture.md docs/embedding.md docs/errors.md docs/formats.md docs/limits.md docs/live.md docs/methods.md
               docs/python.md docs/scores.md docs/speed.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
-install(FILES docs/pictures/pattern.svg docs/pictures/spectrogram.png
+install(FILES docs/pictures/map.svg docs/pictures/pattern.svg docs/pictures/spectrogram.png
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs/pictures)
 install(FILES examples/engine.cc examples/separator.cc examples/microphones.json examples/scene.json
               examples/separate.n examples/two-talkers.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-install(FILES examples/evaluate/frame-lengths.json examples/evaluate/open-air-errors.json
-              examples/evaluate/room-errors.json
+install(FILES examples/evaluate/frame-lengths.json examples/evaluate/hearing-aids.json
+              examples/evaluate/ml.json examples/evaluate/mvdr-frames.json
+              examples/evaluate/open-air-errors.json examples/evaluate/passes-masks.json
+              examples/evaluate/room-errors.json examples/evaluate/rooms.json
+              examples/evaluate/steps.json examples/evaluate/thirteen.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/evaluate)
 
 if(PROJECT_IS_TOP_LEVEL AND TARGET zelk-sss-cli)
