@@ -191,10 +191,10 @@ void addEvaluateCommand(CLI::App& app) {
       ->allow_extra_args(false);
   command
       ->add_option("--by", options->by,
-                   "Columns, separated by commas, that get rows of their own: all others in one")
+                   "Columns, separated by commas, that get rows of their own; methods always do")
       ->delimiter(',')
       ->allow_extra_args(false)
-      ->check(CLI::IsMember({"room", "array", "noise", "database"}));
+      ->check(CLI::IsMember({"room", "array", "noise", "database", "method"}));
   command->add_flag("--json", options->json, "Write JSON instead of a table");
   command->add_option("-o,--output", options->output,
                       "File for the result instead of standard output");

@@ -137,13 +137,16 @@ Place turned(const Place& p, double degrees) {
           std::sin(angle) * p[0] + std::cos(angle) * p[1], p[2]};
 }
 
-/// Where the method is told that the sources are, each point of their tracks.
-Positions placesTold(const Audio::Scene& scene, double error) {
+/// Where the database has responses for the sources, for each point of their tracks: where the
+/// method is told that they are, or half a grid to both sides.
+Positions placesOf(const EvaluationPlan::Database& wanted, const Audio::Scene& scene) {
   Positions places;
   for (const Audio::SceneSource& source : allSources(scene)) {
     for (const Audio::TrackPoint& point : source.track) {
       const BF::Location p = source.positionAt(point.t);
-      places.push_back(turned({p.x, p.y, p.z}, error));
+      places.push_back(turned({p.x, p.y, p.z}, wanted.error - wanted.grid / 2.0));
+      if (wanted.grid == 0.0) continue;
+      places.push_back(turned({p.x, p.y, p.z}, wanted.error + wanted.grid / 2.0));
     }
   }
   return places;
@@ -171,7 +174,7 @@ MeasuredResponses measuredOf(const SofaImpulseResponses& responses) {
 
 Database makeDatabase(const EvaluationPlan& plan, const Site& site, const Audio::Scene& scene,
                       const EvaluationPlan::Database& wanted) {
-  const Positions places = placesTold(scene, wanted.error);
+  const Positions places = placesOf(wanted, scene);
   const Positions microphones = site.microphones();
   Database data{{}, {}, wanted.error};
   if (wanted.isFreeField) {

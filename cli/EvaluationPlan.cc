@@ -97,7 +97,7 @@ EvaluationPlan::Noise noiseOf(const Place& place) {
 }
 
 EvaluationPlan::Database databaseOf(const Place& place) {
-  place.checkKeys({"name", "responses"}, {"length", "reference", "error"});
+  place.checkKeys({"name", "responses"}, {"length", "reference", "error", "grid"});
   EvaluationPlan::Database database;
   database.name = textOf(place.at("name"));
   const std::string responses = textOf(place.at("responses"));
@@ -110,6 +110,10 @@ EvaluationPlan::Database databaseOf(const Place& place) {
     database.reference = wholeNumber(place.at("reference"), 1, MAX_COUNT);
   }
   if (place->contains("error")) database.error = place.at("error").number("degrees", 180.0);
+  if (place->contains("grid")) {
+    database.grid = place.at("grid").number("degrees above 0, up to 180", 180.0);
+    if (database.grid <= 0.0) place.at("grid").refuse("degrees above 0, up to 180");
+  }
   return database;
 }
 

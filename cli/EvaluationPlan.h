@@ -19,7 +19,8 @@
 ///   NOISE: "name"; "sensor", "diffuse": dB by which the sources are louder; absent: none
 ///   DATABASE: "name"; "responses": "free field" or "own", those of array and room; "length" in
 ///             samples, "reference" microphone from 1, "error": degrees by which all azimuths told
-///             are too large
+///             are too large, "grid": degrees between responses that the places told lie half way
+///             between
 ///   METHOD: a text as evaluatedMethod takes it
 /// Names of files are relative to the plan's folder.
 struct EvaluationPlan {
@@ -43,6 +44,7 @@ struct EvaluationPlan {
     int length = 0;     ///< 0: as tfdb chooses it
     int reference = 0;  ///< 0: none
     double error = 0.0;
+    double grid = 0.0;  ///< 0: there are responses at the places told
   };
 
   /// Throws DataError naming the file, the place in it, what stands there and what was expected.

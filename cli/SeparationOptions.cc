@@ -10,6 +10,7 @@
 #include "cli/OptionChecks.h"
 #include "cli/SceneOptions.h"
 #include "net_types.h"
+#include "separation/Settings.h"
 
 namespace {
 
@@ -151,6 +152,11 @@ void SeparationOptions::addFrames(CLI::App& command) {
       ->check(isPositive());
   command.add_option("--window", s.window, "Shape of the frames")
       ->check(CLI::IsMember({"HANN", "HAMMING", "SINE", "RECTANGULAR"}))
+      ->capture_default_str();
+  command
+      .add_option("--threads", s.threads,
+                  "Threads that share the bins of a frame; the outputs do not depend on it")
+      ->check(CLI::Range(1, Separation::MAX_THREADS))
       ->capture_default_str();
 }
 

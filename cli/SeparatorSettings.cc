@@ -47,6 +47,7 @@ Separation::Settings separatorSettings(const SeparationSettings& s) {
   settings.refinement.memory = s.refineMemory;
   settings.refinement.loading = static_cast<float>(settings.refinement.loading);  // as the node
   settings.postMask = s.postMask;
+  settings.threads = s.threads;
   return settings;
 }
 

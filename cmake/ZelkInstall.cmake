@@ -93,7 +93,7 @@ endforeach()
 # ---- manual pages, completion, documents
 if(TARGET zelk-sss-cli)
   foreach(page IN ITEMS zelk-sss zelk-sss-separate zelk-sss-tfdb zelk-sss-run zelk-sss-mix zelk-sss-score
-                       zelk-sss-evaluate zelk-sss-live zelk-sss-pattern zelk-sss-spectrogram
+                       zelk-sss-evaluate zelk-sss-corpus zelk-sss-live zelk-sss-pattern zelk-sss-spectrogram
                        zelk-sss-scene zelk-sss-report)
     configure_file(docs/man/${page}.1.in ${ZELK_GENERATED}/man/${page}.1 @ONLY)
     install(FILES ${ZELK_GENERATED}/man/${page}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
@@ -109,7 +109,7 @@ if(TARGET zelk-report)  # the page holds a library of others
   install(FILES report/player/LICENSE TYPE DOC RENAME LICENSE.wavesurfer)
 endif()
 install(FILES README.md CHANGELOG.md TYPE DOC)
-install(FILES docs/architecture.md docs/embedding.md docs/errors.md docs/formats.md docs/limits.md docs/live.md docs/methods.md
+install(FILES docs/architecture.md docs/corpus.md docs/embedding.md docs/errors.md docs/formats.md docs/limits.md docs/live.md docs/methods.md
               docs/python.md docs/scores.md docs/speed.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(FILES docs/pictures/map.svg docs/pictures/pattern.svg docs/pictures/spectrogram.png
@@ -117,12 +117,7 @@ install(FILES docs/pictures/map.svg docs/pictures/pattern.svg docs/pictures/spec
 install(FILES examples/engine.cc examples/separator.cc examples/microphones.json examples/scene.json
               examples/separate.n examples/two-talkers.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-install(FILES examples/evaluate/frame-lengths.json examples/evaluate/hearing-aids.json
-              examples/evaluate/ml.json examples/evaluate/mvdr-frames.json
-              examples/evaluate/open-air-errors.json examples/evaluate/passes-masks.json
-              examples/evaluate/room-errors.json examples/evaluate/rooms.json
-              examples/evaluate/steps.json examples/evaluate/thirteen.json
-        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/evaluate)
+install(DIRECTORY examples/evaluate DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 if(PROJECT_IS_TOP_LEVEL AND TARGET zelk-sss-cli)
   include(ZelkPackages)

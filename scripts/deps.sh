@@ -22,7 +22,7 @@ building=(
   # libraries
   libboost-dev libhwy-dev libnetcdf-dev libseccomp-dev libsndfile1-dev libkissfft-dev libsoxr-dev
   libpugixml-dev nlohmann-json3-dev libcli11-dev libfmt-dev librsvg2-dev libeigen3-dev
-  libjack-jackd2-dev
+  libjack-jackd2-dev libtbb-dev
 )
 # measured responses and real speech
 demonstration=(libmysofa1 pocketsphinx-testdata)

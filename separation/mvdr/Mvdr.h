@@ -43,7 +43,7 @@ class Mvdr : public BF::BF {
   void requireFits(const ::BF::Matrix& input) const;
 
   SpatialCovariance covariance;
-  MvdrWeights weights;
+  std::vector<MvdrWeights> weights;           // one for each member of the team
   std::vector<Covariance> sourceCovariances;  // of the sources in force
   std::vector<::BF::Matrix> earlier;          // frame f is at f modulo their number
   std::size_t next = 0;                       // where the next frame will be

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <complex>
+#include <cstddef>
 #include <vector>
 
 namespace Separation {
@@ -31,6 +32,12 @@ class MvdrWeights {
   /// source that the reference microphone does not hear gets a row of zeros, as one whose R_v
   /// rounding leaves without an inverse. Allocates nothing.
   void compute(const std::vector<const std::complex<double>*>& R, std::complex<double>* W);
+
+  /// About what compute takes for N sources.
+  double nanosecondsFor(std::size_t N) const {
+    const auto n = static_cast<double>(D * M);
+    return 0.2 * static_cast<double>(N) * n * n * n;
+  }
 
  private:
   using Values = std::vector<std::complex<double>>;

@@ -28,7 +28,8 @@ class EvaluateCommand : public CommandTest {
     "noises": [{"name": "none"}, {"name": "20 dB", "sensor": 20}],
     "databases": [{"name": "right", "responses": "own", "reference": 1},
                   {"name": "free", "responses": "free field"},
-                  {"name": "turned", "responses": "free field", "error": 10}]})");
+                  {"name": "turned", "responses": "free field", "error": 10},
+                  {"name": "half", "responses": "free field", "grid": 10}]})");
 };
 
 // What is known beforehand: exact responses separate without bound but for rounding, in a room long
@@ -39,7 +40,7 @@ TEST_F(EvaluateCommand, GoesThroughAllCombinationsInOrder) {
   const CommandRun result = run("evaluate plan.json --json");
   ASSERT_EQ(result.status, 0) << result.errors;
   const auto rows = nlohmann::json::parse(result.output)["rows"];
-  ASSERT_EQ(rows.size(), 2U * 2U * 3U * 5U);
+  ASSERT_EQ(rows.size(), 2U * 2U * 4U * 5U);
   const auto worst = [&](const char* room, const char* noise, const char* database,
                          const char* method) {
     for (const auto& row : rows) {
@@ -55,6 +56,7 @@ TEST_F(EvaluateCommand, GoesThroughAllCombinationsInOrder) {
   const double exact = worst("open air", "none", "free", "NULL");
   EXPECT_GT(exact, 20.0);
   EXPECT_LT(worst("open air", "none", "turned", "NULL"), exact - 5.0);
+  EXPECT_LT(worst("open air", "none", "half", "NULL"), exact - 5.0);
   EXPECT_LT(worst("open air", "20 dB", "free", "NULL"), exact - 5.0);
   EXPECT_GT(worst("open air", "none", "free", "NULL"), worst("open air", "none", "free", "WDS"));
   EXPECT_GT(worst("box", "none", "right", "NULL"), worst("box", "none", "free", "NULL") + 3.0);
@@ -85,7 +87,7 @@ TEST_F(EvaluateCommand, RunsMethodsWithOptionsAndPoolsRows) {
   for (const auto& row : rows) {
     EXPECT_EQ(row["array"], "all");
     EXPECT_EQ(row["database"], "all");
-    EXPECT_EQ(row["si_sdr"]["all"].size(), 3U);  // of the databases
+    EXPECT_EQ(row["si_sdr"]["all"].size(), 4U);  // of the databases
     if (row["room"] == "box" && row["noise"] == "20 dB") scores[row["method"]] = row["si_sdr"];
   }
   EXPECT_EQ(scores.at("NULL+1"), scores.at("NULL --refine 1"));
