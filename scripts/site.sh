@@ -44,6 +44,7 @@ python
 embedding
 flowdesigner
 corpus
+scale
 live
 ```
 ```{toctree}
@@ -60,6 +61,7 @@ scores
 formats
 errors
 limits
+scale
 speed
 architecture
 CONTRIBUTING
