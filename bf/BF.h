@@ -3,6 +3,7 @@
 #include <memory>
 #include <vector>
 
+#include "bf/BinTeam.h"
 #include "geometry/Location.h"
 #include "geometry/TransformFunctionDatabase.h"
 #include "matrix/Exceptions.h"
@@ -64,6 +65,11 @@ class BF {
   /// the matrices.
   virtual void adaptSeparationMatrices() = 0;
 
+  /// From now on so many threads, the caller's among them, share what a call computes for the bins,
+  /// where it is worth it: 1 at first. Results do not depend on it. Throws InvalidStateException
+  /// when it is below 1.
+  void setThreads(int threads) { team.setSize(threads); }
+
   /// Copies the database; the engine never shares the caller's record.
   void setTransformFunctionDatabase(const TransformFunctionDatabase& db);
 
@@ -109,6 +115,7 @@ class BF {
   /// list. Matrices that have the shape already are kept with whatever they hold.
   void prepare(std::vector<Matrix>& list, int rows, int columns) const;
 
+  BinTeam team;               ///< of setThreads
   std::vector<int> previous;  ///< of the list that findPrevious was called with last
 
   std::vector<Matrix> spareTransferFunctions;  ///< storage of the list that was replaced last

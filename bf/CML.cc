@@ -1,5 +1,6 @@
 #include "bf/CML.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <complex>
@@ -12,8 +13,11 @@ namespace BF {
 
 namespace {
 
-/// Bins that are computed together: enough to fill the lanes of any processor.
-constexpr int BINS_AT_ONCE = 8;
+/// Bins that are computed together.
+constexpr int BINS_AT_ONCE = BinTeam::PART;
+
+/// Of a bin's filters with M microphones, roughly.
+double nanosecondsOf(int M) { return 3.0 * M * M * M; }
 
 constexpr double PI = 3.141592653589793;
 const std::complex<double> ONE(1.0, 0.0);
@@ -58,10 +62,15 @@ struct CML::Work {
   std::vector<Memo<2>> known;
   std::vector<Memo<1>> steering;
 
-  std::vector<int> stale;  // bins to be computed together
-  std::array<Matrix, BINS_AT_ONCE> loaded, Q;
-  Batch batch;
-  Matrix a, q;
+  std::vector<int> stale;  // bins to be computed
+
+  /// What a member of the team works with.
+  struct Member {
+    std::array<Matrix, BINS_AT_ONCE> loaded, Q;
+    Batch batch;
+    Matrix a, q;
+  };
+  std::vector<Member> members;
 };
 
 CML::CML(int numFreqValue, int samplingRateValue, double soundSpeedValue, double regFactorValue)
@@ -85,9 +94,14 @@ void CML::updateSources(const std::vector<SourceLocation>& newSources) {
     if (R.getRowCount() != M || R.getColumnCount() != M) throw MatrixSizeMismatchException();
     if (work->known[k].isOf({&A[k], &R}, regFactor)) continue;
     work->stale.push_back(static_cast<int>(k));
-    if (work->stale.size() == BINS_AT_ONCE) compute();
   }
-  compute();
+  work->members.resize(team.size());
+  const int count = static_cast<int>(work->stale.size());
+  team.share(count, nanosecondsOf(numMic), [this](int begin, int end, int member) {
+    for (int first = begin; first < end; first += BINS_AT_ONCE) {
+      compute(first, std::min(first + BINS_AT_ONCE, end), member);
+    }
+  });
 
   spareMatrices.resize(A.size());
   for (std::size_t k = 0; k < A.size(); ++k) spareMatrices[k] = work->known[k].value;
@@ -96,25 +110,23 @@ void CML::updateSources(const std::vector<SourceLocation>& newSources) {
   separationMatrices.swap(spareMatrices);
 }
 
-// The stale bins. With transfer functions A (M × N) and noise correlation R (M × M):
+// Stale bins first … end − 1. With transfer functions A (M × N) and noise correlation R (M × M):
 //   Q = pinv(R + regFactor · ‖R‖ · I),  w = Q · a / (aᴴ · Q · a),  row of W = wᴴ · e^(jkπ)
-void CML::compute() {
-  std::vector<int>& stale = work->stale;
-  work->batch.clear();
-  for (std::size_t i = 0; i < stale.size(); ++i) {
-    loadDiagonal(noiseCorrelationMatrices[stale[i]], regFactor, work->loaded[i]);
-    work->batch.push_back({&work->loaded[i], &work->Q[i]});
+void CML::compute(int first, int end, int member) {
+  Work::Member& its = work->members[member];
+  const int* stale = work->stale.data() + first;
+  its.batch.clear();
+  for (int i = 0; i < end - first; ++i) {
+    loadDiagonal(noiseCorrelationMatrices[stale[i]], regFactor, its.loaded[i]);
+    its.batch.push_back({&its.loaded[i], &its.Q[i]});
   }
-  pseudoInverses(work->batch);
-  for (std::size_t i = 0; i < stale.size(); ++i) computeFilters(stale[i], work->Q[i]);
-  stale.clear();
+  pseudoInverses(its.batch);
+  for (int i = 0; i < end - first; ++i) computeFilters(stale[i], its.Q[i], its.a, its.q);
 }
 
-void CML::computeFilters(int k, const Matrix& Q) {
+void CML::computeFilters(int k, const Matrix& Q, Matrix& a, Matrix& q) {
   Memo<2>& known = work->known[k];
   Memo<1>& steering = work->steering[k];
-  Matrix& a = work->a;
-  Matrix& q = work->q;
   const Matrix& A = spareTransferFunctions[k];
   const int M = A.getRowCount();
   const int N = A.getColumnCount();

@@ -35,8 +35,8 @@ class CML : public BF {
 
  private:
   struct Work;
-  void compute();
-  void computeFilters(int k, const Matrix& Q);
+  void compute(int first, int end, int member);
+  void computeFilters(int k, const Matrix& Q, Matrix& a, Matrix& q);
 
   std::unique_ptr<Work> work;  // what is kept from update to update
 };

@@ -16,8 +16,11 @@ namespace BF {
 
 namespace {
 
-/// Pairs whose decompositions are done together: enough to fill the lanes of any processor.
-constexpr int PAIRS_AT_ONCE = 8;
+/// Pairs whose decompositions are done together.
+constexpr int PAIRS_AT_ONCE = BinTeam::PART;
+
+/// Of a pair's step and filter with M microphones, roughly.
+double nanosecondsOf(int M) { return 5.0 * M * M * M; }
 
 /// Row `row` of W := the uniform filter 1/√M.
 void setUniform(Matrix& W, int row) {
@@ -40,12 +43,17 @@ struct CMSNR::Work {
     Matrix inverseB, G, v;
   };
 
+  /// What a member of the team works with.
+  struct Member {
+    std::array<Pair, PAIRS_AT_ONCE> pairs;
+    Batch batch;
+    std::vector<EigenPair> eigenPairs;
+    Matrix x, P;  // a bin's observation and x · xᴴ
+  };
+
   std::vector<Memo<1>> inverseFactors;  // entry k · N + s: R⁻¹ of the noise correlation Rᴴ · R
   std::vector<Matrix> movedCorrelations;  // entry k · N + s: of this step, then what it replaced
-  std::array<Pair, PAIRS_AT_ONCE> pairs;
-  Batch batch;
-  std::vector<EigenPair> eigenPairs;
-  Matrix x, P;  // a bin's observation and x · xᴴ
+  std::vector<Member> members;
 };
 
 CMSNR::CMSNR(int numFreqValue, int samplingRateValue, double soundSpeedValue,
@@ -113,17 +121,23 @@ bool CMSNR::holdsMatricesFor(int M) const {
 // (A, B).
 void CMSNR::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
-  moveCorrelations();
-  prepare(spareMatrices, N, numMic);
   const int count = N * std::max(numFreq, 0);
-  for (int first = 0; first < count; first += PAIRS_AT_ONCE) {
-    const int end = std::min(first + PAIRS_AT_ONCE, count);
-    if (decompositionAlgorithm == "GEVD") {
-      computeEigenFilters(first, end);
-    } else {
-      computeSingularFilters(first, end);
+  work->movedCorrelations.resize(count);
+  work->inverseFactors.resize(count);
+  work->members.resize(team.size());
+  prepare(spareMatrices, N, numMic);
+  team.share(numFreq, N * nanosecondsOf(numMic), [&](int firstBin, int endBin, int member) {
+    Work::Member& its = work->members[member];
+    moveCorrelations(firstBin, endBin, its.x, its.P);
+    for (int first = N * firstBin; first < N * endBin; first += PAIRS_AT_ONCE) {
+      const int end = std::min(first + PAIRS_AT_ONCE, N * endBin);
+      if (decompositionAlgorithm == "GEVD") {
+        computeEigenFilters(first, end, member);
+      } else {
+        computeSingularFilters(first, end, member);
+      }
     }
-  }
+  });
 
   for (int i = 0; i < count; ++i) {
     Matrix& old = sources[i % N].flag ? signalCorrelations[i] : noiseCorrelations[i];
@@ -133,21 +147,18 @@ void CMSNR::adaptSeparationMatrices() {
 }
 
 // Entry k · N + s of movedCorrelations is what source s's signal or noise correlation becomes.
-void CMSNR::moveCorrelations() {
+void CMSNR::moveCorrelations(int firstBin, int endBin, Matrix& x, Matrix& P) {
   const int N = static_cast<int>(sources.size());
   const int M = inputSpectrum.getRowCount();
-  const std::size_t count = static_cast<std::size_t>(N) * std::max(numFreq, 0);
-  work->movedCorrelations.resize(count);
-  work->inverseFactors.resize(count);
-  reshape(work->x, M, 1);
-  reshape(work->P, M, M);
-  for (int k = 0; k < numFreq; ++k) {
-    copyColumn(inputSpectrum, k, work->x);
-    multiplyAdjointInto(work->x, work->x, work->P);
+  reshape(x, M, 1);
+  reshape(P, M, M);
+  for (int k = firstBin; k < endBin; ++k) {
+    copyColumn(inputSpectrum, k, x);
+    multiplyAdjointInto(x, x, P);
     for (int s = 0; s < N; ++s) {
       const int i = k * N + s;
       const Matrix& old = sources[s].flag ? signalCorrelations[i] : noiseCorrelations[i];
-      average(work->P, old, work->movedCorrelations[i]);
+      average(P, old, work->movedCorrelations[i]);
     }
   }
 }
@@ -168,45 +179,47 @@ void CMSNR::average(const Matrix& P, const Matrix& old, Matrix& result) const {
 // The filters of pairs first … end − 1 into their rows of spareMatrices: the vector v that
 // maximises vᴴ · A · v / vᴴ · B · v. With B = Rᴴ · R (Golub & Van Loan, Matrix Computations):
 //   D = R⁻ᴴ · A · R⁻¹ has the pair's eigenvalues,  v = R⁻¹ · y for D's eigenvector y
-void CMSNR::computeEigenFilters(int first, int end) {
-  updateInverseFactors(first, end);
-  work->eigenPairs.clear();
+void CMSNR::computeEigenFilters(int first, int end, int member) {
+  updateInverseFactors(first, end, member);
+  auto& pairs = work->members[member].pairs;
+  std::vector<EigenPair>& eigenPairs = work->members[member].eigenPairs;
+  eigenPairs.clear();
   for (int i = first; i < end; ++i) {
-    work->eigenPairs.push_back(
-        {&signalOf(i), &work->inverseFactors[i].value, &work->pairs[i - first].v});
+    eigenPairs.push_back({&signalOf(i), &work->inverseFactors[i].value, &pairs[i - first].v});
   }
-  principalGeneralisedVectors(work->eigenPairs);
-  for (int i = first; i < end; ++i) setFilter(i, work->pairs[i - first].v);
+  principalGeneralisedVectors(eigenPairs);
+  for (int i = first; i < end; ++i) setFilter(i, pairs[i - first].v);
 }
 
 // Computed only where B is another, to the bit, than the one that R⁻¹ was computed of.
-void CMSNR::updateInverseFactors(int first, int end) {
-  work->batch.clear();
+void CMSNR::updateInverseFactors(int first, int end, int member) {
+  Batch& batch = work->members[member].batch;
+  batch.clear();
   for (int i = first; i < end; ++i) {
     Memo<1>& factor = work->inverseFactors[i];
     if (factor.isOf({&noiseOf(i)})) continue;
     factor.forget();
-    work->batch.push_back({&noiseOf(i), &factor.value});
+    batch.push_back({&noiseOf(i), &factor.value});
   }
-  inverseCholeskyFactors(work->batch);
+  inverseCholeskyFactors(batch);
   for (int i = first; i < end; ++i) work->inverseFactors[i].remember({&noiseOf(i)});
 }
 
 // The same with v the first left singular vector of G = B⁻¹ · A.
-void CMSNR::computeSingularFilters(int first, int end) {
-  work->batch.clear();
+void CMSNR::computeSingularFilters(int first, int end, int member) {
+  auto& pairs = work->members[member].pairs;
+  Batch& batch = work->members[member].batch;
+  batch.clear();
+  for (int i = first; i < end; ++i) batch.push_back({&noiseOf(i), &pairs[i - first].inverseB});
+  inverses(batch);
+  batch.clear();
   for (int i = first; i < end; ++i) {
-    work->batch.push_back({&noiseOf(i), &work->pairs[i - first].inverseB});
-  }
-  inverses(work->batch);
-  work->batch.clear();
-  for (int i = first; i < end; ++i) {
-    Work::Pair& pair = work->pairs[i - first];
+    Work::Pair& pair = pairs[i - first];
     assignProduct(pair.inverseB, signalOf(i), pair.G);
-    work->batch.push_back({&pair.G, &pair.v});
+    batch.push_back({&pair.G, &pair.v});
   }
-  principalSingularVectors(work->batch);
-  for (int i = first; i < end; ++i) setFilter(i, work->pairs[i - first].v);
+  principalSingularVectors(batch);
+  for (int i = first; i < end; ++i) setFilter(i, pairs[i - first].v);
 }
 
 // The two matrices of pair i after this step.

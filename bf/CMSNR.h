@@ -42,11 +42,11 @@ class CMSNR : public BF {
  private:
   struct Work;
   bool holdsMatricesFor(int M) const;
-  void moveCorrelations();
+  void moveCorrelations(int firstBin, int endBin, Matrix& x, Matrix& P);
   void average(const Matrix& P, const Matrix& old, Matrix& result) const;
-  void computeEigenFilters(int first, int end);
-  void computeSingularFilters(int first, int end);
-  void updateInverseFactors(int first, int end);
+  void computeEigenFilters(int first, int end, int member);
+  void computeSingularFilters(int first, int end, int member);
+  void updateInverseFactors(int first, int end, int member);
   const Matrix& signalOf(int i) const;
   const Matrix& noiseOf(int i) const;
   void setFilter(int i, const Matrix& v);

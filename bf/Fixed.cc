@@ -13,8 +13,14 @@ namespace BF {
 
 namespace {
 
-/// Bins that are computed together: enough to fill the lanes of any processor.
-constexpr int BINS_AT_ONCE = 8;
+/// Bins that are computed together.
+constexpr int BINS_AT_ONCE = BinTeam::PART;
+
+/// Of a bin's separation matrix, roughly.
+double nanosecondsOf(int type, int M, int N) {
+  if (type == BF_ALGORITHM_ILSE) return 5.0 * M * M * N;
+  return type == BF_ALGORITHM_NULL ? 5.0 * M * N * N : 10.0 * M * N;
+}
 
 /// a := column n of A, or its conjugate.
 void takeColumn(const Matrix& A, int n, bool conjugate, Matrix& a) {
@@ -58,20 +64,28 @@ void delayAndSum(const Matrix& A, Matrix& W) {
 
 }  // namespace
 
-/// The bins that are computed together.
-struct Fixed::Work {
+/// The bins that are computed together, with the same formula.
+class Fixed::Group {
+ public:
+  void clear() { count = 0; }
+
+  /// W, which gets its shape here, is to be the separation matrix of A.
+  void add(const Matrix& A, Matrix& W) {
+    bins[count].A = &A;
+    bins[count++].W = &W;
+    reshape(W, A.getColumnCount(), A.getRowCount());
+  }
+
+  /// By the formula of an algorithm number; zeros for one that is not of this family.
+  void compute(int type);
+
+ private:
   /// One of them. The operands of a row of W are named as in the formulas below.
   struct Bin {
     const Matrix* A;
     Matrix* W;
     Matrix a, conjA, aT, h, q, Vnull, BT, G, pinvG, pinvGBT, z, change;
   };
-
-  void add(const Matrix& A, Matrix& W) {
-    bins[count].A = &A;
-    bins[count++].W = &W;
-    reshape(W, A.getColumnCount(), A.getRowCount());
-  }
 
   /// Result := operation of operand, for these members of all bins.
   void all(void (*operation)(const Batch&), Matrix Bin::*operand, Matrix Bin::*result) {
@@ -80,22 +94,30 @@ struct Fixed::Work {
     operation(batch);
   }
 
-  void compute(int type);
   void weightedDelayAndSum();
   void null();
   void ilse();
 
-  // Entry k: bin k's separation matrix, which follows from its transfer functions and the
-  // algorithm's number.
-  std::vector<Memo<1>> known;
-
-  std::vector<int> stale;              // bins to be computed together, with the same formula
-  std::array<Bin, BINS_AT_ONCE> bins;  // and their matrices
+  std::array<Bin, BINS_AT_ONCE> bins;
   int count = 0;
   Batch batch;
 };
 
-void Fixed::Work::compute(int type) {
+struct Fixed::Work {
+  /// A bin to be computed by the formula of an algorithm's number.
+  struct Stale {
+    int k, type;
+  };
+
+  // Entry k: bin k's separation matrix, which follows from its transfer functions and the
+  // algorithm's number.
+  std::vector<Memo<1>> known;
+  std::vector<Stale> stale;
+  std::vector<Group> groups;  // one for each member of the team
+};
+
+void Fixed::Group::compute(int type) {
+  if (bins[0].A->getRowCount() == 0) return;
   switch (type) {
     case BF_ALGORITHM_DS:
       for (int i = 0; i < count; ++i) delayAndSum(*bins[i].A, *bins[i].W);
@@ -116,7 +138,7 @@ void Fixed::Work::compute(int type) {
 }
 
 /// Row n of W = pinv(a_n).
-void Fixed::Work::weightedDelayAndSum() {
+void Fixed::Group::weightedDelayAndSum() {
   for (int n = 0; n < bins[0].A->getColumnCount(); ++n) {
     for (int i = 0; i < count; ++i) takeColumn(*bins[i].A, n, false, bins[i].a);
     all(pseudoInverses, &Bin::a, &Bin::q);
@@ -125,7 +147,7 @@ void Fixed::Work::weightedDelayAndSum() {
 }
 
 /// W = pinv(A).
-void Fixed::Work::null() {
+void Fixed::Group::null() {
   batch.clear();
   for (int i = 0; i < count; ++i) batch.push_back({bins[i].A, bins[i].W});
   pseudoInverses(batch);
@@ -139,7 +161,7 @@ void Fixed::Work::null() {
 ///   G      (N − 1) × (M − 1)  Bᵀ · V_null
 ///   z      (M − 1) × 1        −pinv(G) · Bᵀ · h
 ///   w      M × 1              h + V_null · z; row n of W = wᵀ
-void Fixed::Work::ilse() {
+void Fixed::Group::ilse() {
   const int N = bins[0].A->getColumnCount();
   for (int n = 0; n < N; ++n) {
     for (int i = 0; i < count; ++i) {
@@ -182,18 +204,18 @@ void Fixed::updateSources(const std::vector<SourceLocation>& newSources) {
   gatherTransferFunctions(newSources);
   const std::vector<Matrix>& A = spareTransferFunctions;
   std::vector<Memo<1>>& known = work->known;
-  std::vector<int>& stale = work->stale;
   known.resize(A.size());
-  int type = 0;
-  stale.clear();
+  work->stale.clear();
   for (int k = 0; k < static_cast<int>(A.size()); ++k) {
-    const int typeOfBin = getBfAlgorithmType();
-    if (known[k].isOf({&A[k]}, typeOfBin)) continue;
-    if (typeOfBin != type || stale.size() == BINS_AT_ONCE) compute(type);
-    type = typeOfBin;
-    stale.push_back(k);
+    const int type = getBfAlgorithmType();
+    if (!known[k].isOf({&A[k]}, type)) work->stale.push_back({k, type});
   }
-  compute(type);
+  work->groups.resize(team.size());
+  const int count = static_cast<int>(work->stale.size());
+  const int N = static_cast<int>(newSources.size());
+  const double nanoseconds = count > 0 ? nanosecondsOf(work->stale[0].type, numMic, N) : 0.0;
+  team.share(count, nanoseconds,
+             [this](int begin, int end, int member) { compute(begin, end, member); });
 
   spareMatrices.resize(A.size());
   for (std::size_t k = 0; k < A.size(); ++k) spareMatrices[k] = known[k].value;
@@ -202,20 +224,25 @@ void Fixed::updateSources(const std::vector<SourceLocation>& newSources) {
   separationMatrices.swap(spareMatrices);
 }
 
-// The separation matrices of the stale bins by the formula of an algorithm number; zeros for one
-// that is not of this family.
-void Fixed::compute(int type) {
-  std::vector<Memo<1>>& known = work->known;
-  std::vector<int>& stale = work->stale;
-  work->count = 0;
-  for (const int k : stale) {
-    known[k].forget();
-    work->add(spareTransferFunctions[k], known[k].value);
+// The separation matrices of stale bins first … end − 1, those together that have the same formula.
+void Fixed::compute(int first, int end, int member) {
+  Group& group = work->groups[member];
+  const Work::Stale* stale = work->stale.data();
+  while (first < end) {
+    const int type = stale[first].type;
+    int next = first;
+    group.clear();
+    for (; next < end && next - first < BINS_AT_ONCE && stale[next].type == type; ++next) {
+      Memo<1>& known = work->known[stale[next].k];
+      known.forget();
+      group.add(spareTransferFunctions[stale[next].k], known.value);
+    }
+    group.compute(type);
+    for (; first < next; ++first) {
+      const int k = stale[first].k;
+      work->known[k].remember({&spareTransferFunctions[k]}, type);
+    }
   }
-  const bool empty = stale.empty() || work->bins[0].A->getRowCount() == 0;
-  if (!empty) work->compute(type);
-  for (const int k : stale) known[k].remember({&spareTransferFunctions[k]}, type);
-  stale.clear();
 }
 
 void Fixed::adaptSeparationMatrices() {}

@@ -23,8 +23,9 @@ class Fixed : public BF {
   void adaptSeparationMatrices() override;
 
  private:
+  class Group;
   struct Work;
-  void compute(int type);
+  void compute(int first, int end, int member);
 
   std::unique_ptr<Work> work;  // what is kept from update to update
 };

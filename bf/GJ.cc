@@ -86,14 +86,25 @@ void GJ::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
   const int M = inputSpectrum.getRowCount();
   if (numFreq > 0) requireSeparationMatrices();
+  prepare(spareAdaptive, N, std::max(M - 1, 0));
+  prepare(spareMatrices, N, M);
+  members.resize(team.size());
+  team.share(numFreq, 2.0 * N * M * M,
+             [this](int first, int end, int member) { adaptBins(first, end, members[member]); });
+  adaptiveWeights.swap(spareAdaptive);
+  separationMatrices.swap(spareMatrices);
+}
+
+void GJ::adaptBins(int first, int end, Member& its) {
+  auto& [x, z, wa, waB] = its;
+  const int N = static_cast<int>(sources.size());
+  const int M = inputSpectrum.getRowCount();
   const int blocked = std::max(M - 1, 0);
   reshape(x, M, 1);
   reshape(z, blocked, 1);
   reshape(wa, 1, blocked);
   reshape(waB, 1, M);
-  prepare(spareAdaptive, N, blocked);
-  prepare(spareMatrices, N, M);
-  for (int k = 0; k < numFreq; ++k) {
+  for (int k = first; k < end; ++k) {
     Matrix& W = spareMatrices[k];
     Matrix& Wa = spareAdaptive[k];
     copyColumn(inputSpectrum, k, x);
@@ -101,7 +112,7 @@ void GJ::adaptSeparationMatrices() {
       const Matrix& B = blockingMatrices[k * N + n];
       multiplyInto(B, x, z);
       const std::complex<double>& y = outputSpectrum.getElementAt(n, k);
-      const double step = lcAdaptive ? normalisedStep() : mu;
+      const double step = lcAdaptive ? normalisedStep(z) : mu;
       const std::complex<double> stepY = y * std::complex<double>(step, 0.0);
       copyRow(adaptiveWeights[k], n, wa, 0);
       for (int i = 0; i < blocked; ++i) wa.data()[i] += std::conj(z.data()[i]) * stepY;
@@ -113,13 +124,11 @@ void GJ::adaptSeparationMatrices() {
       copyRow(wa, 0, Wa, n);
     }
   }
-  adaptiveWeights.swap(spareAdaptive);
-  separationMatrices.swap(spareMatrices);
 }
 
 // mu over twice the blocked signals' power p = ‖z‖². The guard looks at p truncated to an integer,
 // so it applies to every p below 1.
-double GJ::normalisedStep() const {
+double GJ::normalisedStep(const Matrix& z) const {
   const double p = z.norm().real();
   if (BF_EPS > std::abs(std::trunc(p))) return mu * 1.0 / (2.0 * p + BF_EPS);
   return mu * 1.0 / (2.0 * p);

@@ -32,12 +32,16 @@ class GJ : public BF {
   bool lcAdaptive;                       ///< whether the step follows the signal's power
 
  private:
-  double normalisedStep() const;
+  /// What a member of the team works with: a bin's observation x (M × 1) and, of one source,
+  /// z = B · x (M − 1 × 1), its adaptive row (1 × M − 1) and wa · B (1 × M).
+  struct Member {
+    Matrix x, z, wa, waB;
+  };
+  void adaptBins(int first, int end, Member& its);
+  double normalisedStep(const Matrix& z) const;
 
   std::vector<Matrix> spareAdaptive;  // storage of the adaptive weights that were replaced last
-  // A bin's observation x (M × 1) and, of one source, z = B · x (M − 1 × 1), its adaptive row
-  // (1 × M − 1) and wa · B (1 × M).
-  Matrix x, z, wa, waB;
+  std::vector<Member> members;
 };
 
 }  // namespace BF

@@ -112,28 +112,24 @@ ZELK_PROCESSOR_CLONES void descend(const Matrix& W, double mu_ss, const Matrix& 
 
 }  // namespace
 
-/// The matrices of one bin's step, for all bins and, while the shapes stay, all frames.
-struct GSS::Work {
-  /// Whether it has these shapes.
-  bool fits(int N, int M, int inputs, int outputs) const {
-    return J_lc.getRowCount() == N && J_lc.getColumnCount() == M && x.getRowCount() == inputs &&
-           y.getRowCount() == outputs;
+/// The matrices of one bin's step.
+struct GSS::Bin {
+  void setShapes(int N, int M, int inputs, int outputs) {
+    reshape(x, inputs, 1);
+    reshape(y, outputs, 1);
+    reshape(f, N, 1);
+    for (Matrix* E : {&E_lc, &E_ss, &doubleE_ss}) reshape(*E, N, N);
+    for (Matrix* J : {&J_lc, &J_ss, &Q}) reshape(*J, N, M);
   }
 
-  Work(int N, int M, int inputs, int outputs)
-      : x(inputs, 1),
-        y(outputs, 1),
-        f(N, 1),
-        E_lc(N, N),
-        J_lc(N, M),
-        E_ss(N, N),
-        J_ss(N, M),
-        doubleE_ss(N, N),
-        Q(N, M) {}
-
   Matrix x, y, f, E_lc, J_lc, E_ss, J_ss, doubleE_ss, Q;
-  Matrix F;                // φ of all outputs
-  std::vector<int> alone;  // bins whose step is taken by itself
+};
+
+struct GSS::Work {
+  Matrix F;                             // φ of all outputs
+  bool inLanes = false;                 // whether bins' steps are taken side by side
+  std::vector<Bin> bins;                // one for each member of the team
+  std::vector<std::vector<int>> alone;  // likewise: bins whose step is taken by itself
 };
 
 GSS::GSS(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool lcAdaptiveValue,
@@ -145,7 +141,8 @@ GSS::GSS(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool l
       mu_ss(muSsValue),
       scale(scaleValue),
       lcAdaptive(lcAdaptiveValue),
-      ssAdaptive(ssAdaptiveValue) {}
+      ssAdaptive(ssAdaptiveValue),
+      work(std::make_unique<Work>()) {}
 
 GHDSS::GHDSS(int numFreqValue, int samplingRateValue, double soundSpeedValue, bool lcAdaptiveValue,
              double muValue, bool ssAdaptiveValue, double muSsValue, double scaleValue,
@@ -195,17 +192,14 @@ void GSS::adaptSeparationMatrices() {
   const int M = numFreq > 0 ? separationMatrices[0].getColumnCount() : 0;
   const int inputs = inputSpectrum.getRowCount();
   const int outputs = outputSpectrum.getRowCount();
-  if (!bench || !bench->fits(N, M, inputs, outputs)) {
-    bench = std::make_unique<Work>(N, M, inputs, outputs);
-  }
+  work->bins.resize(team.size());
+  work->alone.resize(team.size());
+  for (Bin& bin : work->bins) bin.setShapes(N, M, inputs, outputs);
   prepare(spareMatrices, N, M);
-  bench->alone.clear();
-  if (fitTheLanes(N, M)) {
-    adaptBins(*bench);
-  } else {
-    for (int k = 0; k < numFreq; ++k) bench->alone.push_back(k);
-  }
-  for (const int k : bench->alone) adaptBin(k, *bench, spareMatrices[k]);
+  work->inLanes = fitTheLanes(N, M);
+  if (work->inLanes) reshape(work->F, outputs, outputSpectrum.getColumnCount());
+  team.share(numFreq, 2.0 * N * (M + 20),
+             [this](int first, int end, int member) { adaptBins(first, end, member); });
   separationMatrices.swap(spareMatrices);
 }
 
@@ -227,73 +221,82 @@ bool GSS::fitTheLanes(int N, int M) const {
   return true;
 }
 
-// The step of all bins side by side, but for those that work.alone then lists.
-void GSS::adaptBins(Work& work) {
-  const Matrix& Y = outputSpectrum;
-  reshape(work.F, Y.getRowCount(), Y.getColumnCount());
-  for (std::ptrdiff_t i = 0; i < elementCount(Y); ++i) work.F.data()[i] = nonLinear(Y.data()[i]);
-  adaptInLanes({separationMatrices, transferFunctions, inputSpectrum, Y, work.F, mu, mu_ss,
-                lcAdaptive, ssAdaptive},
-               spareMatrices, work.alone);
+void GSS::adaptBins(int first, int end, int member) {
+  std::vector<int>& alone = work->alone[member];
+  alone.clear();
+  if (work->inLanes) {
+    const Matrix& Y = outputSpectrum;
+    Matrix& F = work->F;
+    for (int n = 0; n < Y.getRowCount(); ++n) {
+      const std::ptrdiff_t row = std::ptrdiff_t{n} * Y.getColumnCount();
+      for (int k = first; k < end; ++k) F.data()[row + k] = nonLinear(Y.data()[row + k]);
+    }
+    adaptInLanes({separationMatrices, transferFunctions, inputSpectrum, Y, F, mu, mu_ss, lcAdaptive,
+                  ssAdaptive},
+                 first, end, spareMatrices, alone);
+  } else {
+    for (int k = first; k < end; ++k) alone.push_back(k);
+  }
+  for (const int k : alone) adaptBin(k, work->bins[member], spareMatrices[k]);
 }
 
 // One bin's step, W − μ_ss · J_ss − μ_lc · J_lc.
-void GSS::adaptBin(int k, Work& work, Matrix& newW) const {
+void GSS::adaptBin(int k, Bin& bin, Matrix& newW) const {
   const Matrix& W = separationMatrices[k];
   const Matrix& A = transferFunctions[k];
   if (A.getRowCount() != W.getColumnCount() || A.getColumnCount() != W.getRowCount() ||
       newW.getRowCount() != W.getRowCount() || newW.getColumnCount() != W.getColumnCount()) {
     throw MatrixSizeMismatchException();
   }
-  constraintGradient(W, A, work);
-  copyColumn(inputSpectrum, k, work.x);
-  copyColumn(outputSpectrum, k, work.y);
-  const double mu_lc = lcAdaptive ? constraintStep(work) : mu;
+  constraintGradient(W, A, bin);
+  copyColumn(inputSpectrum, k, bin.x);
+  copyColumn(outputSpectrum, k, bin.y);
+  const double mu_lc = lcAdaptive ? constraintStep(bin) : mu;
 
   requireUpdateRule();
-  separationGradient(W, work);
-  const double step_ss = ssAdaptive ? separationStep(work) : mu_ss;
+  separationGradient(W, bin);
+  const double step_ss = ssAdaptive ? separationStep(bin) : mu_ss;
 
-  descend(W, step_ss, work.J_ss, mu_lc, work.J_lc, newW);
+  descend(W, step_ss, bin.J_ss, mu_lc, bin.J_lc, newW);
 }
 
 // E_lc (N × N) is the diagonal part of W · A − I, J_lc (N × M) = E_lc · Aᴴ.
-void GSS::constraintGradient(const Matrix& W, const Matrix& A, Work& work) {
+void GSS::constraintGradient(const Matrix& W, const Matrix& A, Bin& bin) {
   const int N = W.getRowCount();
   const int M = W.getColumnCount();
   bool finite = true;
   for (int n = 0; n < N; ++n) {
     const std::complex<double> e = dotProduct(W.row(n).data(), 1, A.data() + n, N, M) - 1.0;
-    work.E_lc.setElementAt(n, n, e);
+    bin.E_lc.setElementAt(n, n, e);
     finite = finite && std::isfinite(e.real()) && std::isfinite(e.imag());
   }
   // Only where A has an element that is not finite do the zeros of E_lc add something to the sums.
   if (!finite) {
-    multiplyAdjointInto(work.E_lc, A, work.J_lc);
+    multiplyAdjointInto(bin.E_lc, A, bin.J_lc);
     return;
   }
   for (int n = 0; n < N; ++n) {
-    const std::complex<double> e = work.E_lc.getElementAt(n, n);
-    const std::span<std::complex<double>> J = work.J_lc.row(n);
+    const std::complex<double> e = bin.E_lc.getElementAt(n, n);
+    const std::span<std::complex<double>> J = bin.J_lc.row(n);
     for (int m = 0; m < M; ++m) J[m] = timesConjugate(e, A.row(m)[n]);
   }
 }
 
 // E_ss (N × N) is the off-diagonal part of f · yᴴ with f (N × 1) = φ(y), J_ss (N × M) = E_ss · W.
-void GSS::separationGradient(const Matrix& W, Work& work) const {
+void GSS::separationGradient(const Matrix& W, Bin& bin) const {
   const int N = W.getRowCount();
   for (int i = 0; i < N; ++i) {
-    work.f.setElementAt(i, 0, nonLinear(work.y.getElementAt(i, 0)));
+    bin.f.setElementAt(i, 0, nonLinear(bin.y.getElementAt(i, 0)));
   }
-  if (work.y.getRowCount() != N) throw MatrixSizeMismatchException();
+  if (bin.y.getRowCount() != N) throw MatrixSizeMismatchException();
   for (int i = 0; i < N; ++i) {
-    const std::span<std::complex<double>> E = work.E_ss.row(i);
+    const std::span<std::complex<double>> E = bin.E_ss.row(i);
     for (int j = 0; j < N; ++j) {
-      const std::complex<double> p = timesConjugate(work.f.data()[i], work.y.data()[j]);
+      const std::complex<double> p = timesConjugate(bin.f.data()[i], bin.y.data()[j]);
       E[j] = i == j ? p - p : p;  // NaN where p is not finite
     }
   }
-  multiplyInto(work.E_ss, W, work.J_ss);
+  multiplyInto(bin.E_ss, W, bin.J_ss);
 }
 
 void GSS::requireUpdateRule() const {
@@ -313,30 +316,29 @@ std::complex<double> GSS::nonLinear(const std::complex<double>& y) const {
 }
 
 // mu · (e / 2) / g with e = ‖E_lc‖² and g = ‖J_lc‖².
-double GSS::constraintStep(const Work& work) const {
-  const double g = squaredNorm(work.J_lc);
-  const double e = squaredNorm(work.E_lc);
+double GSS::constraintStep(const Bin& bin) const {
+  const double g = squaredNorm(bin.J_lc);
+  const double e = squaredNorm(bin.E_lc);
   if (BF_EPS > g) return mu * (0.5 * e) / (g + BF_EPS);
   return mu * (0.5 * e) / g;
 }
 
 // mu_ss · (e / 2) / s with e = ‖E_ss‖² and s = Re⟨J_ss, Q⟩, Q = 2 · E_ss · f · xᴴ (N × M). s keeps
 // its sign: a negative one takes the guarded branch.
-double GSS::separationStep(Work& work) const {
-  const int N = work.Q.getRowCount();
-  const int M = work.Q.getColumnCount();
-  if (work.x.getRowCount() != M) throw MatrixSizeMismatchException();
-  for (std::ptrdiff_t i = 0; i < elementCount(work.E_ss); ++i) {
-    work.doubleE_ss.data()[i] = work.E_ss.data()[i] * std::complex<double>(2.0, 0.0);
+double GSS::separationStep(Bin& bin) const {
+  const int N = bin.Q.getRowCount();
+  const int M = bin.Q.getColumnCount();
+  if (bin.x.getRowCount() != M) throw MatrixSizeMismatchException();
+  for (std::ptrdiff_t i = 0; i < elementCount(bin.E_ss); ++i) {
+    bin.doubleE_ss.data()[i] = bin.E_ss.data()[i] * std::complex<double>(2.0, 0.0);
   }
   for (int i = 0; i < N; ++i) {
-    const std::complex<double> q =
-        dotProduct(work.doubleE_ss.row(i).data(), 1, work.f.data(), 1, N);
-    const std::span<std::complex<double>> Q = work.Q.row(i);
-    for (int m = 0; m < M; ++m) Q[m] = timesConjugate(q, work.x.data()[m]);
+    const std::complex<double> q = dotProduct(bin.doubleE_ss.row(i).data(), 1, bin.f.data(), 1, N);
+    const std::span<std::complex<double>> Q = bin.Q.row(i);
+    for (int m = 0; m < M; ++m) Q[m] = timesConjugate(q, bin.x.data()[m]);
   }
-  const double s = realInnerProduct(work.J_ss, work.Q);
-  const double e = squaredNorm(work.E_ss);
+  const double s = realInnerProduct(bin.J_ss, bin.Q);
+  const double e = squaredNorm(bin.E_ss);
   if (BF_EPS > s) return mu_ss * (0.5 * e) / (BF_EPS + s);
   return mu_ss * (0.5 * e) / s;
 }

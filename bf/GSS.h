@@ -50,18 +50,19 @@ class GSS : public BF {
   bool ssAdaptive;        ///< whether the separation term's step is computed
 
  private:
+  struct Bin;
   struct Work;
   bool fitTheLanes(int N, int M) const;
-  void adaptBins(Work& work);
-  void adaptBin(int k, Work& work, Matrix& newW) const;
-  static void constraintGradient(const Matrix& W, const Matrix& A, Work& work);
-  void separationGradient(const Matrix& W, Work& work) const;
+  void adaptBins(int first, int end, int member);
+  void adaptBin(int k, Bin& bin, Matrix& newW) const;
+  static void constraintGradient(const Matrix& W, const Matrix& A, Bin& bin);
+  void separationGradient(const Matrix& W, Bin& bin) const;
   void requireUpdateRule() const;
   std::complex<double> nonLinear(const std::complex<double>& y) const;
-  double constraintStep(const Work& work) const;
-  double separationStep(Work& work) const;
+  double constraintStep(const Bin& bin) const;
+  double separationStep(Bin& bin) const;
 
-  std::unique_ptr<Work> bench;  // of the last step
+  std::unique_ptr<Work> work;  // what is kept from step to step
 };
 
 /// Geometric source separation with the independent-component update rule.

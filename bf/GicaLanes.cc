@@ -198,13 +198,13 @@ class GicaBins {
   std::vector<Complex> W, A, x, y, f, E_lc, J_lc, E_ss, J_ss;
 };
 
-void adaptAll(const GicaStep& step, std::vector<Matrix>& newW, std::vector<int>& alone) {
-  const int K = static_cast<int>(newW.size());
+void adaptAll(const GicaStep& step, int first, int end, std::vector<Matrix>& newW,
+              std::vector<int>& alone) {
   auto& bins = perThread<GicaBins>();
   bins.resize(step.Y.getRowCount(), step.X.getRowCount());
-  int k = 0;
-  for (; k + LANES <= K; k += LANES) bins.adapt(step, k, newW, alone);
-  for (; k < K; ++k) alone.push_back(k);
+  int k = first;
+  for (; k + LANES <= end; k += LANES) bins.adapt(step, k, newW, alone);
+  for (; k < end; ++k) alone.push_back(k);
 }
 
 }  // namespace
@@ -216,8 +216,9 @@ namespace BF {
 
 HWY_EXPORT(adaptAll);
 
-void adaptInLanes(const GicaStep& step, std::vector<Matrix>& newW, std::vector<int>& alone) {
-  HWY_DYNAMIC_DISPATCH(adaptAll)(step, newW, alone);
+void adaptInLanes(const GicaStep& step, int first, int end, std::vector<Matrix>& newW,
+                  std::vector<int>& alone) {
+  HWY_DYNAMIC_DISPATCH(adaptAll)(step, first, end, newW, alone);
 }
 
 }  // namespace BF

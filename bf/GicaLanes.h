@@ -20,9 +20,11 @@ struct GicaStep {
   bool ssAdaptive;               ///< whether mu_ss is
 };
 
-/// newW[k] := the step of bin k, several side by side in the lanes of the processor's vectors, with
-/// the bits of one bin at a time. The bins that the lanes do not serve, as they are left over or
-/// hold numbers out of the ordinary, are appended to alone. All shapes fit and newW has its own.
-void adaptInLanes(const GicaStep& step, std::vector<Matrix>& newW, std::vector<int>& alone);
+/// newW[k] := the step of bin k for k = first … end − 1, several side by side in the lanes of the
+/// processor's vectors, with the bits of one bin at a time. The bins that the lanes do not serve,
+/// as they are left over or hold numbers out of the ordinary, are appended to alone. All shapes fit
+/// and newW has its own.
+void adaptInLanes(const GicaStep& step, int first, int end, std::vector<Matrix>& newW,
+                  std::vector<int>& alone);
 
 }  // namespace BF

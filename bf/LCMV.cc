@@ -72,14 +72,24 @@ void LCMV::adaptSeparationMatrices() {
   const int N = static_cast<int>(sources.size());
   const int M = inputSpectrum.getRowCount();
   if (numFreq > 0) requireSeparationMatrices();
+  prepare(spareMatrices, N, M);
+  members.resize(team.size());
+  team.share(numFreq, 1.0 * N * M * M,
+             [this](int first, int end, int member) { adaptBins(first, end, members[member]); });
+  separationMatrices.swap(spareMatrices);
+}
+
+void LCMV::adaptBins(int first, int end, Member& its) {
+  auto& [x, stepped, projected] = its;
+  const int N = static_cast<int>(sources.size());
+  const int M = inputSpectrum.getRowCount();
   reshape(x, M, 1);
   reshape(stepped, 1, M);
   reshape(projected, 1, M);
-  prepare(spareMatrices, N, M);
-  for (int k = 0; k < numFreq; ++k) {
+  for (int k = first; k < end; ++k) {
     Matrix& W = spareMatrices[k];
     copyColumn(inputSpectrum, k, x);
-    const double step = lcAdaptive ? normalisedStep() : mu;
+    const double step = lcAdaptive ? normalisedStep(x) : mu;
     for (int n = 0; n < N; ++n) {
       copyRow(separationMatrices[k], n, stepped, 0);
       const std::complex<double>& y = outputSpectrum.getElementAt(n, k);
@@ -92,11 +102,10 @@ void LCMV::adaptSeparationMatrices() {
       for (int m = 0; m < M; ++m) w[m] = p[m] + f[m];
     }
   }
-  separationMatrices.swap(spareMatrices);
 }
 
 // mu over twice the input power p = ‖x‖².
-double LCMV::normalisedStep() const {
+double LCMV::normalisedStep(const Matrix& x) const {
   const double p = x.norm().real();
   if (BF_EPS > p) return mu * 1.0 / (2.0 * p + BF_EPS);
   return mu * 1.0 / (2.0 * p);

@@ -29,10 +29,15 @@ class LCMV : public BF {
   bool lcAdaptive;         ///< whether the step follows the signal's power
 
  private:
-  double normalisedStep() const;
+  /// What a member of the team works with: a bin's observation (M × 1), and a row of W after the
+  /// step and after the projection (1 × M).
+  struct Member {
+    Matrix x, stepped, projected;
+  };
+  void adaptBins(int first, int end, Member& its);
+  double normalisedStep(const Matrix& x) const;
 
-  // A bin's observation (M × 1), and a row of W after the step and after the projection (1 × M).
-  Matrix x, stepped, projected;
+  std::vector<Member> members;
 };
 
 }  // namespace BF

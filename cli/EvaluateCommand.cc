@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "audio/OutputFile.h"
@@ -18,11 +18,12 @@
 
 namespace {
 
-constexpr int MAX_PASSES = 100;
+const std::vector<std::string> METHODS = {"NULL", "LCMV", "GICA"};
 
 struct Options {
   std::string plan;
-  std::vector<std::string> methods = {"NULL", "LCMV", "GICA"};
+  std::vector<std::string> methods;  ///< empty: the plan's, or METHODS
+  std::vector<std::string> by;       ///< columns whose entries have rows of their own
   bool json = false;
   std::string output;
   bool force = false;
@@ -50,7 +51,7 @@ struct Summary {
 /// The table's columns of names are as wide as the longest one in the plan.
 class Table {
  public:
-  explicit Table(const EvaluationPlan& plan) {
+  Table(const EvaluationPlan& plan, const std::vector<EvaluatedMethod>& methods) {
     const auto widen = [](std::size_t& width, const auto& entries) {
       for (const auto& entry : entries) width = std::max(width, entry.name.size());
     };
@@ -58,6 +59,7 @@ class Table {
     widen(widths[1], plan.arrays);
     widen(widths[2], plan.noises);
     widen(widths[3], plan.databases);
+    widen(widths[4], methods);
   }
 
   std::string head() const {
@@ -78,23 +80,33 @@ class Table {
  private:
   std::string line(const std::string& room, const std::string& array, const std::string& noise,
                    const std::string& database, const std::string& method) const {
-    return fmt::format("{:{}}  {:{}}  {:{}}  {:{}}  {:8}", room, widths[0], array, widths[1], noise,
-                       widths[2], database, widths[3], method);
+    return fmt::format("{:{}}  {:{}}  {:{}}  {:{}}  {:{}}", room, widths[0], array, widths[1],
+                       noise, widths[2], database, widths[3], method, widths[4]);
   }
 
-  std::size_t widths[4] = {4, 5, 5, 8};  // of the headings
+  std::size_t widths[5] = {4, 5, 5, 8, 8};  // of the headings, at least
 };
 
-/// Rows of the same database and method, all rooms, arrays and noises in one.
-std::vector<EvaluationRow> overAll(const std::vector<EvaluationRow>& rows) {
+/// One row for all that differ in other columns than those of `by`, and the method's.
+std::vector<EvaluationRow> pooled(const std::vector<EvaluationRow>& rows,
+                                  const std::vector<std::string>& by) {
+  const auto kept = [&by](const std::string& column, const std::string& entry) {
+    return std::find(by.begin(), by.end(), column) == by.end() ? "all" : entry;
+  };
+  const auto names = [](const EvaluationRow& row) {
+    return std::tie(row.room, row.array, row.noise, row.database, row.method);
+  };
   std::vector<EvaluationRow> sums;
   for (const EvaluationRow& row : rows) {
-    auto sum = std::find_if(sums.begin(), sums.end(), [&](const EvaluationRow& other) {
-      return other.database == row.database && other.method == row.method;
-    });
-    if (sum == sums.end()) {
-      sum = sums.insert(sums.end(), {"all", "all", "all", row.database, row.method, {}});
-    }
+    const EvaluationRow key{kept("room", row.room),
+                            kept("array", row.array),
+                            kept("noise", row.noise),
+                            kept("database", row.database),
+                            row.method,
+                            {}};
+    auto sum = std::find_if(sums.begin(), sums.end(),
+                            [&](const EvaluationRow& other) { return names(other) == names(key); });
+    if (sum == sums.end()) sum = sums.insert(sums.end(), key);
     sum->scores.insert(sum->scores.end(), row.scores.begin(), row.scores.end());
   }
   return sums;
@@ -125,48 +137,34 @@ std::string jsonText(const std::vector<EvaluationRow>& rows) {
   return nlohmann::ordered_json{{"rows", list}}.dump(2) + "\n";
 }
 
-/// NAME, or NAME+PASSES.
-EvaluatedMethod methodOf(const std::string& text) {
-  EvaluatedMethod method{text, nullptr, 0};
-  const std::size_t plus = text.find('+');
-  const std::string name = text.substr(0, plus);
-  if (plus != std::string::npos) {
-    const char* end = text.data() + text.size();
-    const auto result = std::from_chars(text.data() + plus + 1, end, method.refinement);
-    if (result.ec != std::errc() || result.ptr != end || method.refinement < 1 ||
-        method.refinement > MAX_PASSES) {
-      throw CLI::ValidationError(
-          "--methods", fmt::format("\"{}\", expected a name, or a name, + and 1 to {} passes", text,
-                                   MAX_PASSES));
-    }
-  }
-  try {
-    method.method = &methodNamed(name);
-  } catch (const std::invalid_argument& error) {
-    throw CLI::ValidationError(error.what());
-  }
-  return method;
-}
-
 void run(const Options& options) {
-  std::vector<EvaluatedMethod> methods;
-  for (const std::string& text : options.methods) methods.push_back(methodOf(text));
   if (!options.output.empty()) checkOutput(options.output, options.force, {options.plan});
   const EvaluationPlan plan = EvaluationPlan::read(options.plan);
-  const Table table(plan);
-  const bool streams = options.output.empty() && !options.json;  // each line as soon as it is known
+  std::vector<EvaluatedMethod> methods;
+  for (const std::string& text : !options.methods.empty() ? options.methods
+                                 : !plan.methods.empty()  ? plan.methods
+                                                          : METHODS) {
+    methods.push_back(evaluatedMethod(text));
+  }
+  const Table table(plan, methods);
+  const bool isWhole = options.by.empty();
+  // Each line as soon as it is known.
+  const bool streams = options.output.empty() && !options.json && isWhole;
   std::string text = options.json ? "" : table.head();
   const auto show = [&](const EvaluationRow& row) {
-    if (!options.json) text += table.row(row);
+    if (!options.json && isWhole) text += table.row(row);
     if (!streams) return;
     std::cout << text << std::flush;
     text.clear();
   };
   const std::vector<EvaluationRow> rows = evaluate(plan, methods, show);
   if (options.json) {
-    text = jsonText(rows);
+    text = jsonText(isWhole ? rows : pooled(rows, options.by));
   } else {
-    for (const EvaluationRow& row : overAll(rows)) text += table.row(row);
+    for (const EvaluationRow& row :
+         pooled(rows, isWhole ? std::vector<std::string>{"database"} : options.by)) {
+      text += table.row(row);
+    }
   }
   if (options.output.empty()) {
     std::cout << text;
@@ -185,11 +183,18 @@ void addEvaluateCommand(CLI::App& app) {
       "evaluate", "Say how well methods separate, over a list of rooms, arrays, scenes and noises");
   command->add_option("SCENES", options->plan, "What to go through (JSON)")->required();
   command
-      ->add_option("--methods", options->methods,
-                   "Names, separated by commas; +2 after one refines it in two passes")
+      ->add_option(
+          "--methods", options->methods,
+          "Names, separated by commas, instead of the file's (or NULL,LCMV,GICA); +2 after "
+          "one refines it in two passes, options of separate may stand behind it")
+      ->delimiter(',')
+      ->allow_extra_args(false);
+  command
+      ->add_option("--by", options->by,
+                   "Columns, separated by commas, that get rows of their own; methods always do")
       ->delimiter(',')
       ->allow_extra_args(false)
-      ->capture_default_str();
+      ->check(CLI::IsMember({"room", "array", "noise", "database", "method"}));
   command->add_flag("--json", options->json, "Write JSON instead of a table");
   command->add_option("-o,--output", options->output,
                       "File for the result instead of standard output");

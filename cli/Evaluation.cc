@@ -10,6 +10,8 @@
 #include <optional>
 
 #include "audio/SignalFile.h"
+#include "cli/OptionChecks.h"
+#include "cli/SeparatorSettings.h"
 #include "dsp/DataError.h"
 #include "dsp/Decibels.h"
 #include "geometry/Direction.h"
@@ -135,13 +137,16 @@ Place turned(const Place& p, double degrees) {
           std::sin(angle) * p[0] + std::cos(angle) * p[1], p[2]};
 }
 
-/// Where the method is told that the sources are, each point of their tracks.
-Positions placesTold(const Audio::Scene& scene, double error) {
+/// Where the database has responses for the sources, for each point of their tracks: where the
+/// method is told that they are, or half a grid to both sides.
+Positions placesOf(const EvaluationPlan::Database& wanted, const Audio::Scene& scene) {
   Positions places;
   for (const Audio::SceneSource& source : allSources(scene)) {
     for (const Audio::TrackPoint& point : source.track) {
       const BF::Location p = source.positionAt(point.t);
-      places.push_back(turned({p.x, p.y, p.z}, error));
+      places.push_back(turned({p.x, p.y, p.z}, wanted.error - wanted.grid / 2.0));
+      if (wanted.grid == 0.0) continue;
+      places.push_back(turned({p.x, p.y, p.z}, wanted.error + wanted.grid / 2.0));
     }
   }
   return places;
@@ -169,7 +174,7 @@ MeasuredResponses measuredOf(const SofaImpulseResponses& responses) {
 
 Database makeDatabase(const EvaluationPlan& plan, const Site& site, const Audio::Scene& scene,
                       const EvaluationPlan::Database& wanted) {
-  const Positions places = placesTold(scene, wanted.error);
+  const Positions places = placesOf(wanted, scene);
   const Positions microphones = site.microphones();
   Database data{{}, {}, wanted.error};
   if (wanted.isFreeField) {
@@ -231,23 +236,25 @@ std::vector<Samples> separate(Separation::Separator& separator, const Audio::Sce
   return targets;
 }
 
-/// The command's settings of a method.
 Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, int length) {
-  Separation::Settings settings;
-  settings.method = wanted.method->algorithm;
-  settings.parameters = engineParameters(*wanted.method, {});
-  settings.refinement.passes = wanted.refinement;
+  Separation::Settings settings = separatorSettings(wanted.settings);
   settings.samplingRate = rate;
   settings.length = length;
   settings.advance = length / 4;
+  settings.inactiveAsNoise = wanted.settings.inactiveAsNoise;
+  if (!wanted.settings.noiseRanges.empty()) {
+    for (const Audio::TimeRange& range : timeRangesOf(wanted.settings.noiseRanges)) {
+      settings.noise.times.emplace_back(range.begin, range.end);
+    }
+  }
   return settings;
 }
 
 /// The separator of a method; those without a database take its frames and microphones alone.
 Separation::Separator separatorFor(const EvaluatedMethod& wanted, int rate, const Database& data) {
   const Separation::Settings settings = settingsFor(wanted, rate, data.length());
-  if (wanted.method->needsDatabase()) return {settings, databaseOf(data.framed)};
-  if (!wanted.method->needsResponses()) {
+  if (wanted.method().needsDatabase()) return {settings, databaseOf(data.framed)};
+  if (!wanted.method().needsResponses()) {
     return {settings, static_cast<int>(data.framed.receiverPositions.size())};
   }
   return {settings, Separation::ImpulseResponses{sourcesAsSeparated(data.whole.sourcePositions),
@@ -288,6 +295,7 @@ class Evaluator {
     }
     for (const EvaluationPlan::Noise& noise : plan.noises) {
       std::vector<Samples> mixtures;
+      mixtures.reserve(scenes.size());
       for (const Rendered& rendered : scenes) mixtures.push_back(inNoise(rendered, site, noise));
       for (std::size_t d = 0; d < plan.databases.size(); ++d) {
         for (const EvaluatedMethod& method : methods) {

@@ -4,19 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "cli/EvaluatedMethod.h"
 #include "cli/EvaluationPlan.h"
 #include "scoring/ScoreMetrics.h"
-#include "separation/Methods.h"
-
-/// A method and how it is run.
-struct EvaluatedMethod {
-  std::string name;
-  const Method* method = nullptr;
-  int refinement = 0;  ///< passes of MVDR from masks after it
-
-  /// Whether it makes a difference with which database it runs.
-  bool isInformed() const { return method->needsDatabase() || method->needsResponses(); }
-};
 
 /// One line of an evaluation: how well a method did, every target of every scene counting once.
 struct EvaluationRow {
@@ -30,8 +20,8 @@ struct EvaluationRow {
 
 /// Renders every scene of the plan in every room, before every array and in every noise, separates
 /// it by every method with every database, and scores the targets against their images at the first
-/// microphone, a filter of 512 taps allowed. Methods have the command's defaults; what is told to
-/// them is where and when each source is active. `finished` is called for each row when it is
+/// microphone, a filter of 512 taps allowed. What is told to the methods is where and when each
+/// source is active. `finished` is called for each row when it is
 /// complete. Throws what rendering and separating throw; a silent output scores −∞.
 std::vector<EvaluationRow> evaluate(const EvaluationPlan& plan,
                                     const std::vector<EvaluatedMethod>& methods,

@@ -97,7 +97,7 @@ EvaluationPlan::Noise noiseOf(const Place& place) {
 }
 
 EvaluationPlan::Database databaseOf(const Place& place) {
-  place.checkKeys({"name", "responses"}, {"length", "reference", "error"});
+  place.checkKeys({"name", "responses"}, {"length", "reference", "error", "grid"});
   EvaluationPlan::Database database;
   database.name = textOf(place.at("name"));
   const std::string responses = textOf(place.at("responses"));
@@ -110,6 +110,10 @@ EvaluationPlan::Database databaseOf(const Place& place) {
     database.reference = wholeNumber(place.at("reference"), 1, MAX_COUNT);
   }
   if (place->contains("error")) database.error = place.at("error").number("degrees", 180.0);
+  if (place->contains("grid")) {
+    database.grid = place.at("grid").number("degrees above 0, up to 180", 180.0);
+    if (database.grid <= 0.0) place.at("grid").refuse("degrees above 0, up to 180");
+  }
   return database;
 }
 
@@ -126,7 +130,7 @@ std::vector<Entry> listOf(const Place& place, Parse parse) {
 EvaluationPlan EvaluationPlan::read(const std::string& path) {
   const nlohmann::json document = Audio::parseJsonOf(Audio::fileText(path, MAX_FILE_SIZE), path);
   const Place root(path, "", document);
-  root.checkKeys({"dry", "scenes", "arrays", "rooms", "noises", "databases"}, {"rate"});
+  root.checkKeys({"dry", "scenes", "arrays", "rooms", "noises", "databases"}, {"methods", "rate"});
   EvaluationPlan plan;
   if (document.contains("rate")) plan.rate = wholeNumber(root.at("rate"), 1000, 1'000'000);
   plan.dry = listOf<std::string>(
@@ -145,5 +149,8 @@ EvaluationPlan EvaluationPlan::read(const std::string& path) {
   plan.rooms = listOf<Room>(root.at("rooms"), roomOf);
   plan.noises = listOf<Noise>(root.at("noises"), noiseOf);
   plan.databases = listOf<Database>(root.at("databases"), databaseOf);
+  if (document.contains("methods")) {
+    plan.methods = listOf<std::string>(root.at("methods"), textOf);
+  }
   return plan;
 }

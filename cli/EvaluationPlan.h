@@ -10,7 +10,8 @@
 
 /// What `evaluate` goes through: every combination of the lists below. As a file (JSON):
 ///   {"dry": ["speech.wav", …], "scenes": [SCENE, …], "arrays": [ARRAY, …], "rooms": [ROOM, …],
-///    "noises": [NOISE, …], "databases": [DATABASE, …], "rate": 16000}
+///    "noises": [NOISE, …], "databases": [DATABASE, …],
+///    "methods": [METHOD, …], "rate": 16000}
 ///   SCENE: as a scene file has it; its sources emit the dry files in this order
 ///   ARRAY: "name", and one of "circular": [count, radius], "linear": [count, spacing],
 ///          "microphones": "positions.json", "responses": "measured.sofa"
@@ -18,7 +19,9 @@
 ///   NOISE: "name"; "sensor", "diffuse": dB by which the sources are louder; absent: none
 ///   DATABASE: "name"; "responses": "free field" or "own", those of array and room; "length" in
 ///             samples, "reference" microphone from 1, "error": degrees by which all azimuths told
-///             are too large
+///             are too large, "grid": degrees between responses that the places told lie half way
+///             between
+///   METHOD: a text as evaluatedMethod takes it
 /// Names of files are relative to the plan's folder.
 struct EvaluationPlan {
   struct Array {
@@ -41,6 +44,7 @@ struct EvaluationPlan {
     int length = 0;     ///< 0: as tfdb chooses it
     int reference = 0;  ///< 0: none
     double error = 0.0;
+    double grid = 0.0;  ///< 0: there are responses at the places told
   };
 
   /// Throws DataError naming the file, the place in it, what stands there and what was expected.
@@ -52,5 +56,6 @@ struct EvaluationPlan {
   std::vector<Room> rooms;
   std::vector<Noise> noises;
   std::vector<Database> databases;
-  int rate = 16000;  ///< Hz
+  std::vector<std::string> methods;  ///< empty: the plan names none
+  int rate = 16000;                  ///< Hz
 };

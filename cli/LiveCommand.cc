@@ -55,6 +55,7 @@ void addLiveCommand(CLI::App& app) {
   options->separation.addModel(*command);
   addServerOptions(*command, *options);
   options->separation.addFrames(*command);
+  options->separation.addNoiseRecording(*command);
   options->separation.addNoise(*command);
   options->separation.addOutputs(*command);
   command->add_flag("--quiet", options->live.quiet, "Warnings alone");

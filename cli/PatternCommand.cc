@@ -76,7 +76,8 @@ void checkUsage(const Options& options) {
 
 /// Notes sources that stand elsewhere than what the picture shows.
 void noteElevations(const Options& options, const PatternModel& model) {
-  const double shown = model.ring().directions.front().elevation;
+  if (options.request.isMap) return;
+  const double shown = model.shown().directions.front().elevation;
   for (const BF::SourceLocation& source : model.sources()) {
     const double elevation = BF::directionOf(source).elevation;
     if (std::abs(elevation - shown) <= NOTED_ELEVATION) continue;
@@ -90,7 +91,7 @@ void noteElevations(const Options& options, const PatternModel& model) {
 /// The mean gains between the sources themselves, a line for each target.
 void printGains(const Options& options, const PatternModel& model) {
   std::cout << fmt::format("{}: {} at {:.2f} s, {} of {}\n", options.output, options.request.method,
-                           model.time(), model.ring().text(), options.request.database);
+                           model.time(), model.shown().text(), options.request.database);
   for (std::size_t row = 0; row < model.sources().size(); ++row) {
     if (!model.sources()[row].flag) continue;
     std::cout << fmt::format("source {}: gain", model.sources()[row].id);
@@ -110,7 +111,10 @@ void drawPattern(Options options) {
   const Audio::Scene scene = Audio::readScene(options.scene);
   PatternModel model(request, scene);
   model.setTime(options.time.value_or(fullestTime(scene)));
-  writePicture(options.output, model.picture().drawn(options.width), options.force);
+  writePicture(
+      options.output,
+      request.isMap ? model.map().drawn(options.width) : model.picture().drawn(options.width),
+      options.force);
   noteElevations(options, model);
   printGains(options, model);
 }
@@ -131,22 +135,30 @@ void addPatternCommand(CLI::App& app) {
                    "See: zelk-sss methods; LCMV, GJ and GICA are drawn before they adapt, ML with "
                    "equal noise at all microphones")
       ->capture_default_str();
-  command
-      ->add_option(
-          "--frequency", options->request.frequencies,
-          "Frequencies to draw, in Hz, beside the mean of all; default: 500 1000 2000 4000")
-      ->check(isNonNegative());
+  CLI::Option* frequency =
+      command
+          ->add_option(
+              "--frequency", options->request.frequencies,
+              "Frequencies to draw, in Hz, beside the mean of all; default: 500 1000 2000 4000")
+          ->check(isNonNegative());
   command->add_option("--band", options->band,
                       "Frequencies that the mean is over, LOW:HIGH in Hz; default: all");
   command
       ->add_option("--time", options->time,
                    "When in the scene, in seconds; default: when the most sources are active")
       ->check(isNonNegative());
+  CLI::Option* elevation =
+      command
+          ->add_option("--elevation", options->request.elevation,
+                       "Elevation to draw, in degrees: the nearest that the database has")
+          ->check(isBetween(-90.0, 90.0))
+          ->capture_default_str();
   command
-      ->add_option("--elevation", options->request.elevation,
-                   "Elevation to draw, in degrees: the nearest that the database has")
-      ->check(isBetween(-90.0, 90.0))
-      ->capture_default_str();
+      ->add_flag("--map", options->request.isMap,
+                 "Draw the mean for all directions of a database that covers a sphere, as a map by "
+                 "azimuth and elevation")
+      ->excludes(frequency)
+      ->excludes(elevation);
   command->add_option("-o,--output", options->output, "The picture, NAME.svg or NAME.png")
       ->required();
   command->add_option("--width", options->width, "Width of the picture in pixels")
@@ -155,7 +167,10 @@ void addPatternCommand(CLI::App& app) {
   addDatabaseLimit(*command);
   command->add_flag("--force", options->force, "Replace an existing picture");
   command->footer(
-      "Example:\n  zelk-sss pattern --tf array.sofa --sources scene.json --method NULL -o "
-      "pattern.svg");
+      "Examples:\n  zelk-sss pattern --tf array.sofa --sources scene.json --method NULL -o "
+      "pattern.svg\n"
+      "  zelk-sss pattern --tf sphere.sofa --source 0:30:20 --source 1:-60 --map --band 500:4000 "
+      "-o "
+      "map.svg");
   command->callback([options] { drawPattern(*options); });
 }

@@ -85,7 +85,9 @@ void PatternModel::setTime(double seconds) {
   }
   engine->updateSources(active);
   try {
-    directions = DirectionRing::of(*engine->tfDatabase, wanted.elevation, meanDistance(active));
+    const double distance = meanDistance(active);
+    directions = wanted.isMap ? DirectionSet::sphere(*engine->tfDatabase, distance)
+                              : DirectionSet::ring(*engine->tfDatabase, wanted.elevation, distance);
   } catch (const DataError& error) {
     throw DataError(wanted.database + ": " + error.what());
   }
@@ -128,20 +130,29 @@ double PatternModel::gain(std::size_t of, std::size_t towards) const {
   return bandGain(powerGains(*engine, static_cast<int>(of), position));
 }
 
-PatternPicture PatternModel::picture() const {
-  PatternPicture picture;
-  picture.title = fmt::format("{}{}: gain by direction (0 dB: unchanged)", wanted.method,
-                              stateOf(wanted.method));
-  picture.subtitle = fmt::format("{}, {}; {} at {:.2f} s", fileName(wanted.database),
+std::string PatternModel::methodText() const { return wanted.method + stateOf(wanted.method); }
+
+PatternCaption PatternModel::caption() const {
+  PatternCaption caption;
+  caption.title = methodText() + ": gain by direction (0 dB: unchanged)";
+  caption.subtitle = fmt::format("{}, {}; {} at {:.2f} s", fileName(wanted.database),
                                  directions.text(), fileName(wanted.scene), moment);
-  picture.meanName = bandText();
+  caption.meanName = bandText();
   const double limit = aliasingLimit(engine->tfDatabase->micLocations);
   if (limit < samplingRate / 2.0) {
-    picture.note = fmt::format(
+    caption.note = fmt::format(
         "Spatial aliasing above {} kHz, where neighbouring microphones are half a wavelength "
         "apart.",
         kilohertz(limit));
   }
+  for (const BF::SourceLocation& source : active) {
+    caption.sources.push_back({source.id, BF::directionOf(source)});
+  }
+  return caption;
+}
+
+PatternPicture PatternModel::picture() const {
+  PatternPicture picture{caption(), {}, {}, {}};
   for (const BF::Direction& one : directions.directions) {
     picture.azimuths.push_back(one.azimuth);
   }
@@ -150,7 +161,6 @@ PatternPicture PatternModel::picture() const {
     picture.frequencies.push_back(static_cast<double>(k) * binWidth());
   }
   for (std::size_t row = 0; row < active.size(); ++row) {
-    picture.sources.push_back({active[row].id, BF::directionOf(active[row])});
     if (!active[row].flag) continue;
     PatternPicture::Panel panel{row, std::vector<std::vector<double>>(curves.size() + 1), {}};
     for (const int position : directions.positions) {
@@ -164,4 +174,18 @@ PatternPicture PatternModel::picture() const {
     picture.panels.push_back(std::move(panel));
   }
   return picture;
+}
+
+PatternMap PatternModel::map() const {
+  PatternMap map{caption(), directions.directions, {}};
+  for (std::size_t row = 0; row < active.size(); ++row) {
+    if (!active[row].flag) continue;
+    PatternMap::Panel panel{row, {}, {}};
+    for (const int position : directions.positions) {
+      panel.gains.push_back(bandGain(powerGains(*engine, static_cast<int>(row), position)));
+    }
+    for (std::size_t s = 0; s < active.size(); ++s) panel.sourceGains.push_back(gain(row, s));
+    map.panels.push_back(std::move(panel));
+  }
+  return map;
 }

@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "bf/BF.h"
-#include "pictures/DirectionRing.h"
+#include "pictures/DirectionSet.h"
+#include "pictures/PatternMap.h"
 #include "pictures/PatternPicture.h"
 #include "scene/Scene.h"
 
@@ -19,6 +20,7 @@ struct PatternRequest {
   std::vector<double> frequencies;                ///< Hz; empty: the usual ones
   std::optional<std::pair<double, double>> band;  ///< Hz that the mean is over; absent: all
   double elevation = 0.0;                         ///< degrees: the nearest that the database has
+  bool isMap = false;                             ///< all directions instead
 };
 
 /// The separation of a scene as its matrices say it: how loud a method lets each direction of a
@@ -29,12 +31,14 @@ class PatternModel {
   PatternModel(PatternRequest patternRequest, Audio::Scene patternScene);
 
   /// Moves to a time in seconds. Throws DataError when no source is active then, or when the
-  /// database has no ring of directions there.
+  /// database has no ring of directions there, or for a map no sphere.
   void setTime(double seconds);
 
   const PatternRequest& request() const { return wanted; }
   double time() const { return moment; }
-  const DirectionRing& ring() const { return directions; }
+  /// The method, and how its matrices were made where that is not the whole truth about it.
+  std::string methodText() const;
+  const DirectionSet& shown() const { return directions; }
   const std::vector<BF::SourceLocation>& sources() const { return active; }
 
   /// The mean gain over the band of the output of a source, by its number in sources(), towards
@@ -43,8 +47,10 @@ class PatternModel {
 
   /// A panel for each target; targets and interferers of the time.
   PatternPicture picture() const;
+  PatternMap map() const;
 
  private:
+  PatternCaption caption() const;
   double bandGain(const std::vector<double>& powerGains) const;
   std::vector<std::size_t> bins() const;
   double binWidth() const;
@@ -56,5 +62,5 @@ class PatternModel {
   double samplingRate = 0.0;
   double moment = 0.0;
   std::vector<BF::SourceLocation> active;
-  DirectionRing directions;
+  DirectionSet directions;
 };

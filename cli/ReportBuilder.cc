@@ -37,6 +37,7 @@ constexpr double MAX_FLAC_SAMPLES = 16e6;
 constexpr double RANGE = 70.0;            // dB of a spectrogram's colours
 constexpr std::size_t MAX_MOMENTS = 12;   // at which patterns are drawn
 constexpr std::size_t MAX_PATTERNS = 64;  // of a run
+constexpr int PICTURE_WIDTH = 420;        // pixels: a telephone shows their texts readably
 constexpr int MAX_TAPS = 512;
 constexpr int MAX_SYSTEM = 4096;  // taps of all references
 constexpr std::size_t BLOCK = 16384;
@@ -242,6 +243,7 @@ class Builder {
     const bool isFlac =
         request.sound == "flac" || (request.sound == "auto" && samples <= MAX_FLAC_SAMPLES);
     const float factor = peak > 0.99F ? 0.99F / peak : 1.0F;
+    page.peak = std::max(1e-6F, factor * peak);
     page.soundNote = isFlac ? "Sound without loss (FLAC, 16 bits)." : "Sound as Opus, with loss.";
     if (factor < 1.0F) {
       page.soundNote += fmt::format(" All sounds are lowered by {:.1f} dB so that none clips.",
@@ -259,9 +261,8 @@ class Builder {
     }
     const double top = loudestLevel(spectrograms);
     page.levelNote = fmt::format(
-        "The spectrograms show levels from {:.0f} dB (light) to {:.0f} dB (dark), 0 dB being a "
-        "sine "
-        "of full scale.",
+        "The spectrograms show levels from {:.0f} dB (like the ground) to {:.0f} dB (strong), 0 dB "
+        "being a sine of full scale.",
         top - RANGE, top);
     for (std::size_t i = 0; i < sounds.size(); ++i) {
       const Spectrogram& levels = spectrograms[i];
@@ -274,10 +275,10 @@ class Builder {
   }
 
   void fillScene() {
-    constexpr int WIDTH = 760;
     const RunRecord* record = firstRecord();
     if (!record) return;
-    page.scene = scenePicture(record->scene, "The scene from above", page.duration, WIDTH).svg();
+    page.scene =
+        scenePicture(record->scene, "The scene from above", page.duration, PICTURE_WIDTH).svg();
   }
 
   ReportRun describedRun(const Run& run) {
@@ -334,7 +335,6 @@ class Builder {
 
   /// Patterns at the moments at which sources come, go or move on.
   void addPatterns(const RunRecord& record, ReportRun& run) const {
-    constexpr int WIDTH = 620;
     const std::string& database = request.database.empty() ? record.database : request.database;
     if (database.empty() || !methodNamed(record.method).needsDatabase()) return;
     PatternRequest wanted;
@@ -346,11 +346,16 @@ class Builder {
     for (const double time : momentsOf(record.scene, MAX_PATTERNS / targets)) {
       if (record.scene.targetsAt(time).empty()) continue;
       model.setTime(time);
-      const PatternPicture all = model.picture();
+      PatternPicture all = model.picture();
+      all.title = model.methodText();
+      all.subtitle = model.shown().text();
+      if (!all.note.empty() && run.patterns.empty()) run.facts.emplace_back("Array", all.note);
+      all.note.clear();
       for (const PatternPicture::Panel& panel : all.panels) {
         PatternPicture one = all;
         one.panels = {panel};
-        run.patterns.push_back({all.sources[panel.source].id, time, one.drawn(WIDTH).svg()});
+        run.patterns.push_back(
+            {all.sources[panel.source].id, time, one.drawn(PICTURE_WIDTH).svg()});
       }
     }
   }

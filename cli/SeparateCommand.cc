@@ -284,21 +284,6 @@ void addRecordingOptions(CLI::App& command, SeparationSettings& s) {
       ->capture_default_str();
 }
 
-/// Passes over the recording.
-void addPassOptions(CLI::App& command, SeparationSettings& s) {
-  command
-      .add_option("--refine", s.refinePasses,
-                  "Separate anew, by MVDR from masks that so many passes improve")
-      ->check(CLI::Range(0, 100))
-      ->capture_default_str()
-      ->excludes("--refine-live");
-  command
-      .add_option("--passes", s.passes,
-                  "How often the method goes through the recording; LCMV, GICA and MSNR learn on")
-      ->check(CLI::Range(1, 100))
-      ->capture_default_str();
-}
-
 }  // namespace
 
 void addSeparateCommand(CLI::App& app) {
@@ -318,14 +303,11 @@ void addSeparateCommand(CLI::App& app) {
       ->required();
   separation.addFrames(*command);
   addRecordingOptions(*command, s);
-  command
-      ->add_option("--noise-from", s.noiseRanges,
-                   "ML: when the recording holds noise alone, seconds, as 0:1.5,4:5; default: "
-                   "while no source is active")
-      ->check(isTimeRanges());
+  separation.addNoiseTimes(*command);
+  separation.addNoiseRecording(*command);
   separation.addNoise(*command);
   separation.addOutputs(*command);
-  addPassOptions(*command, s);
+  separation.addPasses(*command);
   command->add_option("--report", options->report,
                       "Also write a page to hear and see the result in a browser, NAME.html");
   addStreamOptions(*command, s);

@@ -10,6 +10,7 @@
 #include "cli/OptionChecks.h"
 #include "cli/SceneOptions.h"
 #include "net_types.h"
+#include "separation/Settings.h"
 
 namespace {
 
@@ -129,6 +130,10 @@ void SeparationOptions::addModel(CLI::App& command) {
   addDatabaseLimit(command);
   addSceneOptions(command, s.scene);
   addTrackOptions(command, s.tracks);
+  addMethod(command);
+}
+
+void SeparationOptions::addMethod(CLI::App& command) {
   command.add_option("--method", method, "See: zelk-sss methods")->capture_default_str();
   command
       .add_option("--param", parameters, "NAME=VALUE, a parameter of the method; may be repeated")
@@ -146,13 +151,30 @@ void SeparationOptions::addFrames(CLI::App& command) {
   command.add_option("--window", s.window, "Shape of the frames")
       ->check(CLI::IsMember({"HANN", "HAMMING", "SINE", "RECTANGULAR"}))
       ->capture_default_str();
+  command
+      .add_option("--threads", s.threads,
+                  "Threads that share the bins of a frame; the outputs do not depend on it")
+      ->check(CLI::Range(1, Separation::MAX_THREADS))
+      ->capture_default_str();
 }
 
-void SeparationOptions::addNoise(CLI::App& command) {
+void SeparationOptions::addNoiseTimes(CLI::App& command) {
+  command
+      .add_option("--noise-from", settings.noiseRanges,
+                  "ML: when the recording holds noise alone, seconds, as 0:1.5,4:5; default: "
+                  "while no source is active")
+      ->check(isTimeRanges());
+}
+
+void SeparationOptions::addNoiseRecording(CLI::App& command) {
   SeparationSettings& s = settings;
   command.add_option("--noise-recording", s.noiseRecording, "ML: a recording of the noise alone");
   command.add_option("--noise-channels", s.noiseChannels,
                      "ML: channels of the noise recording; default: as --channels");
+}
+
+void SeparationOptions::addNoise(CLI::App& command) {
+  SeparationSettings& s = settings;
   command
       .add_option("--noise-loading", s.noiseLoading,
                   "ML: share of the mean added to each noise matrix's diagonal")
@@ -201,17 +223,36 @@ void SeparationOptions::addOutputs(CLI::App& command) {
       ->capture_default_str();
 }
 
+void SeparationOptions::addPasses(CLI::App& command) {
+  SeparationSettings& s = settings;
+  command
+      .add_option("--refine", s.refinePasses,
+                  "Separate anew, by MVDR from masks that so many passes improve")
+      ->check(CLI::Range(0, 100))
+      ->capture_default_str()
+      ->excludes("--refine-live");
+  command
+      .add_option("--passes", s.passes,
+                  "How often the method goes through the recording; LCMV, GICA and MSNR learn on")
+      ->check(CLI::Range(1, 100))
+      ->capture_default_str();
+}
+
 void SeparationOptions::apply(const CLI::App& command) {
+  checkScene(settings, inactiveAsNoise);
+  applyMethod(command);
+  requireFiles(settings);
+}
+
+void SeparationOptions::applyMethod(const CLI::App& command) {
   SeparationSettings& s = settings;
   try {
     s.method = &methodNamed(method);
   } catch (const std::invalid_argument& error) {
     misuse(error.what());
   }
-  checkScene(s, inactiveAsNoise);
   for (const std::string& assignment : parameters) addMethodParameter(assignment, s);
   refuseUnusedStep(s);
-  requireFiles(s);
   refuseNoiseOptions(s, command);
   const bool learnsFromSilence = s.method->nodeType == "MSNR";
   s.project = chosen(projection, learnsFromSilence);

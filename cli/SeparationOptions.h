@@ -17,18 +17,30 @@ class SeparationOptions {
   /// Adds the options that say what to separate by: database, scene, method.
   void addModel(CLI::App& command);
 
+  /// Adds those of the method alone.
+  void addMethod(CLI::App& command);
+
   /// Adds those of the frames.
   void addFrames(CLI::App& command);
 
-  /// Adds those of the noise's statistics.
+  /// Adds those of the noise's statistics: from when in the recording, from another recording, and
+  /// how they are taken.
+  void addNoiseTimes(CLI::App& command);
+  void addNoiseRecording(CLI::App& command);
   void addNoise(CLI::App& command);
 
   /// Adds those of what becomes of the outputs.
   void addOutputs(CLI::App& command);
 
+  /// Adds the passes over a recording; to be called after addOutputs.
+  void addPasses(CLI::App& command);
+
   /// Completes the settings after parsing. Throws CLI::ValidationError for options of the command
   /// that contradict each other or the method.
   void apply(const CLI::App& command);
+
+  /// The same where scene, database and responses come from elsewhere.
+  void applyMethod(const CLI::App& command);
 
  private:
   std::string method = "NULL";

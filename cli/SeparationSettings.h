@@ -48,6 +48,7 @@ struct SeparationSettings {
   bool refineLive = false;          ///< … in the same pass
   float refineMemory = 2.0F;        ///< seconds, for refineLive
   float postMask = 1.0F;            ///< least share of an output that passes; 1: all
+  int threads = 1;                  ///< that share the bins of a frame
 
   /// What says who is where, for messages.
   const std::string& sceneName() const { return tracks.isGiven() ? tracks.input : scene.name(); }

@@ -48,6 +48,7 @@ Separation::Settings separatorSettings(const SeparationSettings& s) {
   settings.refinement.memory = s.refineMemory;
   settings.refinement.loading = static_cast<float>(settings.refinement.loading);  // as the node
   settings.postMask = s.postMask;
+  settings.threads = s.threads;
   if (s.method->needsResponses()) {
     const auto chosen = s.methodParameters.find("LOADING");
     const std::string& loading =

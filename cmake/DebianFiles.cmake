@@ -1,5 +1,6 @@
-# Run by cpack on the staged files of the Debian packages: compresses manual pages, and gives each
-# package the copyright file and the change log in Debian's form that the distribution asks for.
+# Run by cpack on the staged files of the Debian packages: compresses manual pages, puts the completion for zsh
+# where Debian's zsh looks for that of packages, and gives each package the copyright file and the change log
+# in Debian's form that the distribution asks for.
 function(run)
   execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
@@ -20,6 +21,7 @@ set(developmentDoc ${development}/doc/${CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME})
 
 file(GLOB pages ${runtime}/man/man1/*.1)
 run(gzip -9n ${pages})
+file(RENAME ${runtime}/zsh/site-functions ${runtime}/zsh/vendor-completions)
 set(docs ${runtimeDoc} ${developmentDoc})
 set(python ${CPACK_TEMPORARY_DIRECTORY}/python/usr/share/doc)
 if(EXISTS ${CPACK_TEMPORARY_DIRECTORY}/python)

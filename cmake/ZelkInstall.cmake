@@ -112,14 +112,12 @@ install(FILES README.md CHANGELOG.md TYPE DOC)
 install(FILES docs/architecture.md docs/embedding.md docs/errors.md docs/formats.md docs/limits.md docs/live.md docs/methods.md
               docs/python.md docs/scores.md docs/speed.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
-install(FILES docs/pictures/pattern.svg docs/pictures/spectrogram.png
+install(FILES docs/pictures/map.svg docs/pictures/pattern.svg docs/pictures/spectrogram.png
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs/pictures)
 install(FILES examples/engine.cc examples/separator.cc examples/microphones.json examples/scene.json
               examples/separate.n examples/two-talkers.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-install(FILES examples/evaluate/frame-lengths.json examples/evaluate/open-air-errors.json
-              examples/evaluate/room-errors.json
-        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/evaluate)
+install(DIRECTORY examples/evaluate DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 if(PROJECT_IS_TOP_LEVEL AND TARGET zelk-sss-cli)
   include(ZelkPackages)

@@ -28,7 +28,7 @@ manual pages and documents.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libzelk-sss-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 # The libraries are static, and what they call is not.
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libhwy-dev, libkissfft-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libhwy-dev, libkissfft-dev, libtbb-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "The separator of zelk-sss, which takes samples and gives one signal per sound
 source, and its engine for C++20 programs: headers, static libraries that need

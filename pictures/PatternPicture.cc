@@ -4,28 +4,24 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 
 #include "dsp/DataError.h"
 #include "geometry/Direction.h"
-#include "pictures/BeamPattern.h"
 
 namespace {
 
-constexpr int FLOOR = -40;     // dB, in the centre
-constexpr int MAX_TOP = 20;    // dB
-constexpr int RING_STEP = 10;  // dB
+constexpr int FLOOR = PatternCaption::FLOOR;  // in the centre
+constexpr int RING_STEP = 10;                 // dB
 const Colour RINGS = PALE;
 
 // Sizes in pixels.
 constexpr double SIDE = 46.0;  // around a diagram, for the labels of the angles
 constexpr double MIN_RADIUS = 90.0;
 constexpr double MAX_RADIUS = 230.0;
-constexpr double HEADING = 56.0;  // height of the title and the subtitle
+constexpr double HEADING = PatternCaption::HEADING;
 constexpr double PANEL_TITLE = 26.0;
 constexpr double LEGEND_WIDTH = 172.0;  // of an entry
 constexpr double LEGEND_LINE = 24.0;
-constexpr double NOTE_LINE = 20.0;
 constexpr std::size_t MAX_DOTS = 120;  // directions that are marked one by one
 
 Stroke curveStroke(std::size_t curve, std::size_t curves) {
@@ -40,8 +36,6 @@ std::string frequencyText(double hertz) {
   return hertz < 1000.0 ? fmt::format("{:.4g} Hz", hertz)
                         : fmt::format("{:.4g} kHz", hertz / 1000.0);
 }
-
-std::string degreesText(double value) { return fmt::format("{:.4g}°", value + 0.0); }
 
 /// One polar diagram.
 class Diagram {
@@ -87,11 +81,7 @@ class Diagram {
 
   /// How loud the mean is towards a source, inside its mark.
   void drawGain(double azimuth, double gain) const {
-    const std::string text = gainText(gain);
-    const double half = 3.2 * static_cast<double>(text.size());
-    const Point p = at(azimuth, R - 22.0);
-    drawing.patch({p.x - half, p.y - 7.0}, {p.x + half, p.y + 7.0}, 3.0, WHITE, {PALE, 0.8});
-    drawing.text(p, text, {10.0, Anchor::Middle, BLACK, true});
+    drawSourceGain(drawing, at(azimuth, R - 22.0), gain);
   }
 
   /// The curve, open where the directions leave a gap.
@@ -120,7 +110,9 @@ class Diagram {
     drawing.line(centre, at(azimuth, R), {isTarget ? BLACK : GREY, 1.1, isTarget ? "" : "4 3"});
   }
 
-  void drawMark(int id, double azimuth, bool isTarget) const;
+  void drawMark(int id, double azimuth, bool isTarget) const {
+    drawSourceMark(drawing, at(azimuth, R), std::to_string(id), isTarget);
+  }
 
  private:
   Point at(double azimuth, double distance) const {
@@ -151,18 +143,6 @@ class Diagram {
   int top;
 };
 
-/// A source's id on a patch: black for the target, white for others.
-void drawPatch(Drawing& drawing, Point at, const std::string& id, bool isTarget) {
-  const double half = 6.0 + 3.6 * static_cast<double>(id.size());
-  drawing.patch({at.x - half, at.y - 9.0}, {at.x + half, at.y + 9.0}, 9.0, isTarget ? BLACK : WHITE,
-                {isTarget ? BLACK : GREY, 1.2});
-  drawing.text(at, id, {11.0, Anchor::Middle, isTarget ? WHITE : BLACK, true});
-}
-
-void Diagram::drawMark(int id, double azimuth, bool isTarget) const {
-  drawPatch(drawing, at(azimuth, R), std::to_string(id), isTarget);
-}
-
 /// The azimuth of a spoke that lies far from every source, between two labelled ones.
 double freeAzimuth(const std::vector<PatternPicture::Source>& sources) {
   double best = 0.0;
@@ -187,9 +167,7 @@ int topLevel(const std::vector<PatternPicture::Panel>& panels) {
       for (const double gain : curve) highest = std::max(highest, gain);
     }
   }
-  // Half a decibel above a ring is no reason for the next one.
-  return RING_STEP *
-         static_cast<int>(std::ceil((std::min<double>(MAX_TOP, highest) - 0.5) / RING_STEP));
+  return topRing(highest);
 }
 
 /// Where the parts of the picture lie, in pixels.
@@ -282,7 +260,7 @@ void drawLegend(Drawing& drawing, const Layout& layout, const PatternPicture& pi
   }
   for (const bool isTarget : {true, false}) {
     const Point p = name(isTarget ? curves : curves + 1, isTarget ? "target" : "interferer");
-    drawPatch(drawing, {p.x + 15.0, p.y}, "n", isTarget);
+    drawSourceMark(drawing, {p.x + 15.0, p.y}, "n", isTarget);
   }
 }
 
@@ -291,16 +269,10 @@ void drawLegend(Drawing& drawing, const Layout& layout, const PatternPicture& pi
 Drawing PatternPicture::drawn(int width) const {
   const Layout layout(width, static_cast<int>(panels.size()),
                       static_cast<int>(frequencies.size()) + 3);
-  const double noteHeight = note.empty() ? 0.0 : NOTE_LINE;
-  Drawing drawing(width, layout.height + static_cast<int>(noteHeight), title);
-  drawing.text({20.0, 20.0}, shortened(title, width - 40.0, 16.0),
-               {16.0, Anchor::Start, BLACK, true});
-  drawing.text({20.0, 42.0}, shortened(subtitle, width - 40.0, 12.0), {12.0, Anchor::Start, GREY});
+  Drawing drawing(width, layout.height + static_cast<int>(noteHeight()), title);
+  drawHeading(drawing);
   for (std::size_t p = 0; p < panels.size(); ++p) drawPanel(drawing, layout, *this, p);
   drawLegend(drawing, layout, *this);
-  if (!note.empty()) {
-    drawing.text({20.0, layout.height + NOTE_LINE / 2.0 - 4.0}, shortened(note, width - 40.0, 11.0),
-                 {11.0, Anchor::Start, GREY});
-  }
+  drawNote(drawing);
   return drawing;
 }

@@ -1,31 +1,20 @@
 #pragma once
 
-#include <string>
 #include <vector>
 
-#include "pictures/DirectionRing.h"
 #include "pictures/Drawing.h"
+#include "pictures/PatternCaption.h"
 
-/// What a picture of directional patterns shows: a panel for each separated source.
-struct PatternPicture {
-  /// A source, and where it really is.
-  struct Source {
-    int id = 0;
-    BF::Direction direction;
-  };
+/// Directional patterns at some frequencies and as a mean: a panel for each separated source.
+struct PatternPicture : PatternCaption {
   struct Panel {
     std::size_t source = 0;                   ///< the separated one's number in sources
     std::vector<std::vector<double>> curves;  ///< dB, a row per curve, a value per direction
     std::vector<double> sourceGains = {};     ///< dB, of the mean, towards each of the sources
   };
 
-  std::string title;
-  std::string subtitle;
   std::vector<double> azimuths;     ///< degrees, increasing
   std::vector<double> frequencies;  ///< Hz, of the curves but the last, which is a mean
-  std::string meanName;             ///< of the last curve
-  std::string note;                 ///< a sentence below the diagrams, or empty
-  std::vector<Source> sources;
   std::vector<Panel> panels;
 
   /// The panels as polar diagrams seen from above, front up and left at the left. Throws DataError

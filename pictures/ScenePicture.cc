@@ -32,8 +32,9 @@ std::vector<Shown> shownOf(const Audio::Scene& scene) {
   std::vector<Shown> result;
   const auto count = static_cast<double>(scene.sources().size());
   for (const Audio::SceneSource& source : scene.sources()) {
+    // Dark enough for white letters.
     const double share = count > 1 ? static_cast<double>(result.size()) / (count - 1.0) : 0.0;
-    result.push_back({source, false, scaleColour(0.4 + 0.5 * share)});
+    result.push_back({source, false, scaleColour(0.57 + 0.38 * share)});
   }
   for (const Audio::SceneSource& source : scene.noiseSources()) {
     result.push_back({source, true, GREY});

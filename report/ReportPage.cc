@@ -80,10 +80,16 @@ std::string ReportPage::html() const {
   }
   Json runList = Json::array();
   for (const ReportRun& run : runs) runList.push_back(jsonOf(run));
-  const Json data = {
-      {"duration", duration},    {"sampling_rate", samplingRate}, {"sound_note", soundNote},
-      {"level_note", levelNote}, {"score_note", scoreNote},       {"score_heads", scoreHeads},
-      {"scene", base64(scene)},  {"tracks", trackList},           {"runs", runList}};
+  const Json data = {{"duration", duration},
+                     {"sampling_rate", samplingRate},
+                     {"peak", peak},
+                     {"sound_note", soundNote},
+                     {"level_note", levelNote},
+                     {"score_note", scoreNote},
+                     {"score_heads", scoreHeads},
+                     {"scene", base64(scene)},
+                     {"tracks", trackList},
+                     {"runs", runList}};
   const std::pair<std::string_view, std::string> parts[] = {
       {"TITLE", escaped(title)},     {"SUBTITLE", escaped(subtitle)},
       {"STYLE", PageParts::STYLE},   {"PLAYER_LICENCE", PageParts::PLAYER_LICENCE},

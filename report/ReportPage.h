@@ -42,6 +42,7 @@ struct ReportPage {
   std::string subtitle;
   double duration = 0.0;  ///< seconds
   int samplingRate = 0;   ///< Hz
+  double peak = 1.0;      ///< the largest sample of all sounds, above 0
   std::string soundNote;  ///< how the sounds were packed
   std::string levelNote;  ///< what the colours of the spectrograms mean
   std::string scoreNote;  ///< how the scores were computed

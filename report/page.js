@@ -1,29 +1,43 @@
 "use strict";
 
 // Plays several sounds of one length at the same position. All of them run all the time, each through
-// a gain of its own: what is heard changes without a gap and without a click.
+// a gain of its own: what is heard changes without a gap and without a click. Sounds may be added while it
+// plays.
 class Player {
   static FADE = 0.01; // seconds
   static AHEAD = 0.02; // seconds from a start to the first sample
 
-  constructor(context) {
+  // duration: seconds
+  constructor(context, count, duration) {
     this.context = context;
+    this.duration = duration;
     this.output = context.createGain();
     this.output.connect(context.destination);
-    this.tracks = [];
+    this.tracks = Array.from({ length: count }, () => this.emptyTrack());
     this.offset = 0; // seconds; where it stands, or stood when it was started
+    this.fades = new Map(); // the last one of each parameter
     this.started = null; // the context's time of the first sample; null: it stands
   }
 
-  add(buffer) {
+  emptyTrack() {
     const gain = this.context.createGain();
     gain.gain.value = 0;
     gain.connect(this.output);
-    this.tracks.push({ buffer, gain, source: null });
+    return { buffer: null, gain, source: null };
   }
 
-  get duration() {
-    return Math.max(0, ...this.tracks.map((track) => track.buffer.duration));
+  add(i, buffer) {
+    const track = this.tracks[i];
+    track.buffer = buffer;
+    if (this.isPlaying) this.start(track, Math.max(this.started, this.context.currentTime + Player.AHEAD));
+  }
+
+  // time: the context's, a whole number of samples after the others started
+  start(track, time) {
+    track.source = this.context.createBufferSource();
+    track.source.buffer = track.buffer;
+    track.source.connect(track.gain);
+    track.source.start(time, Math.min(this.offset + time - this.started, track.buffer.duration));
   }
 
   get isPlaying() {
@@ -43,10 +57,7 @@ class Player {
     this.started = this.context.currentTime + Player.AHEAD;
     this.fade(this.output.gain, 1, this.started, 0);
     for (const track of this.tracks) {
-      track.source = this.context.createBufferSource();
-      track.source.buffer = track.buffer;
-      track.source.connect(track.gain);
-      track.source.start(this.started, Math.min(this.offset, track.buffer.duration));
+      if (track.buffer) this.start(track, this.started);
     }
   }
 
@@ -56,7 +67,7 @@ class Player {
     this.started = null;
     const now = this.context.currentTime;
     this.fade(this.output.gain, 0, now);
-    for (const track of this.tracks) track.source.stop(now + Player.FADE);
+    for (const track of this.tracks) track.source?.stop(now + Player.FADE);
   }
 
   seek(seconds) {
@@ -71,9 +82,14 @@ class Player {
     gains.forEach((gain, i) => this.fade(this.tracks[i].gain.gain, gain, this.context.currentTime));
   }
 
+  // From where the last fade has come, unless told otherwise. Not every browser says where that is.
   fade(parameter, value, time, from) {
-    parameter.cancelAndHoldAtTime(time);
-    parameter.setValueAtTime(from ?? parameter.value, time);
+    const last = this.fades.get(parameter) ?? { from: parameter.value, to: parameter.value, time: 0 };
+    const share = Math.min(1, Math.max(0, (time - last.time) / Player.FADE));
+    from ??= last.from + (last.to - last.from) * share;
+    this.fades.set(parameter, { from, to: value, time });
+    parameter.cancelScheduledValues(time);
+    parameter.setValueAtTime(from, time);
     parameter.linearRampToValueAtTime(value, time + Player.FADE);
   }
 }
@@ -181,8 +197,8 @@ class Report {
     make(about, "div", { class: "name" }, i < 9 ? `${i + 1}  ${track.name}` : track.name);
     make(about, "div", { class: "place" }, track.place);
     const buttons = make(about, "div", { class: "buttons" });
-    const solo = make(buttons, "button", { type: "button", "aria-label": `Hear ${track.name}` }, "Hear");
-    const mute = make(buttons, "button", { type: "button", "aria-label": `Mute ${track.name}` }, "Mute");
+    const solo = make(buttons, "button", { type: "button", disabled: "", "aria-label": `Hear ${track.name}` }, "Hear");
+    const mute = make(buttons, "button", { type: "button", disabled: "", "aria-label": `Mute ${track.name}` }, "Mute");
     solo.addEventListener("click", (event) => this.choice.choose(i, event.shiftKey || event.ctrlKey));
     mute.addEventListener("click", () => this.choice.mute(i));
     const views = make(row, "div", { class: "views" });
@@ -277,7 +293,8 @@ class Report {
     element("score-note").textContent = this.data.score_note;
     for (const run of runs) {
       make(element("score-tables"), "h3", {}, run.name);
-      const table = make(make(element("score-tables"), "div", { class: "scroll" }), "table");
+      const scroll = { class: "scroll", tabindex: 0, role: "group", "aria-label": `Scores of ${run.name}` };
+      const table = make(make(element("score-tables"), "div", scroll), "table");
       const head = make(make(table, "thead"), "tr");
       for (const text of this.data.score_heads) make(head, "th", { scope: "col" }, text);
       const body = make(table, "tbody");
@@ -301,37 +318,49 @@ class Report {
     }
   }
 
+  // The first sound can be heard while the others are loaded.
   async load() {
-    this.player = new Player(new AudioContext({ sampleRate: this.data.sampling_rate }));
-    const count = this.data.tracks.length;
-    for (const [i, track] of this.data.tracks.entries()) {
-      element("state").textContent = `Loading sound ${i + 1} of ${count} …`;
-      this.player.add(await this.player.context.decodeAudioData(bytesOf(track.sound)));
-      track.sound = null;
-    }
-    const samples = this.player.tracks.map((track) => track.buffer.getChannelData(0));
-    const peaks = samples.map((one) => peaksOf(one, 1600));
-    const loudest = Math.max(1e-6, ...peaks.map((one) => Math.max(...one)));
-    this.loudness = samples.map(loudnessOf);
-    const style = getComputedStyle(document.documentElement);
-    peaks.forEach((one, i) => {
-      const wave = WaveSurfer.create({
-        container: this.rows[i].wave,
-        height: 56,
-        peaks: [one.map((peak) => peak / loudest)],
-        duration: this.data.duration,
-        waveColor: style.getPropertyValue("--wave"),
-        progressColor: style.getPropertyValue("--accent"),
-        cursorWidth: 0,
-      });
-      wave.on("interaction", (seconds) => this.seek(seconds));
-      this.waves.push(wave);
-    });
+    const { tracks, duration, sampling_rate } = this.data;
+    this.player = new Player(new AudioContext({ sampleRate: sampling_rate }), tracks.length, duration);
+    this.loudness = tracks.map(() => 0);
+    await this.loadSound(0);
     this.listenToPerson();
+    this.follow();
+    let next = 1;
+    const loadMore = async () => {
+      while (next < tracks.length) await this.loadSound(next++);
+    };
+    await Promise.all([loadMore(), loadMore()]);
     element("state").textContent = "";
     document.body.dataset.ready = "yes";
+  }
+
+  async loadSound(i) {
+    const { tracks, duration, peak } = this.data;
+    element("state").textContent = `Loading sound ${i + 1} of ${tracks.length} …`;
+    const buffer = await this.player.context.decodeAudioData(bytesOf(tracks[i].sound));
+    tracks[i].sound = null;
+    const samples = buffer.getChannelData(0);
+    this.loudness[i] = loudnessOf(samples);
+    const wave = WaveSurfer.create({
+      container: this.rows[i].wave,
+      height: 56,
+      peaks: [peaksOf(samples, 1600).map((one) => one / peak)],
+      duration,
+      ...this.waveColours(),
+      cursorWidth: 0,
+    });
+    wave.on("interaction", (seconds) => this.seek(seconds));
+    wave.setTime(this.player.position);
+    this.waves.push(wave);
+    this.rows[i].solo.disabled = this.rows[i].mute.disabled = false;
+    this.player.add(i, buffer);
     this.update();
-    this.follow();
+  }
+
+  waveColours() {
+    const style = getComputedStyle(document.documentElement);
+    return { waveColor: style.getPropertyValue("--wave"), progressColor: style.getPropertyValue("--accent") };
   }
 
   listenToPerson() {
@@ -342,6 +371,9 @@ class Report {
     element("play").addEventListener("click", () => this.toggle());
     element("loudness").addEventListener("change", () => this.update());
     document.addEventListener("keydown", (event) => this.key(event));
+    matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => {
+      for (const wave of this.waves) wave.setOptions(this.waveColours());
+    });
   }
 
   key(event) {

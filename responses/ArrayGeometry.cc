@@ -53,7 +53,7 @@ void requireCompact(const Positions& microphones, const Position& centre, const 
     throw DataError(fmt::format(
         "microphone {} at {} m is {:.3g} m away from the array's centre, expected less than "
         "{:.3g} m, the way of sound in half a frame of {} samples at {} Hz",
-        m, text(microphones[m]), away, reach, frame.length, frame.rate));
+        m + 1, text(microphones[m]), away, reach, frame.length, frame.rate));
   }
 }
 
@@ -133,7 +133,7 @@ SofaTransferFunctions freeFieldResponses(const Positions& microphones, const Pos
         throw DataError(fmt::format(
             "the source at {} m is {:.2g} m away from {}, expected {} m or more (--distances)",
             text(source), std::min(away, toCentre),
-            away < MIN_DISTANCE ? fmt::format("microphone {}", m) : "the array's centre",
+            away < MIN_DISTANCE ? fmt::format("microphone {}", m + 1) : "the array's centre",
             MIN_DISTANCE));
       }
       const double turn = -pi * frame.rate * (away - toCentre) / BF::SPEED_OF_SOUND /

@@ -132,7 +132,7 @@ std::optional<DelayAgreement> comparePair(const SofaTransferFunctions& data, Del
 
 std::string later(double delay, std::size_t a, std::size_t b) {
   return fmt::format("{:.2f} ms later at microphone {} than at {}", 1000.0 * std::abs(delay),
-                     delay < 0.0 ? a : b, delay < 0.0 ? b : a);
+                     1 + (delay < 0.0 ? a : b), 1 + (delay < 0.0 ? b : a));
 }
 
 }  // namespace
@@ -169,7 +169,7 @@ std::string describe(const DelayAgreement& agreement, const SofaTransferFunction
   const std::string numbers = fmt::format(
       "between microphones {} and {} delays found and predicted correlate by {:.2f} over {} "
       "directions and differ by {:.2f} ms rms",
-      a, b, agreement.correlation, agreement.directions, 1000.0 * agreement.rmsDifference);
+      a + 1, b + 1, agreement.correlation, agreement.directions, 1000.0 * agreement.rmsDifference);
   if (!contradicts(agreement)) {
     return fmt::format("the worst pair: {}", numbers);
   }

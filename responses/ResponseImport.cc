@@ -251,7 +251,7 @@ void Importer::warnOfMissingBand() {
 void Importer::reportLosses(double all, double lost) {
   report.lostEnergy = lost / all;
   const std::string place =
-      fmt::format("position {}, microphone {}", report.worstPosition, report.worstMicrophone);
+      fmt::format("position {}, microphone {}", report.worstPosition, report.worstMicrophone + 1);
   const std::string shape = fmt::format("a frame of {} samples ({:.1f} ms)", frame.length,
                                         1000.0 * frame.length / frame.rate);
   if (report.worstLoss > UNUSABLE_LOSS) {
@@ -279,7 +279,7 @@ void Importer::requireFinite(const std::vector<std::complex<float>>& H) const {
   throw DataError(fmt::format(
       "{}: the transfer function of position {}, microphone {} is {} somewhere, expected responses "
       "of less than {:.2g}",
-      path, row / responses.receivers, row % responses.receivers, std::abs(*bad),
+      path, row / responses.receivers, row % responses.receivers + 1, std::abs(*bad),
       std::numeric_limits<float>::max()));
 }
 

@@ -260,7 +260,7 @@ Channels Room::responses(const Position& source, const std::vector<Position>& mi
   std::vector<Position> to;
   double farthest = 0.0;
   for (std::size_t r = 0; r < microphones.size(); ++r) {
-    to.push_back(inRoom(microphones[r], fmt::format("microphone {}", r)));
+    to.push_back(inRoom(microphones[r], fmt::format("microphone {}", r + 1)));
     farthest = std::max(farthest, fastDistance(from, to.back()));
   }
   const std::size_t length = samplesFor(farthest);

@@ -12,8 +12,10 @@ responses=/usr/share/libmysofa/MIT_KEMAR_normal_pinna.sofa
 speech=/usr/share/pocketsphinx/test/data
 scene=$repository/examples/two-talkers.json
 mkdir -p "$out"
-"$zelk" tfdb import "$responses" "$out/head.sofa" --rate 16000 --length 512 \
-  --reference-mic none --force >/dev/null
+# Heard through the responses as they are, separated by those relative to the first microphone.
+import=("$zelk" tfdb import "$responses" --rate 16000 --length 512 --force)
+"${import[@]}" "$out/head.sofa" >/dev/null
+"${import[@]}" "$out/heard.sofa" --reference-mic none >/dev/null
 
 # name | method | --param settings
 settings=(
@@ -42,7 +44,7 @@ sir() { # FOLDER BEGIN
 for mixture in direct reverberant; do
   room=()
   [ "$mixture" = reverberant ] && room=(--reverb 0.3 --direct-to-reverberant 6)
-  "$zelk" mix "$scene" --tf "$out/head.sofa" --dry \
+  "$zelk" mix "$scene" --tf "$out/heard.sofa" --dry \
     "$speech/librivox/sense_and_sensibility_01_austen_64kb-0870.wav" \
     "$speech/librivox/sense_and_sensibility_01_austen_64kb-0920.wav" \
     --gain -6 -6 --noise-level -70 "${room[@]}" -o "$out/$mixture.wav" --force 2>/dev/null

@@ -30,7 +30,11 @@ inside zelk-sss --version
 inside sh -c 'ls /usr/share/man/man1/zelk-sss*.1.gz /usr/share/bash-completion/completions/zelk-sss \
   /usr/share/doc/zelk-sss/copyright'
 inside bash /tmp/zelk/use-command.sh zelk-sss /usr/share/doc/zelk-sss/examples/two-talkers.json
-inside bash /tmp/zelk/completion.sh /usr/share/bash-completion/completions/zelk-sss zelk-sss
+inside bash /tmp/zelk/completion.sh bash /usr/share/bash-completion/completions/zelk-sss zelk-sss
+install_inside "$packages/apt.log" zsh fish
+inside zsh -fc 'autoload -Uz compinit && compinit -u && [[ $_comps[zelk-sss] == _zelk-sss ]]'
+inside bash /tmp/zelk/completion.sh zsh /usr/share/zsh/vendor-completions/_zelk-sss zelk-sss
+inside bash /tmp/zelk/completion.sh fish /usr/share/fish/vendor_completions.d/zelk-sss.fish zelk-sss
 
 say "installing the development files and building against them"
 cp -r tests/install/consumer tests/install/consumer.sh "$root/tmp/zelk"

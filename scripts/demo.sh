@@ -14,7 +14,9 @@ speech=${ZELK_DEMO_SPEECH:-/usr/share/pocketsphinx/test/data}
 talker_a=("$speech/librivox/sense_and_sensibility_01_austen_64kb-0870.wav")
 talker_b=("$speech"/cards/{005,002,003}.wav)
 methods=(DS WDS NULL ILSE LCMV GJ GICA)
-room_methods=(NULL GICA) # of the two blocks in the room
+# Of the two blocks in the room; a name may have options behind it.
+room_methods=(NULL GICA MVDR "NULL --refine 2")
+measured_methods=(NULL GICA MVDR)
 room=(--room 6,4.5,2.8 --t60 0.4)
 
 # shellcheck source=scripts/counted-build.sh
@@ -34,20 +36,33 @@ build() {
   ZELK_SSS=$folder/bin/zelk-sss
 }
 
+# folder_of METHOD: NULL-refine-2 for NULL --refine 2.
+folder_of() { tr -s ' -' '-' <<<"$1"; }
+
 # separate ARRAY METHOD: by the command and, for the methods that need no step parameters, by the
 # network document too, which must give the same files. The document's frames have 512 samples.
+# MVDR takes the room's responses, and frames as long as the database's.
 separate() {
-  local folder=$out/$1
-  "$ZELK_SSS" separate "$folder/mix.wav" --tf "$folder/array.sofa" --sources "$folder/scene.json" \
-    --method "$2" -o "$folder/$2" --force >>"$folder/log.txt"
-  case "$1-$2" in *-LCMV | *-GJ | *-GICA | measured-*) return ;; esac
+  local folder=$out/$1 options result
+  result=$folder/$(folder_of "$2")
+  read -ra options <<<"$2"
+  case $2 in
+    MVDR) options+=(--responses "$out/measured/room.sofa" --length "$(length_of "$folder/array.sofa")") ;;
+    *) options+=(--tf "$folder/array.sofa") ;;
+  esac
+  "$ZELK_SSS" separate "$folder/mix.wav" --sources "$folder/scene.json" --method "${options[@]}" \
+    -o "$result" --force >>"$folder/log.txt"
+  case "$1-$2" in *-LCMV | *-GJ | *-GICA | *-MVDR | *--refine* | measured-*) return ;; esac
   rm -rf "$folder/network"
   "$ZELK_SSS" run "$repository/examples/separate.n" "$folder/mix.wav" "$folder/scene.json" \
     "$folder/array.sofa" "$2" "$folder/network" >>"$folder/log.txt"
-  diff -r -x run.json "$folder/$2" "$folder/network" >/dev/null ||
-    { say "command and network document differ: $folder/$2 $folder/network"; exit 1; }
+  diff -r -x run.json "$result" "$folder/network" >/dev/null ||
+    { say "command and network document differ: $result $folder/network"; exit 1; }
   rm -r "$folder/network"
 }
+
+# length_of DATABASE: samples in a frame of it.
+length_of() { "$ZELK_SSS" tfdb info "$1" --json | sed -n 's/.*"frame_length": \([0-9]*\).*/\1/p'; }
 
 # scores ARRAY ESTIMATE ESTIMATE: "SDR SIR" of each talker on a line. The references are what the
 # first microphone hears of each talker alone. What is separated sounds as that microphone hears it but
@@ -61,15 +76,16 @@ scores() {
 
 # table_of ARRAY TITLE METHOD…
 table_of() {
-  local folder=$out/$1 before after method
+  local folder=$out/$1 before after method result
   before=$(scores "$1" "$folder/mix.wav" "$folder/mix.wav")
   echo "$2"
   for method in "${@:3}"; do
     say "$1: $method"
     separate "$1" "$method"
-    after=$(scores "$1" "$folder/$method/source_0.wav" "$folder/$method/source_1.wav")
+    result=$folder/$(folder_of "$method")
+    after=$(scores "$1" "$result/source_0.wav" "$result/source_1.wav")
     paste -d' ' <(echo "$before") <(echo "$after") | awk -v method="$method" '
-      {printf "  %-6s  %6d  %7.1f  %7.1f  %7.1f  %7.1f  %+11.1f\n", method, NR, $1, $3, $2, $4, $4 - $2}'
+      {printf "  %-15s  %6d  %7.1f  %7.1f  %7.1f  %7.1f  %+11.1f\n", method, NR, $1, $3, $2, $4, $4 - $2}'
   done
 }
 
@@ -123,12 +139,13 @@ cp "$out/room"/mix*.wav "$out/measured"
 
 # The table is printed whole, not between the lines that say what is being done.
 {
-  echo "                      SI-SDR (dB)       SI-SIR (dB)"
-  echo "  method  talker   before    after   before    after  SI-SIR gain"
+  echo "                               SI-SDR (dB)       SI-SIR (dB)"
+  echo "  method           talker   before    after   before    after  SI-SIR gain"
   table_of head "head with two microphones, measured responses" "${methods[@]}"
   table_of ring "ring of eight microphones, 5 cm radius, computed responses" "${methods[@]}"
-  table_of room "the ring in a room (T60 0.4 s), responses computed for free field" "${room_methods[@]}"
-  table_of measured "the ring in that room, the room's own responses, frames of 0.26 s" "${room_methods[@]}"
+  table_of room "the ring in a room (T60 0.4 s), responses computed for free field; MVDR: the room's own" \
+    "${room_methods[@]}"
+  table_of measured "the ring in that room, the room's own responses, frames of 0.26 s" "${measured_methods[@]}"
   echo "Before: the first microphone. After: the separated talker. Both against that talker alone at"
   echo "the first microphone, with a filter of 512 taps between the two allowed (zelk-sss score)."
 } >"$out/table.txt"

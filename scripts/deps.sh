@@ -10,6 +10,7 @@
 #   scripts/deps.sh --fuzz       also what fuzzing needs
 #   scripts/deps.sh --valgrind   also what scripts/valgrind.sh needs
 #   scripts/deps.sh --browser    also what the test of the report page needs, which is left out without it
+#   scripts/deps.sh --shells     also zsh and fish, in which completion is tested; left out without them
 #   scripts/deps.sh --lint       also what linting needs
 #   scripts/deps.sh --all        all that
 # Quick when everything is there. Uses sudo when not root. Without apt it prints the list and goes on.
@@ -21,7 +22,7 @@ building=(
   # libraries
   libboost-dev libhwy-dev libnetcdf-dev libseccomp-dev libsndfile1-dev libkissfft-dev libsoxr-dev
   libpugixml-dev nlohmann-json3-dev libcli11-dev libfmt-dev librsvg2-dev libeigen3-dev
-  libjack-jackd2-dev
+  libjack-jackd2-dev libtbb-dev
 )
 # measured responses and real speech
 demonstration=(libmysofa1 pocketsphinx-testdata)
@@ -34,6 +35,7 @@ docs=(doxygen)
 fuzzing=(clang-14 libclang-rt-14-dev)
 memory=(valgrind)
 browser=(chromium)
+shells=(zsh fish)
 linting=(clang-tidy-14)
 
 packages=("${building[@]}" "${demonstration[@]}" "${development[@]}")
@@ -47,11 +49,12 @@ case "${1:-}" in
   --docs) packages+=("${docs[@]}") ;;
   --valgrind) packages+=("${memory[@]}") ;;
   --browser) packages+=("${browser[@]}") ;;
+  --shells) packages+=("${shells[@]}") ;;
   --lint) packages+=("${linting[@]}") ;;
   --fuzz) packages+=("${fuzzing[@]}") ;;
   --all)
     packages+=("${baselines[@]}" "${packaging[@]}" "${bare[@]}" "${docs[@]}" "${fuzzing[@]}" "${memory[@]}"
-      "${linting[@]}" "${browser[@]}")
+      "${linting[@]}" "${browser[@]}" "${shells[@]}")
     ;;
   *) echo "deps.sh: there is no option $1; its head lists them" >&2; exit 1 ;;
 esac

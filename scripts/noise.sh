@@ -10,15 +10,17 @@ out=$(realpath -m "${1:-$repository/out/noise}")
 zelk=${ZELK_SSS:-$repository/build/release/bin/zelk-sss}
 speech=/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb
 mkdir -p "$out"
-"$zelk" tfdb import /usr/share/libmysofa/MIT_KEMAR_normal_pinna.sofa "$out/head.sofa" \
-  --rate 16000 --length 512 --reference-mic none --force >/dev/null
+# Heard through the responses as they are, separated by those relative to the first microphone.
+import=("$zelk" tfdb import /usr/share/libmysofa/MIT_KEMAR_normal_pinna.sofa --rate 16000 --length 512 --force)
+"${import[@]}" "$out/head.sofa" >/dev/null
+"${import[@]}" "$out/heard.sofa" --reference-mic none >/dev/null
 talker='{"id": 0, "azimuth": 30, "distance": 1.4, "active": [[1.5, 8]]}'
 other='{"id": 1, "azimuth": -45, "distance": 1.4}'
 echo "{\"sources\": [$talker]}" >"$out/diffuse.json"
 echo "{\"sources\": [$talker], \"noise\": [$other]}" >"$out/directional.json"
-"$zelk" mix "$out/diffuse.json" --tf "$out/head.sofa" --dry "$speech-0870.wav" --gain -6 \
+"$zelk" mix "$out/diffuse.json" --tf "$out/heard.sofa" --dry "$speech-0870.wav" --gain -6 \
   --diffuse-level -33 --noise-level -80 -o "$out/diffuse.wav" --force 2>/dev/null
-"$zelk" mix "$out/directional.json" --tf "$out/head.sofa" --dry "$speech-0870.wav" \
+"$zelk" mix "$out/directional.json" --tf "$out/heard.sofa" --dry "$speech-0870.wav" \
   "$speech-0920.wav" --gain -6 -6 --noise-level -70 -o "$out/directional.wav" --force 2>/dev/null
 
 score() { # SCENE NOISE-IMAGE ESTIMATE

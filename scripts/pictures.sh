@@ -8,4 +8,7 @@ bash scripts/demo.sh "$out"
 mkdir -p docs/pictures
 cp "$out/pictures/pattern-head.svg" docs/pictures/pattern.svg
 cp "$out/pictures/spectrogram-head.png" docs/pictures/spectrogram.png
+command=$(realpath "${ZELK_SSS:-build/release/bin/zelk-sss}")
+(cd "$out/head" && "$command" pattern --tf array.sofa --sources scene.json --method NULL --map --width 800 -o map.svg)
+cp "$out/head/map.svg" docs/pictures/map.svg
 ls -l docs/pictures

@@ -115,6 +115,8 @@ Settings checkedSettings(const Settings& given, int microphones) {
           "window", s.window, "HANN, HAMMING, SINE or RECTANGULAR");
   checkNoise(s, microphones);
   checkRefinement(s);
+  require(s.threads >= 1 && s.threads <= MAX_THREADS, "threads", s.threads,
+          "1 to " + asText(MAX_THREADS));
   requireShare("projectionForgetting", s.projectionForgetting);
   require(s.referenceMicrophone >= 0 && s.referenceMicrophone < microphones, "referenceMicrophone",
           s.referenceMicrophone, "0 to " + asText(microphones - 1));

@@ -45,6 +45,9 @@ struct NoiseSettings {
 /// The number of the method MVDR where methods have numbers; those of the engine end at 11.
 inline constexpr BF::BfAlgorithmType ALGORITHM_MVDR{101};
 
+/// More are not taken.
+inline constexpr int MAX_THREADS = 256;
+
 /// Whether what a method separated is separated anew, by MVDR from covariances that masks of the
 /// first outputs weigh. They know the room, which the database may not. The outputs then are the
 /// sources as the reference microphone hears them; noise that is no listed source, which CML and
@@ -98,6 +101,9 @@ struct Settings {
   /// Each output is multiplied, bin by bin, by its share of the power of all outputs, but at least
   /// by this, 0 to 1: a Wiener filter. 1: not at all.
   double postMask = 1.0;
+  /// So many threads, the caller's among them and no more than the machine has processors, share
+  /// the bins of a frame where it is worth it, 1 to MAX_THREADS. Results do not depend on it.
+  int threads = 1;
 };
 
 /// A copy in which every optional member is set. Throws SettingError for a value out of its range,

@@ -36,6 +36,7 @@ SpectralSeparation::SpectralSeparation(const Settings& checked, int microphones,
   const RefinementSettings& r = settings.refinement;
   const int K = engine->numFreq;
   engine->numMic = microphones;
+  engine->setThreads(settings.threads);
   if (settings.method == BF::BF_ALGORITHM_CML) noise.emplace(settings, microphones);
   if (settings.level) level.emplace();
   if (*settings.project) projection.emplace(K, settings.projectionForgetting);
@@ -43,6 +44,7 @@ SpectralSeparation::SpectralSeparation(const Settings& checked, int microphones,
   if (r.running) {
     const double lambda = std::exp(-settings.advance / (r.memory * settings.samplingRate));
     running.emplace(microphones, K, lambda, r.loading, settings.referenceMicrophone);
+    running->team.setSize(settings.threads);
   }
   if (r.passes > 0) {
     ofRecording.emplace(microphones, K, r.passes, r.loading, settings.referenceMicrophone);

@@ -123,13 +123,14 @@ std::vector<BF::Matrix> noiseMatrices(const py::handle& given) {
   return matrices;
 }
 
-/// What is done beside the method: passes over the recording and masks.
+/// What is done beside the method: passes over the recording, masks, threads.
 void takeRefinement(Keywords& keywords, Separation::Settings& settings) {
   keywords.take("passes", "a whole number, 1 or more", settings.passes);
   keywords.take("refine", "a whole number of passes, 0 or more", settings.refinement.passes);
   keywords.take("refine_live", "True or False", settings.refinement.running);
   keywords.take("refine_memory", "seconds above 0", settings.refinement.memory);
   keywords.take("post_mask", "a number from 0 to 1", settings.postMask);
+  keywords.take("threads", "a whole number, 1 or more", settings.threads);
 }
 
 void takeNoise(Keywords& keywords, Separation::NoiseSettings& noise) {

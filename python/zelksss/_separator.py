@@ -80,6 +80,9 @@ class Parameters(TypedDict, total=False):
     post_mask : float
         Multiply each output, bin by bin, by its share of the power of all, at least by this. 1: do
         not.
+    threads : int
+        So many threads, no more than the machine has processors, share the bins of a frame where it
+        is worth it. The outputs do not depend on it.
     """
 
     length: int
@@ -109,6 +112,7 @@ class Parameters(TypedDict, total=False):
     refine_live: bool
     refine_memory: float
     post_mask: float
+    threads: int
 
 
 class Separator:

@@ -20,7 +20,7 @@ Mvdr::Mvdr(SpatialCovariance spatialCovariance, int samplingRateHz, int referenc
            double loading)
     : BF(static_cast<int>(spatialCovariance.bins()), samplingRateHz, ::BF::SPEED_OF_SOUND),
       covariance(std::move(spatialCovariance)),
-      weights(static_cast<int>(covariance.microphones()), referenceMicrophone, loading) {
+      weights(1, {static_cast<int>(covariance.microphones()), referenceMicrophone, loading}) {
   numMic = static_cast<int>(covariance.microphones());
 }
 
@@ -43,11 +43,15 @@ void Mvdr::updateSources(const std::vector<::BF::SourceLocation>& newSources) {
   const std::ptrdiff_t size = std::ptrdiff_t{numMic} * numMic;
   std::vector<::BF::Matrix> W(static_cast<std::size_t>(numFreq),
                               ::BF::Matrix(static_cast<int>(R.size()), numMic));
-  std::vector<const std::complex<double>*> ofBin(R.size());
-  for (int k = 0; k < numFreq; ++k) {
-    for (std::size_t s = 0; s < R.size(); ++s) ofBin[s] = R[s].data() + k * size;
-    weights.compute(ofBin, W[static_cast<std::size_t>(k)].data());
-  }
+  weights.resize(static_cast<std::size_t>(team.size()), weights[0]);
+  team.share(numFreq, weights[0].nanosecondsFor(R.size()), [&](int first, int end, int member) {
+    std::vector<const std::complex<double>*> ofBin(R.size());
+    for (int k = first; k < end; ++k) {
+      for (std::size_t s = 0; s < R.size(); ++s) ofBin[s] = R[s].data() + k * size;
+      weights[static_cast<std::size_t>(member)].compute(ofBin,
+                                                        W[static_cast<std::size_t>(k)].data());
+    }
+  });
   separationMatrices.swap(W);
   sourceCovariances.swap(R);
   sources.swap(newList);

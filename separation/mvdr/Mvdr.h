@@ -31,7 +31,7 @@ class Mvdr : public BF::BF {
 
  private:
   SpatialCovariance covariance;
-  SoudenWeights weights;
+  std::vector<SoudenWeights> weights;         // one for each member of the team
   std::vector<Covariance> sourceCovariances;  // of the sources in force
 };
 

@@ -24,6 +24,9 @@ class SoudenWeights {
   /// inverse. Allocates nothing.
   void compute(const std::vector<const std::complex<double>*>& R, std::complex<double>* W);
 
+  /// About what compute takes for N sources.
+  double nanosecondsFor(std::size_t N) const { return 1.0 * static_cast<double>(N * M * M * M); }
+
  private:
   using Values = std::vector<std::complex<double>>;
 

@@ -19,7 +19,7 @@ RunningRefinement::RunningRefinement(int microphones, int bins, double forgettin
     : M(static_cast<std::size_t>(microphones)),
       K(static_cast<std::size_t>(bins)),
       lambda(forgetting),
-      weights(microphones, referenceMicrophone, loading) {}
+      members{{{}, {}, {}, {microphones, referenceMicrophone, loading}}} {}
 
 void RunningRefinement::findStates(const std::vector<BF::SourceLocation>& listed,
                                    const std::vector<std::size_t>& rows) {
@@ -36,9 +36,12 @@ void RunningRefinement::findStates(const std::vector<BF::SourceLocation>& listed
     }
     present.push_back(&*found);
   }
-  masks.resize(rows.size());
-  refinedShares.resize(rows.size());
-  R.resize(rows.size());
+  members.resize(static_cast<std::size_t>(team.size()), members[0]);
+  for (Member& member : members) {
+    member.masks.resize(rows.size());
+    member.refinedShares.resize(rows.size());
+    member.R.resize(rows.size());
+  }
   W.resize(K * rows.size() * M);
   ofWeights.reserve(rows.size());
   hasWeights = present == ofWeights;
@@ -46,7 +49,9 @@ void RunningRefinement::findStates(const std::vector<BF::SourceLocation>& listed
 
 // Leaves in Y what it likes: the output replaces it.
 bool RunningRefinement::findMasks(const std::vector<std::size_t>& rows, const BF::Matrix& X,
-                                  std::size_t k, BF::Matrix& Y) {
+                                  std::size_t k, BF::Matrix& Y, Member& its) const {
+  std::vector<double>& masks = its.masks;
+  std::vector<double>& refinedShares = its.refinedShares;
   if (!powerShares(Y, rows, k, masks)) return false;
   if (!hasWeights) return true;
   applyRows(W.data() + k * rows.size() * M, rows, X.data() + k, K, M, Y.data() + k);
@@ -67,22 +72,30 @@ void RunningRefinement::refine(const std::vector<BF::SourceLocation>& listed,
     state->last = frame;
   }
   ++frame;
-  for (std::size_t k = 0; k < K; ++k) {
-    const std::complex<double>* x = X.data() + k;
-    const bool counts = findMasks(rows, X, k, Y);
-    for (std::size_t s = 0; s < rows.size(); ++s) {
-      State& state = *present[s];
-      std::complex<double>* Rs = state.R.data() + k * M * M;
-      R[s] = Rs;
-      if (!counts) continue;
-      const double w = std::max(1.0 / static_cast<double>(state.frames), 1.0 - lambda);
-      addOuterProduct(1.0 - w, w * masks[s], x, K, M, Rs);
+  const double nanoseconds = members[0].weights.nanosecondsFor(rows.size());
+  team.share(static_cast<int>(K), nanoseconds, [&](int first, int end, int member) {
+    for (int k = first; k < end; ++k) {
+      refineBin(rows, X, static_cast<std::size_t>(k), Y, members[static_cast<std::size_t>(member)]);
     }
-    std::complex<double>* weightsOfBin = W.data() + k * rows.size() * M;
-    weights.compute(R, weightsOfBin);
-    applyRows(weightsOfBin, rows, x, K, M, Y.data() + k);
-  }
+  });
   ofWeights = present;
+}
+
+void RunningRefinement::refineBin(const std::vector<std::size_t>& rows, const BF::Matrix& X,
+                                  std::size_t k, BF::Matrix& Y, Member& its) {
+  const std::complex<double>* x = X.data() + k;
+  const bool counts = findMasks(rows, X, k, Y, its);
+  for (std::size_t s = 0; s < rows.size(); ++s) {
+    State& state = *present[s];
+    std::complex<double>* Rs = state.R.data() + k * M * M;
+    its.R[s] = Rs;
+    if (!counts) continue;
+    const double w = std::max(1.0 / static_cast<double>(state.frames), 1.0 - lambda);
+    addOuterProduct(1.0 - w, w * its.masks[s], x, K, M, Rs);
+  }
+  std::complex<double>* weightsOfBin = W.data() + k * rows.size() * M;
+  its.weights.compute(its.R, weightsOfBin);
+  applyRows(weightsOfBin, rows, x, K, M, Y.data() + k);
 }
 
 }  // namespace Separation

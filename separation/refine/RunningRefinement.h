@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "bf/BF.h"
+#include "bf/BinTeam.h"
 #include "separation/mvdr/SoudenWeights.h"
 #include "separation/mvdr/SpatialCovariance.h"
 
@@ -40,6 +41,8 @@ class RunningRefinement {
   void refine(const std::vector<BF::SourceLocation>& listed, const std::vector<std::size_t>& rows,
               const BF::Matrix& X, BF::Matrix& Y);
 
+  BF::BinTeam team;  ///< threads that share the bins
+
  private:
   struct State {
     int id = 0;
@@ -49,20 +52,26 @@ class RunningRefinement {
   };
   void findStates(const std::vector<BF::SourceLocation>& listed,
                   const std::vector<std::size_t>& rows);
+  /// What a member of the team works with, for the sources of a bin.
+  struct Member {
+    std::vector<double> masks;
+    std::vector<double> refinedShares;
+    std::vector<const std::complex<double>*> R;
+    SoudenWeights weights;
+  };
   bool findMasks(const std::vector<std::size_t>& rows, const BF::Matrix& X, std::size_t k,
-                 BF::Matrix& Y);
+                 BF::Matrix& Y, Member& its) const;
+  void refineBin(const std::vector<std::size_t>& rows, const BF::Matrix& X, std::size_t k,
+                 BF::Matrix& Y, Member& its);
 
   std::size_t M;
   std::size_t K;
   double lambda;
-  SoudenWeights weights;
+  std::vector<Member> members;
   std::list<State> states;
   std::int64_t frame = 0;
   // Of the frame's sources:
   std::vector<State*> present;
-  std::vector<double> masks;
-  std::vector<double> refinedShares;
-  std::vector<const std::complex<double>*> R;
   // K × N × M: the weights, while they are those of the frame before for the same sources.
   std::vector<std::complex<double>> W;
   std::vector<State*> ofWeights;

@@ -28,17 +28,19 @@ class EvaluateCommand : public CommandTest {
     "noises": [{"name": "none"}, {"name": "20 dB", "sensor": 20}],
     "databases": [{"name": "right", "responses": "own", "reference": 1},
                   {"name": "free", "responses": "free field"},
-                  {"name": "turned", "responses": "free field", "error": 10}]})");
+                  {"name": "turned", "responses": "free field", "error": 10},
+                  {"name": "half", "responses": "free field", "grid": 10}]})");
 };
 
 // What is known beforehand: exact responses separate without bound but for rounding, in a room long
 // frames do, noise and positions 10 degrees wrong cost what they cost.
 TEST_F(EvaluateCommand, GoesThroughAllCombinationsInOrder) {
+  plan["methods"] = {"NULL", "WDS", "NULL+1", "MVDR"};
   folder.write("plan.json", plan.dump());
-  const CommandRun result = run("evaluate plan.json --methods NULL,WDS,NULL+1,MVDR --json");
+  const CommandRun result = run("evaluate plan.json --json");
   ASSERT_EQ(result.status, 0) << result.errors;
   const auto rows = nlohmann::json::parse(result.output)["rows"];
-  ASSERT_EQ(rows.size(), 2U * 2U * 3U * 4U);
+  ASSERT_EQ(rows.size(), 2U * 2U * 4U * 4U);
   const auto worst = [&](const char* room, const char* noise, const char* database,
                          const char* method) {
     for (const auto& row : rows) {
@@ -54,6 +56,7 @@ TEST_F(EvaluateCommand, GoesThroughAllCombinationsInOrder) {
   const double exact = worst("open air", "none", "free", "NULL");
   EXPECT_GT(exact, 20.0);
   EXPECT_LT(worst("open air", "none", "turned", "NULL"), exact - 5.0);
+  EXPECT_LT(worst("open air", "none", "half", "NULL"), exact - 5.0);
   EXPECT_LT(worst("open air", "20 dB", "free", "NULL"), exact - 5.0);
   EXPECT_GT(worst("open air", "none", "free", "NULL"), worst("open air", "none", "free", "WDS"));
   EXPECT_GT(worst("box", "none", "right", "NULL"), worst("box", "none", "free", "NULL") + 3.0);
@@ -64,6 +67,31 @@ TEST_F(EvaluateCommand, GoesThroughAllCombinationsInOrder) {
   EXPECT_EQ(table, "");
   EXPECT_THAT(content("table.txt"), HasSubstr("\nopen air  pair   none   right     NULL "));
   EXPECT_THAT(content("table.txt"), HasSubstr("\nall       all    all    turned    NULL "));
+}
+
+// Options of separate behind a method's name do what they do there, and --by pools rows.
+TEST_F(EvaluateCommand, RunsMethodsWithOptionsAndPoolsRows) {
+  plan["methods"] = {"NULL+1", "NULL --refine 1",
+                     "WDS",    "LCMV --param LCMV_LC_MYU=0",
+                     "ML",     "ML --noise-from 0:0.2 --param REG_FACTOR=0.1"};
+  plan["scenes"][0]["sources"][0]["active"] = {{0.3, 1.0}};
+  plan["scenes"][0]["noise"] = {plan["scenes"][0]["sources"][1]};
+  plan["scenes"][0]["sources"].erase(1);
+  folder.write("plan.json", plan.dump());
+  const CommandRun result = run("evaluate plan.json --by noise,room --json");
+  ASSERT_EQ(result.status, 0) << result.errors;
+  const auto rows = nlohmann::json::parse(result.output)["rows"];
+  ASSERT_EQ(rows.size(), 2U * 2U * 6U);
+  std::map<std::string, nlohmann::json> scores;
+  for (const auto& row : rows) {
+    EXPECT_EQ(row["array"], "all");
+    EXPECT_EQ(row["database"], "all");
+    EXPECT_EQ(row["si_sdr"]["all"].size(), 4U);  // of the databases
+    if (row["room"] == "box" && row["noise"] == "20 dB") scores[row["method"]] = row["si_sdr"];
+  }
+  EXPECT_EQ(scores.at("NULL+1"), scores.at("NULL --refine 1"));
+  EXPECT_EQ(scores.at("WDS"), scores.at("LCMV --param LCMV_LC_MYU=0"));  // where LCMV starts
+  EXPECT_NE(scores.at("ML"), scores.at("ML --noise-from 0:0.2 --param REG_FACTOR=0.1"));
 }
 
 TEST_F(EvaluateCommand, SaysWhatIsWrongWithThePlan) {
@@ -96,9 +124,19 @@ TEST_F(EvaluateCommand, SaysWhatIsWrongWithThePlan) {
     EXPECT_EQ(result.status, 1) << change;
     EXPECT_THAT(result.errors, HasSubstr(message));
   }
-  EXPECT_THAT(
-      run("evaluate plan.json --methods NULL+x").errors,
-      HasSubstr("--methods: \"NULL+x\", expected a name, or a name, + and 1 to 100 passes"));
+  const std::pair<const char*, const char*> methods[] = {
+      {"NULL+x", R"(method "NULL+x": --refine: Value x not in range 0 to 100)"},
+      {"NIL", R"(method "NIL": --method is "NIL", expected one of DS, )"},
+      {"GJ --param X=1", R"(method "GJ --param X=1": --param names "X", expected a parameter)"},
+      {"NULL --noise-from 0:1", R"(: --noise-from serves ML, not NULL)"},
+      {"NULL --length 512", R"(method "NULL --length 512": )"},
+  };
+  for (const auto& [method, message] : methods) {
+    without(nlohmann::json{{"methods", {method}}}.dump().c_str());
+    const CommandRun result = run("evaluate plan.json");
+    EXPECT_EQ(result.status, 2) << method;
+    EXPECT_THAT(result.errors, HasSubstr(message));
+  }
 }
 
 }  // namespace

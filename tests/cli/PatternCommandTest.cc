@@ -93,12 +93,22 @@ TEST_F(PatternCommand, SaysWhatIsWrong) {
            "--width is 300, expected 544 pixels or more for 2 diagrams side by side"},
           {"pattern --tf array.sofa --sources late.json --time 2 -o p.svg",
            "late.json: found no source that is active at 2 s, expected one or more (--time)"},
+          {begin + "-o p.svg --map",
+           "array.sofa: found directions at elevations from 0.0 to 0.0 degrees, expected 20 or "
+           "more between them for --map"},
           {"pattern --tf broken.sofa --sources scene.json -o p.svg", "broken.sofa: …"}});
   const CommandRun noted = run("pattern --tf array.sofa --sources high.json -o p.svg");
   EXPECT_EQ(noted.status, 0);
   EXPECT_EQ(noted.errors,
             "zelk-sss: high.json: source 5 is at elevation 20.0 degrees, the picture shows 0.0 "
             "(--elevation)\n");
+  ASSERT_EQ(run("tfdb geometry sphere.sofa --circular 4 0.05 --elevations 0,20").status, 0);
+  const CommandRun map = run("pattern --tf sphere.sofa --sources high.json --map -o map.svg");
+  EXPECT_EQ(map.status, 0);
+  EXPECT_EQ(map.errors, "");
+  EXPECT_THAT(textsOf(content("map.svg")),
+              testing::IsSupersetOf<std::string>(
+                  {"source 5 at azimuth 0°, elevation 20°", "mean over 0–8 kHz", "≤ -40 dB"}));
 }
 
 }  // namespace

@@ -76,7 +76,7 @@ TEST_F(TfdbCommands, WarnWhenTheFileContradictsItself) {
   auto data = freeFieldResponses(linearArray(2, 0.1), gridPositions({}), {});
   std::swap(data.receiverPositions[0], data.receiverPositions[1]);
   writeSofa(folder / "db.sofa", data);
-  const std::string warning = "the responses contradict the positions: between microphones 0 and 1";
+  const std::string warning = "the responses contradict the positions: between microphones 1 and 2";
   EXPECT_THAT(run("tfdb check db.sofa").output, HasSubstr("warning: " + warning));
   const CommandRun imported = run("tfdb import db.sofa out.sofa");
   EXPECT_EQ(imported.status, 0);
@@ -130,9 +130,9 @@ TEST_F(TfdbCommands, RefuseWhatMakesNoDatabase) {
        {circle + "--elevations 91", "--elevations holds 91, expected -90 to 90…"},
        {circle + "--distances 0", "--distances is 0 m, expected above 0…"},
        {circle + "--distances 0.1",
-        "the source at (0.1, 0, 0) m is 0 m away from microphone 0, expected 0.01 m or more…"},
+        "the source at (0.1, 0, 0) m is 0 m away from microphone 1, expected 0.01 m or more…"},
        {"tfdb geometry out.sofa --microphones ends.json",
-        "microphone 0 at (0, 0.05, 0) m is 50 m away from the array's centre, expected less than "
+        "microphone 1 at (0, 0.05, 0) m is 50 m away from the array's centre, expected less than "
         "5.49 m, the way of sound in half a frame of 512 samples at 16000 Hz"},
        {circle + "--reference-mic 5",
         "--reference-mic is 5, expected none or 1 to 4, the microphones"},

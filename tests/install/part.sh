@@ -16,7 +16,7 @@ for fetch in ON OFF; do
     -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="-g0 -DHWY_COMPILE_ONLY_STATIC" \
     -DCMAKE_CXX_COMPILER_LAUNCHER="$launcher" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >log 2>&1 || fail "not configured with ZELK_FETCH=$fetch"
   found=$(sed -nE 's/^([a-zA-Z0-9_]+)_DIR:PATH=.*/\1/p' $fetch/CMakeCache.txt | grep -v FETCHCONTENT | sort | tr "\n" " ")
-  [ "$found" = "fmt kissfft " ] || fail "packages that engine and separator do not need: $found"
+  [ "$found" = "TBB fmt kissfft " ] || fail "packages that engine and separator do not need: $found"
   "$cmake" --build $fetch --target help >log
   grep -qE 'zelk-sss-separation' log || fail "no separator"
   if grep -E 'test|example|bench|sofa|zelk-sss-cli|flow' log; then fail "parts that nobody asked for"; fi

@@ -5,10 +5,14 @@
 
 #include "dsp/DataError.h"
 #include "gmock/gmock.h"
-#include "pictures/DirectionRing.h"
+#include "pictures/DirectionSet.h"
+#include "pictures/PatternMap.h"
 #include "pictures/PatternPicture.h"
+#include "pictures/PictureFile.h"
 #include "scene/SceneMoment.h"
+#include "tests/pictures/PictureTesting.h"
 #include "tests/support/AudioTesting.h"
+#include "tests/support/TestFolder.h"
 
 namespace {
 
@@ -31,7 +35,7 @@ TEST(SceneMoment, IsTheFirstWithTheMostSources) {
   EXPECT_NEAR(sources[1].x, std::cos(2.5 / 4.0 * pi), 1e-6);
 }
 
-class DirectionRings : public testing::Test {
+class DirectionSets : public testing::Test {
  protected:
   void add(double azimuth, double elevation, double distance) {
     const double a = azimuth * pi / 180.0;
@@ -53,32 +57,32 @@ class DirectionRings : public testing::Test {
   BF::TransformFunctionDatabase database;
 };
 
-TEST_F(DirectionRings, AreOfTheNearestElevationAndDistance) {
+TEST_F(DirectionSets, AreOfTheNearestElevationAndDistance) {
   addGrid(90.0, {-10.0, 0.0, 15.0}, 1.0);
   addGrid(90.0, {-10.0, 0.0, 15.0}, 2.0);
-  const DirectionRing flat = DirectionRing::of(database, 3.0, 1.4);
+  const DirectionSet flat = DirectionSet::ring(database, 3.0, 1.4);
   EXPECT_THAT(flat.positions, ElementsAre(7, 4, 5, 6));  // −90, 0, 90, 180 degrees
   EXPECT_EQ(flat.text(), "4 directions at elevation 0°, 1 m");
-  const DirectionRing high = DirectionRing::of(database, 90.0, 1.6);
+  const DirectionSet high = DirectionSet::ring(database, 90.0, 1.6);
   EXPECT_THAT(high.positions, ElementsAre(23, 20, 21, 22));
   EXPECT_EQ(high.text(), "4 directions at elevation 15°, 2 m");
 }
 
 // A dense grid gives its one elevation, although others are near; scattered directions give a band.
-TEST_F(DirectionRings, WidenOnlyWhereDirectionsAreScattered) {
+TEST_F(DirectionSets, WidenOnlyWhereDirectionsAreScattered) {
   addGrid(10.0, {-2.0, 0.0, 2.0}, 1.0);
   add(-180.0, 0.0, 1.0);  // the grid has it as 180 degrees
-  EXPECT_EQ(DirectionRing::of(database, 0.0, 1.0).text(), "36 directions at elevation 0°, 1 m");
+  EXPECT_EQ(DirectionSet::ring(database, 0.0, 1.0).text(), "36 directions at elevation 0°, 1 m");
 
   database.sourceLocations.clear();
   for (int i = 0; i < 60; ++i) add(6.0 * i, i % 10 - 4.2, 1.0 + 0.01 * i);
-  EXPECT_EQ(DirectionRing::of(database, 0.0, 1.0).text(),
+  EXPECT_EQ(DirectionSet::ring(database, 0.0, 1.0).text(),
             "30 directions at elevation -2.2 … 1.8°, 1.02 … 1.56 m");
 }
 
-TEST_F(DirectionRings, RefuseWhatIsNoRing) {
+TEST_F(DirectionSets, RefuseWhatIsNoRing) {
   const auto message = [&](double elevation) {
-    return messageOf<DataError>([&] { DirectionRing::of(database, elevation, 1.0); });
+    return messageOf<DataError>([&] { DirectionSet::ring(database, elevation, 1.0); });
   };
   EXPECT_EQ(message(0.0), "found no directions, expected 3 or more");
   addGrid(30.0, {0.0}, 1.0);
@@ -86,6 +90,18 @@ TEST_F(DirectionRings, RefuseWhatIsNoRing) {
   EXPECT_EQ(message(80.0),
             "found 1 of 13 directions near elevation 90.0, which is the nearest to 80.0 degrees, "
             "expected 3 or more");
+}
+
+TEST_F(DirectionSets, CoverASphereOnce) {
+  addGrid(90.0, {0.0, 20.0}, 1.0);
+  addGrid(180.0, {0.0}, 2.0);
+  EXPECT_THAT(DirectionSet::sphere(database, 1.2).positions, ElementsAre(3, 0, 1, 2, 7, 4, 5, 6));
+  EXPECT_THAT(DirectionSet::sphere(database, 1.8).positions, ElementsAre(3, 8, 1, 9, 7, 4, 5, 6));
+  database.sourceLocations.erase(database.sourceLocations.begin() + 4,
+                                 database.sourceLocations.end());
+  EXPECT_EQ(messageOf<DataError>([&] { DirectionSet::sphere(database, 1.0); }),
+            "found directions at elevations from 0.0 to 0.0 degrees, expected 20 or more between "
+            "them for --map");
 }
 
 /// The curves of a picture of one source and one curve, as lists of points.
@@ -132,6 +148,32 @@ TEST(PatternPicture, LeavesOutDirectionsThatWereNotMeasured) {
   std::vector<std::size_t> counts;
   for (const auto& curve : curvesOf(azimuths, gains, "polyline")) counts.push_back(curve.size());
   EXPECT_THAT(counts, ElementsAre(11, 11));  // 50 … 150 degrees on both sides
+}
+
+// Who looks to the front has the left at the left. What no direction is near is grey.
+TEST(PatternMap, PutsDirectionsAndGainsWhereTheyBelong) {
+  PatternMap map;
+  map.sources = {{1, {90.0, 30.0, 1.0}}};
+  std::vector<double> gains;
+  for (double elevation = -30.0; elevation <= 90.0; elevation += 30.0) {
+    for (double azimuth = -150.0; azimuth <= 180.0; azimuth += 30.0) {
+      map.directions.push_back({azimuth, elevation, 1.0});
+      gains.push_back(azimuth == 90.0 && elevation == 30.0 ? 0.0 : azimuth < 0 ? -20.0 : -INFINITY);
+    }
+  }
+  map.panels = {{0, gains, {0.0}}};
+  const TestFolder folder;
+  writePicture(folder / "map.png", map.drawn(464), false);  // the map is 400 × 200 pixels
+  const Image image = imageOf(folder / "map.png");
+  const auto at = [&](double azimuth, double elevation) {
+    return image.at(static_cast<int>(46.0 + 400.0 * (180.0 - azimuth) / 360.0),
+                    static_cast<int>(84.0 + 200.0 * (90.0 - elevation) / 180.0));
+  };
+  EXPECT_EQ(at(80.0, 40.0), scaleColour(1.0));
+  EXPECT_EQ(at(50.0, 30.0), scaleColour(0.0));
+  EXPECT_EQ(at(80.0, 5.0), scaleColour(0.0));
+  EXPECT_EQ(at(-90.0, 30.0), scaleColour(0.5));
+  EXPECT_EQ(at(0.0, -80.0), PALE);
 }
 
 }  // namespace

@@ -189,7 +189,7 @@ def test_rooms_and_images_add_up(scene, heard):
     "method, keywords",
     [
         ("NULL", {"refine": 2, "post_mask": 0.3}),
-        ("NULL", {"refine_live": True, "refine_memory": 0.5}),
+        ("NULL", {"refine_live": True, "refine_memory": 0.5, "threads": 2}),
         ("GICA", {"passes": 2, "advance": 160}),
         ("ML", {"noise_from": [(0.0, 0.3), (0.4, 0.5)]}),
         ("MVDR", {"loading": 1e-3}),

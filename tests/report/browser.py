@@ -7,6 +7,7 @@ Ends with 77, which stands for a test that was left out, where there is no Chrom
 """
 
 import base64
+import itertools
 import pathlib
 import shutil
 import subprocess
@@ -15,16 +16,20 @@ import time
 
 from Browser import Browser
 
-# Samples of what the page plays, from its own audio graph, while the sound heard changes.
+# Samples of what the page plays, from its own audio graph, while the sound heard changes to one that was
+# loaded after the start.
 RECORD = """new Promise((resolve) => {
   const { player } = report, context = player.context;
   const recorder = context.createScriptProcessor(4096, 1, 1), samples = [];
   player.output.connect(recorder);
   recorder.connect(context.destination);
+  const late = player.tracks[1].buffer;
+  player.tracks[1].buffer = null;
   let blocks = 0;
   recorder.onaudioprocess = (event) => {
     samples.push(...event.inputBuffer.getChannelData(0));
-    if (++blocks === 3) report.choice.choose(1, false);
+    if (++blocks === 2) player.add(1, late);
+    if (blocks === 3) report.choice.choose(1, false);
     if (blocks < 6) return;
     recorder.onaudioprocess = null;
     const sounds = player.tracks.map((one) => [...one.buffer.getChannelData(0)]);
@@ -32,6 +37,21 @@ RECORD = """new Promise((resolve) => {
   };
   player.play();
 })"""
+
+
+# The contrast of texts with the ground that they stand on (WCAG 2), the least of all.
+CONTRAST = """(() => {
+  const channels = (colour) => colour.match(/[\\d.]+/g).map(Number);
+  const luminance = (colour) => channels(colour).slice(0, 3).map((v) => v / 255)
+    .map((v) => (v <= 0.04045 ? v / 12.92 : ((v + 0.055) / 1.055) ** 2.4))
+    .reduce((sum, v, i) => sum + v * [0.2126, 0.7152, 0.0722][i], 0);
+  const ground = (e) => { const own = getComputedStyle(e).backgroundColor;
+    return channels(own)[3] === 0 ? ground(e.parentElement) : own; };
+  return Math.min(...[...document.querySelectorAll("h1, p, td, th, kbd, button, select, .name, .place, #time")].map((e) => {
+    const both = [getComputedStyle(e).color, ground(e)].map(luminance).sort((a, b) => b - a);
+    return (both[0] + 0.05) / (both[1] + 0.05);
+  }));
+})()"""
 
 
 def command(program, *words):
@@ -68,6 +88,8 @@ def distance(samples, sound):
 
 def check(browser, page, screenshot):
     begin = time.monotonic()
+    # Not every browser has it.
+    browser.call("Page.addScriptToEvaluateOnNewDocument", source="delete AudioParam.prototype.cancelAndHoldAtTime")
     browser.call("Page.navigate", url=page.as_uri())
     while browser.run("document.body && document.body.dataset.ready") != "yes":
         assert time.monotonic() < begin + 20, f"the page is not ready: {browser.errors}"
@@ -86,13 +108,16 @@ def check(browser, page, screenshot):
     # Nothing that a person operates is without a name.
     assert browser.run("""[...document.querySelectorAll('button, input, select')]
         .every((e) => (e.ariaLabel || e.textContent || e.labels[0].textContent).trim())""")
-    for width in (1100, 390):  # a telephone, too, shows the page without scrolling sideways
+    # In light and dark; a telephone, too, shows the page without scrolling sideways.
+    for scheme, width in itertools.product(("light", "dark"), (1100, 390)):
+        browser.call("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": scheme}])
         browser.call("Emulation.setDeviceMetricsOverride", width=width, height=900, deviceScaleFactor=1,
                      mobile=width < 600)
         assert browser.run("document.documentElement.scrollWidth <= innerWidth"), width
+        assert browser.run(CONTRAST) >= 4.5, (scheme, browser.run(CONTRAST))
         if screenshot:
             shot = browser.call("Page.captureScreenshot", captureBeyondViewport=True)["data"]
-            screenshot.with_suffix(f".{width}.png").write_bytes(base64.b64decode(shot))
+            screenshot.with_suffix(f".{scheme}.{width}.png").write_bytes(base64.b64decode(shot))
     browser.call("Emulation.clearDeviceMetricsOverride")
 
     # What is heard goes on at the same sample when the other sound is chosen.

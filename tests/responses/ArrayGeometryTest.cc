@@ -82,7 +82,7 @@ TEST(DelayCheck, FiresWhenMicrophonesAreSwappedOrTheAzimuthIsReversed) {
   std::swap(wrong.receiverPositions[1], wrong.receiverPositions[2]);
   EXPECT_THAT(findingsOf(wrong),
               ElementsAre(HasSubstr(
-                  "the responses contradict the positions: between microphones 1 and 2")));
+                  "the responses contradict the positions: between microphones 2 and 3")));
 
   wrong = right;
   for (auto& p : wrong.sourcePositions) p[1] = -p[1];

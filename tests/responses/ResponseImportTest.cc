@@ -173,9 +173,9 @@ TEST_F(ResponseImport, RefusesResponsesOutsideOneFrameTooLargeOnesAndSilence) {
   silent.responses.assign(silent.responses.size(), 0.0);
   const std::pair<FirFile, const char*> cases[] = {
       {outside,
-       "the response of position 0, microphone 1 lies outside a frame of 512 samples (32.0 ms)"},
+       "the response of position 0, microphone 2 lies outside a frame of 512 samples (32.0 ms)"},
       {large,
-       "the transfer function of position 1, microphone 1 is inf somewhere, expected responses of "
+       "the transfer function of position 1, microphone 2 is inf somewhere, expected responses of "
        "less than 3.4e+38"},
       {silent, "all responses are 0"}};
   for (const auto& [fir, reason] : cases) {

@@ -29,10 +29,10 @@ constexpr int POSITIONS = 8;
 
 /// A recording of noise with sources that come, go, move and turn from target to noise.
 struct World {
-  explicit World(unsigned seed) : random(seed) {
+  explicit World(unsigned seed, int scale = 1) : random(seed) {
     M = random.integer(2, 4);
-    length = random.integer(8, 20);
-    advance = random.integer(1, length / 2);
+    length = scale * random.integer(8, 20);
+    advance = scale * random.integer(1, length / scale / 2);
     database = support::randomDatabase(random, M, POSITIONS, length / 2 + 1);
     responses.positions = database.sourceLocations;
     responses.microphones = static_cast<std::size_t>(M);
@@ -397,6 +397,20 @@ TEST(SeparatorTest, TwoOnTwoThreadsGiveWhatEachGivesAlone) {
   }
 }
 
+TEST(SeparatorTest, ThreadsThatShareTheBinsChangeNothing) {
+  const World world(28, 600);  // enough bins to be worth it for every method
+  for (Settings settings : withOwn(allSettings(world), world)) {
+    Separator alone = makeSeparator(settings, world);
+    const Signals expected = atOnce(alone, world);
+    EXPECT_FALSE(expected.empty());
+    for (const int threads : {2, 5}) {
+      settings.threads = threads;
+      Separator shared = makeSeparator(settings, world);
+      EXPECT_EQ(atOnce(shared, world), expected) << settings.method;
+    }
+  }
+}
+
 /// The field that a fault names.
 template <class Action>
 std::string faultyField(Action action) {
@@ -441,6 +455,7 @@ TEST(SeparatorTest, FaultsNameTheirFieldAndLeaveItUsable) {
          s.refinement.running = true;
        }},
       {"postMask", [](Settings& s) { s.postMask = 2; }},
+      {"threads", [](Settings& s) { s.threads = 0; }},
       {"responses", [](Settings& s) { s.method = Separation::ALGORITHM_MVDR; }},
       {"database.transferFunctions", [](Settings& s) { s.length += 2; }}};
   for (const auto& [field, spoil] : faults) {
