@@ -18,6 +18,9 @@ from numpy.typing import NDArray
 
 Array = NDArray[np.generic]
 Peer = Callable[[Mixture], Array]
+STEPS = {"LCMV": 0.5, "GJ": 0.001, "GICA": 0.1}
+SCALE = 0.1  # of the outputs inside GICA's tanh
+EPS = 1e-10
 WINDOW = scipy.signal.get_window("hann", LENGTH).astype(np.float32)
 
 
@@ -149,7 +152,7 @@ def power(v: Array) -> Array:
     return (np.abs(v) ** 2).sum(axis=(-2, -1), keepdims=True)
 
 
-def start_lcmv(A: Array, mu: float = 0.2) -> Callable[[Array, Array, Array], Array]:
+def start_lcmv(A: Array, mu: float = STEPS["LCMV"]) -> Callable[[Array, Array, Array], Array]:
     f = matrix_wds(A)
     aH = hermitian(A)[:, :, None]  # [K, N, 1, M]
     P = np.eye(A.shape[1]) - f[:, :, :, None].conj() @ aH
@@ -161,34 +164,33 @@ def start_lcmv(A: Array, mu: float = 0.2) -> Callable[[Array, Array, Array], Arr
     return step
 
 
-def start_gj(A: Array, mu: float = 0.002) -> Callable[[Array, Array, Array], Array]:
+def start_gj(A: Array, mu: float = STEPS["GJ"]) -> Callable[[Array, Array, Array], Array]:
     q = matrix_wds(A)
     B = hermitian(np.linalg.svd(A.transpose(0, 2, 1)[..., None])[0][..., 1:])  # [K, N, M - 1, M]
     wa = np.zeros((*B.shape[:2], 1, B.shape[2]), complex)
 
     def step(W: Array, x: Array, y: Array) -> Array:
         z = B @ x[:, None]
-        p = power(z)
-        wa[...] += mu / (2 * p + 1e-20) * y[:, :, None] * hermitian(z) * (p >= 1)
+        wa[...] += mu / (2 * power(z) + 1e-20) * y[:, :, None] * hermitian(z)
         return q - (wa @ B)[:, :, 0]
 
     return step
 
 
-def start_gica(A: Array, mu: float = 0.1) -> Callable[[Array, Array, Array], Array]:
+def start_gica(A: Array, mu: float = STEPS["GICA"]) -> Callable[[Array, Array, Array], Array]:
     AH = hermitian(A)
     I = np.eye(A.shape[2])  # noqa: E741
 
     def step(W: Array, x: Array, y: Array) -> Array:
         E_lc = (W @ A - I) * I
         J_lc = E_lc @ AH
-        r = np.abs(y) + 1e-30
-        f = np.tanh(r) * y / r
+        r = np.abs(y) + EPS
+        f = np.tanh(SCALE * r) * y / r
         E_ss = (f @ hermitian(y)) * (1 - I)
         J_ss = E_ss @ W
         Q = 2 * E_ss @ f @ hermitian(x)
         s = (J_ss.conj() * Q).real.sum(axis=(1, 2), keepdims=True)
-        mu_ss = mu * power(E_ss) / 2 / (s + 1e-20)
+        mu_ss = mu * power(E_ss) / 2 / np.where(s < EPS, s + EPS, s)
         mu_lc = mu * power(E_lc) / 2 / (power(J_lc) + 1e-20)
         return W - mu_ss * J_ss - mu_lc * J_lc
 
