@@ -58,8 +58,6 @@ class SeparatedFiles : public SeparatedOutput {
 
   /// Removes what was not finished.
   ~SeparatedFiles() override = default;
-  SeparatedFiles(SeparatedFiles&&) = default;
-  SeparatedFiles& operator=(SeparatedFiles&&) = default;
 
   /// A new source gets its file.
   void addFrame(const std::vector<int>& ids) override;

@@ -15,7 +15,7 @@ class BinTeam {
 
   /// From now on this many, at least 1. Throws InvalidStateException for fewer.
   void setSize(int threads);
-  int size() const { return members; }
+  int size() const { return members; }  ///< Threads that share.
 
   /// Calls work(begin, end, member) for parts that make up 0 … count − 1, and returns when all are
   /// done. Parts begin at multiples of PART; calls that run at the same time have different members

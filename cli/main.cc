@@ -6,6 +6,7 @@
 #include <string>
 
 #include "cli/ArraysCommand.h"
+#include "cli/CorpusCommand.h"
 #include "cli/EvaluateCommand.h"
 #include "cli/LiveCommand.h"
 #include "cli/MethodsCommand.h"
@@ -103,6 +104,7 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   addMixCommand(app);
   addScoreCommand(app);
   addEvaluateCommand(app);
+  addCorpusCommand(app);
   addPatternCommand(app);
   addSpectrogramCommand(app);
   addSceneCommand(app);

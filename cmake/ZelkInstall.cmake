@@ -46,6 +46,7 @@ if(ZELK_BUILD_COMMAND)
   install(TARGETS zelk-sss-plugin LIBRARY DESTINATION ${ZELK_TOOLBOX_DESTINATION})
 endif()
 if(TARGET zelk-sss-cli)
+  install(TARGETS zelk-picture-renderer LIBRARY DESTINATION ${ZELK_LIBRARY_DESTINATION})
   install(TARGETS zelk-sss-cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 
@@ -93,7 +94,7 @@ endforeach()
 # ---- manual pages, completion, documents
 if(TARGET zelk-sss-cli)
   foreach(page IN ITEMS zelk-sss zelk-sss-separate zelk-sss-tfdb zelk-sss-run zelk-sss-mix zelk-sss-score
-                       zelk-sss-evaluate zelk-sss-live zelk-sss-pattern zelk-sss-spectrogram
+                       zelk-sss-evaluate zelk-sss-corpus zelk-sss-live zelk-sss-pattern zelk-sss-spectrogram
                        zelk-sss-scene zelk-sss-report)
     configure_file(docs/man/${page}.1.in ${ZELK_GENERATED}/man/${page}.1 @ONLY)
     install(FILES ${ZELK_GENERATED}/man/${page}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
@@ -109,7 +110,7 @@ if(TARGET zelk-report)  # the page holds a library of others
   install(FILES report/player/LICENSE TYPE DOC RENAME LICENSE.wavesurfer)
 endif()
 install(FILES README.md CHANGELOG.md TYPE DOC)
-install(FILES docs/architecture.md docs/embedding.md docs/errors.md docs/formats.md docs/limits.md docs/live.md docs/methods.md
+install(FILES docs/architecture.md docs/corpus.md docs/embedding.md docs/errors.md docs/formats.md docs/limits.md docs/live.md docs/methods.md
               docs/python.md docs/scores.md docs/speed.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(FILES docs/pictures/map.svg docs/pictures/pattern.svg docs/pictures/spectrogram.png

@@ -18,6 +18,7 @@
 #include <complex>
 #include <cstddef>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace BF {
@@ -112,59 +113,100 @@ struct Decompositions {
   }
 };
 
-/// Rotates rows p and q of the Hermitian matrix, of which the upper triangle is stored: left of the
-/// diagonal stands the conjugate of what is stored above it.
-HWY_INLINE void rotateHermitian(Decompositions& batch, int p, int q, const Rotation<V>& r,
-                                Mask rotating) {
-  const Rotation<V> conjugate = {r.sr, hn::Neg(r.si), r.rho, r.shift};
-  // These first: the next rotation waits for one of them.
-  for (int j = q + 1; j < batch.n; ++j) {
-    rotate(batch.a(p, j), batch.a(q, j), conjugate, rotating);
+/// A rotation of rows p and q of the Hermitian matrix, of which the upper triangle is stored: left
+/// of the diagonal stands the conjugate of what is stored above it. What the next pair waits for is
+/// rotated first; the rest comes while the roots and divisions for that pair are under way.
+class HermitianRotation {
+ public:
+  HermitianRotation(Decompositions& decompositions, int row, int column, const Rotation<V>& r,
+                    Mask where)
+      : batch(&decompositions),
+        p(row),
+        q(column),
+        rotation(r),
+        conjugate{r.sr, hn::Neg(r.si), r.rho, r.shift},
+        rotating(where) {}
+
+  /// Elements (p, q + 1) and (q, q + 1).
+  HWY_INLINE void rotateNext() {
+    rotate(batch->a(p, q + 1), batch->a(q, q + 1), conjugate, rotating);
   }
-  for (int j = 0; j < p; ++j) rotate(batch.a(j, p), batch.a(j, q), r, rotating);
-  for (int j = p + 1; j < q; ++j) {
-    Complex h = batch.a(j, q);
-    h.im.store(hn::Neg(h.im.load()));
-    rotate(batch.a(p, j), h, conjugate, rotating);
-    batch.a(j, q).re = h.re;
-    batch.a(j, q).im.store(hn::Neg(h.im.load()));
+
+  /// The others, right of column q from `from` on.
+  HWY_INLINE void rotateRest(int from) {
+    for (int j = from; j < batch->n; ++j) {
+      rotate(batch->a(p, j), batch->a(q, j), conjugate, rotating);
+    }
+    for (int j = 0; j < p; ++j) rotate(batch->a(j, p), batch->a(j, q), rotation, rotating);
+    for (int j = p + 1; j < q; ++j) {
+      Complex h = batch->a(j, q);
+      h.im.store(hn::Neg(h.im.load()));
+      rotate(batch->a(p, j), h, conjugate, rotating);
+      batch->a(j, q).re = h.re;
+      batch->a(j, q).im.store(hn::Neg(h.im.load()));
+    }
   }
+
+ private:
+  Decompositions* batch;
+  int p, q;
+  Rotation<V> rotation, conjugate;
+  Mask rotating;
+};
+
+/// The lanes in which pair (p, q) is to be rotated; elements that are negligible become zero.
+HWY_INLINE Mask findRotating(Decompositions& batch, int p, int q, int sweep, V absA, V threshold,
+                             Mask running) {
+  const Mask rotating = hn::And(running, absA > threshold);
+  if (sweep < 5) return rotating;
+  const V g = hn::Set(d, 100.0) * absA;
+  const Mask ignored = hn::And(running, hn::And(negligible(g, batch.diagonal[p].d.load()),  //
+                                                negligible(g, batch.diagonal[q].d.load())));
+  assign(batch.a(p, q).re, hn::Zero(d), ignored);
+  assign(batch.a(p, q).im, hn::Zero(d), ignored);
+  return hn::AndNot(ignored, rotating);
+}
+
+/// The rotation that annihilates element (p, q), which it does, and changes the diagonal.
+HWY_INLINE Rotation<V> annihilate(Decompositions& batch, int p, int q, V absA, Mask rotating) {
+  Complex& a = batch.a(p, q);
+  Diagonal& P = batch.diagonal[p];
+  Diagonal& Q = batch.diagonal[q];
+  const Rotation<V> rotation =
+      rotationFor(d, a.re.load(), a.im.load(), absA, Q.d.load() - P.d.load(), rotating);
+  assign(P.d, P.d.load() - rotation.shift, rotating);
+  assign(Q.d, Q.d.load() + rotation.shift, rotating);
+  assign(P.z, P.z.load() - rotation.shift, rotating);
+  assign(Q.z, Q.z.load() + rotation.shift, rotating);
+  assign(a.re, hn::Zero(d), rotating);
+  assign(a.im, hn::Set(d, -0.0), rotating);
+  PlaneRotation& kept = batch.rotations.emplace_back();
+  kept.sr.store(hn::IfThenElseZero(rotating, rotation.sr));
+  kept.si.store(hn::IfThenElseZero(rotating, rotation.si));
+  kept.rho.store(hn::IfThenElseZero(rotating, rotation.rho));
+  kept.p = p;
+  kept.q = q;
+  return rotation;
 }
 
 /// One sweep over all pairs p < q in the lanes that are not done.
 void sweepOnce(Decompositions& batch, int sweep, V threshold, Mask running) {
   for (int p = 0; p + 1 < batch.n; ++p) {
+    std::optional<HermitianRotation> last;  // of (p, q − 1)
     for (int q = p + 1; q < batch.n; ++q) {
-      Complex& a = batch.a(p, q);
-      Diagonal& P = batch.diagonal[p];
-      Diagonal& Q = batch.diagonal[q];
-      const V absA = modulusOf(a.re.load(), a.im.load());
-      const V g = hn::Set(d, 100.0) * absA;
-      Mask rotating = hn::And(running, absA > threshold);
-      if (sweep >= 5) {
-        const Mask ignored = hn::And(running, hn::And(negligible(g, P.d.load()),  //
-                                                      negligible(g, Q.d.load())));
-        assign(a.re, hn::Zero(d), ignored);
-        assign(a.im, hn::Zero(d), ignored);
-        rotating = hn::AndNot(ignored, rotating);
+      if (last) last->rotateNext();
+      const V absA = modulusOf(batch.a(p, q).re.load(), batch.a(p, q).im.load());
+      const Mask rotating = findRotating(batch, p, q, sweep, absA, threshold, running);
+      if (hn::AllFalse(d, rotating)) {
+        if (last) last->rotateRest(q + 1);
+        last.reset();
+        continue;
       }
-      if (hn::AllFalse(d, rotating)) continue;
-      const Rotation<V> rotation =
-          rotationFor(d, a.re.load(), a.im.load(), absA, Q.d.load() - P.d.load(), rotating);
-      assign(P.d, P.d.load() - rotation.shift, rotating);
-      assign(Q.d, Q.d.load() + rotation.shift, rotating);
-      assign(P.z, P.z.load() - rotation.shift, rotating);
-      assign(Q.z, Q.z.load() + rotation.shift, rotating);
-      assign(a.re, hn::Zero(d), rotating);
-      assign(a.im, hn::Set(d, -0.0), rotating);
-      rotateHermitian(batch, p, q, rotation, rotating);
-      PlaneRotation& kept = batch.rotations.emplace_back();
-      kept.sr.store(hn::IfThenElseZero(rotating, rotation.sr));
-      kept.si.store(hn::IfThenElseZero(rotating, rotation.si));
-      kept.rho.store(hn::IfThenElseZero(rotating, rotation.rho));
-      kept.p = p;
-      kept.q = q;
+      const Rotation<V> rotation = annihilate(batch, p, q, absA, rotating);
+      if (last) last->rotateRest(q + 1);
+      last.emplace(batch, p, q, rotation, rotating);
     }
+    if (last) last->rotateRest(batch.n);
   }
 }
 

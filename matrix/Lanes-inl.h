@@ -68,7 +68,7 @@ HWY_INLINE void loadLanes(const std::complex<double>* const* rows, int count, Co
   for (; i + HALF <= count; i += HALF) {
     V re[HALF];
     V im[HALF];
-    for (int h = 0; h < HALF; ++h) {
+    for (std::ptrdiff_t h = 0; h < HALF; ++h) {
       const V even = hn::LoadU(d, reinterpret_cast<const double*>(rows[2 * h] + i));
       const V odd = hn::LoadU(d, reinterpret_cast<const double*>(rows[2 * h + 1] + i));
       re[h] = hn::InterleaveLower(d, even, odd);
@@ -104,7 +104,7 @@ HWY_INLINE void storeLanes(const Complex* from, int count, std::complex<double>*
     }
     transposePairs(re);
     transposePairs(im);
-    for (int h = 0; h < HALF; ++h) {
+    for (std::ptrdiff_t h = 0; h < HALF; ++h) {
       hn::StoreU(hn::InterleaveLower(d, re[h], im[h]), d,
                  reinterpret_cast<double*>(rows[2 * h] + i));
       hn::StoreU(hn::InterleaveUpper(d, re[h], im[h]), d,
@@ -120,7 +120,8 @@ HWY_INLINE void storeLanes(const Complex* from, int count, std::complex<double>*
 /// Lane l of to[i] := element (i, first + l) of a spectrum, which has a column for each bin.
 HWY_INLINE void loadColumns(const Matrix& spectrum, int first, Complex* to) {
   const double* row = reinterpret_cast<const double*>(spectrum.data() + first);
-  for (int i = 0; i < spectrum.getRowCount(); ++i, row += 2 * spectrum.getColumnCount()) {
+  const std::ptrdiff_t rowLength = std::ptrdiff_t{2} * spectrum.getColumnCount();
+  for (int i = 0; i < spectrum.getRowCount(); ++i, row += rowLength) {
     V re;
     V im;
     hn::LoadInterleaved2(d, row, re, im);

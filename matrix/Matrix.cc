@@ -72,8 +72,12 @@ void product(const std::complex<double>* a, int m, int count, const std::complex
   const int inFours = columns - columns % 4;
   for (int i = 0; i < m; ++i) {
     if (inFours > 0) rowTimesMatrix(a, count, b, inFours, columns, result);
+    // The last four once more where columns are left over: each is summed by itself.
+    if (inFours > 0 && inFours < columns) {
+      rowTimesMatrix(a, count, b + columns - 4, 4, columns, result + columns - 4);
+    }
     for (int j = 0; j < columns; ++j) {
-      const bool known = j < inFours && result[j].real() == result[j].real() &&
+      const bool known = inFours > 0 && result[j].real() == result[j].real() &&
                          result[j].imag() == result[j].imag();
       if (!known) result[j] = dotProduct(a, 1, b + j, columns, count);
     }

@@ -73,12 +73,10 @@ HWY_INLINE V planeRotation(V f, V h, V& c, V& s, Mask where) {
   return z;
 }
 
-/// c and s of a rotation of two neighbouring rows.
-struct RowRotation {
-  Real c, s;
-  Real active;  // 1, or 0 in lanes that skip it
-
-  Mask mask() const { return active.load() != hn::Zero(d); }
+/// c and s of the rotations of two neighbouring columns of V and of U.
+struct RowRotations {
+  Real cOfV, sOfV, cOfU, sOfU;
+  Real active;  // 1, or 0 in lanes that skip them
 };
 
 /// The decompositions of up to LANES matrices.
@@ -98,8 +96,6 @@ class TallSvdBatch {
     diagonal.assign(n, Real{});
     e.assign(n, Real{});
     factor.assign(m, Complex{});
-    uRotations.resize(n);
-    vRotations.resize(n);
     std::fill_n(unusable, LANES, false);
   }
 
@@ -417,7 +413,6 @@ class TallSvdBatch {
     int last = 0;
     Real start = {};
     Real end = {};
-    Real shifted = {};
     Real leading = {};
     for (int lane = 0; lane < LANES; ++lane) {
       const int l = starts[lane];
@@ -428,15 +423,18 @@ class TallSvdBatch {
       first = std::min(first, l);
       last = std::max(last, k);
       leading.lanes[lane] = diagonal[l].lanes[lane];
-      shifted.lanes[lane] = shiftedStart(lane, l, k);
     }
     V x = leading.load();
-    V f = shifted.load();
+    V f = shiftedStarts(starts, ends).load();
     V c = hn::Set(d, 1.0);
     V s = c;
+    // Rows i−1 and i are rotated one step later: what comes next of the chain does not wait for it.
+    RowRotations late = {};
     for (int i = first + 1; i <= last; ++i) {
       const V number = hn::Set(d, static_cast<double>(i));
       const Mask active = hn::And(number > start.load(), number <= end.load());
+      RowRotations rotations;
+      rotations.active.store(hn::IfThenElseZero(active, hn::Set(d, 1.0)));
       V g = e[i].load();
       V y = diagonal[i].load();
       V h = s * g;
@@ -448,22 +446,21 @@ class TallSvdBatch {
       g = g * newC - x * newS;
       h = y * newS;
       y = y * newC;
-      vRotations[i].c.store(newC);
-      vRotations[i].s.store(newS);
+      rotations.cOfV.store(newC);
+      rotations.sOfV.store(newS);
       assign(diagonal[i - 1], planeRotation(newF, h, newC, newS, active), active);
       newF = newC * g + newS * y;
       const V newX = newC * y - newS * g;
-      uRotations[i].c.store(newC);
-      uRotations[i].s.store(newS);
-      uRotations[i].active.store(hn::IfThenElseZero(active, hn::Set(d, 1.0)));
-      vRotations[i].active = uRotations[i].active;
+      rotations.cOfU.store(newC);
+      rotations.sOfU.store(newS);
       c = hn::IfThenElse(active, newC, c);
       s = hn::IfThenElse(active, newS, s);
       f = hn::IfThenElse(active, newF, f);
       x = hn::IfThenElse(active, newX, x);
+      if (i > first + 1) rotateNeighbours(i - 1, late);
+      late = rotations;
     }
-    rotateNeighbours(Vt.data(), n, vRotations, first, last);
-    rotateNeighbours(Ut.data(), m, uRotations, first, last);
+    if (last > first) rotateNeighbours(last, late);
     Real newE;
     Real newD;
     newE.store(f);
@@ -476,33 +473,39 @@ class TallSvdBatch {
     }
   }
 
-  // Rotates rows i−1 and i of count elements, for i = first + 1 … last in this order, in the lanes
-  // whose block they are in. Along a column each element is read and written once.
-  static void rotateNeighbours(Complex* rows, int count, const std::vector<RowRotation>& rotations,
-                               int first, int last) {
-    for (int j = 0; j < count; ++j) {
-      Complex* above = rows + static_cast<std::ptrdiff_t>(first) * count + j;
-      V xr = above->re.load();
-      V xi = above->im.load();
-      for (int i = first + 1; i <= last; ++i, above += count) {
-        const Mask active = rotations[i].mask();
-        const V c = rotations[i].c.load();
-        const V s = rotations[i].s.load();
-        const V yr = above[count].re.load();
-        const V yi = above[count].im.load();
-        above->re.store(hn::IfThenElse(active, c * xr + s * yr, xr));
-        above->im.store(hn::IfThenElse(active, c * xi + s * yi, xi));
-        xr = hn::IfThenElse(active, c * yr - s * xr, yr);
-        xi = hn::IfThenElse(active, c * yi - s * xi, yi);
-      }
-      above->re.store(xr);
-      above->im.store(xi);
-    }
+  void rotateNeighbours(int i, const RowRotations& r) {
+    const Mask active = r.active.load() != hn::Zero(d);
+    rotateRows(vt(i - 1), vt(i), n, r.cOfV.load(), r.sOfV.load(), active);
+    rotateRows(ut(i - 1), ut(i), m, r.cOfU.load(), r.sOfU.load(), active);
   }
 
-  double shiftedStart(int lane, int l, int k) const {
-    return svdShiftedStart(diagonal[l].lanes[lane], diagonal[k - 1].lanes[lane],
-                           diagonal[k].lanes[lane], e[k - 1].lanes[lane], e[k].lanes[lane]);
+  // svdShiftedStart() of every lane's block.
+  Real shiftedStarts(const int* starts, const int* ends) {
+    Real x = {}, y = {}, z = {}, g = {}, h = {};
+    for (int lane = 0; lane < LANES; ++lane) {
+      const int k = ends[lane];
+      if (starts[lane] == k) continue;
+      x.lanes[lane] = diagonal[starts[lane]].lanes[lane];
+      y.lanes[lane] = diagonal[k - 1].lanes[lane];
+      z.lanes[lane] = diagonal[k].lanes[lane];
+      g.lanes[lane] = e[k - 1].lanes[lane];
+      h.lanes[lane] = e[k].lanes[lane];
+    }
+    const V X = x.load();
+    const V Y = y.load();
+    const V Z = z.load();
+    const V G = g.load();
+    const V H = h.load();
+    Real f;
+    Real root = {};
+    f.store(((Y - Z) * (Y + Z) + (G - H) * (G + H)) / (hn::Set(d, 2.0) * H * Y));
+    for (int lane = 0; lane < LANES; ++lane) {
+      if (starts[lane] == ends[lane]) continue;
+      root.lanes[lane] = std::copysign(std::hypot(f.lanes[lane], 1.0), f.lanes[lane]);
+    }
+    Real result;
+    result.store(((X - Z) * (X + Z) + H * (Y / (f.load() + root.load()) - H)) / X);
+    return result;
   }
 
   void sortDecreasing(int lane) {
@@ -555,8 +558,6 @@ class TallSvdBatch {
   std::vector<Real> diagonal;
   std::vector<Real> e;
   std::vector<Complex> factor;
-  std::vector<RowRotation> uRotations;  // of a sweep, entry i: of rows i−1 and i
-  std::vector<RowRotation> vRotations;
   bool unusable[LANES] = {};
 };
 

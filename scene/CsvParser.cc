@@ -17,8 +17,8 @@ namespace Audio {
 namespace {
 
 constexpr double MAX_TIME = 1e9;  // seconds
-constexpr std::size_t FEWEST_FIELDS = 4;
-constexpr std::size_t MOST_FIELDS = 6;
+constexpr std::size_t MIN_FIELDS = 4;
+constexpr std::size_t MAX_FIELDS = 6;
 
 /// A source at one place for a time.
 struct Row {
@@ -29,7 +29,7 @@ struct Row {
 };
 
 Row rowOf(std::vector<std::string> fields, std::size_t line) {
-  if (fields.size() < FEWEST_FIELDS || fields.size() > MOST_FIELDS) {
+  if (fields.size() < MIN_FIELDS || fields.size() > MAX_FIELDS) {
     throw DataError(
         fmt::format("found {} fields, expected id, start, end, azimuth[, elevation[, distance]]",
                     fields.size()));

@@ -15,12 +15,13 @@ targets=("$@")
 [ $# -gt 0 ] || mapfile -t targets < <(sed -n 's/^zelk_add_fuzzer(\([a-z]*\).*/\1/p' fuzz/CMakeLists.txt)
 
 bash scripts/deps.sh --fuzz
-cmake --preset fuzz >/dev/null
+cmake --preset asan >/dev/null
 nice cmake --build --preset fuzz
 
+bin=build/asan/bin
 out=build/fuzz
 mkdir -p $out/findings $out/logs
-$out/bin/fuzz-seeds $out/corpus
+$bin/fuzz-seeds $out/corpus
 cp examples/*.json $out/corpus/scene/
 cp examples/*.n $out/corpus/network/
 
@@ -31,7 +32,10 @@ fuzz() { # TARGET: one run, whose log ends with the statistics
   # netCDF keeps memory, which would be searched for leaks after every input: at the end is enough.
   local leaks=1
   [[ "$1" =~ ^(sofa|separation)$ ]] && leaks=0
-  nice "$out/bin/fuzz-$1" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+  # The confined reader is stopped after the processor time that a file's size allows; database reads thrice.
+  local timeout=10
+  [ "$1" = database ] && timeout=60
+  nice "$bin/fuzz-$1" -max_total_time="$seconds" -timeout=$timeout -rss_limit_mb=2048 \
     -max_len=65536 -detect_leaks=$leaks -close_fd_mask=3 -print_final_stats=1 -artifact_prefix="$out/findings/$1-" \
     "${inputs[@]}" >"$out/logs/$1" 2>&1
 }
@@ -45,6 +49,7 @@ row() { # TARGET: its line of the table
     "$(stat average_exec_per_sec)" "$(last cov)" "$(last ft)" "${found:-see $log}"
 }
 
+export LSAN_OPTIONS="print_suppressions=0:suppressions=$PWD/cmake/leaks-of-libraries.txt"
 # Files that targets write are in memory.
 TMPDIR=$(mktemp -d -p /dev/shm zelk-fuzz-XXXXXX)
 export TMPDIR

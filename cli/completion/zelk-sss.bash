@@ -83,6 +83,7 @@ _zelk_sss_argument() {
   case "$path" in
     "" | tfdb) _zelk_sss_words "$(sed -n '/^Subcommands:/,$ s/^  \([a-z]*\) .*/\1/p' <<<"$help")" ;;
     mix | evaluate | scene) _zelk_sss_files json ;;
+    corpus) [ "$arguments" -gt 0 ] || _zelk_sss_words "mix score separate" ;;
     arrays) [ "$arguments" -gt 0 ] || _zelk_sss_words "$(_zelk_sss_arrays)" ;;
     tfdb\ *) _zelk_sss_files sofa ;;
     run) [ "$arguments" -gt 0 ] || _zelk_sss_files n ;;

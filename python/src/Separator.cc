@@ -92,6 +92,16 @@ class StreamSeparator {
     lastFrom = 0;
   }
 
+  /// The samples are a stretch of the recording that the scene tells of, from this one on.
+  void beginAt(std::int64_t sample) {
+    const int advance = separator.settings().advance;
+    if (sample < 0 || sample % advance != 0) {
+      throw SettingError("start", std::to_string(sample),
+                         "a multiple of advance = " + std::to_string(advance) + ", from 0 on");
+    }
+    framesBefore = sample / advance;
+  }
+
   const Separation::Separator& base() const { return separator; }
 
  private:
@@ -128,7 +138,7 @@ class StreamSeparator {
     const Separation::Settings& s = separator.settings();
     for (; (nextFrame + 1) * s.advance <= total; ++nextFrame) {
       if (!scene) continue;
-      const double time = layout.time(nextFrame, s.samplingRate);
+      const double time = layout.time(framesBefore + nextFrame, s.samplingRate);
       lastFrom = std::max(lastFrom, separator.sourcesAt(nextFrame));
       separator.setSources(sourcesAt(*scene, time, *s.inactiveAsNoise), lastFrom);
     }
@@ -156,6 +166,7 @@ class StreamSeparator {
   Audio::FrameLayout layout;
   py::object inForce;  // a tuple of sources, or the scene, which it keeps alive
   const Audio::Scene* scene = nullptr;
+  std::int64_t framesBefore = 0;  // of the recording
   std::int64_t nextFrame = 0;
   std::int64_t lastFrom = 0;
 };
@@ -275,6 +286,7 @@ void bindSeparator(py::module_& module) {
       .def("process", &StreamSeparator::process)
       .def("checked", [](const StreamSeparator& s,
                          const py::handle& x) { return checkedSamples(x, s.base().microphones()); })
+      .def("begin_at", &StreamSeparator::beginAt)
       .def("start_over", &StreamSeparator::startOver)
       .def("flush", &StreamSeparator::flush)
       .def_property_readonly("samples", [](const StreamSeparator& s) { return s.base().samples(); })

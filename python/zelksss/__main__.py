@@ -22,7 +22,13 @@ def command() -> Path:
 
 
 def main() -> None:
-    """Become the command, with the same arguments."""
+    """Become the command, with the same arguments; `corpus` is of this package."""
+    if sys.argv[1:2] == ["corpus"]:
+        try:
+            from .corpus._command import main as corpus
+        except ImportError as error:
+            raise SystemExit(f"zelk-sss: {error}") from None
+        raise SystemExit(corpus(sys.argv[2:]))
     path = command()
     os.execv(path, ["zelk-sss", *sys.argv[1:]])
 

@@ -68,7 +68,7 @@ TEST(ChannelTextTest, SelectsChannelsOrIsRefused) {
       {"4-2", "\"4-2\" does not fit a file whose channels are 1 to 8"},
       {"1-3,2", "channel 2 is named twice"}};
   for (const auto& [text, message] : bad) {
-    EXPECT_EQ(messageOf<DataError>([&] { Audio::selectedChannels(text, 8); }),
+    EXPECT_EQ(messageOf<DataError>([text = text] { Audio::selectedChannels(text, 8); }),
               "CHANNELS is \"" + text + "\": " + message);
   }
 }
@@ -138,7 +138,9 @@ TEST(AudioReaderTest, RefusesWhatItCannotUse) {
       {"15", converting(true), "the sampling rate is 15" + impossible},
       {"16000001", converting(true), "the sampling rate is 16000001" + impossible}};
   for (const auto& [file, options, message] : cases) {
-    EXPECT_THAT(messageOf<DataError>([&] { Audio::AudioReader(folder / file, options); }),
+    EXPECT_THAT(messageOf<DataError>([&, file = file, options = options] {
+                  Audio::AudioReader(folder / file, options);
+                }),
                 testing::StartsWith(folder / file + ": " + message));
   }
   EXPECT_NO_THROW(Audio::AudioReader(folder / "16000000", converting(true)));

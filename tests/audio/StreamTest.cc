@@ -165,7 +165,7 @@ TEST_F(Stream, ReadsRawSamples) {
       {"S16_LE,0,16000", "--raw has \"0\" channels, expected 1 to 1024"},
       {"S16_LE,8,16k", "--raw has the sampling rate \"16k\", expected 1 to 10000000 Hz"}};
   for (const auto& [text, message] : bad) {
-    EXPECT_THAT(messageOf<DataError>([&] { Audio::parseRawFormat(text, "--raw"); }),
+    EXPECT_THAT(messageOf<DataError>([text = text] { Audio::parseRawFormat(text, "--raw"); }),
                 testing::StartsWith(message));
   }
 }
@@ -218,7 +218,7 @@ TEST_F(Stream, RefusesWhatIsNoSound) {
       {"no sound at all, but a text", "; expected WAV, W64, AU, AIFF or FLAC, or --raw"},
       {"RIFF\x24\0\0\0WAVEfmt ", ": cannot be read as a stream of sound: "}};
   for (const auto& [bytes, message] : cases) {
-    EXPECT_THAT(messageOf<DataError>([&] { fromFifo(bytes); }), HasSubstr(message));
+    EXPECT_THAT(messageOf<DataError>([&, bytes = bytes] { fromFifo(bytes); }), HasSubstr(message));
   }
 }
 

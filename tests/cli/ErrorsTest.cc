@@ -23,7 +23,7 @@ TEST_F(Errors, OfUsage) {
   EXPECT_EQ(run("").status, 2);
   EXPECT_EQ(run("").errors,
             "zelk-sss: no command is given, expected one of: separate live methods tfdb arrays "
-            "mix score evaluate pattern spectrogram scene report run\n");
+            "mix score evaluate corpus pattern spectrogram scene report run\n");
 
   expectRefused(
       2,

@@ -75,7 +75,7 @@ TEST_F(EvaluateCommand, RunsMethodsWithOptionsAndPoolsRows) {
                      "WDS",    "LCMV --param LCMV_LC_MYU=0",
                      "ML",     "ML --noise-from 0:0.2 --param REG_FACTOR=0.1"};
   plan["scenes"][0]["sources"][0]["active"] = {{0.3, 1.0}};
-  plan["scenes"][0]["noise"] = {plan["scenes"][0]["sources"][1]};
+  plan["scenes"][0]["noise"] = nlohmann::json::array({plan["scenes"][0]["sources"][1]});
   plan["scenes"][0]["sources"].erase(1);
   folder.write("plan.json", plan.dump());
   const CommandRun result = run("evaluate plan.json --by noise,room --json");

@@ -28,7 +28,8 @@ TEST(RCPtr, CountsReferencesThroughCopiesConversionsAndContainers) {
     const ObjectRef second = first;
     RCPtr<Counted> counted = first;                // down, by the object's own type
     const RCPtr<GenericType<int>> base = counted;  // and up
-    first = first;
+    const ObjectRef& same = first;
+    first = same;
     first = ObjectRef();
     Vector<ObjectRef> list(3, second);
     list.resize(1);

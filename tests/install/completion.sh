@@ -76,7 +76,7 @@ expect() {
   failures=$((failures + 1))
 }
 
-expect "arrays evaluate live methods mix pattern report run scene score separate spectrogram tfdb" "zelk-sss "
+expect "arrays corpus evaluate live methods mix pattern report run scene score separate spectrogram tfdb" "zelk-sss "
 expect "--help --version" "zelk-sss -"
 expect "check geometry import info room" "zelk-sss tfdb "
 expect "--noise-channels --noise-forgetting --noise-from --noise-loading --noise-normalize --noise-recording" \

@@ -48,6 +48,7 @@ check zelk-sss "" methods arrays
 for name in $("$command" --help | sed -n '/^Subcommands:/,$p' | awk 'NF > 1 && /^  [a-z]/ {print $1}'); do
   case $name in
     methods | arrays) ;;
+    corpus) ;; # the Python package's, which need not be there
     tfdb) check zelk-sss-tfdb tfdb "tfdb import" "tfdb geometry" "tfdb room" "tfdb info" "tfdb check" ;;
     *) check "zelk-sss-$name" "$name" ;;
   esac

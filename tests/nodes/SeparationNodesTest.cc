@@ -261,7 +261,7 @@ TEST_F(SeparationNodes, NameWhatIsWrong) {
   for (const auto& [type, changes, message] : cases) {
     const Parameters settings = parameters(type, changes);
     testing::internal::CaptureStderr();
-    const std::string thrown = thrownText([&] { makeNode(type, settings); });
+    const std::string thrown = thrownText([&, type = type] { makeNode(type, settings); });
     EXPECT_EQ(testing::internal::GetCapturedStderr().empty(), !message.starts_with("Failed"));
     EXPECT_THAT(thrown, HasSubstr(message));
     if (!message.starts_with("Missing")) {

@@ -179,7 +179,10 @@ TEST_F(ResponseImport, RefusesResponsesOutsideOneFrameTooLargeOnesAndSilence) {
        "less than 3.4e+38"},
       {silent, "all responses are 0"}};
   for (const auto& [fir, reason] : cases) {
-    EXPECT_THAT(messageOf<DataError>([&] { imported(fir, {16000, 512}); }), HasSubstr(reason));
+    EXPECT_THAT(messageOf<DataError>([&, fir = fir] {
+                  imported(fir, {16000, 512});
+                }),
+                HasSubstr(reason));
   }
 }
 

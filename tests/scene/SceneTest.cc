@@ -168,7 +168,7 @@ TEST(SceneTest, BadScenesAreRefusedWithTheReason) {
       {sourceWith(longText), "/sources/0/azimuth: found \"" + std::string(59, 'x') + "…, expected"},
   };
   for (const auto& [text, message] : cases) {
-    EXPECT_THAT(messageOf<DataError>([&] { sceneOf(text); }),
+    EXPECT_THAT(messageOf<DataError>([text = text] { sceneOf(text); }),
                 testing::StartsWith("scene.json: " + message))
         << text.substr(0, 100);
   }
@@ -179,7 +179,7 @@ TEST(SceneTest, BadScenesAreRefusedWithTheReason) {
        {std::pair{"/no/scene.json", "cannot be read: No such file or directory"},
         std::pair{"/usr", "cannot be read: Is a directory"},
         std::pair{"/dev/zero", "has more than 67108864 bytes, expected at most that"}}) {
-    EXPECT_EQ(messageOf<DataError>([&] { Audio::Scene::read(path); }),
+    EXPECT_EQ(messageOf<DataError>([path = path] { Audio::Scene::read(path); }),
               std::string(path) + ": " + reason);
   }
 }
