@@ -24,3 +24,11 @@ class Output(dict[int, NDArray[np.float32]]):
 
     start: int
     count: int
+
+    @classmethod
+    def of(cls, start: int, count: int, signals: dict[int, NDArray[np.float32]]) -> Output:
+        """Make one of its parts."""
+        output = cls(signals)
+        output.start = start
+        output.count = count
+        return output
