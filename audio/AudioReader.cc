@@ -16,6 +16,7 @@
 #include "audio/SamplingRates.h"
 #include "audio/SoundExtent.h"
 #include "audio/SoundStream.h"
+#include "dsp/AllWithin.h"
 #include "dsp/DataError.h"
 
 namespace Audio {
@@ -61,6 +62,7 @@ struct AudioReader::Impl {
 
   void open();
   std::int64_t readBlock(std::size_t count);
+  bool fillBlock(std::size_t wanted);
   std::size_t readFile(float* samples, std::size_t count);
   std::size_t readResampled(float* samples, std::size_t count);
   std::size_t inputFor(std::size_t count) const;
@@ -80,9 +82,12 @@ struct AudioReader::Impl {
   std::optional<std::int64_t> announced;  // samples per channel
   std::vector<int> channels;
   int outputRate = 0;
-  std::vector<float> block;     // as the file has it: all channels
+  std::vector<float> block;    // as the file has it: all channels
+  std::size_t blockBegin = 0;  // of it, samples per channel that are not handed out yet
+  std::size_t blockEnd = 0;
+  bool isLastBlock = false;
   std::vector<int> numbers;     // the same in whole numbers
-  std::int64_t position = 0;    // samples per channel read from the file
+  std::int64_t position = 0;    // samples per channel handed out
   std::int64_t lastFault = -1;  // the last sample that was not usable
   bool fileEnded = false;
 
@@ -175,23 +180,37 @@ std::int64_t AudioReader::Impl::readBlock(std::size_t count) {
   return got;
 }
 
+/// Fills the empty block with what comes next: of a stream no more than is wanted, since it may be
+/// all that there is yet. False at the end.
+bool AudioReader::Impl::fillBlock(std::size_t wanted) {
+  if (isLastBlock) return false;
+  wanted = stream ? std::min(BLOCK, wanted) : BLOCK;
+  if (stream && announced) {
+    wanted = std::min(wanted, static_cast<std::size_t>(*announced - position));
+  }
+  blockBegin = 0;
+  blockEnd = static_cast<std::size_t>(readBlock(wanted));
+  isLastBlock = blockEnd < wanted || wanted == 0;
+  return blockEnd > 0;
+}
+
 std::size_t AudioReader::Impl::readFile(float* samples, std::size_t count) {
   std::size_t done = 0;
   while (done < count && !fileEnded) {
-    std::size_t wanted = std::min(BLOCK, count - done);
-    if (stream && announced) {
-      wanted = std::min(wanted, static_cast<std::size_t>(*announced - position));
+    if (blockBegin == blockEnd && !fillBlock(count - done)) {
+      noteEnd();
+      break;
     }
-    const auto got = static_cast<std::size_t>(readBlock(wanted));
+    const std::size_t got = std::min(blockEnd - blockBegin, count - done);
     float* out = samples + done * channels.size();
-    for (std::size_t n = 0; n < got; ++n) {
-      const float* in = block.data() + n * static_cast<std::size_t>(info.channels);
+    const float* in = block.data() + blockBegin * static_cast<std::size_t>(info.channels);
+    for (std::size_t n = 0; n < got; ++n, in += info.channels) {
       for (const int channel : channels) *out++ = in[channel];
     }
     checkFinite(samples + done * channels.size(), got);
+    blockBegin += got;
     position += static_cast<std::int64_t>(got);
     done += got;
-    if (got < wanted || wanted == 0) noteEnd();
   }
   return done;
 }
@@ -219,6 +238,7 @@ void AudioReader::Impl::noteEnd() {
 }
 
 void AudioReader::Impl::checkFinite(float* samples, std::size_t count) {
+  if (allWithin(samples, count * channels.size(), MAX_SAMPLE)) return;
   for (std::size_t n = 0; n < count; ++n) {
     for (std::size_t c = 0; c < channels.size(); ++c) {
       float& value = samples[n * channels.size() + c];

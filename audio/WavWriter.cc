@@ -21,6 +21,9 @@ struct FileCloser {
 
 constexpr std::size_t SILENCE_BLOCK = 4096;
 
+/// Values, at least, that the file is given together: each time is a call of the system.
+constexpr std::size_t AT_ONCE = 16384;
+
 // The format's counts have 32 bits; the rest is for the header.
 constexpr std::int64_t MAX_FILE_SIZE = 0xFFFFFFFF - 4096;
 
@@ -38,6 +41,7 @@ struct WavWriter::Impl {
   void open(int mode);
   void resume();
   void writeValues(const float* values, std::size_t count);
+  void flush();
   void close();
   [[noreturn]] void fail(const std::string& reason) const;
 
@@ -46,13 +50,18 @@ struct WavWriter::Impl {
   Quantizer quantizer;
   std::unique_ptr<SNDFILE, FileCloser> file;  // null: suspended or finished
   bool finished = false;
-  std::vector<int> wholeNumbers;
-  std::vector<float> numbers;
+  std::vector<int> wholeNumbers;  // that were not given to the file yet
+  std::vector<float> numbers;     // likewise
   std::int64_t written = 0;
 };
 
 WavWriter::Impl::Impl(std::string name, const WavFormat& wavFormat, bool overwrite)
     : output(std::move(name), overwrite), format(wavFormat), quantizer(wavFormat.samples) {
+  if (format.samples == SampleFormat::Float) {
+    numbers.reserve(AT_ONCE);
+  } else {
+    wholeNumbers.reserve(AT_ONCE);
+  }
   open(SFM_WRITE);
 }
 
@@ -78,22 +87,31 @@ void WavWriter::Impl::resume() {
 }
 
 void WavWriter::Impl::writeValues(const float* values, std::size_t count) {
-  sf_count_t accepted = 0;
-  if (format.samples == SampleFormat::Float) {
-    numbers.resize(count);
-    for (std::size_t i = 0; i < count; ++i) numbers[i] = quantizer.number(values[i]);
-    accepted = sf_write_float(file.get(), numbers.data(), static_cast<sf_count_t>(count));
-  } else {
-    // The library takes whole numbers left-aligned in 32 bits.
-    wholeNumbers.resize(count);
-    for (std::size_t i = 0; i < count; ++i) wholeNumbers[i] = quantizer.wholeNumber(values[i]);
-    accepted = sf_write_int(file.get(), wholeNumbers.data(), static_cast<sf_count_t>(count));
+  for (std::size_t i = 0; i < count; ++i) {
+    if (format.samples == SampleFormat::Float) {
+      numbers.push_back(quantizer.number(values[i]));
+    } else {
+      // The library takes whole numbers left-aligned in 32 bits.
+      wholeNumbers.push_back(quantizer.wholeNumber(values[i]));
+    }
   }
-  if (accepted != static_cast<sf_count_t>(count)) fail(sf_strerror(file.get()));
+  if (numbers.size() + wholeNumbers.size() >= AT_ONCE) flush();  // whole samples of all channels
+}
+
+/// Gives the file what was gathered.
+void WavWriter::Impl::flush() {
+  const auto count = static_cast<sf_count_t>(numbers.size() + wholeNumbers.size());
+  const sf_count_t accepted = format.samples == SampleFormat::Float
+                                  ? sf_write_float(file.get(), numbers.data(), count)
+                                  : sf_write_int(file.get(), wholeNumbers.data(), count);
+  numbers.clear();
+  wholeNumbers.clear();
+  if (accepted != count) fail(sf_strerror(file.get()));
 }
 
 void WavWriter::Impl::close() {
   if (!file) return;
+  flush();
   const int error = sf_close(file.release());
   if (error != SF_ERR_NO_ERROR) {
     throw DataError(fmt::format("{}: cannot be closed: {}", output.path(), sf_error_number(error)));

@@ -1,5 +1,6 @@
 // One whole frame of every algorithm: update, apply, adapt, as a node calls it.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include "bench/Scenes.h"
 
@@ -19,6 +20,7 @@ void frame(benchmark::State& state, int algorithm, bool noiseSource = false) {
                                       engine->noiseCorrelationMatrices};
   for (BF::Matrix& R : noise[1]) R = R + BF::Matrix::I(M);
   BF::Matrix output;
+  const std::size_t bytesBefore = mallinfo2().uordblks;
   const auto oneFrame = [&](int number) {
     engine->noiseCorrelationMatrices = noise[number % 2];
     engine->updateSources(sources);
@@ -27,6 +29,9 @@ void frame(benchmark::State& state, int algorithm, bool noiseSource = false) {
   };
   int count = 0;
   while (count < bench::FIRST_FRAMES) oneFrame(count++);
+  // Of the engine without its database, per microphone, bin and source.
+  state.counters["bytes"] = static_cast<double>(mallinfo2().uordblks - bytesBefore) /
+                            static_cast<double>(M * bench::BINS * N);
   for (auto _ : state) oneFrame(count++);
 }
 

@@ -2,7 +2,8 @@
 # Runs what the documents show: every block of shell commands, in order, each document in a fresh copy of
 # the repository with the built command on the PATH. Also checks that links lead to files, that blocks
 # said to be a file are that file, and that every block names its language.
-#   scripts/check-docs.sh [DOCUMENT …]    default: all; needs the release build
+#   scripts/check-docs.sh [--links] [DOCUMENT …]    default: all; needs the release build, but for --links,
+#                                                   which looks at nothing but links
 #
 # Comments in a document, on a line of their own, speak to this script:
 #   <!-- not run: WHY -->      the next block needs the network, root, another host or long
@@ -11,9 +12,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 repository=$PWD
+links_only=
+if [ "${1:-}" = --links ]; then links_only=1; shift; fi
 build=${ZELK_BUILD:-$repository/build/release}
 [ $# -gt 0 ] || set -- README.md CONTRIBUTING.md docs/*.md
-[ -x "$build/bin/zelk-sss" ] || { echo "check-docs.sh: $build/bin/zelk-sss is not built" >&2; exit 1; }
+[ -n "$links_only" ] || [ -x "$build/bin/zelk-sss" ] || { echo "check-docs.sh: $build/bin/zelk-sss is not built" >&2; exit 1; }
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -72,17 +75,34 @@ run_block() {
   complain "$1: a command of the block at line $((10#$(basename "$2" | cut -d. -f1))) failed"
 }
 
+# anchors_of DOCUMENT: what links to its headings are called.
+anchors_of() {
+  awk '/^ *```/ { fence = !fence } !fence && /^#+ /' "$1" |
+    sed -E 's/^#+ +//; s/[^[:alnum:] _-]//g; s/ /-/g' | tr '[:upper:]' '[:lower:]'
+}
+
 check_links() { # DOCUMENT
-  local target
+  local target file
   while read -r target; do
-    case "$target" in *://* | '#'* | '') continue ;; esac
-    [ -e "$(dirname "$1")/${target%%#*}" ] || complain "$1: there is no file for the link $target"
+    case "$target" in *://* | '') continue ;; esac
+    file=$(dirname "$1")/${target%%#*}
+    case "$target" in '#'*) file=$1 ;; esac
+    [ -e "$file" ] || { complain "$1: there is no file for the link $target"; continue; }
+    case "$target" in
+      *#*) anchors_of "$file" | grep -qxF -- "${target#*#}" || complain "$1: there is no heading for the link $target" ;;
+    esac
   done < <(grep -oE '\]\([^) ]+\)' "$1" | sed 's/^](//; s/)$//')
   while read -r target; do
     [ -e "$target" ] || complain "$1: there is no file $target"
   done < <(grep -oE '`(docs|scripts|examples|nodes|toolbox|cmake)/[A-Za-z0-9_/.-]+`' "$1" | tr -d '`')
 }
 
+if [ -n "$links_only" ]; then
+  for document in "$@"; do check_links "$document"; done
+  [ "$failures" -eq 0 ] || { echo "check-docs.sh: $failures faults" >&2; exit 1; }
+  echo "check-docs.sh: links of $# documents"
+  exit
+fi
 export PATH="$build/bin:$PATH"
 git clone --quiet "$repository" "$work/clean" 2>/dev/null
 git ls-files -z --modified --others --exclude-standard | xargs -0r cp --parents -t "$work/clean"

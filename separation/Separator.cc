@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "dsp/AllWithin.h"
 #include "dsp/DataError.h"
 #include "dsp/FrameAnalyzer.h"
 #include "dsp/FrameLayout.h"
@@ -98,10 +99,13 @@ const Output& Separator::Impl::endCall() {
 
 void Separator::Impl::take(const float* samples, std::size_t count) {
   float* to = ahead.data() + aheadCount * M;
-  for (std::size_t i = 0; i < count * M; ++i) {
-    const bool isValid = settings.keepNonFinite || std::abs(samples[i]) <= MAX_SAMPLE;
-    if (!isValid) ++replaced;
-    to[i] = isValid ? samples[i] : 0.0F;
+  std::copy_n(samples, count * M, to);
+  if (!settings.keepNonFinite && !Audio::allWithin(to, count * M, MAX_SAMPLE)) {
+    for (std::size_t i = 0; i < count * M; ++i) {
+      if (std::abs(to[i]) <= MAX_SAMPLE) continue;
+      ++replaced;
+      to[i] = 0.0F;
+    }
   }
   aheadCount += count;
   total += static_cast<std::int64_t>(count);

@@ -116,8 +116,9 @@ _zelk_sss() {
     esac
   done
 
+  # What goes through corpora needs the Python package to tell of its options.
   # shellcheck disable=SC2086  # the path is one word or two
-  help=$("$command" $path --help 2>/dev/null) || return
+  help=$("$command" $path --help 2>/dev/null) || [ "$path" = corpus ] || return
   takes=""
   [ -n "$option" ] && takes=$(_zelk_sss_takes "$option")
   if [ "$path" = run ] && [ "$arguments" -gt 0 ]; then

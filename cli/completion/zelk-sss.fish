@@ -56,6 +56,8 @@ function __zelk_sss_argument --argument-names current count route
             __zelk_sss_files $current json
         case arrays
             test $count -gt 0; or $__zelk_sss_command arrays 2>/dev/null | string replace -r ' .*' ''
+        case corpus
+            test $count -gt 0; and __zelk_sss_files $current; or printf '%s\n' mix score separate
         case 'tfdb *'
             __zelk_sss_files $current sofa
         case run
@@ -101,7 +103,8 @@ function __zelk_sss_offers
         set before $word
     end
 
-    set -g __zelk_sss_help ($__zelk_sss_command $route --help 2>/dev/null); or return
+    # What goes through corpora needs the Python package to tell of its options.
+    set -g __zelk_sss_help ($__zelk_sss_command $route --help 2>/dev/null); or test "$route" = corpus; or return
     set -l takes ''
     if test -n "$option"
         set takes (printf '%s\n' $__zelk_sss_help |

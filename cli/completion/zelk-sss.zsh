@@ -46,6 +46,7 @@ _zelk_sss_argument() {
     "" | tfdb) compadd -- ${(f)"$(sed -n '/^Subcommands:/,$ s/^  \([a-z]*\) .*/\1/p' <<<$help)"} ;;
     mix | evaluate | scene) _files -g '*.json' ;;
     arrays) (( arguments > 0 )) || compadd -- ${(f)"$($command arrays 2>/dev/null | cut -d' ' -f1)"} ;;
+    corpus) if (( arguments > 0 )); then _files; else compadd -- mix score separate; fi ;;
     tfdb\ *) _files -g '*.sofa' ;;
     run) if (( arguments > 0 )); then _files; else _files -g '*.n'; fi ;;
     live | methods | score) ;;
@@ -74,7 +75,8 @@ _zelk_sss() {
     else arguments+=1; fi
   done
 
-  help=$($command $route --help 2>/dev/null) || return
+  # What goes through corpora needs the Python package to tell of its options.
+  help=$($command $route --help 2>/dev/null) || [[ "$route" == corpus ]] || return
   [[ -n $option ]] && takes=$(_zelk_sss_takes $option)
   if [[ -n $takes && $line[-1] == "$option" ]]; then _zelk_sss_value
   elif [[ $PREFIX == -* ]]; then compadd -- ${(f)"$(sed -nE 's/^ +(-[a-z],)?(--[a-z0-9-]+).*/\2/p' <<<$help)"}

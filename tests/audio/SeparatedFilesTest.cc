@@ -38,25 +38,25 @@ class WavFormatTest : public testing::TestWithParam<Format> {};
 
 TEST_P(WavFormatTest, KeepsSamplesAlsoWhenClosedBetween) {
   const TestFolder folder;
-  const std::vector<float> sound = noise(2 * 5000, 10, 0.99F);
-  const Audio::WavFormat format{22050, 2, Audio::sampleFormatNamed(GetParam().name)};
+  const std::vector<float> sound = noise(3 * 5000, 10, 0.99F);
+  const Audio::WavFormat format{22050, 3, Audio::sampleFormatNamed(GetParam().name)};
   Audio::WavWriter writer(folder / "a.wav", format, false);
   writer.writeSilence(5000);
   writer.write(sound.data(), 1001);
   writer.suspend();
-  writer.write(&sound[2 * 1001], 3999);
+  writer.write(&sound[3 * 1001], 3999);
   EXPECT_THAT(folder.names(), ElementsAre(testing::MatchesRegex("a\\.wav\\.[a-z0-5]{8}\\.part")));
   writer.finish();
   EXPECT_THAT(folder.names(), ElementsAre("a.wav"));
 
   const Sound read = readSound(folder / "a.wav");
   EXPECT_EQ(read.samplingRate, 22050);
-  EXPECT_EQ(read.channels, 2);
+  EXPECT_EQ(read.channels, 3);
   EXPECT_EQ(read.format, SF_FORMAT_WAV | GetParam().libraryFormat);
-  ASSERT_EQ(read.samples.size(), 20000U);
-  for (std::size_t n = 0; n < 10000; ++n) {
+  ASSERT_EQ(read.samples.size(), 30000U);
+  for (std::size_t n = 0; n < 15000; ++n) {
     ASSERT_EQ(read.samples[n], 0.0F);
-    ASSERT_NEAR(read.samples[10000 + n], sound[n], GetParam().step);
+    ASSERT_NEAR(read.samples[15000 + n], sound[n], GetParam().step);
   }
 }
 

@@ -1,19 +1,19 @@
 #!/usr/bin/env bash
-# docs/embedding.md against what it describes: the example is the file, and each node type is listed
-# with its terminals and parameters and no others.
+# The documents for programmers against what they describe: the example of docs/embedding.md is the file, and
+# docs/flowdesigner.md lists each node type with its terminals and parameters and no others.
 #   embedding.sh SOURCE TOOLBOX
 set -euo pipefail
 cd "$1"
 toolbox=$2
-document=docs/embedding.md
 failures=0
 complain() {
   echo "$*"
   failures=$((failures + 1))
 }
 
-diff <(sed -n '/^```cpp$/,/^```$/p' "$document" | sed '1d;$d') examples/engine.cc ||
-  complain "$document: the example is not examples/engine.cc"
+diff <(sed -n '/^```cpp$/,/^```$/p' docs/embedding.md | sed '1d;$d') examples/engine.cc ||
+  complain "docs/embedding.md: the example is not examples/engine.cc"
+document=docs/flowdesigner.md
 
 # names FILE NODE KIND: the Inputs, Outputs or Parameters of a node, as the editor has them.
 names() {

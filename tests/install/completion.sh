@@ -33,7 +33,7 @@ offered_zsh() {
     zpty inner zsh -f -i
     zpty -w inner "source $1"
     zpty -r inner seen "*ready*" && zpty -n -w inner "$2"$'"'\\x14'"'
-    for ((i = 0; i < 400; ++i)); do
+    for ((i = 0; i < 3000; ++i)); do
       [[ -e $3 ]] && break
       zpty -rt inner seen
       sleep 0.02
@@ -100,6 +100,7 @@ expect "sub" "zelk-sss separate -o "
 expect "scene.json sub" "zelk-sss mix "
 expect "array.sofa sub" "zelk-sss tfdb import --force "
 expect "net.n sub" "zelk-sss run "
+expect "mix score separate" "zelk-sss corpus "
 expect "$any" "zelk-sss mix scene.json --dry mix.wav "
 expect "--raw-rate --resample --reverb --room" "zelk-sss mix scene.json --dry mix.wav --r"
 

@@ -10,6 +10,7 @@ import sys
 import time
 from pathlib import Path
 
+import fsspec
 import numpy as np
 import psutil
 import pytest
@@ -227,12 +228,13 @@ def test_items_that_hang_or_need_too_much(tmp_path):
         {"id": path.stem, "references": {"0": str(path)}, "estimates": {"0": str(path)}}
         for path in tmp_path.iterdir()
     ]
-    report = corpus.score(items, tmp_path / "out", jobs=3, limit=4, retries=0, memory=400 << 20)
-    assert report.done == 1 and index(tmp_path / "out")[0]["id"] == "small"
-    assert sorted((f.id, f.reason, f.attempts) for f in report.failures) == [
-        ("hangs", "takes longer than 4 s", 1),
-        ("huge", "needs more memory than 400 MiB", 1),
-    ]
+    hanging = [item for item in items if item["id"] == "hangs"]
+    report = corpus.score(hanging, tmp_path / "a", jobs=1, limit=1, retries=1)
+    assert report.failures == [corpus.Failure("hangs", "takes longer than 1 s", 2)]
+    others = [item for item in items if item not in hanging]
+    report = corpus.score(others, tmp_path / "b", jobs=2, retries=0, memory=400 << 20)
+    assert [row["id"] for row in index(tmp_path / "b")] == ["small"]
+    assert report.failures == [corpus.Failure("huge", "needs more memory than 400 MiB", 1)]
 
 
 # ---- a cluster
@@ -318,6 +320,39 @@ def is_left_over(process):
         return "zelksss.corpus._child" in process.cmdline() and process.ppid() == 1
     except psutil.Error:
         return False
+
+
+def test_object_store(tmp_path, many, clean, monkeypatch):
+    """Everything by URL; a run that another one has taken over ends."""
+    moto = pytest.importorskip("moto.server", reason="scripts/python-env.sh cluster brings it")
+    server = moto.ThreadedMotoServer(port=0, verbose=False)
+    server.start()
+    host, port = server.get_host_and_port()
+    monkeypatch.setenv("AWS_ENDPOINT_URL", f"http://{host}:{port}")
+    for name in ("AWS_ACCESS_KEY_ID", "AWS_SECRET_ACCESS_KEY"):
+        monkeypatch.setenv(name, "testing")
+    store = fsspec.filesystem("s3")
+    store.mkdir("corpus")
+    store.put([str(file) for file in many.parent.glob("*.*")], "corpus/in/")
+
+    def run(**options):
+        manifest, output = "s3://corpus/in/manifest.jsonl", "s3://corpus/out"
+        return corpus.separate(manifest, output, flac=True, jobs=2, **options)
+
+    def take_over(report):
+        settings = json.loads(store.cat_file("corpus/out/run.json"))
+        store.pipe_file("corpus/out/run.json", json.dumps({**settings, "run": "x"}).encode())
+
+    try:
+        with pytest.raises(corpus.InterruptedRunError, match="another run has begun"):
+            run(progress=take_over)
+        report = run()
+        assert report.done + report.found == 38 and len(report.failures) == 2
+        store.get("corpus/out", str(tmp_path / "out"), recursive=True)
+    finally:
+        server.stop()
+    sounds = [{k: v for k, v in tree(f).items() if "flac" in k} for f in (clean, tmp_path / "out")]
+    assert sounds[0] == sounds[1] and len(index(tmp_path / "out")) == 38
 
 
 def test_full_disk(tmp_path, many, clean):

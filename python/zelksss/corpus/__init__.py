@@ -23,6 +23,7 @@ if _missing:
 from .._error import Error  # noqa: E402
 from .._separator import Parameters  # noqa: E402
 from ._errors import InterruptedRunError  # noqa: E402
+from ._files import absolute  # noqa: E402
 from ._items import METHODS, channel_list  # noqa: E402
 from ._manifest import Manifest, json_lines, read_items, read_speakers, with_supervisions  # noqa: E402
 from ._run import INDEX, Failure, Options, Progress, Report, run  # noqa: E402
@@ -203,7 +204,7 @@ def mix(
     settings = {"format": {"samples": samples, "flac": flac}, "reference_mic": reference_mic}
     items = read_items("mix", manifest, {"database": _text(database)})
     report = run("mix", items, fspath(output), settings, _options(options))
-    store = Store(fspath(output))
+    store = Store(absolute(fspath(output)))
     lines = []
     for line in json_lines(f"{store.url}/{INDEX}"):
         files = {id: f"{line['id']}/{file}" for id, file in line["references"].items()}
@@ -260,7 +261,7 @@ def _options(given: Running) -> Options:
 
 
 def _text(path: Path | None) -> str | None:
-    return None if path is None else fspath(path)
+    return None if path is None else absolute(fspath(path))
 
 
 def _wrong(field: str, actual: str, expected: str) -> Error:

@@ -44,6 +44,11 @@ def local_path(url: str) -> Path:
     return Path(url.partition("://")[2] if "://" in url else url)
 
 
+def absolute(url: str) -> str:
+    """Return a path that holds in every process; URLs stay."""
+    return os.path.abspath(local_path(url)) if is_local(url) else url
+
+
 def joined(base: str, name: str) -> str:
     """Return a name relative to a folder, which stays as it is if it is absolute or a URL."""
     if "://" in name or name.startswith("/"):
@@ -211,7 +216,7 @@ def _opened(url: str) -> Iterator[_Sound]:
         sound.close()
 
 
-_SCALES = {"PCM_16": 2.0**15, "PCM_24": 2.0**23}
+_SCALES = {"PCM_16": np.float32(2.0**15), "PCM_24": np.float32(2.0**23)}
 
 
 class SoundWriter:
@@ -239,15 +244,27 @@ class SoundWriter:
 
     def write(self, signal: NDArray[np.float32]) -> None:
         """Add samples, [samples] or [samples, channels]."""
-        signal = np.nan_to_num(signal, nan=0.0, posinf=0.0, neginf=0.0)
-        self.peak = max(self.peak, float(np.abs(signal).max(initial=0.0)))
+        if signal.size == 0:
+            return
+        peak = max(float(signal.max()), -float(signal.min()))  # NaN if there is one
+        if not np.isfinite(peak):
+            signal = np.nan_to_num(signal, nan=0.0, posinf=0.0, neginf=0.0)
+            peak = float(np.abs(signal).max())
+        self.peak = max(self.peak, peak)
         if self._scale is None:
             self._sound.write(signal)
             return
-        whole = np.rint(signal.astype(np.float64) * self._scale)
-        limited = np.clip(whole, -self._scale, self._scale - 1)
-        self.clipped += int((limited != whole).sum())
-        self._sound.write((limited * (2.0**31 / self._scale)).astype(np.int32))
+        # Single precision does: the scale is a power of two, and whole numbers stay such.
+        whole = signal * self._scale
+        np.rint(whole, out=whole)
+        if peak * self._scale > self._scale - 1:
+            limited = np.clip(whole, -self._scale, self._scale - 1)
+            self.clipped += int((limited != whole).sum())
+            whole = limited
+        if self._scale == _SCALES["PCM_16"]:
+            self._sound.write(whole.astype(np.int16))
+        else:  # the library takes them left-aligned
+            self._sound.write((whole * np.float32(2.0**31 / self._scale)).astype(np.int32))
 
     def close(self) -> None:
         """End the file, with all that was written on its disk."""

@@ -9,7 +9,7 @@ from os import PathLike, fspath
 from typing import Any, Union
 
 from .._error import Error
-from ._files import is_local, joined, local_path, read_bytes, stem
+from ._files import absolute, is_local, joined, local_path, read_bytes, stem
 
 # An item as its line has it, with absolute paths; where it cannot be used, `unusable` says why.
 Item = dict[str, Any]
@@ -48,7 +48,7 @@ def read_items(operation: str, manifest: Manifest, defaults: Mapping[str, Any]) 
     """
     defaults = {key: value for key, value in defaults.items() if value is not None}
     name = fspath(manifest) if isinstance(manifest, (str, PathLike)) else "manifest"
-    base = name.rpartition("/")[0] if isinstance(manifest, (str, PathLike)) else ""
+    base = absolute(name).rpartition("/")[0]
     items: list[Item] = []
     ids: dict[str, int] = {}
     for number, line in enumerate(_lines(manifest, name), 1):

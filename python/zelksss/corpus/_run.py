@@ -21,6 +21,7 @@ from typing import TYPE_CHECKING, Any
 from .. import __version__
 from .._error import Error
 from ._errors import InterruptedRunError
+from ._files import absolute
 from ._items import Result, Task
 from ._manifest import Item, stamps
 from ._process import item_processes, work_batch
@@ -35,7 +36,6 @@ PIECES = ".pieces"  # of long recordings
 
 _WINDOW = 128  # batches that the scheduler has at once, at least
 _LARGEST_BATCH = 1000
-_BATCH_SECONDS = 1.0
 _TELL_EVERY = 0.5  # seconds
 _LOOK_EVERY = 2.0
 
@@ -114,7 +114,7 @@ def run(
     options: Options,
 ) -> Report:
     """Do all items that are not done yet."""
-    store = Store(output)
+    store = Store(absolute(output))
     with _only_one(store):
         return _Run(operation, items, store, settings, options).go()
 
@@ -141,6 +141,7 @@ def _only_one(store: Store) -> Iterator[None]:
 
 @contextmanager
 def _client(options: Options) -> Iterator[Client]:
+    import dask
     from distributed import Client, LocalCluster
 
     if isinstance(options.client, Client):
@@ -153,15 +154,23 @@ def _client(options: Options) -> Iterator[Client]:
         with client:
             yield client
     else:
-        # Threads do: each waits for the process that does its items.
-        cluster = LocalCluster(
-            n_workers=1,
-            threads_per_worker=options.jobs or len(os.sched_getaffinity(0)),
-            processes=False,
-            memory_limit=0,  # a worker holds nothing; items have `memory`
-            dashboard_address=":0",
-        )
-        with cluster, Client(cluster, set_as_default=False) as client, item_processes():
+        # Threads do: each waits for the process that does its items. Nobody looks at their profile.
+        quiet = {
+            "distributed.worker.profile.enabled": False,
+            "distributed.admin.system-monitor.interval": "10s",
+        }
+        with (
+            dask.config.set(quiet),
+            LocalCluster(
+                n_workers=1,
+                threads_per_worker=options.jobs or len(os.sched_getaffinity(0)),
+                processes=False,
+                memory_limit=0,  # a worker holds nothing; items have `memory`
+                dashboard_address=":0",
+            ) as cluster,
+            Client(cluster, set_as_default=False) as client,
+            item_processes(),
+        ):
             yield client
 
 
@@ -240,7 +249,8 @@ class _Run:
             for line in self.store.read(INDEX).splitlines():
                 try:
                     row = json.loads(line)
-                    same = wanted.get(row["id"]) == row["key"] and row["id"] in there
+                    there_still = row["id"] in there
+                    same = wanted.get(row["id"], row["key"]) == row["key"] and there_still
                 except (ValueError, KeyError, TypeError):
                     continue  # the last line of a run that was ended in it
                 if same:
@@ -309,7 +319,9 @@ class _Run:
             return [self.first.popleft()]
         count = self.options.batch or 1
         if self.options.batch is None and self.worked > 0:
-            count = int(_BATCH_SECONDS * self.worked / max(self.work_seconds, 1e-9))
+            # So long that the scheduler has a hundred batches a second at most.
+            seconds = max(1.0, self.report.workers / 100)
+            count = int(seconds * self.worked / max(self.work_seconds, 1e-9))
         count = max(1, min(count, _LARGEST_BATCH, len(self.waiting)))
         return [self.waiting.popleft() for _ in range(count)]
 
@@ -404,6 +416,7 @@ class _Run:
     def _write_index(self) -> None:
         """Write the index anew, in the manifest's order, and what failed."""
         rows = [self.rows[item["id"]] for item in self.items if item["id"] in self.rows]
+        rows += [row for id, row in self.rows.items() if id not in self.keys]  # other manifests'
         self.store.write(INDEX, "".join(row + "\n" for row in rows))
         places = {item["id"]: n for n, item in enumerate(self.items)}
         self.report.failures.sort(key=lambda failure: places[failure.id])
@@ -417,9 +430,12 @@ class _Run:
             pyarrow.parquet.write_table(pyarrow.Table.from_pylist([*map(json.loads, rows)]), sink)
             self.store.write("index.parquet", sink.getvalue().to_pybytes())
 
+    def _count(self) -> int:
+        return sum(item["id"] in self.rows for item in self.items)
+
     def _stopped(self, reason: str) -> str:
         return (
-            f"{self.store.url}: {reason}; {len(self.rows)} of {len(self.items)} items are there;"
+            f"{self.store.url}: {reason}; {self._count()} of {len(self.items)} items are there;"
             " the same again goes on from them"
         )
 
