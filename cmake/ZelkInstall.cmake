@@ -112,7 +112,7 @@ endif()
 install(FILES README.md CHANGELOG.md TYPE DOC)
 install(FILES docs/architecture.md docs/command.md docs/corpus.md docs/embedding.md docs/errors.md docs/flowdesigner.md
               docs/formats.md docs/limits.md docs/live.md docs/methods.md
-              docs/python.md docs/scores.md docs/speed.md
+              docs/python.md docs/scale.md docs/scores.md docs/speed.md
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(FILES docs/pictures/map.svg docs/pictures/pattern.svg docs/pictures/spectrogram.png
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs/pictures)

@@ -2,9 +2,10 @@
 # What a newcomer meets: clones this repository's last commit into a fresh, minimal Debian 12 in a chroot,
 # runs scripts/demo.sh and scripts/test.sh there with nothing of this environment, and says how they ended
 # and how long they took. Needs root, debootstrap and the mirror of this machine's apt.
-#   scripts/check-bare.sh [--ccache] [ROOT]    by default a temporary folder; a ROOT that exists is used
-#                                              again, with the packages of earlier runs, and is kept
+#   scripts/check-bare.sh [--ccache] [--demo] [ROOT]    by default a temporary folder; a ROOT that exists is
+#                                                       used again, with the packages of earlier runs, and kept
 #   --ccache    install ccache there and let it use this machine's cache; it goes by the locale, too
+#   --demo      only the demonstration
 # Whole logs are in build/bare. Exit status 3 where no such Debian can be made, 1 if a command fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -13,9 +14,14 @@ source scripts/bare-root.sh
 say() { echo "check-bare.sh: $*"; }
 cannot() { say "$*" >&2; exit 3; }
 
-cache=
-if [ "${1:-}" = --ccache ]; then cache=yes; shift; fi
-root=${1:-}
+cache= root= scripts=(demo test)
+for argument in "$@"; do
+  case $argument in
+    --ccache) cache=yes ;;
+    --demo) scripts=(demo) ;;
+    *) root=$argument ;;
+  esac
+done
 [ "$(id -u)" -eq 0 ] || cannot "needs root, for chroot"
 command -v debootstrap >/dev/null || cannot "needs debootstrap (scripts/deps.sh --bare)"
 mkdir -p build/bare
@@ -49,7 +55,7 @@ mkdir -p "$root$repository"
 git clone --quiet --depth 1 "file://$repository" "$root$repository"
 
 failures=0
-for script in demo test; do
+for script in "${scripts[@]}"; do
   started=$SECONDS status=0
   inside "${environment[@]}" bash -c "cd '$repository' && bash scripts/$script.sh" >"$logs/$script.log" 2>&1 || status=$?
   say "bash scripts/$script.sh: exit status $status after $((SECONDS - started)) s; it ended with ($logs/$script.log):"

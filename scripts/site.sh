@@ -60,6 +60,7 @@ scores
 formats
 errors
 limits
+scale
 speed
 architecture
 CONTRIBUTING

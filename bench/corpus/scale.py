@@ -3,7 +3,7 @@
     scale.py throughput [METHOD] [RECORDINGS] [SECONDS]   against the plain command, per core
     scale.py tiny [ITEMS]                                 items of 0.1 s
     scale.py scheduler [ITEMS]                            scheduler and client alone, by batch
-    scale.py pieces                                       what pieces change for methods that learn
+    scale.py pieces [METHOD …]                            what pieces change for methods that learn
 
 Run in the environment of scripts/python-env.sh with the built package on PYTHONPATH and the command
 on the PATH. Times of the processor are of all processes that take part, so that they mean something
@@ -143,7 +143,7 @@ def scheduler(folder: Path, items="100000") -> None:
             process.kill()
 
 
-def pieces(folder: Path) -> None:
+def pieces(folder: Path, *methods) -> None:
     """Two noises in a room, separated whole and in pieces: scores, and how far they differ."""
     seconds = 120
     db = zelksss.Database.free_field(MICS)
@@ -174,7 +174,7 @@ def pieces(folder: Path) -> None:
         "database": str(folder / "array.sofa"),
         "references": {str(id): str(folder / f"ref{id}.wav") for id in (0, 1)},
     }
-    for method in ("NULL", "LCMV", "GJ", "GICA", "MSNR"):
+    for method in methods or ("NULL", "LCMV", "GJ", "GICA", "MSNR"):
         results = {}
         for piece, overlap in ((1000.0, 0.0), (20.0, 0.0), (20.0, 2.0), (20.0, 10.0), (40.0, 10.0)):
             output = folder / f"{method}-{piece}-{overlap}"

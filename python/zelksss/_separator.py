@@ -68,6 +68,8 @@ class Parameters(TypedDict, total=False):
         MSNR: "GEVD" or "GSVD".
     loading : float
         MVDR: noise of the microphones' own, as a share of the sources' mean power.
+    frames : int
+        MVDR: frames that a filter takes, half a frame apart.
     passes : int
         How often the method goes through the recording; LCMV, GICA and MSNR learn on. A `Separator`
         is given the recording as often, see `Separator.start_over`.
@@ -107,6 +109,7 @@ class Parameters(TypedDict, total=False):
     alpha: float
     decomposition_algorithm: str
     loading: float
+    frames: int
     passes: int
     refine: int
     refine_live: bool
