@@ -192,6 +192,7 @@ def test_rooms_and_images_add_up(scene, heard):
         ("NULL", {"refine_live": True, "refine_memory": 0.5, "threads": 2}),
         ("GICA", {"passes": 2, "advance": 160}),
         ("ML", {"noise_from": [(0.0, 0.3), (0.4, 0.5)]}),
+        ("MSNR", {"level": False}),
         ("MVDR", {"loading": 1e-3, "frames": 2}),
     ],
 )
@@ -210,7 +211,7 @@ def test_keywords_do_what_the_options_do(method, keywords, scene, heard, tmp_pat
         if name == "noise_from":
             args.append(",".join(f"{begin}:{end}" for begin, end in value))
         elif value is not True:
-            args.append(str(value))
+            args.append("off" if value is False else str(value))
     db, responses = air, None
     if method == "MVDR":
         read = zelksss.Responses.read(tmp_path / "air.sofa", 16000)
