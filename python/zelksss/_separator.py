@@ -67,8 +67,8 @@ class Parameters(TypedDict, total=False):
     decomposition_algorithm : str
         MSNR: "GEVD" or "GSVD".
     level : bool
-        MSNR that is projected: separate spectra that are brought to the same level, so that it makes
-        no difference how loud the recording is.
+        MSNR that is projected: separate spectra that are brought to the same level, so that it
+        makes no difference how loud the recording is.
     loading : float
         MVDR: noise of the microphones' own, as a share of the sources' mean power.
     frames : int
