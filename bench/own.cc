@@ -28,7 +28,8 @@ std::unique_ptr<Separation::Mvdr> makeMvdr(int M) {
   }
   const std::vector<float> window =
       Audio::makeWindow(Audio::WindowType::Hann, 2 * (bench::BINS - 1));
-  return std::make_unique<Separation::Mvdr>(Separation::SpatialCovariance(responses, window),
+  const auto stack = Separation::FrameStack::halfOverlapping(4, 2 * (bench::BINS - 1), 160);
+  return std::make_unique<Separation::Mvdr>(Separation::SpatialCovariance(responses, window, stack),
                                             bench::SAMPLING_RATE, 0, 1e-4);
 }
 

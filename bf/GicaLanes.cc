@@ -7,6 +7,7 @@
 
 #include "bf/GicaLanes.h"
 #include "matrix/Lanes-inl.h"
+#include "matrix/PerThread.h"
 
 #ifndef ZELK_BF_GICA_LANES_ONCE
 #define ZELK_BF_GICA_LANES_ONCE
@@ -199,7 +200,7 @@ class GicaBins {
 
 void adaptAll(const GicaStep& step, int first, int end, std::vector<Matrix>& newW,
               std::vector<int>& alone) {
-  thread_local GicaBins bins;  // its storage is kept between calls
+  auto& bins = perThread<GicaBins>();
   bins.resize(step.Y.getRowCount(), step.X.getRowCount());
   int k = first;
   for (; k + LANES <= end; k += LANES) bins.adapt(step, k, newW, alone);

@@ -49,6 +49,7 @@ Parameters separatorParameters(const SeparationSettings& s) {
   if (s.method->nodeType == "BeamForming") result.push_back(text("BF_METHOD", s.method->name));
   if (s.method->needsDatabase()) result.push_back(text("TF_CONJ_FILENAME", s.database));
   if (s.method->needsResponses()) {
+    result.push_back(whole("ADVANCE", s.advance));
     result.push_back(text("FILENAME", s.responses));
     result.push_back(text("WINDOW", s.window));
     result.push_back(whole("REFERENCE", s.reference));

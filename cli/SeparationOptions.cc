@@ -22,8 +22,10 @@ std::string checkedValue(const MethodParameter& parameter, const std::string& va
   } catch (const std::invalid_argument& error) {
     misuse(fmt::format("--param {} is \"{}\": {}", parameter.name, value, error.what()));
   }
-  if (parameter.type == "float") {
-    const float number = FD::dereference_cast<float>(parsed);
+  if (parameter.type == "float" || parameter.type == "int") {
+    const float number = parameter.type == "int"
+                             ? static_cast<float>(FD::dereference_cast<int>(parsed))
+                             : FD::dereference_cast<float>(parsed);
     const NumberRange& range = parameter.range;
     if (!(number >= range.least && number <= range.most)) {
       misuse(fmt::format("--param {} is \"{}\", expected {}", parameter.name, value, range.text));

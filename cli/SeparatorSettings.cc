@@ -26,8 +26,7 @@ std::vector<BF::Matrix> measuredNoise(const SeparationSettings& s, SeparationInp
 
 Separation::Settings separatorSettings(const SeparationSettings& s) {
   Separation::Settings settings;
-  settings.method = s.method->algorithm;
-  settings.parameters = engineParameters(*s.method, s.methodParameters);
+  setMethod(*s.method, s.methodParameters, settings);
   settings.samplingRate = s.samplingRate;
   settings.length = s.length;
   settings.advance = s.advance;
@@ -49,12 +48,6 @@ Separation::Settings separatorSettings(const SeparationSettings& s) {
   settings.refinement.loading = static_cast<float>(settings.refinement.loading);  // as the node
   settings.postMask = s.postMask;
   settings.threads = s.threads;
-  if (s.method->needsResponses()) {
-    const auto chosen = s.methodParameters.find("LOADING");
-    const std::string& loading =
-        chosen == s.methodParameters.end() ? s.method->parameters[0].defaultValue : chosen->second;
-    settings.mvdrLoading = std::strtof(loading.c_str(), nullptr);
-  }
   return settings;
 }
 

@@ -7,6 +7,7 @@
 
 #include "matrix/ColumnProducts.h"
 #include "matrix/Lanes-inl.h"
+#include "matrix/PerThread.h"
 
 #ifndef ZELK_MATRIX_COLUMN_PRODUCTS_ONCE
 #define ZELK_MATRIX_COLUMN_PRODUCTS_ONCE
@@ -56,8 +57,12 @@ void multiplyLanes(const std::vector<Matrix>& W, const Matrix& X, Matrix& Y, int
   }
 }
 
+struct Operands {
+  std::vector<Complex> w, x;
+};
+
 void multiplyAll(const std::vector<Matrix>& W, const Matrix& X, Matrix& Y) {
-  thread_local std::vector<Complex> w, x;  // their storage is kept between calls
+  auto& [w, x] = perThread<Operands>();
   const int M = X.getRowCount();
   const int N = Y.getRowCount();
   w.resize(static_cast<std::size_t>(N) * M);

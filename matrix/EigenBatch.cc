@@ -8,6 +8,7 @@
 #include "matrix/EigenBatch.h"
 #include "matrix/JacobiRotation-inl.h"
 #include "matrix/Lanes-inl.h"
+#include "matrix/PerThread.h"
 #include "matrix/evd.h"
 
 #ifndef ZELK_MATRIX_EIGEN_BATCH_ONCE
@@ -84,6 +85,7 @@ struct Decompositions {
   std::vector<Diagonal> diagonal;
   std::vector<PlaneRotation> rotations;  // in their order
   std::vector<Complex> v;                // a column of V
+  Matrix values;                         // of a lane, n × 1
 
   Complex& a(int i, int j) { return A[static_cast<std::size_t>(i) * n + j]; }
 
@@ -270,7 +272,7 @@ void rotateBack(Decompositions& batch) {
 Real findPrincipalVectors(Decompositions& batch) {
   Real unfinished;
   unfinished.store(hn::IfThenElseZero(decompose(batch), hn::Set(d, 1.0)));
-  thread_local Matrix values;
+  Matrix& values = batch.values;
   reshape(values, batch.n, 1);
   for (int l = 0; l < LANES; ++l) {
     for (int i = 0; i < batch.n; ++i) {
@@ -288,14 +290,9 @@ void storeVector(const Complex* v, int n, int l, Matrix& vector) {
   for (int i = 0; i < n; ++i) vector.setElementAt(i, 0, v[i].re.lanes[l], v[i].im.lanes[l]);
 }
 
-Decompositions& batchOfThisThread() {
-  thread_local Decompositions batch;  // its storage is kept between calls
-  return batch;
-}
-
 /// The results of items first … first + LANES − 1, or to the end.
 void principalVectorsFrom(std::size_t first, const Batch& items) {
-  Decompositions& batch = batchOfThisThread();
+  auto& batch = perThread<Decompositions>();
   const int n = items[first].operand->getRowCount();
   const int used = static_cast<int>(std::min<std::size_t>(LANES, items.size() - first));
   batch.clear(n);
@@ -410,8 +407,8 @@ struct Pairs {
 };
 
 void generalisedVectorsFrom(std::size_t first, const std::vector<EigenPair>& items) {
-  thread_local Pairs pairs;  // its storage is kept between calls
-  Decompositions& batch = batchOfThisThread();
+  auto& pairs = perThread<Pairs>();
+  auto& batch = perThread<Decompositions>();
   const int n = items[first].A->getRowCount();
   const int used = static_cast<int>(std::min<std::size_t>(LANES, items.size() - first));
   batch.clear(n);

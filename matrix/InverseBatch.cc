@@ -7,6 +7,7 @@
 
 #include "matrix/InverseBatch.h"
 #include "matrix/Lanes-inl.h"
+#include "matrix/PerThread.h"
 
 #ifndef ZELK_MATRIX_INVERSE_BATCH_ONCE
 #define ZELK_MATRIX_INVERSE_BATCH_ONCE
@@ -116,7 +117,7 @@ class InverseBatch {
 };
 
 void inversesOfAll(const Batch& items) {
-  thread_local InverseBatch batch;  // its storage is kept between calls
+  auto& batch = perThread<InverseBatch>();
   for (std::size_t first = 0; first < items.size(); first += LANES) {
     const int used = static_cast<int>(std::min<std::size_t>(LANES, items.size() - first));
     batch.clear(items[first].operand->getRowCount());

@@ -7,6 +7,7 @@
 
 #include "matrix/CholeskyFactor.h"
 #include "matrix/Lanes-inl.h"
+#include "matrix/PerThread.h"
 #include "matrix/SvdBatch.h"
 #include "matrix/svd.h"
 
@@ -560,11 +561,6 @@ class TallSvdBatch {
   bool unusable[LANES] = {};
 };
 
-TallSvdBatch& batchOfThisThread() {
-  thread_local TallSvdBatch batch;  // its storage is kept between calls
-  return batch;
-}
-
 /// Loads of[first] … into the lanes of batch, decomposes them and returns how many there are.
 int decomposeFrom(std::size_t first, const Batch& items, bool transpose, int leftColumns,
                   TallSvdBatch& batch, bool ofCholeskyFactor = false) {
@@ -596,13 +592,13 @@ HWY_INLINE void timesInverse(const Complex& v, V inverse, Complex& vs) {
 /// V · Σ⁺ · Uᴴ, of the operands or of their Cholesky factors. What the zeros of Σ⁺ add to the sums
 /// is nothing.
 void pseudoInversesFrom(std::size_t first, const Batch& items, bool ofCholeskyFactor) {
-  thread_local std::vector<Complex> vs;
+  auto& vs = perThread<std::vector<Complex>>();
   const bool wide = items[first].operand->getRowCount() < items[first].operand->getColumnCount();
   const int p =
       std::max(items[first].operand->getRowCount(), items[first].operand->getColumnCount());
   const int q =
       std::min(items[first].operand->getRowCount(), items[first].operand->getColumnCount());
-  TallSvdBatch& batch = batchOfThisThread();
+  auto& batch = perThread<TallSvdBatch>();
   const int used = decomposeFrom(first, items, wide, q, batch, ofCholeskyFactor);
   for (int l = 0; l < used; ++l) {
     reshape(*items[first + l].result, items[first].operand->getColumnCount(),
@@ -655,7 +651,7 @@ void pseudoInversesOfAll(const Batch& items, bool ofCholeskyFactor) {
 
 /// *items[i].result := columns begin … end − 1 of the U of *items[i].operand.
 void leftVectorsOfAll(const Batch& items, int begin, int end, int formed) {
-  TallSvdBatch& batch = batchOfThisThread();
+  auto& batch = perThread<TallSvdBatch>();
   for (std::size_t first = 0; first < items.size(); first += LANES) {
     const int used = decomposeFrom(first, items, false, formed, batch);
     const int m = items[first].operand->getRowCount();

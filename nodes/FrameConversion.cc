@@ -7,17 +7,6 @@
 
 namespace {
 
-/// The frame in double precision, same shape: a row per microphone, a column per bin.
-BF::Matrix widened(const SpectrumMatrix& frame) {
-  const int rows = static_cast<int>(frame.nrows());
-  const int columns = static_cast<int>(frame.ncols());
-  BF::Matrix X(rows, columns);
-  for (int i = 0; i < rows; ++i) {
-    for (int k = 0; k < columns; ++k) X.setElementAt(i, k, std::complex<double>(frame(i, k)));
-  }
-  return X;
-}
-
 /// Row i of Y, narrowed, goes under the id of location i.
 void insertSpectra(const BF::Matrix& Y, const std::vector<BF::SourceLocation>& locations,
                    const OutputCheck* check, SpectrumMap& map) {
@@ -52,6 +41,16 @@ void OutputCheck::report(int source, int bin, const std::complex<float>& value) 
 void OutputCheck::write(int source, int bin, const char* fault) const {
   std::cout << node << ": Output Spectrum data [" << source << " , " << bin << "] is " << fault
             << ". Please check the parameters." << std::endl;
+}
+
+BF::Matrix widened(const SpectrumMatrix& frame) {
+  const int rows = static_cast<int>(frame.nrows());
+  const int columns = static_cast<int>(frame.ncols());
+  BF::Matrix X(rows, columns);
+  for (int i = 0; i < rows; ++i) {
+    for (int k = 0; k < columns; ++k) X.setElementAt(i, k, std::complex<double>(frame(i, k)));
+  }
+  return X;
 }
 
 void appendLocations(const SourceList& sourceList, bool flag,

@@ -32,6 +32,9 @@ class OutputCheck {
   bool nanHidesInfinity;
 };
 
+/// The frame in double precision, same shape: a row per microphone, a column per bin.
+BF::Matrix widened(const SpectrumMatrix& frame);
+
 /// Separates one frame: the engine's updateSources, executeBeamForming and adaptSeparationMatrices
 /// on the frame in double precision, then each output row, narrowed to single precision, into the
 /// map under the id of its location. An id that is there already keeps its first entry. check

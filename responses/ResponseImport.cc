@@ -27,13 +27,15 @@ constexpr std::size_t MAX_VALUES = std::size_t{1} << 27;
 /// A response has begun where it reaches this part of its position's peak.
 constexpr float ONSET = 0.03F;
 
-constexpr int LEAD = 16;                ///< samples at the frame's rate
-constexpr int LEADS_PER_FRAME = 8;      ///< at least
-constexpr double FADE_PART = 1.0 / 16;  ///< of the frame
+constexpr int SHORT_LEAD = 16;            ///< samples at the frame's rate …
+constexpr int SHORT_LEADS_PER_FRAME = 8;  ///< … where so many at least are in a frame
+constexpr int LONG_LEADS_PER_FRAME = 32;  ///< in a long one
+constexpr double FADE_PART = 1.0 / 16;    ///< of the frame
 constexpr double UNUSABLE_LOSS = 0.999;
 
 constexpr double MIN_CHOSEN = 0.02;  ///< seconds, of a frame that is chosen
 constexpr double MAX_CHOSEN = 0.6;
+constexpr double ENERGY_IN_HALF = 0.999;  ///< of it
 
 /// Relative error of a frequency that does not matter: 0.01 rad at the end of the longest frame.
 constexpr double FREQUENCY_TOLERANCE = 5e-8;
@@ -162,7 +164,9 @@ void Importer::findStart() {
   if (std::isnan(onset)) {
     throw DataError(fmt::format("{}: all responses are 0, expected some sound", path));
   }
-  lead = std::min(LEAD, frame.length / LEADS_PER_FRAME) * responses.rate / frame.rate;
+  const int samples = std::max(std::min(SHORT_LEAD, frame.length / SHORT_LEADS_PER_FRAME),
+                               frame.length / LONG_LEADS_PER_FRAME);
+  lead = samples * responses.rate / frame.rate;
   // A whole number: then whole delays stay whole.
   start = std::floor(onset - lead);
   report.removedDelay = start / responses.rate;
@@ -327,12 +331,15 @@ std::vector<std::complex<float>> Importer::run() {
   return H;
 }
 
-// Longer frames are not tried once one holds enough.
+// By what half a frame holds: a spectrum per frame is exact for responses that are short beside it,
+// and filters that undo them are longer than they are. Longer frames are not tried once one holds
+// enough.
 int chooseLength(const std::string& path, const MeasuredResponses& responses, int rate) {
   const std::vector<int> lengths = choices(rate);
   for (const int length : lengths) {
     ImportReport report;
-    if (Importer(path, responses, {rate, length}, report).energyInFrame() >= ENOUGH_ENERGY) {
+    const FrameShape half = {rate, length / 2};
+    if (Importer(path, responses, half, report).energyInFrame() >= ENERGY_IN_HALF) {
       return length;
     }
   }

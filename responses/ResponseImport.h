@@ -41,15 +41,16 @@ struct ImportReport {
 ///
 ///   H(k) = Σ w(n) h(n) e^(−j2πf(k)(n + delay − start) / file's rate)
 ///
-/// where `start` is common to the whole file: the earliest onset less a lead of 16 samples (an
-/// eighth of the frame if that is less). What arrives earlier or later than the frame is cut off
-/// with a short fade and reported. Sampling the spectrum at these frequencies is the ideal change
-/// of the sampling rate; bins above half the file's rate continue the last known one as a pure
-/// delay, with a warning. A file of transfer functions that fits already is copied.
+/// where `start` is common to the whole file: the earliest onset less a lead of a 32nd part of the
+/// frame, but 16 samples in frames of less than 512 (an eighth of the frame if that is less).
+/// What arrives earlier or later than the frame is cut off with a short fade and reported. Sampling
+/// the spectrum at these frequencies is the ideal change of the sampling rate; bins above half the
+/// file's rate continue the last known one as a pure delay, with a warning. A file of transfer
+/// functions that fits already is copied.
 ///
 /// A frame length of 0 is chosen: that of a file of transfer functions of the same rate; otherwise
-/// the least power of two, from 20 ms to 600 ms, that holds 99 % of the energy of all responses,
-/// or the largest of these.
+/// the least power of two, from 20 ms to 600 ms, of which half holds 99.9 % of the energy of all
+/// responses, or the largest of these.
 ///
 /// The report is replaced. Throws DataError naming the file.
 SofaTransferFunctions importResponses(const SofaFile& file, FrameShape frame, ImportReport& report);

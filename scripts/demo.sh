@@ -145,7 +145,7 @@ cp "$out/room"/mix*.wav "$out/measured"
   table_of ring "ring of eight microphones, 5 cm radius, computed responses" "${methods[@]}"
   table_of room "the ring in a room (T60 0.4 s), responses computed for free field; MVDR: the room's own" \
     "${room_methods[@]}"
-  table_of measured "the ring in that room, the room's own responses, frames of 0.26 s" "${measured_methods[@]}"
+  table_of measured "the ring in that room, the room's own responses, frames of 0.51 s" "${measured_methods[@]}"
   echo "Before: the first microphone. After: the separated talker. Both against that talker alone at"
   echo "the first microphone, with a filter of 512 taps between the two allowed (zelk-sss score)."
 } >"$out/table.txt"

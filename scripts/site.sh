@@ -44,6 +44,7 @@ python
 embedding
 flowdesigner
 corpus
+scale
 live
 ```
 ```{toctree}

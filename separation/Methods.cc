@@ -7,8 +7,6 @@
 #include <limits>
 #include <stdexcept>
 
-#include "separation/Settings.h"
-
 namespace {
 
 using Parameters = std::vector<MethodParameter>;
@@ -111,8 +109,27 @@ std::vector<Method> makeMethods() {
          "0.0001",
          "noise of the microphones' own, as a share of the sources' mean power",
          {},
-         POSITIVE}}},
+         POSITIVE},
+        {"FRAMES",
+         "int",
+         "4",
+         "frames that a filter takes, half a frame apart: more hold echoes back longer",
+         {},
+         {1.0F, Separation::MAX_MVDR_FRAMES, "1 to 16"}}}},
   };
+}
+
+std::map<std::string, std::string> withDefaults(const Method& method,
+                                                std::map<std::string, std::string> texts) {
+  for (const MethodParameter& parameter : method.parameters) {
+    texts.try_emplace(parameter.name, parameter.defaultValue);
+  }
+  return texts;
+}
+
+/// With the precision of the nodes' parameters.
+double numberOf(const std::string& text) {
+  return static_cast<double>(std::strtof(text.c_str(), nullptr));
 }
 
 }  // namespace
@@ -124,13 +141,8 @@ const std::vector<Method>& methods() {
 
 BF::EngineParameters engineParameters(const Method& method,
                                       const std::map<std::string, std::string>& given) {
-  std::map<std::string, std::string> texts = given;
-  for (const MethodParameter& parameter : method.parameters) {
-    texts.try_emplace(parameter.name, parameter.defaultValue);
-  }
-  const auto number = [&](const std::string& name) {
-    return static_cast<double>(std::strtof(texts.at(name).c_str(), nullptr));
-  };
+  const std::map<std::string, std::string> texts = withDefaults(method, given);
+  const auto number = [&](const std::string& name) { return numberOf(texts.at(name)); };
   BF::EngineParameters result;
   for (const auto& [name, text] : texts) {
     if (name.ends_with("_LC_METHOD")) result.lcAdaptive = text == "ADAPTIVE";
@@ -146,6 +158,16 @@ BF::EngineParameters engineParameters(const Method& method,
     if (name == "DECOMPOSITION_ALGORITHM") result.decompositionAlgorithm = text;
   }
   return result;
+}
+
+void setMethod(const Method& method, const std::map<std::string, std::string>& given,
+               Separation::Settings& settings) {
+  settings.method = method.algorithm;
+  settings.parameters = engineParameters(method, given);
+  if (!method.needsResponses()) return;
+  const std::map<std::string, std::string> texts = withDefaults(method, given);
+  settings.mvdrLoading = numberOf(texts.at("LOADING"));
+  settings.mvdrFrames = static_cast<int>(numberOf(texts.at("FRAMES")));
 }
 
 const Method& methodNamed(const std::string& name) {

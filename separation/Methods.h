@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "bf/EngineFactory.h"
+#include "separation/Settings.h"
 
 /// What a number may be.
 struct NumberRange {
@@ -20,7 +21,7 @@ struct MethodParameter {
   std::string defaultValue;  ///< what the command sets when it is not asked otherwise
   std::string meaning;
   std::vector<std::string> choices = {};  ///< the texts it may have; empty: any of its type
-  NumberRange range = {};                 ///< of a "float"
+  NumberRange range = {};                 ///< of a "float" or "int"
 };
 
 /// A way of separating, as the command offers it.
@@ -51,6 +52,10 @@ const std::vector<Method>& methods();
 /// precision of the nodes' parameters.
 BF::EngineParameters engineParameters(const Method& method,
                                       const std::map<std::string, std::string>& given);
+
+/// Makes the method, its parameters and what MVDR is told beside them those of the settings.
+void setMethod(const Method& method, const std::map<std::string, std::string>& given,
+               Separation::Settings& settings);
 
 /// The method of that name. Throws std::invalid_argument listing the names there are.
 const Method& methodNamed(const std::string& name);

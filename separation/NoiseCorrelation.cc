@@ -7,6 +7,7 @@
 #include <cstddef>
 
 #include "dsp/DataError.h"
+#include "matrix/ProcessorClones.h"
 
 namespace Audio {
 
@@ -18,6 +19,18 @@ bool allFinite(const std::complex<float>* values, std::size_t count) {
   });
 }
 
+/// R ← keep · R + weight · x · xᴴ for a column of M elements with real parts a and imaginary parts
+/// b.
+ZELK_PROCESSOR_CLONES void addProducts(double keep, double weight, const double* a, const double* b,
+                                       int M, std::complex<double>* R) {
+  for (int i = 0; i < M; ++i) {
+    for (int j = 0; j < M; ++j, ++R) {
+      *R = {keep * R->real() + weight * (a[i] * a[j] + b[i] * b[j]),
+            keep * R->imag() + weight * (b[i] * a[j] - a[i] * b[j])};
+    }
+  }
+}
+
 }  // namespace
 
 NoiseCorrelation::NoiseCorrelation(int microphoneCount, int binCount, double forgettingFactor)
@@ -25,6 +38,8 @@ NoiseCorrelation::NoiseCorrelation(int microphoneCount, int binCount, double for
   if (!(forgetting >= 0 && forgetting <= 1)) {
     throw DataError(fmt::format("FORGETTING is {}, expected 0 to 1", forgetting));
   }
+  re.resize(static_cast<std::size_t>(M));
+  im.resize(re.size());
   R.resize(static_cast<std::size_t>(K) * static_cast<std::size_t>(M) * static_cast<std::size_t>(M));
 }
 
@@ -32,15 +47,12 @@ void NoiseCorrelation::add(const std::complex<float>* spectra) {
   if (!allFinite(spectra, static_cast<std::size_t>(M) * static_cast<std::size_t>(K))) return;
   ++n;
   const double w = std::max(1.0 / static_cast<double>(n), 1.0 - forgetting);
-  std::complex<double>* element = R.data();
-  for (int k = 0; k < K; ++k) {
-    for (int i = 0; i < M; ++i) {
-      const std::complex<double> xi(spectra[static_cast<std::ptrdiff_t>(i) * K + k]);
-      for (int j = 0; j < M; ++j, ++element) {
-        const std::complex<double> xj(spectra[static_cast<std::ptrdiff_t>(j) * K + k]);
-        *element = (1.0 - w) * *element + w * (xi * std::conj(xj));
-      }
+  for (std::ptrdiff_t k = 0; k < K; ++k) {
+    for (std::ptrdiff_t i = 0; i < M; ++i) {
+      re[i] = spectra[i * K + k].real();
+      im[i] = spectra[i * K + k].imag();
     }
+    addProducts(1.0 - w, w, re.data(), im.data(), M, R.data() + k * M * M);
   }
 }
 

@@ -39,6 +39,7 @@ class NoiseCorrelation {
   double forgetting;
   std::int64_t n = 0;
   std::vector<std::complex<double>> R;  // K × M·M
+  std::vector<double> re, im;           // of a bin's observation
 };
 
 }  // namespace Audio

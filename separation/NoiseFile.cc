@@ -28,6 +28,13 @@ class NoiseTimes {
            });
   }
 
+  /// Whether no frame that begins at `start` or later is held.
+  bool end(std::int64_t start) const {
+    const double begin = static_cast<double>(start) / rate;
+    return !ranges.empty() && std::all_of(ranges.begin(), ranges.end(),
+                                          [&](const auto& range) { return range.end <= begin; });
+  }
+
   void requireFrames(const NoiseCorrelation& noise, int length, const std::string& name) const {
     if (noise.frames() > 0) return;
     throw DataError(fmt::format("{}: no whole frame of {} samples ({:.4f} s) lies in {}", name,
@@ -64,8 +71,9 @@ NoiseCorrelation noiseOfSamples(const RecordedSamples& recording, const FrameLay
   const auto channels = static_cast<std::size_t>(recording.channels);
   // Frames that end within the recording, and of them those that begin there.
   for (std::size_t f = 0; (f + 1) * advance <= recording.count; ++f) {
-    analyzer.add(recording.values + f * advance * channels, advance);
     const std::int64_t start = layout.start(static_cast<std::int64_t>(f));
+    if (times.end(start)) break;
+    analyzer.add(recording.values + f * advance * channels, advance);
     if (start >= 0 && times.hold(start, layout.length())) noise.add(analyzer.spectra().data());
   }
   times.requireFrames(noise, layout.length(), name);

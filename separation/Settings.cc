@@ -82,6 +82,8 @@ void checkRefinement(const Settings& s) {
     require(value > 0 && std::isfinite(value), field, value, "a number above 0");
   };
   requirePositive("mvdrLoading", s.mvdrLoading);
+  require(s.mvdrFrames >= 1 && s.mvdrFrames <= MAX_MVDR_FRAMES, "mvdrFrames", s.mvdrFrames,
+          "1 to " + asText(MAX_MVDR_FRAMES));
   requirePositive("refinement.loading", s.refinement.loading);
   requirePositive("refinement.memory", s.refinement.memory);
   require(s.passes >= 1, "passes", s.passes, "1 or more");

@@ -45,6 +45,9 @@ struct NoiseSettings {
 /// The number of the method MVDR where methods have numbers; those of the engine end at 11.
 inline constexpr BF::BfAlgorithmType ALGORITHM_MVDR{101};
 
+/// The most frames that MVDR may take at once.
+inline constexpr int MAX_MVDR_FRAMES = 16;
+
 /// More are not taken.
 inline constexpr int MAX_THREADS = 256;
 
@@ -90,6 +93,7 @@ struct Settings {
   /// Samples that are not finite or beyond 10¹⁵ are passed on instead of being replaced by 0.
   bool keepNonFinite = false;
   double mvdrLoading = 1e-4;  ///< MVDR: of the sources' mean power, above 0
+  int mvdrFrames = 4;         ///< MVDR: frames that a filter takes, 1 to 16, half a frame apart
   /// CMSNR, if projected, separates spectra that are brought to a stated level; the projection
   /// brings its outputs back, so that the level of the recording makes no difference. (CML has
   /// noise.normalize for that.)

@@ -20,7 +20,8 @@ std::unique_ptr<BF::BF> makeEngine(const Settings& s, const ImpulseResponses* re
                           BF::SPEED_OF_SOUND);
   }
   SpatialCovariance covariance(*responses,
-                               Audio::makeWindow(Audio::windowNamed(s.window), s.length));
+                               Audio::makeWindow(Audio::windowNamed(s.window), s.length),
+                               FrameStack::halfOverlapping(s.mvdrFrames, s.length, s.advance));
   return std::make_unique<Mvdr>(std::move(covariance), s.samplingRate, s.referenceMicrophone,
                                 s.mvdrLoading);
 }
@@ -31,6 +32,7 @@ SpectralSeparation::SpectralSeparation(const Settings& checked, int microphones,
                                        const ImpulseResponses* responses)
     : settings(checked),
       engine(makeEngine(settings, responses)),
+      mvdr(dynamic_cast<Mvdr*>(engine.get())),
       X(microphones, engine->numFreq),
       spectrum(static_cast<std::size_t>(engine->numFreq)) {
   const RefinementSettings& r = settings.refinement;
@@ -57,6 +59,7 @@ void SpectralSeparation::setDatabase(const BF::TransformFunctionDatabase& databa
 
 void SpectralSeparation::nextPass() {
   ++pass;
+  if (mvdr) mvdr->startOver();
   if (pass < settings.passes) {
     if (learnt) learnt->keep(*engine);
   } else {
@@ -81,6 +84,10 @@ const BF::Matrix& SpectralSeparation::separate(std::int64_t frame, std::int64_t 
   if (stage < Stage::Learned) {
     if (isByEngine) learn(frame, total, spectra, listed);
     stage = Stage::Learned;
+  }
+  if (listed.empty() && mvdr && isByEngine) {
+    load(spectra, 1.0F);
+    mvdr->hear(X);
   }
   if (!listed.empty() && stage < Stage::Separated) {
     if (isByEngine) runEngine(frame, spectra, listed);

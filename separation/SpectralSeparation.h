@@ -18,6 +18,8 @@
 
 namespace Separation {
 
+class Mvdr;
+
 /// Separates the spectra of frames: the method's engine, with the noise, level, projection,
 /// refinement and mask that the settings ask for, in this order.
 class SpectralSeparation {
@@ -60,6 +62,7 @@ class SpectralSeparation {
   Settings settings;
   std::optional<NoiseModel> noise;
   std::unique_ptr<BF::BF> engine;
+  Mvdr* mvdr;  // the engine, if it is one
   std::optional<Level> level;
   std::optional<LearntRows> learnt;
   std::optional<Audio::BackProjection> projection;

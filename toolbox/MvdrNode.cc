@@ -27,17 +27,22 @@ const NodeSpec MVDR::SPEC = {
     .outputs = {{"OUTPUT", SPECTRUM_MAP_TYPE,
                  "Source id to its spectrum as the reference microphone hears it, targets and "
                  "noise sources alike"}},
-    .parameters = {{"LENGTH", "int", nullptr, "Samples per frame, as in AudioFrames"},
-                   {"SAMPLING_RATE", "int", nullptr, "Sampling rate in Hz, as in AudioFrames"},
-                   {"FILENAME", "string", nullptr,
-                    "Impulse responses from positions to the microphones (a SOFA file, best of "
-                    "DataType FIR); those of another rate are converted"},
-                   {"WINDOW", "string", "HANN", "Analysis window, as in AudioFrames"},
-                   {"REFERENCE", "int", "1",
-                    "The reference microphone, counted from 1 among the channels in use"},
-                   {"LOADING", "float", "0.0001",
-                    "Noise of the microphones' own, as a share of the sources' mean power; more "
-                    "is safer where positions and responses are not exact"}}};
+    .parameters = {
+        {"LENGTH", "int", nullptr, "Samples per frame, as in AudioFrames"},
+        {"ADVANCE", "int", nullptr, "Samples from one frame to the next, as in AudioFrames"},
+        {"SAMPLING_RATE", "int", nullptr, "Sampling rate in Hz, as in AudioFrames"},
+        {"FILENAME", "string", nullptr,
+         "Impulse responses from positions to the microphones (a SOFA file, best of "
+         "DataType FIR); those of another rate are converted"},
+        {"WINDOW", "string", "HANN", "Analysis window, as in AudioFrames"},
+        {"REFERENCE", "int", "1",
+         "The reference microphone, counted from 1 among the channels in use"},
+        {"LOADING", "float", "0.0001",
+         "Noise of the microphones' own, as a share of the sources' mean power; more "
+         "is safer where positions and responses are not exact"},
+        {"FRAMES", "int", "4",
+         "Frames that a filter takes, half a frame apart, 1 to 16: the newest and "
+         "earlier ones; more hold echoes back longer, without more delay"}}};
 
 namespace {
 
@@ -53,11 +58,16 @@ MVDR::MVDR(std::string nodeName, const FD::ParameterSet& params)
 
 void MVDR::makeEngine() {
   const int length = intParameter("LENGTH");
-  const Audio::FrameLayout layout(length, length);  // checks it
+  const Audio::FrameLayout layout(length, intParameter("ADVANCE"));  // checks them
   const int rate = Audio::checkedSamplingRate(intParameter("SAMPLING_RATE"));
   const float loading = floatParameter("LOADING");
   if (!(loading > 0 && std::isfinite(loading))) {
     throw DataError(fmt::format("LOADING is {}, expected a number above 0", loading));
+  }
+  const int frames = intParameter("FRAMES");
+  if (frames < 1 || frames > Separation::MAX_MVDR_FRAMES) {
+    throw DataError(
+        fmt::format("FRAMES is {}, expected 1 to {}", frames, Separation::MAX_MVDR_FRAMES));
   }
   const std::vector<float> window =
       Audio::makeWindow(Audio::windowNamed(stringParameter("WINDOW")), length);
@@ -68,7 +78,10 @@ void MVDR::makeEngine() {
         fmt::format("REFERENCE is {}, expected a microphone's number from 1", reference));
   }
   engine = std::make_unique<Separation::Mvdr>(
-      Separation::SpatialCovariance(std::move(responses), window), rate, reference - 1, loading);
+      Separation::SpatialCovariance(
+          std::move(responses), window,
+          Separation::FrameStack::halfOverlapping(frames, length, layout.advance())),
+      rate, reference - 1, loading);
 }
 
 void MVDR::calculate(int /*output_id*/, int count, FD::Buffer& out) {
@@ -90,5 +103,9 @@ void MVDR::calculate(int /*output_id*/, int count, FD::Buffer& out) {
   }
   auto* spectra = new SpectrumMap;
   out[count] = FD::ObjectRef(spectra);
-  if (!listed.empty()) separateFrame(*engine, frames, listed, nullptr, *spectra);
+  if (listed.empty()) {
+    engine->hear(widened(frames));
+  } else {
+    separateFrame(*engine, frames, listed, nullptr, *spectra);
+  }
 }

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "matrix/ProcessorClones.h"
+
 using Separation::SettingError;
 
 namespace Arguments {
@@ -54,7 +56,7 @@ bool isFinite(const std::complex<Real>& x) {
 }
 
 /// Whether all are finite, found by their exponents: the loop takes many at once.
-bool areFinite(const float* values, std::size_t count) {
+ZELK_PROCESSOR_CLONES bool areFinite(const float* values, std::size_t count) {
   std::uint32_t largest = 0;
   for (std::size_t i = 0; i < count; ++i) {
     largest = std::max(largest, std::bit_cast<std::uint32_t>(values[i]) & 0x7FFFFFFFU);
@@ -63,7 +65,7 @@ bool areFinite(const float* values, std::size_t count) {
 }
 
 template <class Value>
-void requireFinite(const py::array_t<Value>& array, const std::string& name) {
+void requireAllFinite(const py::array_t<Value>& array, const std::string& name) {
   const Value* values = array.data();
   const auto count = static_cast<std::size_t>(array.size());
   if constexpr (std::is_same_v<Value, float>) {
@@ -88,7 +90,7 @@ py::array_t<Value> converted(py::handle object, const std::string& name, int dim
   requireDimensions(given, name, dimensions, expected);
   auto array = py::array_t<Value, py::array::c_style | py::array::forcecast>::ensure(given);
   if (!array) throw py::error_already_set();
-  requireFinite<Value>(array, name);
+  requireAllFinite<Value>(array, name);
   return array;
 }
 
@@ -135,6 +137,22 @@ py::array_t<std::complex<float>> complexFloats(py::handle object, const std::str
                                                int dimensions, const std::string& expected) {
   return converted<std::complex<float>>(object, name, dimensions, "cf", "complex64 or complex128",
                                         expected);
+}
+
+void requireFinite(const py::array_t<float>& array, const std::string& name) {
+  requireAllFinite<float>(array, name);
+}
+
+py::array_t<float> copyOf(std::span<const float> samples) {
+  // As py::array_t's constructor does it, which first makes vectors of shape and strides.
+  const auto& numpy = py::detail::npy_api::get();
+  auto count = static_cast<Py_intptr_t>(samples.size());
+  auto array = py::reinterpret_steal<py::array_t<float>>(
+      numpy.PyArray_NewFromDescr_(numpy.PyArray_Type_, py::dtype::of<float>().release().ptr(), 1,
+                                  &count, nullptr, nullptr, 0, nullptr));
+  if (!array) throw py::error_already_set();
+  std::copy(samples.begin(), samples.end(), array.mutable_data());
+  return array;
 }
 
 void requireShape(const py::array& array, const std::string& name,

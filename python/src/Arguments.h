@@ -7,6 +7,7 @@
 #include <complex>
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,12 @@ py::array_t<std::complex<double>> complexDoubles(py::handle object, const std::s
                                                  int dimensions, const std::string& expected);
 py::array_t<std::complex<float>> complexFloats(py::handle object, const std::string& name,
                                                int dimensions, const std::string& expected);
+
+/// Refuses values that are not finite.
+void requireFinite(const py::array_t<float>& array, const std::string& name);
+
+/// A new array of these samples, made quickly.
+py::array_t<float> copyOf(std::span<const float> samples);
 
 /// Refuses an array of another shape than `shape`, in which −1 stands for any count above 0.
 void requireShape(const py::array& array, const std::string& name,

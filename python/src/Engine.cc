@@ -45,6 +45,14 @@ class Engine {
     engine->numMic = count;
   }
 
+  void setThreads(int count) {
+    if (count < 1 || count > Separation::MAX_THREADS) {
+      throw SettingError("threads", std::to_string(count),
+                         "1 to " + std::to_string(Separation::MAX_THREADS));
+    }
+    engine->setThreads(count);
+  }
+
   void setNoise(const py::handle& given) {
     engine->noiseCorrelationMatrices = matricesOf(given, "noise_correlation_matrices", M());
   }
@@ -134,6 +142,7 @@ void bindEngine(py::module_& module) {
       .def(py::init<const std::string&, int, int, const py::dict&>())
       .def("set_database", &Engine::setDatabase)
       .def("set_microphones", &Engine::setMicrophones)
+      .def("set_threads", &Engine::setThreads)
       .def("set_noise", &Engine::setNoise)
       .def("update_sources", &Engine::updateSources)
       .def("process", &Engine::process)

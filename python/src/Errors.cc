@@ -26,6 +26,7 @@ std::string withArguments(std::string text) {
       {"noise.forgetting", "noise_forgetting"},
       {"noise.loading", "noise_loading"},
       {"mvdrLoading", "loading"},
+      {"mvdrFrames", "frames"},
       {"refinement.memory", "refine_memory"},
       {"refinement.passes", "refine"},
       {"refinement.running", "refine_live"},

@@ -163,7 +163,10 @@ Separation::Settings separationSettings(const std::string& name, const py::dict&
   Keywords keywords(given);
   Separation::Settings settings;
   settings.method = method.algorithm;
-  if (method.needsResponses()) keywords.take("loading", "above 0", settings.mvdrLoading);
+  if (method.needsResponses()) {
+    keywords.take("loading", "above 0", settings.mvdrLoading);
+    keywords.take("frames", "a whole number, 1 to 16", settings.mvdrFrames);
+  }
   settings.parameters = takeParameters(method, keywords);
   settings.samplingRate = rate;
   settings.length = length;

@@ -75,12 +75,13 @@ std::vector<BF::SourceLocation> sourceList(py::handle sources) {
     throw SettingError("sources", py::repr(sources).cast<std::string>(),
                        "a Scene or a list of Source");
   }
+  py::detail::make_caster<BF::SourceLocation> source;  // one for all: it looks up its type
   for (const py::handle entry : py::reinterpret_borrow<py::sequence>(sources)) {
-    if (!py::isinstance<BF::SourceLocation>(entry)) {
+    if (!source.load(entry, false)) {
       throw SettingError("sources[" + std::to_string(list.size()) + "]",
                          py::repr(entry).cast<std::string>(), "a Source");
     }
-    list.push_back(entry.cast<const BF::SourceLocation&>());
+    list.push_back(py::detail::cast_op<const BF::SourceLocation&>(source));
   }
   return list;
 }

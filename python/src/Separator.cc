@@ -29,9 +29,24 @@ namespace {
 
 constexpr int DEFAULT_LENGTH = 512;  // samples per frame, where no database says it
 
+/// zelksss.Output and the names of its attributes, kept for the life of the process, as the module
+/// is.
+struct OutputType {
+  py::handle type;
+  py::handle start;
+  py::handle count;
+} outputType;
+
 /// The samples of a block, or of a whole recording.
 py::array_t<float> checkedSamples(const py::handle& x, int microphones) {
   const auto M = static_cast<py::ssize_t>(microphones);
+  if (py::array_t<float, py::array::c_style>::check_(x)) {  // as blocks mostly are
+    auto rows = py::reinterpret_borrow<py::array_t<float>>(x);
+    if (rows.ndim() == 2 && rows.shape(1) == M) {
+      Arguments::requireFinite(rows, "x");
+      return rows;
+    }
+  }
   std::string expected = "[samples, " + std::to_string(M) + " microphones]";
   const py::array given = Arguments::arrayOf(x, "x");
   if (given.ndim() == 2 && given.shape(1) != M && given.shape(0) == M) {
@@ -51,7 +66,7 @@ class StreamSeparator {
   StreamSeparator(const Separation::Settings& settings, const Model& model)
       : separator(settings, model), layout(settings.length, settings.advance) {}
 
-  py::tuple process(const py::handle& block, const py::handle& sources) {
+  py::object process(const py::handle& block, const py::handle& sources) {
     const py::array_t<float> samples = checkedSamples(block, separator.microphones());
     const auto count = static_cast<std::size_t>(samples.shape(0));
     list(sources);
@@ -62,7 +77,7 @@ class StreamSeparator {
     });
   }
 
-  py::tuple flush() {
+  py::object flush() {
     return pushed([&]() -> const Separation::Output& {
       listFrames(separator.samples() + separator.settings().length);
       return separator.flush();
@@ -71,7 +86,7 @@ class StreamSeparator {
 
   void startOver() {
     separator.startOver();
-    sceneObject = py::object();
+    inForce = py::object();
     scene = nullptr;
     nextFrame = 0;
     lastFrom = 0;
@@ -91,20 +106,31 @@ class StreamSeparator {
 
  private:
   void list(const py::handle& sources) {
-    if (sources.is_none()) return;
-    if (py::isinstance<Audio::Scene>(sources)) {
+    if (sources.is_none() || (scene && sources.is(inForce))) return;
+    if (!scene && isListed(sources)) {
+      lastFrom = separator.samples();
+    } else if (py::isinstance<Audio::Scene>(sources)) {
       const auto& given = sources.cast<const Audio::Scene&>();
-      if (sources.is(sceneObject)) return;
       given.requireFewAtOnce("sources", *separator.settings().inactiveAsNoise);
-      sceneObject = py::reinterpret_borrow<py::object>(sources);
+      inForce = py::reinterpret_borrow<py::object>(sources);
       scene = &given;
-      return;
+    } else {
+      separator.setSources(sourceList(sources));
+      lastFrom = separator.samples();
+      inForce = py::tuple(py::reinterpret_borrow<py::object>(sources));
+      scene = nullptr;
     }
-    const std::vector<BF::SourceLocation> given = sourceList(sources);
-    separator.setSources(given);
-    lastFrom = separator.samples();
-    sceneObject = py::object();
-    scene = nullptr;
+  }
+
+  /// Whether those in force are these very objects, as they mostly are from block to block. A
+  /// Source never changes.
+  bool isListed(const py::handle& sources) const {
+    PyObject* list = sources.ptr();
+    if (!inForce || !(PyList_CheckExact(list) || PyTuple_CheckExact(list))) return false;
+    PyObject** items = PySequence_Fast_ITEMS(list);
+    PyObject** known = PySequence_Fast_ITEMS(inForce.ptr());
+    const Py_ssize_t count = PySequence_Fast_GET_SIZE(list);
+    return count == PyTuple_GET_SIZE(inForce.ptr()) && std::equal(items, items + count, known);
   }
 
   // A list for each frame that `total` samples complete, as it is at the frame's centre.
@@ -118,25 +144,27 @@ class StreamSeparator {
     }
   }
 
-  /// (first sample, samples, {id: array}) of what a call gives, which runs without the lock.
+  /// The zelksss.Output of what a call gives, which runs without the lock.
   template <class Call>
-  py::tuple pushed(const Call& call) {
+  py::object pushed(const Call& call) {
     const Separation::Output* output = nullptr;
     {
       const py::gil_scoped_release release;
       output = &call();
     }
-    py::dict signals;
+    auto result = py::reinterpret_steal<py::object>(PyObject_CallNoArgs(outputType.type.ptr()));
+    if (!result) throw py::error_already_set();
     for (const Separation::Signal& signal : output->signals) {
-      signals[py::int_(signal.id)] = py::array_t<float>(
-          static_cast<py::ssize_t>(signal.samples.size()), signal.samples.data());
+      result[py::int_(signal.id)] = Arguments::copyOf(signal.samples);
     }
-    return py::make_tuple(output->start, output->count, std::move(signals));
+    result.attr(outputType.start) = output->start;
+    result.attr(outputType.count) = output->count;
+    return result;
   }
 
   Separation::Separator separator;
   Audio::FrameLayout layout;
-  py::object sceneObject;  // keeps `scene` alive
+  py::object inForce;  // a tuple of sources, or the scene, which it keeps alive
   const Audio::Scene* scene = nullptr;
   std::int64_t framesBefore = 0;  // of the recording
   std::int64_t nextFrame = 0;
@@ -240,6 +268,8 @@ py::array_t<double> responsePositions(const Separation::ImpulseResponses& respon
 }  // namespace
 
 void bindSeparator(py::module_& module) {
+  outputType = {py::object(py::module_::import("zelksss._output").attr("Output")).release(),
+                PyUnicode_InternFromString("start"), PyUnicode_InternFromString("count")};
   module.def("channels_of", [](const py::handle& x) {
     return Arguments::floats(x, "x", 2, "[samples, microphones]").shape(1);
   });

@@ -12,10 +12,11 @@ from ._core import __version__
 from ._database import Database
 from ._error import Error
 from ._mix import Mix, Room, mix
+from ._output import Output
 from ._responses import Responses
 from ._scene import Scene, Source
 from ._scores import Scores, score
-from ._separator import Output, Parameters, Separator, separate
+from ._separator import Parameters, Separator, separate
 
 __all__ = [
     "Database",

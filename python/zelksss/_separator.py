@@ -11,6 +11,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core
 from ._database import Database
 from ._error import Error
+from ._output import Output
 from ._responses import Responses
 from ._scene import Scene, Source
 
@@ -67,6 +68,8 @@ class Parameters(TypedDict, total=False):
         MSNR: "GEVD" or "GSVD".
     loading : float
         MVDR: noise of the microphones' own, as a share of the sources' mean power.
+    frames : int
+        MVDR: frames that a filter takes, half a frame apart.
     passes : int
         How often the method goes through the recording; LCMV, GICA and MSNR learn on. A `Separator`
         is given the recording as often, see `Separator.start_over`.
@@ -106,34 +109,13 @@ class Parameters(TypedDict, total=False):
     alpha: float
     decomposition_algorithm: str
     loading: float
+    frames: int
     passes: int
     refine: int
     refine_live: bool
     refine_memory: float
     post_mask: float
     threads: int
-
-
-class Output(dict[int, NDArray[np.float32]]):
-    """What a call of `Separator.process` finished: samples of each source by its id.
-
-    Each array, float32 [count], is the caller's own. A source that is not here is silent in this
-    stretch.
-
-    Attributes
-    ----------
-    start : int
-        Number of the first sample, from the recording's begin.
-    count : int
-        Samples of every source.
-    """
-
-    __slots__ = ("count", "start")
-
-    def __init__(self, start: int, count: int, signals: dict[int, NDArray[np.float32]]) -> None:
-        super().__init__(signals)
-        self.start = start
-        self.count = count
 
 
 class Separator:
@@ -230,12 +212,12 @@ class Separator:
             Samples of each source that sounded.
         """
         if isinstance(sources, Scene):
-            return Output(*self._native.process(x, sources._native))
-        return Output(*self._native.process(x, sources))
+            return self._native.process(x, sources._native)
+        return self._native.process(x, sources)
 
     def flush(self) -> Output:
         """End the recording: return all samples that are left. Then no more are taken."""
-        return Output(*self._native.flush())
+        return self._native.flush()
 
     def start_over(self) -> None:
         """Begin the next pass: no sample was taken, nobody is listed, what was learnt stays."""

@@ -34,6 +34,7 @@ class Engine:
 
     _native: _core.Engine
     _database: Database | None = None
+    _threads: int = 1
 
     def _make(self, method: str, bins: int, rate: int, **parameters: object) -> None:
         self._native = _core.Engine(method, bins, rate, parameters)
@@ -47,6 +48,16 @@ class Engine:
     def database(self, database: Database) -> None:
         self._native.set_database(database._native)
         self._database = database
+
+    @property
+    def threads(self) -> int:
+        """Threads that share a call's bins where it is worth it; results do not depend on it."""
+        return self._threads
+
+    @threads.setter
+    def threads(self, threads: int) -> None:
+        self._native.set_threads(threads)
+        self._threads = threads
 
     def update_sources(self, sources: Sequence[Source]) -> None:
         """Install a list of sources, when it has changed, and compute the matrices for it."""

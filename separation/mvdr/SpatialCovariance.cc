@@ -27,17 +27,24 @@ double distance(const BF::Location& a, const BF::Location& b) {
 }  // namespace
 
 SpatialCovariance::SpatialCovariance(ImpulseResponses impulseResponses,
-                                     const std::vector<float>& window)
-    : responses(std::move(impulseResponses)), L(window.size()), rho(L) {
+                                     const std::vector<float>& window, const FrameStack& frameStack)
+    : responses(std::move(impulseResponses)), L(window.size()), frames(frameStack), rho(L) {
   for (std::size_t tau = 0; tau < L; ++tau) {
     for (std::size_t n = 0; n + tau < L; ++n) rho[tau] += double{window[n + tau]} * window[n];
   }
 }
 
+// The samples by which frame d of the stack is earlier.
+std::size_t SpatialCovariance::lag(std::size_t d) const {
+  return d * static_cast<std::size_t>(frames.apart) * static_cast<std::size_t>(frames.advance);
+}
+
 Covariance SpatialCovariance::computed(std::size_t p) const {
   const std::size_t M = responses.microphones;
-  // So long that no two of the lags |τ| < L that count fall on each other.
-  const std::size_t size = std::bit_ceil(responses.taps + L - 1);
+  const auto D = static_cast<std::size_t>(frames.frames);
+  // So long that no two of the lags that count, up to L − 1 around 0 and lag(d), fall on each
+  // other.
+  const std::size_t size = std::bit_ceil(responses.taps + lag(D - 1) + L - 1);
   const kissfft<double> forward(size, false);
   const kissfft<double> inverse(size, true);
   const kissfft<double> ofFrame(L, false);
@@ -49,25 +56,38 @@ Covariance SpatialCovariance::computed(std::size_t p) const {
     forward.transform(work.data(), H[m].data());
   }
 
-  Covariance R(bins() * M * M);
+  Covariance R(bins() * D * M * M);
   Spectrum lags(size);
   Spectrum weighted(L);
   Spectrum frame(L);
   const double scale = 1.0 / static_cast<double>(size);
+  // Transforms r(A + τ) · ρ(τ); r_ji(τ) is r_ij(−τ).
+  const auto transform = [&](std::size_t A, bool reversed) {
+    const auto r = [&](std::size_t t) { return lags[(reversed ? size - t : t) % size].real(); };
+    // e^(−j2πkτ/L) is the same for τ and τ − L, so both stand at index τ.
+    weighted[0] = scale * rho[0] * r(A);
+    for (std::size_t tau = 1; tau < L; ++tau) {
+      weighted[tau] =
+          scale * (rho[tau] * r(A + tau) + rho[L - tau] * r((size + A + tau - L) % size));
+    }
+    ofFrame.transform(weighted.data(), frame.data());
+  };
   for (std::size_t i = 0; i < M; ++i) {
     for (std::size_t j = i; j < M; ++j) {
       for (std::size_t k = 0; k < size; ++k) work[k] = timesConjugate(H[i][k], H[j][k]);
       inverse.transform(work.data(), lags.data());
-      // e^(−j2πkτ/L) is the same for τ and τ − L, so both stand at index τ.
-      weighted[0] = scale * rho[0] * lags[0].real();
-      for (std::size_t tau = 1; tau < L; ++tau) {
-        weighted[tau] =
-            scale * (rho[tau] * lags[tau].real() + rho[L - tau] * lags[size - (L - tau)].real());
-      }
-      ofFrame.transform(weighted.data(), frame.data());
-      for (std::size_t k = 0; k < bins(); ++k) {
-        R[(k * M + i) * M + j] = i == j ? frame[k].real() : frame[k];
-        R[(k * M + j) * M + i] = std::conj(R[(k * M + i) * M + j]);
+      for (std::size_t d = 0; d < D; ++d) {
+        const auto at = [&](std::size_t k, std::size_t row, std::size_t column) -> auto& {
+          return R[((k * D + d) * M + row) * M + column];
+        };
+        transform(lag(d), false);
+        const bool isReal = d == 0 && i == j;
+        for (std::size_t k = 0; k < bins(); ++k) at(k, i, j) = isReal ? frame[k].real() : frame[k];
+        if (i == j) continue;
+        if (d > 0) transform(lag(d), true);
+        for (std::size_t k = 0; k < bins(); ++k) {
+          at(k, j, i) = d > 0 ? frame[k] : std::conj(frame[k]);
+        }
       }
     }
   }
@@ -91,7 +111,7 @@ Covariance SpatialCovariance::at(const BF::Location& point) {
   const double least = *nearest;
   if (least < ON_THE_GRID) return ofPosition(static_cast<std::size_t>(nearest - distances.begin()));
 
-  Covariance mean(bins() * microphones() * microphones());
+  Covariance mean(ofPosition(static_cast<std::size_t>(nearest - distances.begin())).size());
   double weights = 0.0;
   for (const double d : distances) weights += d > NEIGHBOURHOOD * least ? 0.0 : 1.0 / (d * d);
   for (std::size_t p = 0; p < distances.size(); ++p) {

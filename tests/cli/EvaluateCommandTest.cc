@@ -35,12 +35,12 @@ class EvaluateCommand : public CommandTest {
 // What is known beforehand: exact responses separate without bound but for rounding, in a room long
 // frames do, noise and positions 10 degrees wrong cost what they cost.
 TEST_F(EvaluateCommand, GoesThroughAllCombinationsInOrder) {
-  plan["methods"] = {"NULL", "WDS", "NULL+1", "MVDR"};
+  plan["methods"] = {"NULL", "WDS", "NULL+1", "MVDR", "MVDR --param FRAMES=1"};
   folder.write("plan.json", plan.dump());
   const CommandRun result = run("evaluate plan.json --json");
   ASSERT_EQ(result.status, 0) << result.errors;
   const auto rows = nlohmann::json::parse(result.output)["rows"];
-  ASSERT_EQ(rows.size(), 2U * 2U * 4U * 4U);
+  ASSERT_EQ(rows.size(), 2U * 2U * 4U * 5U);
   const auto worst = [&](const char* room, const char* noise, const char* database,
                          const char* method) {
     for (const auto& row : rows) {
@@ -60,7 +60,8 @@ TEST_F(EvaluateCommand, GoesThroughAllCombinationsInOrder) {
   EXPECT_LT(worst("open air", "20 dB", "free", "NULL"), exact - 5.0);
   EXPECT_GT(worst("open air", "none", "free", "NULL"), worst("open air", "none", "free", "WDS"));
   EXPECT_GT(worst("box", "none", "right", "NULL"), worst("box", "none", "free", "NULL") + 3.0);
-  EXPECT_GT(worst("box", "none", "right", "MVDR"), worst("box", "none", "free", "WDS"));
+  EXPECT_GT(worst("box", "none", "right", "MVDR"),
+            worst("box", "none", "right", "MVDR --param FRAMES=1") + 1.0);
   EXPECT_GT(worst("box", "none", "free", "NULL+1"), worst("box", "none", "free", "WDS"));
 
   const std::string table = run("evaluate plan.json --methods NULL -o table.txt").output;

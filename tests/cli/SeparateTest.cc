@@ -99,7 +99,7 @@ TEST_F(Separate, PrintedNetworkWritesTheSameSamples) {
         "MSNR --refine-live --post-mask 0.2",
         "NULL --refine-live --refine-memory 0.3",
         "ML --refine-live",
-        "MVDR --responses array.sofa --param LOADING=0.01"}) {
+        "MVDR --responses array.sofa --param LOADING=0.01 --param FRAMES=3 --advance 100"}) {
     SCOPED_TRACE(method);
     const std::string separation =
         "separate mix.wav --sources busy.json --format FLOAT --force " +

@@ -39,12 +39,12 @@ TEST_F(TfdbCommands, ARoomIsImportedRelativeToAMicrophoneAndSeparated) {
   EXPECT_THAT(made.output, HasSubstr("room.sofa: room of 4 × 3.5 × 2.5 m: T60 0.3 s by Eyring's"));
   const CommandRun imported = run("tfdb import room.sofa db.sofa");
   EXPECT_EQ(imported.errors, "");
-  EXPECT_THAT(imported.output, testing::AllOf(HasSubstr("length chosen: 2048 samples, 128 ms\n"),
+  EXPECT_THAT(imported.output, testing::AllOf(HasSubstr("length chosen: 8192 samples, 512 ms\n"),
                                               HasSubstr("reference:     microphone 1\n"),
-                                              HasSubstr("in the frame:  99.")));
+                                              HasSubstr("in the frame:  100 %")));
   EXPECT_THAT(run("tfdb info db.sofa").output, HasSubstr("reference:     microphone 1\n"));
   // Another length and reference of what is relative already; "none" cannot undo it.
-  EXPECT_THAT(run("tfdb import db.sofa other.sofa --length 4096 --reference-mic 2").output,
+  EXPECT_THAT(run("tfdb import db.sofa other.sofa --length 16384 --reference-mic 2").output,
               HasSubstr("reference:     microphone 2\n"));
   EXPECT_THAT(run("tfdb import db.sofa other.sofa --force --reference-mic none").output,
               HasSubstr("reference:     microphone 1\n"));

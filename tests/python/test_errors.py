@@ -70,6 +70,9 @@ CASES = {
     "engine bins": (
         lambda db: setattr(engine.NULL(129, 16000), "database", db), "database", "for 257", "129",
     ),
+    "engine threads": (
+        lambda db: setattr(engine.NULL(257, 16000), "threads", 0), "threads", "0", "1 to 256",
+    ),
     "lengths": (lambda db: score(X.T, X.T[:, 1:]), "estimates", "of shape (4, 999)", "(4, 1000)"),
     "taps": (lambda db: score(X.T, X.T, 0), "filter_taps", "0", "1 to 1024"),
 }  # fmt: skip

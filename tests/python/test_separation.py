@@ -192,7 +192,7 @@ def test_rooms_and_images_add_up(scene, heard):
         ("NULL", {"refine_live": True, "refine_memory": 0.5, "threads": 2}),
         ("GICA", {"passes": 2, "advance": 160}),
         ("ML", {"noise_from": [(0.0, 0.3), (0.4, 0.5)]}),
-        ("MVDR", {"loading": 1e-3}),
+        ("MVDR", {"loading": 1e-3, "frames": 2}),
     ],
 )
 def test_keywords_do_what_the_options_do(method, keywords, scene, heard, tmp_path):
@@ -202,7 +202,9 @@ def test_keywords_do_what_the_options_do(method, keywords, scene, heard, tmp_pat
     air.write(tmp_path / "air.sofa")
     (tmp_path / "scene.json").write_text(json.dumps(TALKERS))
     given = dict(keywords)
-    args = ["--param", f"LOADING={given.pop('loading')}"] if method == "MVDR" else []
+    args = []
+    for name in {"loading", "frames"} & given.keys():
+        args += ["--param", f"{name.upper()}={given.pop(name)}"]
     for name, value in given.items():
         args.append("--" + name.replace("_", "-"))
         if name == "noise_from":

@@ -20,7 +20,8 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-constexpr double LEAD = 16;  // samples of the frame before the earliest onset
+/// Samples of the frame before the earliest onset.
+constexpr double leadOf(int length) { return std::max(std::min(16, length / 8), length / 32); }
 
 /// Two positions and two microphones with a unit impulse each.
 FirFile impulses(const std::vector<std::size_t>& places, std::size_t length = 80) {
@@ -79,7 +80,8 @@ TEST_F(ResponseImport, AddsTheDelaysOfTheFile) {
     expectDelays(data, seconds, 2e-5, unity);
     // A whole number of samples goes, so that the earliest stands after the lead.
     const double first = *std::min_element(seconds.begin(), seconds.end());
-    EXPECT_NEAR(report.removedDelay * 16000.0, std::floor(first * 16000.0 + 1e-9) - LEAD, 1e-9);
+    EXPECT_NEAR(report.removedDelay * 16000.0, std::floor(first * 16000.0 + 1e-9) - leadOf(128),
+                1e-9);
     EXPECT_EQ(report.lostEnergy, 0.0);
     EXPECT_THAT(report.warnings, IsEmpty());
   }
@@ -120,21 +122,22 @@ TEST_F(ResponseImport, SaysHowMuchEnergyTruncationLoses) {
   FirFile fir = impulses({0, 0, 0, 0}, 8000);
   for (std::size_t n = 0; n < fir.length; ++n) fir.responses[n] = std::pow(A, n);
   imported(fir, {16000, LENGTH});
-  EXPECT_LT(report.worstLoss, std::pow(A, 2 * (LENGTH - LEAD - LENGTH / 16)));  // before the fade
-  EXPECT_GT(report.worstLoss, 1.1 * std::pow(A, 2 * (LENGTH - LEAD)));          // after it
+  constexpr double END = LENGTH - leadOf(LENGTH);
+  EXPECT_LT(report.worstLoss, std::pow(A, 2 * (END - LENGTH / 16)));  // before the fade
+  EXPECT_GT(report.worstLoss, 1.1 * std::pow(A, 2 * END));            // after it
   // The other three responses have the energy 1 and lose nothing.
   const double own = 1.0 / (1.0 - A * A);
   EXPECT_NEAR(report.lostEnergy, report.worstLoss * own / (own + 3.0), 1e-6);
   EXPECT_THAT(report.warnings, IsEmpty());  // 99 % are inside
 }
 
-// Of h(n) = a^n the share 1 − a^(2n) lies before sample n; the frame holds it but for lead and
-// fade.
-TEST_F(ResponseImport, ChoosesTheShortestFrameThatHoldsEnough) {
+// Of h(n) = a^n the share 1 − a^(2n) lies before sample n; half a frame shall hold 99.9 % but for
+// lead and fade.
+TEST_F(ResponseImport, ChoosesTheShortestFrameOfWhichHalfHoldsEnough) {
   const std::tuple<double, int, int> cases[] = {// a, rate, length
-                                                {0.9, 16000, 512},     {0.9955, 16000, 1024},
-                                                {0.9992, 16000, 4096}, {0.9, 48000, 1024},
-                                                {0.9, 8000, 256},      {0.9998, 16000, 8192}};
+                                                {0.9, 16000, 512},    {0.9955, 16000, 2048},
+                                                {0.997, 16000, 4096}, {0.9, 48000, 1024},
+                                                {0.9, 8000, 256},     {0.9998, 16000, 8192}};
   for (const auto& [a, rate, length] : cases) {
     FirFile fir = impulses({0, 0, 0, 0}, 30000);
     fir.rate = rate;
@@ -144,7 +147,7 @@ TEST_F(ResponseImport, ChoosesTheShortestFrameThatHoldsEnough) {
     const auto data = imported(fir, {rate, 0});
     EXPECT_EQ(data.frequencies, static_cast<std::size_t>(length) / 2 + 1) << a << " " << rate;
     EXPECT_TRUE(report.chosen);
-    const double outside = std::pow(a, 2.0 * (length - LEAD));
+    const double outside = std::pow(a, 2.0 * (length - leadOf(length)));
     EXPECT_GE(1.0 - *data.energyInFrame, 0.99 * outside - 1e-9);
     EXPECT_LE(1.0 - *data.energyInFrame, std::pow(outside, 14.0 / 16.0) + 1e-9);
     if (length == 8192) {

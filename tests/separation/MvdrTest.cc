@@ -20,6 +20,7 @@ namespace {
 using BF::Matrix;
 using BF::SourceLocation;
 using Separation::Covariance;
+using Separation::FrameStack;
 using Separation::ImpulseResponses;
 using Separation::Mvdr;
 using Separation::SpatialCovariance;
@@ -45,92 +46,120 @@ ImpulseResponses randomResponses(support::Generator& random, int positions, int 
   return result;
 }
 
-Matrix ofBin(const Covariance& R, int M, int k) {
-  Matrix result(M, M);
-  std::copy_n(R.begin() + std::ptrdiff_t{k} * M * M, M * M, result.data());
+/// The blocks of a bin, those of later frames to the right: M × D · M.
+Matrix ofBin(const Covariance& R, int M, int D, int k) {
+  Matrix result(M, D * M);
+  for (int i = 0; i < M; ++i) {
+    for (int c = 0; c < D * M; ++c) {
+      const int element = ((k * D + c / M) * M + i) * M + c % M;
+      result.setElementAt(i, c, R[static_cast<std::size_t>(element)]);
+    }
+  }
   return result;
 }
 
-/// R(k) as a sum over the source's samples, which are independent: each reaches the frame through
-/// the stretch of the response that falls into it.
-Matrix slowCovariance(const ImpulseResponses& h, std::size_t p, const std::vector<float>& w,
-                      int k) {
+/// R(k), D · M × D · M, as a sum over the source's samples, which are independent: each reaches a
+/// frame through the stretch of the response that falls into it.
+Matrix slowCovariance(const ImpulseResponses& h, std::size_t p, const std::vector<float>& w, int k,
+                      const FrameStack& stack) {
   const auto L = static_cast<int>(w.size());
   const auto M = static_cast<int>(h.microphones);
   const auto T = static_cast<int>(h.taps);
-  Matrix R(M, M);
-  for (int emitted = 1 - T; emitted < L; ++emitted) {
-    Matrix X(M, 1);
-    for (int m = 0; m < M; ++m) {
+  const int D = stack.frames;
+  const int lag = stack.apart * stack.advance;
+  Matrix R(D * M, D * M);
+  for (int emitted = 1 - T - (D - 1) * lag; emitted < L; ++emitted) {
+    Matrix X(D * M, 1);
+    for (int i = 0; i < D * M; ++i) {
+      const int first = emitted + i / M * lag;  // counted from the frame's first sample
       std::complex<double> sum = 0.0;
-      for (int n = std::max(0, emitted); n < std::min(L, emitted + T); ++n) {
+      for (int n = std::max(0, first); n < std::min(L, first + T); ++n) {
         sum += double{w[static_cast<std::size_t>(n)]} *
-               h.response(p, static_cast<std::size_t>(m))[n - emitted] *
+               h.response(p, static_cast<std::size_t>(i % M))[n - first] *
                std::polar(1.0, -2.0 * std::numbers::pi * k * n / L);
       }
-      X.setElementAt(m, 0, sum);
+      X.setElementAt(i, 0, sum);
     }
     R = R + X * X.transposed(true);
   }
   return R;
 }
 
+Matrix firstRows(const Matrix& R, int M) {
+  Matrix result(M, R.getColumnCount());
+  std::copy_n(R.data(), std::ptrdiff_t{M} * R.getColumnCount(), result.data());
+  return result;
+}
+
 TEST(SpatialCovarianceTest, IsThatOfWhiteNoiseThroughTheWholeResponses) {
   support::Generator random(1);
-  for (const auto& [length, taps, M] :
-       {std::tuple{16, 5, 2}, {16, 16, 3}, {12, 40, 2}, {32, 100, 4}, {15, 1, 1}}) {
+  for (const auto& [length, taps, M, stack] : {std::tuple{16, 5, 2, FrameStack{1, 1, 4}},
+                                               {16, 16, 3, FrameStack{2, 1, 4}},
+                                               {12, 40, 2, FrameStack{3, 2, 3}},
+                                               {32, 100, 4, FrameStack{2, 3, 16}},
+                                               {15, 1, 1, FrameStack{4, 1, 5}}}) {
     const ImpulseResponses h = randomResponses(random, 2, M, taps);
     const std::vector<float> w = Audio::makeWindow(Audio::WindowType::Hann, length);
-    SpatialCovariance covariance(h, w);
+    SpatialCovariance covariance(h, w, stack);
+    const auto at = [&, &m = M, &s = stack](const BF::Location& place, int k) {
+      return ofBin(covariance.at(place), m, s.frames, k);
+    };
     for (std::size_t p = 0; p < 2; ++p) {
-      const Covariance R = covariance.at(h.positions[p]);
-      const double scale = normOf(ofBin(R, M, 0));
+      const double scale = normOf(at(h.positions[p], 0));
       for (int k = 0; k <= length / 2; ++k) {
-        EXPECT_THAT(ofBin(R, M, k), MatrixNear(slowCovariance(h, p, w, k), ROUNDING * scale))
+        EXPECT_THAT(at(h.positions[p], k),
+                    MatrixNear(firstRows(slowCovariance(h, p, w, k, stack), M), ROUNDING * scale))
             << length << " " << taps << " " << k;
       }
     }
     // Half way both positions count alike; close to one it counts alone.
-    const Matrix R0 = ofBin(covariance.ofPosition(0), M, 3);
-    const Matrix mean = (R0 + ofBin(covariance.ofPosition(1), M, 3)) * 0.5;
+    const Matrix mean = (at(h.positions[0], 3) + at(h.positions[1], 3)) * 0.5;
     const double tolerance = ROUNDING * normOf(mean);
-    EXPECT_THAT(ofBin(covariance.at({1.0, 0.5, 0.0}), M, 3), MatrixNear(mean, tolerance));
-    EXPECT_THAT(ofBin(covariance.at({1.0, 0.3, 0.0}), M, 3), MatrixNear(R0, tolerance));
+    EXPECT_THAT(at({1.0, 0.5, 0.0}, 3), MatrixNear(mean, tolerance));
+    EXPECT_THAT(at({1.0, 0.3, 0.0}, 3), MatrixNear(at(h.positions[0], 3), tolerance));
   }
 }
 
-/// The power of a source of covariance R in the output of a row.
+/// The power of what has covariance R in the output of a row.
 double powerOf(const Matrix& row, const Matrix& R) {
   return (row * R * row.transposed(true)).getElementAt(0, 0).real();
 }
 
-TEST(MvdrTest, PassesItsSourceAndHoldsBackTheOthers) {
+TEST(MvdrTest, PassesItsSourceAndHoldsBackWhatElseThereIs) {
   support::Generator random(2);
   const std::vector<float> w = Audio::makeWindow(Audio::WindowType::Hann, 32);
   for (int trial = 0; trial < 20; ++trial) {
-    const int M = 3 + trial % 4;
+    const int M = 2 + trial % 4;
     const int N = 1 + trial % 3;
     const int reference = trial % M;
-    // Of one tap the covariance has rank one: the source passes as the reference hears it.
-    const int taps = trial % 2 == 0 ? 1 : 24;
-    SpatialCovariance covariance(randomResponses(random, N, M, taps), w);
-    Mvdr engine(covariance, RATE, reference, 1e-6);
+    const FrameStack stack = FrameStack::halfOverlapping(1 + trial % 4, 32, 8 + trial % 9);
+    const ImpulseResponses h = randomResponses(random, N, M, trial % 2 == 0 ? 1 : 50);
+    Mvdr engine(SpatialCovariance(h, w, stack), RATE, reference, 1e-4);
     std::vector<SourceLocation> sources;
     for (int s = 0; s < N; ++s) sources.emplace_back(1.0, s, 0.0, 10 + s, s == 0);
     engine.updateSources(sources);
-    for (int k = 1; k < engine.numFreq - 1; ++k) {
-      const Matrix& W = engine.separationMatrices[static_cast<std::size_t>(k)];
+    for (const int k : {0, 5, 16}) {
+      std::vector<Matrix> R;
+      double sigma = 0.0;
       for (int s = 0; s < N; ++s) {
-        const Matrix Rs = ofBin(covariance.ofPosition(static_cast<std::size_t>(s)), M, k);
-        const double heard = Rs.getElementAt(reference, reference).real();
-        const Matrix row = W.getRow(s);
-        EXPECT_NEAR(taps == 1 ? powerOf(row, Rs) / heard : 1.0, 1.0, 1e-9);
-        for (int i = 0; i < N; ++i) {
-          if (i == s) continue;
-          const Matrix Ri = ofBin(covariance.ofPosition(static_cast<std::size_t>(i)), M, k);
-          const double before = Ri.getElementAt(reference, reference).real() / heard;
-          const double after = powerOf(row, Ri) / powerOf(row, Rs);
-          EXPECT_LT(after, taps == 1 ? 1e-6 : 0.9 * std::max(before, 1.0)) << trial << " " << k;
+        R.push_back(slowCovariance(h, static_cast<std::size_t>(s), w, k, stack));
+        for (int m = 0; m < M; ++m) sigma += R.back().getElementAt(m, m).real() / (M * N);
+      }
+      for (std::size_t s = 0; s < R.size(); ++s) {
+        const double heard = R[s].getElementAt(reference, reference).real();
+        const Matrix a = R[s].getColumn(reference) * (1.0 / heard);
+        Matrix Rv = (R[s] - a * a.transposed(true) * heard) * 0.1 +
+                    Matrix::I(stack.frames * M) * (1e-4 * sigma);
+        for (std::size_t i = 0; i < R.size(); ++i) Rv = i == s ? Rv : Rv + R[i];
+        const Matrix row =
+            engine.separationMatrices[static_cast<std::size_t>(k)].getRow(static_cast<int>(s));
+        EXPECT_NEAR(std::abs((row * a).getElementAt(0, 0) - 1.0), 0.0, 1e-7) << trial << " " << k;
+        // Of rows that pass a, none nearby lets less through.
+        Matrix other = random.gaussian(1, stack.frames * M);
+        const double size = normOf(a) * normOf(a);
+        other = other - a.transposed(true) * ((other * a).getElementAt(0, 0) / size);
+        for (const double step : {1e-2, -1e-2}) {
+          EXPECT_GE(powerOf(row + other * step, Rv), powerOf(row, Rv) * (1.0 - 1e-9)) << trial;
         }
       }
     }
@@ -141,6 +170,38 @@ TEST(MvdrTest, PassesItsSourceAndHoldsBackTheOthers) {
     EXPECT_THAT(engine.separationMatrices, support::MatricesEq(before));
     EXPECT_EQ(engine.sources[0].id, 15);
   }
+}
+
+TEST(MvdrTest, RemembersFramesThatItDidNotSeparate) {
+  support::Generator random(3);
+  const std::vector<float> w = Audio::makeWindow(Audio::WindowType::Hann, 16);
+  const ImpulseResponses h = randomResponses(random, 2, 3, 40);
+  Mvdr engine(SpatialCovariance(h, w, {3, 2, 4}), RATE, 0, 1e-4);
+  engine.updateSources(h.positions);
+  for (int recording = 0; recording < 2; ++recording) {
+    std::vector<Matrix> frames(4, Matrix(3, 9));  // what was before the recording
+    for (int f = 0; f < 12; ++f) {
+      frames.push_back(random.gaussian(3, 9));
+      if (f % 3 == 1) {
+        engine.hear(frames.back());
+        continue;
+      }
+      Matrix Y;
+      engine.executeBeamForming(frames.back(), Y);
+      for (int k = 0; k < 9; ++k) {
+        Matrix x(9, 1);
+        for (int i = 0; i < 9; ++i) {
+          const Matrix& frame = frames[frames.size() - 1 - static_cast<std::size_t>(i / 3 * 2)];
+          x.setElementAt(i, 0, frame.getElementAt(i % 3, k));
+        }
+        const Matrix expected = engine.separationMatrices[static_cast<std::size_t>(k)] * x;
+        EXPECT_THAT(Y.getColumn(k), MatrixNear(expected, 1e-9 * normOf(expected))) << f;
+      }
+    }
+    engine.startOver();
+  }
+  Matrix Y;
+  EXPECT_THROW(engine.executeBeamForming(Matrix(3, 8), Y), BF::MatrixSizeMismatchException);
 }
 
 /// Sources that speak and pause by themselves in every bin, and a first separation by steering

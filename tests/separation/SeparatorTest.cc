@@ -447,6 +447,7 @@ TEST(SeparatorTest, FaultsNameTheirFieldAndLeaveItUsable) {
       {"projectionForgetting", [](Settings& s) { s.projectionForgetting = -0.1; }},
       {"referenceMicrophone", [](Settings& s) { s.referenceMicrophone = 9; }},
       {"mvdrLoading", [](Settings& s) { s.mvdrLoading = 0; }},
+      {"mvdrFrames", [](Settings& s) { s.mvdrFrames = 0; }},
       {"passes", [](Settings& s) { s.passes = 0; }},
       {"refinement.memory", [](Settings& s) { s.refinement.memory = std::nan(""); }},
       {"refinement.passes",

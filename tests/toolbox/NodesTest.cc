@@ -153,6 +153,7 @@ TEST(Nodes, NameWhatIsWrong) {
       {"MaskRefinement", {{"REFERENCE", number(0)}}, "0, expected a microphone's number from 1"},
       {"MVDR", {{"FILENAME", text("/no.sofa")}}, "/no.sofa"},
       {"MVDR", {{"LOADING", real(0)}}, "LOADING is 0, expected a number above 0"},
+      {"MVDR", {{"FRAMES", number(17)}}, "FRAMES is 17, expected 1 to 16"},
       {"BackProjection", {{"REFERENCE", number(0)}}, "0, expected a microphone's number from 1"},
       {"BackProjection",
        {{"REFERENCE", number(3)}},

@@ -21,10 +21,11 @@ from numpy.typing import NDArray
 from .._database import Database
 from .._error import Error
 from .._mix import Room, mix
+from .._output import Output
 from .._responses import Responses
 from .._scene import Scene, Source
 from .._scores import score
-from .._separator import Output, Separator
+from .._separator import Separator
 from ._errors import StaleRunError
 from ._files import Recording, SoundWriter, is_local, joined, local_path, read_bytes
 from ._manifest import Item, places_of, read_speakers
@@ -245,7 +246,7 @@ def _join(task: Task, scratch: Path, opened: Callable[[float], None]) -> Result:
             for blocks in zip(*parts):
                 signals = {id: block[:, 0] for id, block in zip(ids, blocks)}
                 count = len(blocks[0])
-                files.add(Output(at, count, signals), 0, 0, count)
+                files.add(Output.of(at, count, signals), 0, 0, count)
                 at += count
     result = {**first, "samples": at, "seconds": seconds, "sources": files.sources()}
     result["pieces"] = len(records)
