@@ -35,7 +35,7 @@ constexpr double UNUSABLE_LOSS = 0.999;
 
 constexpr double MIN_CHOSEN = 0.02;  ///< seconds, of a frame that is chosen
 constexpr double MAX_CHOSEN = 0.6;
-constexpr double ENERGY_IN_HALF = 0.999;  ///< of it
+constexpr double ENERGY_IN_HALF = 0.9999;  ///< of it
 
 /// Relative error of a frequency that does not matter: 0.01 rad at the end of the longest frame.
 constexpr double FREQUENCY_TOLERANCE = 5e-8;

@@ -49,7 +49,7 @@ struct ImportReport {
 /// functions that fits already is copied.
 ///
 /// A frame length of 0 is chosen: that of a file of transfer functions of the same rate; otherwise
-/// the least power of two, from 20 ms to 600 ms, of which half holds 99.9 % of the energy of all
+/// the least power of two, from 20 ms to 600 ms, of which half holds 99.99 % of the energy of all
 /// responses, or the largest of these.
 ///
 /// The report is replaced. Throws DataError naming the file.
