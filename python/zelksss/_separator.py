@@ -69,6 +69,9 @@ class Parameters(TypedDict, total=False):
         MSNR: forgetting factor of the statistics.
     decomposition_algorithm : str
         MSNR: "GEVD" or "GSVD".
+    level : bool
+        MSNR that is projected: separate spectra that are brought to the same level, so that it
+        makes no difference how loud the recording is.
     loading : float
         MVDR: noise of the microphones' own, as a share of the sources' mean power.
     frames : int
@@ -112,6 +115,7 @@ class Parameters(TypedDict, total=False):
     reg_factor: float
     alpha: float
     decomposition_algorithm: str
+    level: bool
     loading: float
     frames: int
     passes: int

@@ -194,6 +194,7 @@ def test_rooms_and_images_add_up(scene, heard):
         ("GICA", {"passes": 2, "advance": 160}),
         ("GICA", {"latency": 128}),
         ("ML", {"noise_from": [(0.0, 0.3), (0.4, 0.5)]}),
+        ("MSNR", {"level": False}),
         ("MVDR", {"loading": 1e-3, "frames": 2}),
     ],
 )
@@ -212,7 +213,8 @@ def test_keywords_do_what_the_options_do(method, keywords, scene, heard, tmp_pat
         if name == "noise_from":
             args.append(",".join(f"{begin}:{end}" for begin, end in value))
         elif value is not True:
-            args.append(str(value / 16 if name == "latency" else value))  # samples, ms
+            text = "off" if value is False else str(value)
+            args.append(str(value / 16) if name == "latency" else text)  # samples, ms
     db, responses = air, None
     if method == "MVDR":
         read = zelksss.Responses.read(tmp_path / "air.sofa", 16000)
