@@ -37,6 +37,18 @@ sleep 2
 jack_metro -b 120 >/dev/null 2>&1 &
 processes+=($!)
 
+# On a busy machine a client may take long to appear.
+await_port() {
+  local tries
+  for tries in $(seq 150); do
+    jack_lsp 2>/dev/null | grep -q "^$1" && return
+    sleep 0.2
+  done
+  echo "live.sh: no port $1 appeared within half a minute" >&2
+  cat "$out"/*.txt >&2
+  exit 1
+}
+
 resident() { awk '/^VmRSS/ {printf "%.1f", $2 / 1024}' "/proc/$1/status"; }
 cpu_seconds() { awk -v ticks="$(getconf CLK_TCK)" '{print ($14 + $15) / ticks}' "/proc/$1/stat"; }
 report() { sed -nE "s/.*of sound;.*$1.*/\1/p" "$out/report.txt"; }
@@ -48,7 +60,8 @@ for method in "${methods[@]}"; do
     --margin "${MARGIN:-1}" >"$out/report.txt" 2>"$out/errors.txt" &
   live=$!
   processes+=($live)
-  sleep 2
+  await_port zelk-sss:mic_8
+  await_port metro
   for i in 1 2 3 4 5 6 7 8; do jack_connect "$(jack_lsp metro | head -n 1)" "zelk-sss:mic_$i"; done
   sleep 28
   first=$(resident $live)
