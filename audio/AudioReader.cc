@@ -101,7 +101,9 @@ AudioReader::Impl::Impl(std::string name, const AudioReaderOptions& given)
     : path(std::move(name)), options(given), isStream(SoundStream::isStream(path)) {
   open();
   try {
-    channels = selectedChannels(options.channels, info.channels, options.channelsName);
+    const bool takesAll = options.channelsOfSeveral && info.channels == 1;
+    channels =
+        selectedChannels(takesAll ? "" : options.channels, info.channels, options.channelsName);
   } catch (const DataError& error) {
     throw DataError(fmt::format("{}: {}", path, error.what()));
   }
@@ -295,6 +297,7 @@ AudioReader& AudioReader::operator=(AudioReader&&) noexcept = default;
 const std::string& AudioReader::path() const { return impl->path; }
 bool AudioReader::isStream(const std::string& path) { return SoundStream::isStream(path); }
 int AudioReader::channelCount() const { return static_cast<int>(impl->channels.size()); }
+int AudioReader::fileChannels() const { return impl->info.channels; }
 int AudioReader::samplingRate() const { return impl->outputRate; }
 
 std::optional<std::int64_t> AudioReader::announcedSamples() const {

@@ -24,8 +24,9 @@ NonFinite nonFiniteNamed(const std::string& name);
 struct AudioReaderOptions {
   std::string channels;                   ///< "1-4,7"; empty: all (see selectedChannels)
   std::string channelsName = "CHANNELS";  ///< what messages call them
-  int samplingRate = 0;                   ///< wanted rate in Hz; 0: the file's own
-  bool resample = false;                  ///< convert a file of another rate; false: refuse it
+  bool channelsOfSeveral = false;  ///< a file of one channel is taken whatever `channels` says
+  int samplingRate = 0;            ///< wanted rate in Hz; 0: the file's own
+  bool resample = false;           ///< convert a file of another rate; false: refuse it
   std::string resampleWords = "set RESAMPLE to true to convert it";  ///< for the refusal
   NonFinite nonFinite = NonFinite::Zero;
   /// Such samples that stand less than this many samples apart are reported together.
@@ -57,6 +58,7 @@ class AudioReader {
 
   const std::string& path() const;
   int channelCount() const;  ///< selected channels
+  int fileChannels() const;  ///< that the file has
   int samplingRate() const;  ///< of what read() gives, in Hz
 
   /// Samples per channel that the file announces, at samplingRate(); a file may end before. Nothing

@@ -8,9 +8,14 @@ namespace Audio {
 
 FrameReader::FrameReader(AudioReader audioFile, const FrameLayout& frameLayout,
                          WindowType windowType)
+    : FrameReader(std::move(audioFile), frameLayout, makeWindow(windowType, frameLayout.length())) {
+}
+
+FrameReader::FrameReader(AudioReader audioFile, const FrameLayout& frameLayout,
+                         std::vector<float> window)
     : audio(std::move(audioFile)),
       layout(frameLayout),
-      analyzer(audio.channelCount(), frameLayout, windowType) {
+      analyzer(audio.channelCount(), frameLayout, std::move(window)) {
   ahead.resize(static_cast<std::size_t>(audio.channelCount()) *
                static_cast<std::size_t>(layout.advance()));
   readAhead();

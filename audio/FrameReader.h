@@ -17,6 +17,9 @@ class FrameReader {
  public:
   FrameReader(AudioReader audioFile, const FrameLayout& frameLayout, WindowType windowType);
 
+  /// window: as many values as a frame has samples.
+  FrameReader(AudioReader audioFile, const FrameLayout& frameLayout, std::vector<float> window);
+
   int channelCount() const { return audio.channelCount(); }
   int bins() const { return layout.bins(); }
   int length() const { return layout.length(); }

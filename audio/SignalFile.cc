@@ -38,7 +38,8 @@ Signal readSignal(const std::string& path, int channel) {
   options.channelsName = "--channel";
   std::vector<std::string> warnings;
   options.warn = [&](const std::string& text) { warnings.push_back(text); };
-  if (Audio::channelsOf(path) > 1) options.channels = std::to_string(channel);
+  options.channels = std::to_string(channel);
+  options.channelsOfSeveral = true;
   Audio::AudioReader reader(path, options);
   Signal signal;
   signal.samplingRate = reader.samplingRate();

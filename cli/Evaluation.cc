@@ -156,7 +156,8 @@ Positions placesOf(const EvaluationPlan::Database& wanted, const Audio::Scene& s
 struct Database {
   SofaImpulseResponses whole;
   SofaTransferFunctions framed;
-  double error = 0.0;  ///< degrees
+  double error = 0.0;    ///< degrees
+  double latency = 0.0;  ///< ms; 0: the frame
 
   int length() const { return 2 * (static_cast<int>(framed.frequencies) - 1); }
 };
@@ -176,7 +177,7 @@ Database makeDatabase(const EvaluationPlan& plan, const Site& site, const Audio:
                       const EvaluationPlan::Database& wanted) {
   const Positions places = placesOf(wanted, scene);
   const Positions microphones = site.microphones();
-  Database data{{}, {}, wanted.error};
+  Database data{{}, {}, wanted.error, wanted.latency};
   if (wanted.isFreeField) {
     const Room air(openAir(), plan.rate);
     data.whole = impulseResponses(RoomResponses(air, microphones), microphones, places);
@@ -236,11 +237,16 @@ std::vector<Samples> separate(Separation::Separator& separator, const Audio::Sce
   return targets;
 }
 
-Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, int length) {
+Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, const Database& data) {
   Separation::Settings settings = separatorSettings(wanted.settings);
   settings.samplingRate = rate;
-  settings.length = length;
-  settings.advance = length / 4;
+  settings.length = data.length();
+  settings.advance = settings.length / 4;
+  const int latency = static_cast<int>(data.latency * rate / 1000.0 + 1e-6);
+  if (data.latency > 0.0 && latency < settings.length) {
+    settings.latency = latency;
+    settings.advance = latency / 2;
+  }
   settings.inactiveAsNoise = wanted.settings.inactiveAsNoise;
   if (!wanted.settings.noiseRanges.empty()) {
     for (const Audio::TimeRange& range : timeRangesOf(wanted.settings.noiseRanges)) {
@@ -252,7 +258,7 @@ Separation::Settings settingsFor(const EvaluatedMethod& wanted, int rate, int le
 
 /// The separator of a method; those without a database take its frames and microphones alone.
 Separation::Separator separatorFor(const EvaluatedMethod& wanted, int rate, const Database& data) {
-  const Separation::Settings settings = settingsFor(wanted, rate, data.length());
+  const Separation::Settings settings = settingsFor(wanted, rate, data);
   if (wanted.method().needsDatabase()) return {settings, databaseOf(data.framed)};
   if (!wanted.method().needsResponses()) {
     return {settings, static_cast<int>(data.framed.receiverPositions.size())};

@@ -14,7 +14,8 @@ using Place = Audio::JsonPlace;
 
 constexpr std::size_t MAX_FILE_SIZE = std::size_t{1} << 20;  // bytes
 constexpr double MAX_DECIBELS = 200.0;
-constexpr int MAX_COUNT = 1024;  // of microphones
+constexpr double MAX_LATENCY = 10'000.0;  // ms
+constexpr int MAX_COUNT = 1024;           // of microphones
 
 std::string textOf(const Place& place) {
   if (!place->is_string()) place.refuse("a text");
@@ -97,7 +98,7 @@ EvaluationPlan::Noise noiseOf(const Place& place) {
 }
 
 EvaluationPlan::Database databaseOf(const Place& place) {
-  place.checkKeys({"name", "responses"}, {"length", "reference", "error", "grid"});
+  place.checkKeys({"name", "responses"}, {"length", "reference", "error", "grid", "latency"});
   EvaluationPlan::Database database;
   database.name = textOf(place.at("name"));
   const std::string responses = textOf(place.at("responses"));
@@ -110,6 +111,10 @@ EvaluationPlan::Database databaseOf(const Place& place) {
     database.reference = wholeNumber(place.at("reference"), 1, MAX_COUNT);
   }
   if (place->contains("error")) database.error = place.at("error").number("degrees", 180.0);
+  if (place->contains("latency")) {
+    database.latency = place.at("latency").number("milliseconds", MAX_LATENCY);
+    if (database.latency <= 0.0) place.at("latency").refuse("a number above 0");
+  }
   if (place->contains("grid")) {
     database.grid = place.at("grid").number("degrees above 0, up to 180", 180.0);
     if (database.grid <= 0.0) place.at("grid").refuse("degrees above 0, up to 180");

@@ -20,7 +20,7 @@
 ///   DATABASE: "name"; "responses": "free field" or "own", those of array and room; "length" in
 ///             samples, "reference" microphone from 1, "error": degrees by which all azimuths told
 ///             are too large, "grid": degrees between responses that the places told lie half way
-///             between
+///             between, "latency": milliseconds, as of `separate`
 ///   METHOD: a text as evaluatedMethod takes it
 /// Names of files are relative to the plan's folder.
 struct EvaluationPlan {
@@ -44,7 +44,8 @@ struct EvaluationPlan {
     int length = 0;     ///< 0: as tfdb chooses it
     int reference = 0;  ///< 0: none
     double error = 0.0;
-    double grid = 0.0;  ///< 0: there are responses at the places told
+    double latency = 0.0;  ///< of the separation, in ms; 0: the frame
+    double grid = 0.0;     ///< 0: there are responses at the places told
   };
 
   /// Throws DataError naming the file, the place in it, what stands there and what was expected.

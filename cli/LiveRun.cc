@@ -130,7 +130,7 @@ class LiveRun {
         slots(slotsOf(live, inputs)),
         holders(static_cast<std::size_t>(slots)),
         lines(!live.quiet) {
-    const auto latency = static_cast<std::size_t>(s.length + live.margin * client.period());
+    const auto latency = static_cast<std::size_t>(s.outputLength() + live.margin * client.period());
     const std::size_t room = std::max<std::size_t>(s.samplingRate, 8 * latency);
     exchange.emplace(static_cast<std::size_t>(inputs.microphones), holders.size(), room, latency);
     separation.emplace(

@@ -322,7 +322,7 @@ class Builder {
     add("Impulse responses", record.responses);
     if (record.passes == 1) {
       add("Latency when live",
-          fmt::format("{} samples ({:.1f} ms)", record.length, 1000.0 * record.latency()));
+          fmt::format("{} samples ({:.1f} ms)", record.latencySamples, 1000.0 * record.latency()));
     } else {
       add("Passes over the recording", std::to_string(record.passes));
     }

@@ -14,6 +14,7 @@
 #include "audio/SignalFile.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
+#include "cli/StreamOptions.h"
 #include "dsp/DataError.h"
 #include "scoring/ScoreMetrics.h"
 #include "scoring/ScoreReport.h"
@@ -175,6 +176,7 @@ ScoreReport makeReport(const ScoreOptions& options) {
 
 void score(const ScoreOptions& options) {
   checkUsage(options);
+  refuseSharedInput(inputsOf(options));
   if (!options.output.empty()) checkOutput(options.output, options.force, inputsOf(options));
   const ScoreReport report = makeReport(options);
   for (const std::string& note : report.notes) std::cerr << "zelk-sss: " << note << std::endl;
@@ -194,7 +196,9 @@ void addScoreCommand(CLI::App& app) {
   const auto options = std::make_shared<ScoreOptions>();
   CLI::App* command = app.add_subcommand(
       "score", "Score separated sources against references: SI-SDR, SI-SIR, SI-SAR in dB");
-  command->add_option("--reference", options->references, "Each source's image at a microphone")
+  command
+      ->add_option("--reference", options->references,
+                   "Each source's image at a microphone; one of the files may be -, standard input")
       ->required();
   command->add_option("--estimate", options->estimates, "The separated sources, in the same order")
       ->required();

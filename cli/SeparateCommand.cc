@@ -60,6 +60,11 @@ void checkNetwork(const SeparationSettings& s) {
         "--print-network makes networks that go through the recording once, expected neither "
         "--passes nor --refine (--refine-live does with one)");
   }
+  if (s.latencyInMs > 0.0) {
+    misuse(
+        "--latency needs windows that the nodes of a network do not have, expected "
+        "--print-network without it (--length and --advance shorten the frames)");
+  }
   if (s.postMask < 1.0F && !s.refineLive) {
     misuse("--post-mask needs --refine-live in a network, expected both or neither");
   }
@@ -87,7 +92,8 @@ void writeRecord(const SeparationSettings& s, const SeparationInputs& inputs,
   }
   record.length = s.length;
   record.advance = s.advance;
-  record.window = s.window;
+  record.window = s.latency > 0 ? "asymmetric" : s.window;
+  record.latencySamples = s.outputLength();
   record.samplingRate = s.samplingRate;
   record.microphones = inputs.microphones;
   record.reference = s.reference;
@@ -127,8 +133,8 @@ void printSpeed(const SeparationSettings& s, const SeparationResult& result, dou
   out << fmt::format("{:.2f} s of sound in {:.2f} s, real-time factor {:.3f}; ", duration, seconds,
                      duration > 0 ? seconds / duration : 0.0);
   out << (result.passes > 1 ? fmt::format("{} passes\n", result.passes)
-                            : fmt::format("latency {} samples ({:.1f} ms)\n", s.length,
-                                          1000.0 * s.length / s.samplingRate));
+                            : fmt::format("latency {} samples ({:.1f} ms)\n", s.outputLength(),
+                                          1000.0 * s.outputLength() / s.samplingRate));
 }
 
 /// Complains before the work starts; the files, when they are opened, do so again.

@@ -17,10 +17,12 @@
 #include "responses/Places.h"
 #include "scene/SceneMoment.h"
 #include "separation/ResponseFile.h"
+#include "separation/SettingsWindows.h"
 
 namespace {
 
 constexpr int DEFAULT_LENGTH = 512;
+constexpr int MAX_LENGTH = 1 << 24;
 
 /// Takes frame length and sampling rate from the database; they must agree with what was asked for.
 void takeLengthAndRate(SeparationSettings& s, const SofaFile& database) {
@@ -46,7 +48,7 @@ Audio::AudioReader open(const SeparationSettings& s, const std::string& path,
   reading.samplingRate = s.samplingRate;
   reading.resample = s.resample;
   reading.resampleWords = "--resample converts it";
-  reading.reportGap = s.length;
+  reading.reportGap = s.length > 0 ? s.length : DEFAULT_LENGTH;
   reading.stopped = [] { return SignalWatch::caught() != 0; };
   if (!reading.warn) reading.warn = warn;
   return Audio::AudioReader(path, reading);
@@ -98,6 +100,26 @@ void checkReference(const SeparationSettings& s, int microphones) {
                               s.reference, microphones, s.recording));
 }
 
+/// Fills in what the settings leave open of the frames. With --latency MS so many samples of a
+/// frame become sound as last that long, and frames follow each other after half of them.
+void chooseFrames(SeparationSettings& s) {
+  const bool isFree = s.length == 0;  // neither chosen nor the database's
+  if (isFree) s.length = DEFAULT_LENGTH;
+  if (s.latencyInMs > 0.0) {
+    const double samples = s.latencyInMs * s.samplingRate / 1000.0 + 1e-6;
+    if (isFree && samples < MAX_LENGTH) s.length = std::max(s.length, static_cast<int>(samples));
+    if (samples < 2.0 || samples >= s.length + 1.0) {
+      throw DataError(fmt::format(
+          "--latency is {} ms, expected {:.3g} to {:.3g} ms: 2 to {} samples, a frame",
+          s.latencyInMs, 2000.0 / s.samplingRate, 1000.0 * s.length / s.samplingRate, s.length));
+    }
+    const int latency = static_cast<int>(samples);
+    if (latency < s.length) s.latency = latency;  // else the usual frames do, and do better
+  }
+  const int advance = s.latency > 0 ? s.latency / 2 : s.length / 4;
+  if (s.advance == 0) s.advance = std::max(1, advance);
+}
+
 /// Refuses what makes no frames, or frames that lose samples.
 void checkFrames(const SeparationSettings& s, int microphones) {
   try {
@@ -105,13 +127,15 @@ void checkFrames(const SeparationSettings& s, int microphones) {
   } catch (const Separation::SettingError& error) {
     throw DataError(refusalOf(error));
   }
+  const Separation::Settings settings = separatorSettings(s);
   try {
-    const Audio::FrameSynthesizer check({s.length, s.advance}, Audio::windowNamed(s.window), false);
+    const Audio::FrameSynthesizer check({s.length, s.advance}, windowsOf(settings), false);
   } catch (const DataError&) {  // speaks of a node's parameters
     throw DataError(fmt::format(
-        "--advance is {}, with which --window {} loses samples between the frames of {} samples; "
+        "--advance is {}, with which {} loses samples between the frames of {} samples; "
         "expected {} or less",
-        s.advance, s.window, s.length, s.length / 2));
+        s.advance, s.latency > 0 ? "--latency" : "--window " + s.window, settings.outputLength(),
+        settings.outputLength() / 2));
   }
 }
 
@@ -201,8 +225,6 @@ struct Model {
     }
     if (s.method->needsDatabase()) takeLengthAndRate(s, database.emplace(s.database));
     if (s.method->needsResponses()) responses.emplace(s.responses, SofaFile::Part::HEAD);
-    if (s.length == 0) s.length = DEFAULT_LENGTH;
-    if (s.advance == 0) s.advance = std::max(1, s.length / 4);
   }
 
   /// The file that says how many microphones there are; null without one.
@@ -253,6 +275,7 @@ SeparationInputs inputsOf(const SeparationSettings& s, Model& model, int microph
 SeparationInputs openInputs(SeparationSettings& s) {
   Model model(s, "--noise-from or --noise-recording");
   Audio::AudioReader recording = openRecording(s);
+  chooseFrames(s);
   SeparationInputs inputs =
       inputsOf(s, model, recording.channelCount(), recording.announcedSamples());
   inputs.recording = std::move(recording);
@@ -266,6 +289,7 @@ SeparationInputs openInputs(SeparationSettings& s, const LiveSound& sound) {
                                 s.recording, sound.samplingRate, s.samplingRate, s.database));
   }
   s.samplingRate = sound.samplingRate;
+  chooseFrames(s);
   int microphones = sound.channels;
   if (microphones == 0 && model.file()) microphones = static_cast<int>(model.file()->receivers());
   if (microphones == 0) {

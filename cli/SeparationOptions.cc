@@ -150,9 +150,15 @@ void SeparationOptions::addFrames(CLI::App& command) {
       .add_option("--advance", s.advance,
                   "Samples from frame to frame; default: a quarter of the frame")
       ->check(isPositive());
-  command.add_option("--window", s.window, "Shape of the frames")
-      ->check(CLI::IsMember({"HANN", "HAMMING", "SINE", "RECTANGULAR"}))
-      ->capture_default_str();
+  CLI::Option* window = command.add_option("--window", s.window, "Shape of the frames")
+                            ->check(CLI::IsMember({"HANN", "HAMMING", "SINE", "RECTANGULAR"}))
+                            ->capture_default_str();
+  command
+      .add_option("--latency", s.latencyInMs,
+                  "Milliseconds within which a sample is finished; chooses --advance and windows, "
+                  "long ones before and short ones after; default: the frame")
+      ->check(isPositive())
+      ->excludes(window);
   command
       .add_option("--threads", s.threads,
                   "Threads that share the bins of a frame; the outputs do not depend on it")

@@ -18,6 +18,7 @@
 #include "cli/StreamOptions.h"
 #include "dsp/FrameLayout.h"
 #include "separation/Separator.h"
+#include "tracking/FollowedTracks.h"
 
 namespace {
 
@@ -32,7 +33,8 @@ std::unique_ptr<Audio::SeparatedOutput> openOutput(const SeparationSettings& s,
   options.format = Audio::sampleFormatNamed(s.format);
   options.overwrite = s.overwrite;
   options.overwriteWords = FORCE_WORDS;
-  return std::make_unique<Audio::SeparatedFiles>(options, Audio::FrameLayout(s.length, s.advance));
+  return std::make_unique<Audio::SeparatedFiles>(options,
+                                                 Audio::FrameLayout(s.outputLength(), s.advance));
 }
 
 /// For --debug: says when the output of a source ceases to be finite.
@@ -69,7 +71,7 @@ class SeparationRun {
   SeparationRun(const SeparationSettings& separationSettings, SeparationInputs& separationInputs)
       : s(separationSettings),
         inputs(separationInputs),
-        layout(s.length, s.advance),
+        layout(s.outputLength(), s.advance),
         separator(makeSeparator(s, inputs)),
         check(s.samplingRate) {}
 
@@ -88,7 +90,10 @@ class SeparationRun {
     const bool isEnd = goThrough(*inputs.recording, progress);
     output->finish();
     for (const std::string& remark : output->remarks("--format FLOAT")) warn(remark);
-    if (inputs.live) reportTracks(s.tracks.input, inputs.live->counts(), inputs.live->failure());
+    if (inputs.live) {
+      reportTracks(s.tracks.input, inputs.live->counts(), inputs.live->failure());
+      inputs.scene = followed.scene(s.tracks.input);
+    }
     return isEnd;
   }
 
@@ -136,8 +141,8 @@ class SeparationRun {
   /// Moves on to the next frame and says who is active in it.
   void listSources() {
     ++frame;
-    const std::vector<BF::SourceLocation> sources =
-        sourcesOf(inputs, layout.time(frame, s.samplingRate), s.inactiveAsNoise);
+    const double time = layout.time(frame, s.samplingRate);
+    const std::vector<BF::SourceLocation> sources = sourcesOf(inputs, time, s.inactiveAsNoise);
     separator.setSources(sources, separator.sourcesAt(frame));
     if (!output) return;
     std::vector<int> targets;
@@ -145,6 +150,7 @@ class SeparationRun {
       if (source.flag) targets.push_back(source.id);
     }
     output->addFrame(targets);
+    if (inputs.live) followed.add({time, layout.time(frame + 1, s.samplingRate)}, sources);
   }
 
   void write(const Separation::Output& separated) {
@@ -161,6 +167,7 @@ class SeparationRun {
   Separation::Separator separator;
   std::unique_ptr<Audio::SeparatedOutput> output;  // in the last pass
   FiniteCheck check;
+  Tracking::FollowedTracks followed;  // whom a tracker told
   int pass = 1;
   std::int64_t frame = -1;        // the newest one
   std::int64_t framesBefore = 0;  // of the passes before
@@ -174,7 +181,7 @@ SeparationResult runSeparation(const SeparationSettings& settings, SeparationInp
   SeparationRun run(settings, inputs);
   bool isComplete = false;
   {
-    const Audio::FrameLayout layout(settings.length, settings.advance);
+    const Audio::FrameLayout layout(settings.outputLength(), settings.advance);
     ProgressBar progress(showsProgress,
                          inputs.samples ? run.passes() * layout.frameCount(*inputs.samples) : 0);
     isComplete = run.separate(progress);

@@ -21,6 +21,6 @@ struct SeparationResult {
 /// terminal, a progress bar shows there; warnings go there, too. SIGINT, SIGTERM and SIGHUP end the
 /// run after the frame at hand: its files are completed, then std::runtime_error says so (but see
 /// SignalWatch). Throws DataError and SettingError, and leaves no file then. The inputs are used
-/// up.
+/// up; with a tracker that is followed their scene is what it told.
 SeparationResult runSeparation(const SeparationSettings& settings, SeparationInputs& inputs,
                                bool showsProgress);

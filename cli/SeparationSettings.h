@@ -22,7 +22,9 @@ struct SeparationSettings {
   std::map<std::string, std::string> methodParameters;  ///< set by the user; defaults fill the rest
   int length = 0;                                       ///< samples per frame
   int advance = 0;                                      ///< samples from frame to frame
-  int samplingRate = 0;                                 ///< Hz
+  double latencyInMs = 0.0;  ///< within which a sample is to be finished; 0: the frame
+  int latency = 0;           ///< the same in samples: of a frame's end that become sound
+  int samplingRate = 0;      ///< Hz
   std::string window = "HANN";
   std::string channels;
   bool resample = false;
@@ -49,6 +51,9 @@ struct SeparationSettings {
   float refineMemory = 2.0F;        ///< seconds, for refineLive
   float postMask = 1.0F;            ///< least share of an output that passes; 1: all
   int threads = 1;                  ///< that share the bins of a frame
+
+  /// Samples of a frame that become sound.
+  int outputLength() const { return latency > 0 ? latency : length; }
 
   /// What says who is where, for messages.
   const std::string& sceneName() const { return tracks.isGiven() ? tracks.input : scene.name(); }

@@ -91,11 +91,11 @@ void findAbsentSources(const SeparationPlan& plan, Warnings& warnings) {
 /// Warns of frames whose windows leave gaps that an output which changes makes heard.
 void checkOverlap(const SeparationPlan& plan, Warnings& warnings) {
   const SeparationSettings& s = plan.settings;
-  if (s.advance <= s.length / 2) return;
+  if (s.advance <= s.outputLength() / 2) return;
   warnings.push_back(fmt::format(
       "--advance is {}, more than half of the {} samples of a frame: the frames overlap too little "
       "to hide their edges; expected {} or less",
-      s.advance, s.length, s.length / 2));
+      s.advance, s.outputLength(), s.outputLength() / 2));
 }
 
 /// Warns of noise to be learnt from times in which targets sound.

@@ -9,6 +9,7 @@
 
 #include "audio/FrameReader.h"
 #include "separation/NoiseFile.h"
+#include "separation/SettingsWindows.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ std::vector<BF::Matrix> measuredNoise(const SeparationSettings& s, SeparationInp
   std::vector<Audio::TimeRange> ranges;
   if (!inputs.noise) ranges = Audio::parseTimeRanges(s.noiseRanges);
   Audio::FrameReader reader(inputs.noise ? std::move(*inputs.noise) : openAgain(s),
-                            {s.length, s.advance}, Audio::windowNamed(s.window));
+                            {s.length, s.advance}, windowsOf(separatorSettings(s)).analysis);
   return noiseMatrices(noiseOfFile(reader, ranges), s.noiseLoading, s.noiseNormalize);
 }
 
@@ -31,6 +32,7 @@ Separation::Settings separatorSettings(const SeparationSettings& s) {
   settings.length = s.length;
   settings.advance = s.advance;
   settings.window = s.window;
+  if (s.latency > 0) settings.latency = s.latency;
   settings.noise.forgetting = s.noiseForgetting;
   settings.noise.loading = s.noiseLoading;
   settings.noise.normalize = s.noiseNormalize;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/OptionChecks.h"
+#include "cli/StreamOptions.h"
 #include "dsp/DataError.h"
 #include "pictures/PictureFile.h"
 #include "pictures/Spectrogram.h"
@@ -36,6 +37,7 @@ void drawSpectrograms(const Options& options) {
     throw CLI::ValidationError("--advance", fmt::format("{}, expected --length, {}, at most",
                                                         frames.advance, frames.length));
   }
+  refuseSharedInput(options.files);
   checkPicture(options.output, options.force, options.files);
   std::vector<Spectrogram> panels;
   for (const std::string& file : options.files) {
@@ -68,7 +70,9 @@ void addSpectrogramCommand(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand(
       "spectrogram", "Draw recordings by time and frequency, on the same axes and scale");
-  command->add_option("FILE", options->files, "Recordings, a panel for each and each channel")
+  command
+      ->add_option("FILE", options->files,
+                   "Recordings, a panel for each and each channel; - is standard input")
       ->required();
   command->add_option("--channel", options->channels,
                       "Channels of files that have several, as 1-4,7; default: all");

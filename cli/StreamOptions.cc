@@ -19,11 +19,16 @@ namespace {
 constexpr std::array<std::pair<const char*, const char*>, 3> ENCODINGS = {
     {{"S16_LE", "PCM_16"}, {"S24_3LE", "PCM_24"}, {"FLOAT_LE", "FLOAT"}}};
 
+}  // namespace
+
 bool isStandardInput(const std::string& path) {
   return path == "-" || path == "/dev/stdin" || path == "/dev/fd/0" || path == "/proc/self/fd/0";
 }
 
-}  // namespace
+void refuseSharedInput(const std::vector<std::string>& files) {
+  if (std::count_if(files.begin(), files.end(), isStandardInput) < 2) return;
+  misuse("standard input is several of the files at once, expected the others elsewhere");
+}
 
 void addStreamOptions(CLI::App& command, SeparationSettings& s) {
   command.add_option("--raw", s.raw,

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "audio/SeparatedOutput.h"
 #include "cli/SeparationSettings.h"
@@ -14,6 +16,12 @@ void addStreamOptions(CLI::App& command, SeparationSettings& settings);
 /// Completes the settings after parsing. Throws CLI::ValidationError for a format that cannot be
 /// used, and for options of the command that contradict each other.
 void applyStreamOptions(const CLI::App& command, SeparationSettings& settings);
+
+/// Whether a name stands for standard input.
+bool isStandardInput(const std::string& path);
+
+/// Throws CLI::ValidationError when more than one of the files is standard input.
+void refuseSharedInput(const std::vector<std::string>& files);
 
 /// The stream on standard output, with a channel per target of the scene, in its order. Throws
 /// DataError when standard output is a terminal or cannot be written.

@@ -116,8 +116,9 @@ install(FILES docs/architecture.md docs/command.md docs/corpus.md docs/embedding
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(FILES docs/pictures/map.svg docs/pictures/pattern.svg docs/pictures/spectrogram.png
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs/pictures)
-install(FILES examples/engine.cc examples/separator.cc examples/microphones.json examples/scene.json
-              examples/separate.n examples/two-talkers.json
+install(FILES examples/callback.cc examples/engine.cc examples/separator.cc
+              examples/microphones.json examples/scene.json examples/separate.n
+              examples/socket_separator.py examples/two-talkers.json
         DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(DIRECTORY examples/evaluate DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 

@@ -1,15 +1,20 @@
 #include "dsp/FrameAnalyzer.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Audio {
 
 FrameAnalyzer::FrameAnalyzer(int channelCount, const FrameLayout& frameLayout,
                              WindowType windowType)
+    : FrameAnalyzer(channelCount, frameLayout, makeWindow(windowType, frameLayout.length())) {}
+
+FrameAnalyzer::FrameAnalyzer(int channelCount, const FrameLayout& frameLayout,
+                             std::vector<float> windowValues)
     : channels(static_cast<std::size_t>(channelCount)),
       advance(static_cast<std::size_t>(frameLayout.advance())),
       bins(static_cast<std::size_t>(frameLayout.bins())),
-      window(makeWindow(windowType, frameLayout.length())),
+      window(std::move(windowValues)),
       fft(frameLayout.length()),
       samples(channels * window.size()),
       windowed(window.size()),

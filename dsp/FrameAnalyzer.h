@@ -15,6 +15,9 @@ class FrameAnalyzer {
  public:
   FrameAnalyzer(int channelCount, const FrameLayout& frameLayout, WindowType windowType);
 
+  /// windowValues: as many as a frame has samples.
+  FrameAnalyzer(int channelCount, const FrameLayout& frameLayout, std::vector<float> windowValues);
+
   /// Moves on to the next frame, at first to frame 0. newest holds the samples that it brings,
   /// interleaved: `count` of each channel, zeros for the rest of the advance.
   void add(const float* newest, std::size_t count);

@@ -13,11 +13,14 @@ namespace {
 
 constexpr double MIN_SHARE = 1e-4;
 
-/// D(r) = Σ_j w(r + j · advance)² for r = 0 … advance − 1.
-std::vector<double> sumsOfSquares(const std::vector<float>& w, int advance) {
+/// D(r) = Σ_j a(r + j · advance) · w(r + j · advance) for r = 0 … advance − 1, in which a counts
+/// from where w begins.
+std::vector<double> sumsOfProducts(const FrameWindows& windows, int advance) {
+  const std::vector<float>& w = windows.synthesis;
+  const float* a = windows.analysis.data() + (windows.analysis.size() - w.size());
   std::vector<double> D(static_cast<std::size_t>(advance));
   for (std::size_t n = 0; n < w.size(); ++n) {
-    D[n % D.size()] += static_cast<double>(w[n]) * static_cast<double>(w[n]);
+    D[n % D.size()] += static_cast<double>(a[n]) * static_cast<double>(w[n]);
   }
   return D;
 }
@@ -26,13 +29,19 @@ std::vector<double> sumsOfSquares(const std::vector<float>& w, int advance) {
 
 FrameSynthesizer::FrameSynthesizer(const FrameLayout& frameLayout, WindowType windowType,
                                    bool halfFrameShift)
-    : layout(frameLayout),
+    : FrameSynthesizer(frameLayout, equalWindows(windowType, frameLayout.length()),
+                       halfFrameShift) {}
+
+FrameSynthesizer::FrameSynthesizer(const FrameLayout& frameLayout, const FrameWindows& windows,
+                                   bool halfFrameShift)
+    : layout(static_cast<int>(windows.synthesis.size()), frameLayout.advance()),
       negateOddBins(halfFrameShift),
-      gains(makeWindow(windowType, frameLayout.length())),
+      gains(windows.synthesis),
       fft(frameLayout.length()),
       shifted(static_cast<std::size_t>(frameLayout.bins())),
-      samples(gains.size()) {
-  const std::vector<double> D = sumsOfSquares(gains, layout.advance());
+      samples(windows.analysis.size()),
+      given(gains.size()) {
+  const std::vector<double> D = sumsOfProducts(windows, layout.advance());
   const auto [least, most] = std::minmax_element(D.begin(), D.end());
   if (*least <= *most * MIN_SHARE) {
     throw DataError(
@@ -50,8 +59,9 @@ const std::vector<float>& FrameSynthesizer::synthesize(const std::complex<float>
     shifted[k] = negateOddBins && k % 2 == 1 ? -spectrum[k] : spectrum[k];
   }
   fft.inverse(shifted.data(), samples.data());
-  for (std::size_t n = 0; n < samples.size(); ++n) samples[n] *= gains[n];
-  return samples;
+  const float* last = samples.data() + (samples.size() - given.size());
+  for (std::size_t n = 0; n < given.size(); ++n) given[n] = last[n] * gains[n];
+  return given;
 }
 
 OverlapAdder::OverlapAdder(const FrameLayout& frameLayout)

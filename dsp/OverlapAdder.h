@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "dsp/FrameLayout.h"
+#include "dsp/FrameWindows.h"
 #include "dsp/RealFft.h"
 #include "dsp/Window.h"
 
@@ -11,32 +12,36 @@ namespace Audio {
 
 /// Turns the spectrum of one frame back into its share of the sound.
 ///
-/// With the window w of length L, analysis and synthesis alike, and the frames' inverse transforms
-/// y_f, the sound is
-///   s(n) = Σ_f w(n − start_f) · y_f(n − start_f) / Σ_f w(n − start_f)²,
+/// With the windows a before and w after, which covers the last S samples of a frame, and the last
+/// S samples y_f of the frames' inverse transforms, which begin at start_f, the sound is
+///   s(n) = Σ_f w(n − start_f) · y_f(n − start_f) / Σ_f a(n − start_f) · w(n − start_f),
 /// which gives unchanged spectra back as the recording. The sum below depends on n modulo the
 /// advance only, so it is divided out frame by frame.
 class FrameSynthesizer {
  public:
   /// halfFrameShift: the spectra's odd bins are negated first, which undoes a circular shift by
   /// half a frame (a factor e^(jkπ) on bin k). Throws DataError when the frames overlap too little
-  /// for the window: when the sum of squares above falls below 10⁻⁴ of its maximum anywhere, where
-  /// single precision would no longer keep errors below −100 dB.
+  /// for the windows: when the sum of products above falls below 10⁻⁴ of its maximum anywhere,
+  /// where single precision would no longer keep errors below −100 dB.
   FrameSynthesizer(const FrameLayout& frameLayout, WindowType windowType, bool halfFrameShift);
+  FrameSynthesizer(const FrameLayout& frameLayout, const FrameWindows& windows,
+                   bool halfFrameShift);
 
+  /// Where the samples belong that a frame gives: each frame's last S ones.
   const FrameLayout& frames() const { return layout; }
 
-  /// bins() values to length() samples to be added up at the frame's place. The result is valid
+  /// A frame's bins to frames().length() samples to be added up at its place. The result is valid
   /// until the next call.
   const std::vector<float>& synthesize(const std::complex<float>* spectrum);
 
  private:
   FrameLayout layout;
   bool negateOddBins;
-  std::vector<float> gains;  // w(n) / Σ w², per sample of the frame
+  std::vector<float> gains;  // w(n) / Σ a·w, per sample that a frame gives
   RealFft fft;
   std::vector<std::complex<float>> shifted;
-  std::vector<float> samples;
+  std::vector<float> samples;  // of the whole frame
+  std::vector<float> given;
 };
 
 /// Adds up the frames of one sound.

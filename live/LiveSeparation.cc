@@ -20,14 +20,14 @@ LiveSeparation::LiveSeparation(Separation::Separator theSeparator, SourcesAt sou
       sourcesAt(std::move(sources)),
       exchange(sampleExchange),
       patience(patienceSamples),
-      layout(separator.settings().length, separator.settings().advance),
+      layout(separator.settings().outputLength(), separator.settings().advance),
       block(static_cast<std::size_t>(layout.advance() * separator.microphones())),
       slots(slotCount),
       events(MAX_EVENTS) {}
 
 std::size_t LiveSeparation::delay(const Separation::Settings& settings, int period, int margin,
                                   int step) {
-  return static_cast<std::size_t>(settings.length + margin * period -
+  return static_cast<std::size_t>(settings.outputLength() + margin * period -
                                   std::gcd(step, settings.advance));
 }
 

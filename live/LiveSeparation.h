@@ -44,8 +44,8 @@ class LiveSeparation {
   /// time of `margin` calls of the exchange, which take `period` samples each. `step` divides the
   /// number of samples before every call: with calls of one size it is the period. A call may end
   /// up to advance − gcd(step, advance) samples before the next frame is complete, and a frame
-  /// finishes what lies length − advance samples back:
-  ///   length + margin · period − gcd(step, advance)
+  /// finishes what lies outputLength − advance samples back:
+  ///   outputLength + margin · period − gcd(step, advance)
   static std::size_t delay(const Separation::Settings& settings, int period, int margin, int step);
 
   // ---- for one other thread

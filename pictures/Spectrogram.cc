@@ -41,12 +41,14 @@ Spectrogram described(const std::string& name, int samplingRate, const Audio::Fr
 std::vector<Spectrogram> readSpectrograms(const std::string& path, const std::string& channels,
                                           const SpectrogramFrames& frames) {
   const Audio::FrameLayout layout(frames.length, frames.advance);
-  const int fileChannels = Audio::channelsOf(path);
   Audio::AudioReaderOptions options;
   options.channelsName = "--channel";
-  if (fileChannels > 1) options.channels = channels;
+  options.channels = channels;
+  options.channelsOfSeveral = true;
   Audio::FrameReader reader(Audio::AudioReader(path, options), layout, Audio::WindowType::Hann);
-  const std::vector<int> numbers = Audio::selectedChannels(options.channels, fileChannels);
+  const int fileChannels = reader.file().fileChannels();
+  const std::vector<int> numbers =
+      Audio::selectedChannels(fileChannels > 1 ? channels : "", fileChannels);
   const auto bins = static_cast<std::size_t>(layout.bins());
   std::vector<LevelColumns> columns(numbers.size(), LevelColumns(bins));
   std::int64_t samples = 0;

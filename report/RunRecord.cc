@@ -77,6 +77,7 @@ std::string RunRecord::json() const {
       {"length", length},
       {"advance", advance},
       {"window", window},
+      {"latency", latencySamples},
       {"sampling_rate", samplingRate},
       {"microphones", microphones},
       {"reference_mic", reference},
@@ -99,7 +100,7 @@ std::optional<RunRecord> RunRecord::read(const std::string& folder) {
       {"version", "recording", "channels", "database", "responses", "method", "parameters",
        "length", "advance", "window", "sampling_rate", "microphones", "reference_mic", "passes",
        "refine_passes", "duration_seconds", "elapsed_seconds", "warnings", "scene"},
-      {});
+      {"latency"});
   RunRecord run;
   run.version = textOf(top.at("version"));
   run.recording = textOf(top.at("recording"));
@@ -115,6 +116,7 @@ std::optional<RunRecord> RunRecord::read(const std::string& folder) {
   run.length = wholeOf(top.at("length"));
   run.advance = wholeOf(top.at("advance"));
   run.window = textOf(top.at("window"));
+  run.latencySamples = top->contains("latency") ? wholeOf(top.at("latency")) : run.length;
   run.samplingRate = wholeOf(top.at("sampling_rate"));
   if (run.samplingRate < 1) top.at("sampling_rate").refuse("a number above 0");
   run.microphones = wholeOf(top.at("microphones"));

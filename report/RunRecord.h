@@ -23,7 +23,8 @@ struct RunRecord {
   int length = 0;   ///< samples per frame
   int advance = 0;  ///< samples from frame to frame
   std::string window;
-  int samplingRate = 0;  ///< Hz
+  int latencySamples = 0;  ///< of a live separation, from block to block as long as the advance
+  int samplingRate = 0;    ///< Hz
   int microphones = 0;
   int reference = 1;  ///< microphone that the sources sound as, from 1
   int passes = 1;     ///< over the recording, refinement included
@@ -33,7 +34,9 @@ struct RunRecord {
   std::vector<std::string> warnings;
   Audio::Scene scene;
 
-  double latency() const { return 1.0 * length / samplingRate; }  ///< seconds of a live separation
+  double latency() const {
+    return 1.0 * latencySamples / samplingRate;
+  }  ///< seconds of a live separation
 
   /// The file's text: one JSON object.
   std::string json() const;

@@ -6,6 +6,7 @@
 #include <complex>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "dsp/DataError.h"
 #include "dsp/FrameAnalyzer.h"
@@ -62,10 +63,10 @@ NoiseCorrelation noiseOfFile(FrameReader& reader, const std::vector<TimeRange>& 
 }
 
 NoiseCorrelation noiseOfSamples(const RecordedSamples& recording, const FrameLayout& layout,
-                                WindowType window, const std::vector<TimeRange>& ranges,
+                                std::vector<float> window, const std::vector<TimeRange>& ranges,
                                 const std::string& name) {
   const NoiseTimes times(ranges, recording.samplingRate);
-  FrameAnalyzer analyzer(recording.channels, layout, window);
+  FrameAnalyzer analyzer(recording.channels, layout, std::move(window));
   NoiseCorrelation noise(recording.channels, layout.bins(), 1.0);
   const auto advance = static_cast<std::size_t>(layout.advance());
   const auto channels = static_cast<std::size_t>(recording.channels);

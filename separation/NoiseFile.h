@@ -6,7 +6,6 @@
 
 #include "audio/FrameReader.h"
 #include "dsp/FrameLayout.h"
-#include "dsp/Window.h"
 #include "matrix/Matrix.h"
 #include "scene/TimeRange.h"
 #include "separation/NoiseCorrelation.h"
@@ -26,9 +25,10 @@ struct RecordedSamples {
   int samplingRate;  ///< Hz
 };
 
-/// The same of a recording in memory, which messages call `name`.
+/// The same of a recording in memory, which messages call `name`; window: a value per sample of a
+/// frame.
 NoiseCorrelation noiseOfSamples(const RecordedSamples& recording, const FrameLayout& layout,
-                                WindowType window, const std::vector<TimeRange>& ranges,
+                                std::vector<float> window, const std::vector<TimeRange>& ranges,
                                 const std::string& name);
 
 /// The matrices that NoiseCorrelation::write gives, one M × M matrix per bin.

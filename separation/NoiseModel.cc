@@ -9,12 +9,14 @@ NoiseModel::NoiseModel(const Settings& given, int microphones)
     : settings(given.noise),
       layout(given.length, given.advance),
       samplingRate(given.samplingRate),
+      echo((given.length - given.outputLength()) / 2 / given.advance),
+      quiet(echo),
       mean(microphones, layout.bins(), settings.times.empty() ? settings.forgetting : 1.0),
       result(static_cast<std::size_t>(layout.bins()) *
              static_cast<std::size_t>(microphones * microphones)) {}
 
-bool NoiseModel::isNoiseAlone(std::int64_t frame, std::int64_t total, bool hasTargets) const {
-  if (settings.times.empty()) return !hasTargets;
+bool NoiseModel::isNoiseAlone(std::int64_t frame, std::int64_t total) const {
+  if (settings.times.empty()) return quiet > echo;
   const std::int64_t start = layout.start(frame);
   if (start < 0 || start + layout.length() > total) return false;
   const double begin = static_cast<double>(start) / samplingRate;
@@ -26,7 +28,8 @@ bool NoiseModel::isNoiseAlone(std::int64_t frame, std::int64_t total, bool hasTa
 
 void NoiseModel::addFrame(std::int64_t frame, std::int64_t total,
                           const std::complex<float>* spectra, bool hasTargets) {
-  if (!settings.matrices.empty() || !isNoiseAlone(frame, total, hasTargets)) return;
+  quiet = hasTargets ? 0 : quiet + 1;
+  if (!settings.matrices.empty() || !isNoiseAlone(frame, total)) return;
   mean.add(spectra);
   isNew = true;
 }

@@ -25,11 +25,13 @@ class NoiseModel {
   bool write(std::int64_t frame, std::vector<BF::Matrix>& matrices);
 
  private:
-  bool isNoiseAlone(std::int64_t frame, std::int64_t total, bool hasTargets) const;
+  bool isNoiseAlone(std::int64_t frame, std::int64_t total) const;
 
   NoiseSettings settings;
   Audio::FrameLayout layout;
   int samplingRate;
+  std::int64_t echo;       // frames after one with targets that hold more than half a frame of them
+  std::int64_t quiet = 0;  // frames since the last one with targets
   Audio::NoiseCorrelation mean;
   std::vector<std::complex<float>> result;  // K × M·M
   bool isNew = true;

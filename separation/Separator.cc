@@ -12,7 +12,7 @@
 #include "dsp/DataError.h"
 #include "dsp/FrameAnalyzer.h"
 #include "dsp/FrameLayout.h"
-#include "dsp/Window.h"
+#include "separation/SettingsWindows.h"
 #include "separation/SourceSignals.h"
 #include "separation/SourceTimeline.h"
 #include "separation/SpectralSeparation.h"
@@ -26,12 +26,12 @@ constexpr float MAX_SAMPLE = 1e15F;
 
 Audio::FrameSynthesizer makeSynthesizer(const Settings& s) {
   try {
-    return {Audio::FrameLayout(s.length, s.advance), Audio::windowNamed(s.window),
-            *s.undoHalfFrameShift};
+    return {Audio::FrameLayout(s.length, s.advance), windowsOf(s), *s.undoHalfFrameShift};
   } catch (const DataError&) {  // the one fault that is left
     throw SettingError(
         "advance", std::to_string(s.advance),
-        "at most half of length = " + std::to_string(s.length) +
+        "at most half of " + std::string(s.latency ? "latency" : "length") + " = " +
+            std::to_string(s.outputLength()) +
             ": frames with this window overlap too little and samples would be lost");
   }
 }
@@ -42,14 +42,15 @@ struct Separator::Impl {
   Impl(const Settings& given, int microphoneCount, const ImpulseResponses* responses)
       : settings(checkedSettings(given, microphoneCount)),
         M(static_cast<std::size_t>(microphoneCount)),
-        layout(settings.length, settings.advance),
-        analyzer(microphoneCount, layout, Audio::windowNamed(settings.window)),
+        layout(settings.outputLength(), settings.advance),
+        analyzer(makeAnalyzer()),
         timeline(*settings.inactiveAsNoise),
         separation(settings, microphoneCount, responses),
-        spectrum(static_cast<std::size_t>(layout.bins())),
+        spectrum(static_cast<std::size_t>(settings.length / 2 + 1)),
         signals(makeSynthesizer(settings)),
         ahead(M * static_cast<std::size_t>(layout.advance())) {}
 
+  Audio::FrameAnalyzer makeAnalyzer() const;
   void beginCall();
   const Output& endCall();
   void take(const float* samples, std::size_t count);
@@ -60,8 +61,8 @@ struct Separator::Impl {
   void startOver();
 
   Settings settings;
-  std::size_t M;  // microphones
-  Audio::FrameLayout layout;
+  std::size_t M;              // microphones
+  Audio::FrameLayout layout;  // of what the frames give
   Audio::FrameAnalyzer analyzer;
   SourceTimeline timeline;
   SpectralSeparation separation;
@@ -81,6 +82,11 @@ struct Separator::Impl {
   bool isLoaded = false;
   std::size_t rowsDone = 0;
 };
+
+Audio::FrameAnalyzer Separator::Impl::makeAnalyzer() const {
+  return {static_cast<int>(M), Audio::FrameLayout(settings.length, settings.advance),
+          windowsOf(settings).analysis};
+}
 
 // ---- samples
 
@@ -156,8 +162,7 @@ void Separator::Impl::startOver() {
   if (separation.isLastPass()) {
     throw std::logic_error("startOver() is called in the last of passes() passes");
   }
-  Audio::FrameAnalyzer newAnalyzer(static_cast<int>(M), layout,
-                                   Audio::windowNamed(settings.window));
+  Audio::FrameAnalyzer newAnalyzer = makeAnalyzer();
   SourceTimeline newTimeline(*settings.inactiveAsNoise);
   SourceSignals newSignals(makeSynthesizer(settings));
   separation.nextPass();

@@ -19,8 +19,9 @@ namespace Separation {
 /// transform", 1984).
 ///
 /// Frame f holds `length` samples from (f + 1) · advance − length on; samples before number 0 and
-/// after the last one are zeros. The list of sources that is in force at the frame's centre, but
-/// not before sample 0, serves it; without sources it is silent. How the samples are cut into
+/// after the last one are zeros. Its last `latency` samples, without such a setting all, become
+/// sound. The list of sources that is in force at the centre of these, but not before sample 0,
+/// serves it; without sources it is silent. How the samples are cut into
 /// blocks makes no difference, to the bit. The outputs are aligned with the input and together as
 /// long as it.
 ///
@@ -83,11 +84,12 @@ class Separator {
   std::int64_t samples() const;
   int microphones() const;  ///< Channels of the samples that push takes.
 
-  /// Once P samples were taken, P − latency() at least are finished: length − 1. With blocks of
-  /// `advance` samples it is length − advance.
+  /// Once P samples were taken, P − latency() at least are finished: settings().outputLength() − 1.
+  /// With blocks of `advance` samples it is outputLength() − advance.
   int latency() const;
 
-  /// The sample whose list of sources serves a frame: its centre, rounded down, but at least 0.
+  /// The sample whose list of sources serves a frame: the centre of what becomes sound of it,
+  /// rounded down, but at least 0.
   std::int64_t sourcesAt(std::int64_t frame) const;
 
   /// Values replaced by 0 because they were not finite or beyond 10¹⁵.

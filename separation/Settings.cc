@@ -110,8 +110,11 @@ Settings checkedSettings(const Settings& given, int microphones) {
           "1 to " + asText(MAX_RATE) + " Hz");
   require(s.length >= 1 && s.length <= MAX_LENGTH, "length", s.length,
           "1 to " + asText(MAX_LENGTH) + " samples");
-  require(s.advance >= 1 && s.advance <= s.length, "advance", s.advance,
-          "1 to length = " + asText(s.length) + " samples");
+  const int S = s.outputLength();
+  require(!s.latency || (S >= 2 && S <= s.length), "latency", S,
+          "2 to length = " + asText(s.length) + " samples");
+  require(s.advance >= 1 && s.advance <= S, "advance", s.advance,
+          (s.latency ? "1 to latency = " : "1 to length = ") + asText(S) + " samples");
   require(s.window == "HANN" || s.window == "HAMMING" || s.window == "SINE" ||
               s.window == "RECTANGULAR",
           "window", s.window, "HANN, HAMMING, SINE or RECTANGULAR");

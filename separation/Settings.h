@@ -77,7 +77,12 @@ struct Settings {
   int length = 512;   ///< samples per frame, 1 to 2²⁴; the database has length/2 + 1 bins
   int advance = 128;  ///< samples from frame to frame, 1 to length
   std::string window = "HANN";  ///< HANN, HAMMING, SINE or RECTANGULAR: before and after
-  NoiseSettings noise;          ///< for CML
+  /// Samples of a frame's end that become sound, 2 to length: within as many a sample is finished.
+  /// The frame's window then rises slowly and falls within a quarter of them, and that of the
+  /// output is short (after Mauler and Martin 2007); `window` does not count. Unset: the whole
+  /// frame.
+  std::optional<int> latency;
+  NoiseSettings noise;  ///< for CML
   /// Whether each output is scaled, bin by bin, to what the reference microphone X hears of it:
   /// by P/Q with P ← α · P + X · conj(Y) and Q ← α · Q + |Y|². Unset: for CMSNR, whose outputs have
   /// an arbitrary scale.
@@ -108,6 +113,9 @@ struct Settings {
   /// So many threads, the caller's among them and no more than the machine has processors, share
   /// the bins of a frame where it is worth it, 1 to MAX_THREADS. Results do not depend on it.
   int threads = 1;
+
+  /// Samples of a frame that become sound.
+  int outputLength() const { return latency.value_or(length); }
 };
 
 /// A copy in which every optional member is set. Throws SettingError for a value out of its range,

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <utility>
 
-#include "dsp/Window.h"
 #include "geometry/SpeedOfSound.h"
+#include "separation/SettingsWindows.h"
 #include "separation/SourceTimeline.h"
 #include "separation/mvdr/Mvdr.h"
 #include "separation/refine/Masks.h"
@@ -19,8 +19,7 @@ std::unique_ptr<BF::BF> makeEngine(const Settings& s, const ImpulseResponses* re
     return BF::makeEngine(s.method, s.parameters, s.length / 2 + 1, s.samplingRate,
                           BF::SPEED_OF_SOUND);
   }
-  SpatialCovariance covariance(*responses,
-                               Audio::makeWindow(Audio::windowNamed(s.window), s.length),
+  SpatialCovariance covariance(*responses, windowsOf(s).analysis,
                                FrameStack::halfOverlapping(s.mvdrFrames, s.length, s.advance));
   return std::make_unique<Mvdr>(std::move(covariance), s.samplingRate, s.referenceMicrophone,
                                 s.mvdrLoading);

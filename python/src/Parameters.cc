@@ -171,10 +171,12 @@ Separation::Settings separationSettings(const std::string& name, const py::dict&
   settings.samplingRate = rate;
   settings.length = length;
   keywords.take("length", "a whole number of samples", settings.length);
-  settings.advance = std::max(1, settings.length / 4);
+  keywords.take("latency", "a whole number of samples", settings.latency);
+  settings.advance = std::max(1, settings.latency ? *settings.latency / 2 : settings.length / 4);
   keywords.take("advance", "a whole number of samples", settings.advance);
   keywords.take("window", "HANN, HAMMING, SINE or RECTANGULAR", settings.window);
   if (method.nodeType == "ML") takeNoise(keywords, settings.noise);
+  if (method.nodeType == "MSNR") keywords.take("level", "True or False", settings.level);
   takeRefinement(keywords, settings);
   keywords.take("project", "True or False", settings.project);
   keywords.take("project_forgetting", "a number from 0 to 1", settings.projectionForgetting);

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "dsp/FrameLayout.h"
-#include "dsp/Window.h"
 #include "python/src/Arguments.h"
 #include "python/src/Bindings.h"
 #include "python/src/Database.h"
@@ -21,6 +20,7 @@
 #include "scene/SceneMoment.h"
 #include "separation/NoiseFile.h"
 #include "separation/ResponseFile.h"
+#include "separation/SettingsWindows.h"
 
 namespace py = pybind11;
 using Separation::SettingError;
@@ -64,7 +64,7 @@ class StreamSeparator {
   /// model: what a Separation::Separator is made from.
   template <class Model>
   StreamSeparator(const Separation::Settings& settings, const Model& model)
-      : separator(settings, model), layout(settings.length, settings.advance) {}
+      : separator(settings, model), layout(settings.outputLength(), settings.advance) {}
 
   py::object process(const py::handle& block, const py::handle& sources) {
     const py::array_t<float> samples = checkedSamples(block, separator.microphones());
@@ -185,8 +185,7 @@ Separation::Settings withMeasuredNoise(Separation::Settings settings, const py::
   noise.matrices = noiseMatrices(
       noiseOfSamples(
           {x.data(), static_cast<std::size_t>(x.shape(0)), microphones, settings.samplingRate},
-          {settings.length, settings.advance}, Audio::windowNamed(settings.window), ranges,
-          "noise_from"),
+          {settings.length, settings.advance}, windowsOf(settings).analysis, ranges, "noise_from"),
       noise.loading, noise.normalize);
   noise.times.clear();
   return settings;

@@ -30,9 +30,12 @@ class Parameters(TypedDict, total=False):
     length : int
         Samples per frame; the database's, without one 512.
     advance : int
-        Samples from frame to frame; a quarter of the frame.
+        Samples from frame to frame; a quarter of the frame, or half of `latency`.
     window : str
         "HANN", "HAMMING", "SINE" or "RECTANGULAR".
+    latency : int
+        Samples within which a sample is finished, up to `length`: with windows that are long before
+        and short after the separation, see `docs/live.md`. `window` does not count then.
     project : bool
         Scale the outputs, bin by bin, to what the reference microphone hears; for MSNR.
     reference_mic : int
@@ -66,6 +69,9 @@ class Parameters(TypedDict, total=False):
         MSNR: forgetting factor of the statistics.
     decomposition_algorithm : str
         MSNR: "GEVD" or "GSVD".
+    level : bool
+        MSNR that is projected: separate spectra that are brought to the same level, so that it
+        makes no difference how loud the recording is.
     loading : float
         MVDR: noise of the microphones' own, as a share of the sources' mean power.
     frames : int
@@ -90,6 +96,7 @@ class Parameters(TypedDict, total=False):
     length: int
     advance: int
     window: str
+    latency: int
     project: bool
     reference_mic: int
     project_forgetting: float
@@ -108,6 +115,7 @@ class Parameters(TypedDict, total=False):
     reg_factor: float
     alpha: float
     decomposition_algorithm: str
+    level: bool
     loading: float
     frames: int
     passes: int

@@ -67,6 +67,11 @@ TEST_F(Errors, OfUsage) {
         "--print-network makes networks that go through the recording once, expected neither "
         "--passes nor --refine (--refine-live does with one)"},
        {separate + "--refine 2 --refine-live", "--refine-live excludes --refine"},
+       {separate + "--latency 8 --print-network",
+        "--latency needs windows that the nodes of a network do not have, expected --print-network "
+        "without it (--length and --advance shorten the frames)"},
+       {separate + "--latency 8 --window SINE", "--window excludes --latency"},
+       {separate + "--latency 0", "--latency: \"0\", expected a number above 0"},
        {separate + "--post-mask 0.1 --print-network",
         "--post-mask needs --refine-live in a network, expected both or neither"},
        {separate + "--noise-loading 1", "--noise-loading serves ML, not NULL"},
@@ -120,6 +125,15 @@ TEST_F(Errors, OfData) {
         "--advance is 512, with which --window HANN loses samples between the frames of 512 "
         "samples; expected 256 or less"},
        {separate + "--advance 513", "--advance is 513, expected 1 to length = 512 samples"},
+       {separate + "--latency 8 --advance 129",
+        "--advance is 129, expected 1 to latency = 128 samples"},
+       {separate + "--latency 8 --advance 128",
+        "--advance is 128, with which --latency loses samples between the frames of 128 samples; "
+        "expected 64 or less"},
+       {separate + "--latency 33",
+        "--latency is 33 ms, expected 0.125 to 32 ms: 2 to 512 samples, a frame"},
+       {separate + "--latency 0.06",
+        "--latency is 0.06 ms, expected 0.125 to 32 ms: 2 to 512 samples, a frame"},
        {separate + "--method ML --noise-recording mono.wav",
         "--noise-recording: mono.wav gives 1 channels, expected 3 as mix.wav (--noise-channels "
         "selects)"},

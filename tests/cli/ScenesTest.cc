@@ -161,6 +161,9 @@ TEST_F(Scenes, ThatSayNothingUsefulAreRefused) {
            "--track-hop: \"128/0\", expected SAMPLES/RATE or seconds, above 0 and up to 10 s"},
           {start + "--source 1:0 --array none",
            "--array: \"none\", expected one of respeaker-4, respeaker-usb-4, respeaker-6, …"},
+          {"separate - --tf array.sofa -o - --tracks tcp://127.0.0.1:9",
+           "-o - has a channel for each source, whom a tracker that is followed does not tell "
+           "beforehand; expected a folder"},
           {"separate - --tf array.sofa -o out --tracks -",
            "--tracks is \"-\", from which the recording comes already, expected another input"}});
   expectRefused(

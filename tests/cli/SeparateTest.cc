@@ -56,6 +56,16 @@ TEST_F(Separate, NullUndoesAMixtureMadeByConvolution) {
         differenceInDb(sound(s == 0 ? "out/source_3.wav" : "out/source_7.wav").samples, expected),
         -20.0);
   }
+  // A quarter of the latency, the frame as long as before.
+  const CommandRun soon = separate("NULL --latency 8 --format FLOAT", "soon");
+  ASSERT_EQ(soon.status, 0) << soon.errors;
+  EXPECT_THAT(soon.output, HasSubstr("latency 128 samples (8.0 ms)"));
+  EXPECT_LT(differenceInDb(sound("soon/source_3.wav").samples, sound("out/source_3.wav").samples),
+            -15.0);
+  const nlohmann::json record = nlohmann::json::parse(content("soon/run.json"));
+  EXPECT_EQ(record["length"], 512);
+  EXPECT_EQ(record["latency"], 128);
+  EXPECT_EQ(record["advance"], 64);
   const CommandRun quiet = separate("DS --quiet --force", "out");
   EXPECT_EQ(quiet.status, 0);
   EXPECT_EQ(quiet.output + quiet.errors, "");

@@ -4,10 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "gmock/gmock.h"
 #include "tests/cli/TalkersFixture.h"
@@ -106,21 +108,34 @@ int ticksOf(int process) {
   return user + system;
 }
 
-// What goes in comes out within a frame, a pause costs no processor time, and a signal ends it.
-TEST_F(Streams, FlowWithoutDelay) {
-  constexpr std::size_t ADVANCE = 128;
-  constexpr std::size_t LENGTH = 512;
+struct Flow {
+  const char* options;
+  std::size_t latency;  // samples
+  std::size_t advance;
+};
+
+void PrintTo(const Flow& flow, std::ostream* out) { *out << flow.options; }
+
+class FlowingStreams : public Streams, public testing::WithParamInterface<Flow> {};
+
+INSTANTIATE_TEST_SUITE_P(Frames, FlowingStreams,
+                         testing::Values(Flow{"--advance 128 ", 512, 128},
+                                         Flow{"--latency 8 ", 128, 64}));
+
+// What goes in comes out within the latency, a pause costs no processor time, and a signal ends it.
+TEST_P(FlowingStreams, FlowWithoutDelay) {
+  const auto [options, LATENCY, ADVANCE] = GetParam();
   const std::string bytes = content("mix.raw");
   ASSERT_EQ(mkfifo((folder / "in").c_str(), 0600), 0);
   const int in = open((folder / "in").c_str(), O_RDWR);
   RunningCommand command(
-      wordsOf("separate in -o - --quiet --advance 128 --raw-output FLOAT_LE" + raw + files),
+      wordsOf("separate in -o - --quiet --raw-output FLOAT_LE" + raw + options + files),
       folder / "");
   const std::size_t block = ADVANCE * MICROPHONES * sizeof(float);
   for (std::size_t n = 1; n <= 20; ++n) {
     ASSERT_EQ(write(in, bytes.data() + (n - 1) * block, block), static_cast<ssize_t>(block));
     const std::size_t taken = n * ADVANCE + ADVANCE;
-    const std::size_t due = taken > LENGTH ? (taken - LENGTH) * 2 * sizeof(float) : 0;
+    const std::size_t due = taken > LATENCY ? (taken - LATENCY) * 2 * sizeof(float) : 0;
     for (int wait = 0; wait < 1000 && command.outputSize() < due; ++wait) usleep(10'000);
     ASSERT_EQ(command.outputSize(), due);
   }
@@ -130,9 +145,66 @@ TEST_F(Streams, FlowWithoutDelay) {
   command.send(SIGTERM);
   const CommandRun result = command.wait();
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.errors, "zelk-sss: stopped by signal 15 after frame 22\n");
+  EXPECT_EQ(result.errors, "zelk-sss: stopped by signal 15 after frame " +
+                               std::to_string(18 + LATENCY / ADVANCE) + "\n");
   EXPECT_EQ(result.output.size(), 20 * ADVANCE * 2 * sizeof(float));
   close(in);
+}
+
+// A tracker that is followed: who was where stands beside the files.
+TEST_F(Streams, OfATrackerAreWrittenDown) {
+  for (const char* name : {"in", "tracks"}) ASSERT_EQ(mkfifo((folder / name).c_str(), 0600), 0);
+  const int in = open((folder / "in").c_str(), O_RDWR | O_CLOEXEC);
+  const int tracks = open((folder / "tracks").c_str(), O_RDWR | O_CLOEXEC);
+  const std::string line =
+      R"({"sources": [{"id": 5, "azimuth": 45}], "noise": [{"id": 6, "azimuth": -80}]})";
+  ASSERT_EQ(write(tracks, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+  RunningCommand command(
+      wordsOf("separate in -o out --quiet --tf array.sofa --tracks tracks" + raw), folder / "");
+  const std::string bytes = content("mix.raw");
+  const std::size_t block = bytes.size() / 15 / 12 * 12;
+  for (std::size_t at = 0; at < bytes.size(); at += block) {
+    const std::size_t count = std::min(block, bytes.size() - at);
+    ASSERT_EQ(write(in, bytes.data() + at, count), static_cast<ssize_t>(count));
+    usleep(60'000);
+  }
+  close(in);
+  const CommandRun result = command.wait();
+  close(tracks);
+  ASSERT_EQ(result.status, 0) << result.errors;
+  const nlohmann::json scene = nlohmann::json::parse(content("out/run.json"))["scene"];
+  ASSERT_EQ(scene["sources"].size(), 1) << scene;
+  EXPECT_EQ(scene["sources"][0]["id"], 5);
+  EXPECT_NEAR(scene["sources"][0]["position"][1], std::sqrt(0.5), 1e-6);
+  EXPECT_NEAR(scene["sources"][0]["active"].back()[1], 1.5, 0.05);
+  EXPECT_EQ(scene["noise"][0]["id"], 6);
+}
+
+// From a pipe as from a file.
+TEST_F(Streams, AreScoredAndDrawn) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"score --json --reference FILE --estimate mix.wav", ""},
+      {"score --json --reference mix.wav --estimate FILE --channel 2", ""},
+      {"spectrogram FILE -o OUT.svg --channel 2-3 --title a b", "OUT.svg"}};
+  for (const auto& [arguments, output] : cases) {
+    SCOPED_TRACE(arguments);
+    std::string results[2];
+    for (const int piped : {0, 1}) {
+      std::string words = arguments;
+      words.replace(words.find("FILE"), 4, piped == 1 ? "-" : "mix.wav");
+      const std::string picture = piped == 1 ? "piped.svg" : "drawn.svg";
+      if (!output.empty()) words.replace(words.find(output), output.size(), picture);
+      const CommandRun result = runOn("mix.wav", words);
+      ASSERT_EQ(result.status, 0) << result.errors;
+      results[piped] = output.empty() ? result.output : content(picture);
+    }
+    const std::size_t name = results[1].find("\"-\"");
+    if (name != std::string::npos) results[1].replace(name, 3, "\"mix.wav\"");
+    EXPECT_EQ(results[1], results[0]);
+  }
+  const CommandRun twice = runOn("mix.wav", "score --reference - --estimate -");
+  EXPECT_EQ(twice.status, 2);
+  EXPECT_THAT(twice.errors, HasSubstr("standard input is several of the files at once, expected"));
 }
 
 TEST_F(Streams, AreNotReadTwice) {

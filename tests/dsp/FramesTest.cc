@@ -117,25 +117,31 @@ struct Way {
   const char* window;
   int samples;
   bool halfFrameShift = false;
+  int span = 0;  // samples of the short synthesis window; 0: `window` before and after
 };
 
 void PrintTo(const Way& way, std::ostream* out) {
-  *out << way.length << "/" << way.advance << " " << way.window << ", " << way.samples;
+  *out << way.length << "/" << way.advance << " " << way.window << ", " << way.samples << ", "
+       << way.span;
 }
 
 class ThereAndBackTest : public testing::TestWithParam<Way> {};
 
 // A shift by half a frame turns the sign of every second bin, which the synthesis has to undo.
 TEST_P(ThereAndBackTest, GivesTheRecordingBack) {
-  const auto [length, advance, windowName, samples, halfFrameShift] = GetParam();
+  const auto [length, advance, windowName, samples, halfFrameShift, span] = GetParam();
   const TestFolder folder;
   const std::vector<float> sound = noise(static_cast<std::size_t>(samples), 3);
   writeSound(folder / "in.wav", 16000, 1, sound);
   const Audio::FrameLayout layout(length, advance);
-  const Audio::WindowType window = Audio::windowNamed(windowName);
-  Audio::FrameReader reader(Audio::AudioReader(folder / "in.wav"), layout, window);
-  Audio::FrameSynthesizer synthesizer(layout, window, halfFrameShift);
-  Audio::OverlapAdder adder(layout);
+  const Audio::FrameWindows windows =
+      span > 0 ? Audio::lowDelayWindows(length, span)
+               : Audio::equalWindows(Audio::windowNamed(windowName), length);
+  Audio::FrameReader reader(Audio::AudioReader(folder / "in.wav"), layout, windows.analysis);
+  Audio::FrameSynthesizer synthesizer(layout, windows, halfFrameShift);
+  const Audio::FrameLayout output = synthesizer.frames();
+  EXPECT_EQ(output.length(), span > 0 ? span : length);
+  Audio::OverlapAdder adder(output);
   std::vector<float> back;
   bool wasLast = false;
   while (reader.next()) {
@@ -144,8 +150,11 @@ TEST_P(ThereAndBackTest, GivesTheRecordingBack) {
     Spectrum spectrum = reader.spectra();
     for (std::size_t k = 1; halfFrameShift && k < spectrum.size(); k += 2) spectrum[k] *= -1.0F;
     adder.add(synthesizer.synthesize(spectrum.data()).data());
-    const auto begin = adder.sum().begin() + std::max<std::int64_t>(0, -reader.start());
-    back.insert(back.end(), begin, begin + reader.completedSamples());
+    const std::int64_t start = output.start(reader.frame());
+    for (std::int64_t n = std::max<std::int64_t>(0, start);
+         n < std::min<std::int64_t>(start + advance, samples); ++n) {
+      back.push_back(adder.sum()[static_cast<std::size_t>(n - start)]);
+    }
   }
   EXPECT_TRUE(wasLast);
   EXPECT_LT(differenceInDb(back, sound), -100);
@@ -159,6 +168,10 @@ INSTANTIATE_TEST_SUITE_P(
                     Way{512, 256, "SINE", 3000}, Way{64, 64, "RECTANGULAR", 641},
                     Way{97, 20, "SINE", 500}, Way{2, 1, "HANN", 10}, Way{1, 1, "RECTANGULAR", 3},
                     Way{1024, 256, "HANN", 1}, Way{1024, 256, "HANN", 257},
-                    Way{256, 64, "HANN", 4000, true}, Way{255, 64, "HANN", 4000, true}));
+                    Way{256, 64, "HANN", 4000, true}, Way{255, 64, "HANN", 4000, true},
+                    Way{512, 64, "", 4000, false, 128}, Way{512, 32, "", 4001, true, 128},
+                    Way{512, 50, "", 3000, false, 128}, Way{512, 256, "", 3000, false, 512},
+                    Way{511, 40, "", 3000, true, 97}, Way{64, 1, "", 300, false, 2},
+                    Way{2, 1, "", 10, false, 2}, Way{512, 64, "", 1, false, 128}));
 
 }  // namespace

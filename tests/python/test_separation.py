@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import json
+import socket
 import subprocess
 import sys
 from concurrent.futures import ThreadPoolExecutor
@@ -191,7 +192,9 @@ def test_rooms_and_images_add_up(scene, heard):
         ("NULL", {"refine": 2, "post_mask": 0.3}),
         ("NULL", {"refine_live": True, "refine_memory": 0.5, "threads": 2}),
         ("GICA", {"passes": 2, "advance": 160}),
+        ("GICA", {"latency": 128}),
         ("ML", {"noise_from": [(0.0, 0.3), (0.4, 0.5)]}),
+        ("MSNR", {"level": False}),
         ("MVDR", {"loading": 1e-3, "frames": 2}),
     ],
 )
@@ -210,7 +213,8 @@ def test_keywords_do_what_the_options_do(method, keywords, scene, heard, tmp_pat
         if name == "noise_from":
             args.append(",".join(f"{begin}:{end}" for begin, end in value))
         elif value is not True:
-            args.append(str(value))
+            text = "off" if value is False else str(value)
+            args.append(str(value / 16) if name == "latency" else text)  # samples, ms
     db, responses = air, None
     if method == "MVDR":
         read = zelksss.Responses.read(tmp_path / "air.sofa", 16000)
@@ -225,6 +229,25 @@ def test_keywords_do_what_the_options_do(method, keywords, scene, heard, tmp_pat
     for id, signal in out.items():
         theirs = soundfile.read(tmp_path / f"out/source_{id}.wav", dtype="float32")[0]
         np.testing.assert_allclose(signal, theirs, atol=1e-5 * np.abs(theirs).max())
+
+
+def test_example_separates_what_a_socket_brings(db, scene, heard, tmp_path):
+    db.write(tmp_path / "array.sofa")
+    (tmp_path / "scene.json").write_text(json.dumps(TALKERS))
+    example = Path("examples/socket_separator.py").resolve()
+    with subprocess.Popen(
+        [sys.executable, example, "array.sofa", "scene.json", "0", "out.wav", "8"],
+        cwd=tmp_path, stdout=subprocess.PIPE, text=True,
+    ) as run:  # fmt: skip
+        port = int(run.stdout.readline().split()[1].rstrip(":"))
+        x = heard.mixture[:12345].astype("<f4")
+        with socket.create_connection(("localhost", port)) as client:
+            client.sendall(x.tobytes() + b"cut")
+        assert run.stdout.read() == "separated 0.77 s\n"
+    assert run.returncode == 0
+    written = soundfile.read(tmp_path / "out.wav", dtype="float32")[0]
+    direct = zelksss.separate(x, Database.read(tmp_path / "array.sofa"), scene, latency=128)
+    np.testing.assert_array_equal(written, np.stack([direct[id] for id in scene.ids], axis=1))
 
 
 def test_command_is_the_command():

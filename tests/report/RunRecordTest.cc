@@ -19,6 +19,7 @@ TEST(RunRecord, IsReadAsItWasWritten) {
   run.method = "GICA";
   run.parameters = {{"GICA_LC_MYU", "0.1"}};
   run.length = 512;
+  run.latencySamples = 128;
   run.samplingRate = 16000;
   run.warnings = {"odd"};
   run.scene = Audio::Scene::parse(
@@ -30,7 +31,11 @@ TEST(RunRecord, IsReadAsItWasWritten) {
   const auto again = RunRecord::read(folder / "");
   ASSERT_TRUE(again.has_value());
   EXPECT_EQ(again->json(), run.json());
-  EXPECT_DOUBLE_EQ(again->latency(), 0.032);
+  EXPECT_DOUBLE_EQ(again->latency(), 0.008);
+  std::string older = run.json();
+  older.erase(older.find("  \"latency\""), std::string("  \"latency\": 128,\n").size());
+  folder.write(RunRecord::NAME, older);
+  EXPECT_DOUBLE_EQ(RunRecord::read(folder / "")->latency(), 0.032);
   EXPECT_EQ(again->scene.sources()[1].positionAt(4).z, 3.0);
 }
 

@@ -7,6 +7,7 @@
 #include <limits>
 #include <map>
 #include <new>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -27,12 +28,15 @@ using Signals = std::map<int, std::vector<float>>;
 
 constexpr int POSITIONS = 8;
 
-/// A recording of noise with sources that come, go, move and turn from target to noise.
+/// A recording of noise with sources that come, go, move and turn from target to noise. In every
+/// other world frames are longer than what becomes sound of them.
 struct World {
   explicit World(unsigned seed, int scale = 1) : random(seed) {
     M = random.integer(2, 4);
     length = scale * random.integer(8, 20);
-    advance = scale * random.integer(1, length / scale / 2);
+    if (seed % 2 == 1) latency = random.integer(2, length);
+    advance =
+        latency ? random.integer(1, *latency / 2) : scale * random.integer(1, length / scale / 2);
     database = support::randomDatabase(random, M, POSITIONS, length / 2 + 1);
     responses.positions = database.sourceLocations;
     responses.microphones = static_cast<std::size_t>(M);
@@ -60,11 +64,13 @@ struct World {
     s.samplingRate = 1000;
     s.length = length;
     s.advance = advance;
+    s.latency = latency;
     return s;
   }
 
   support::Generator random;
   int M, length, advance, total;
+  std::optional<int> latency;
   BF::TransformFunctionDatabase database;
   Separation::ImpulseResponses responses;
   std::vector<float> samples;
@@ -220,13 +226,17 @@ TEST(SeparatorTest, BlocksAndLostMemoryMakeNoDifference) {
 /// What an engine gives that is driven frame by frame, updated with every frame or with every list
 /// that differs from the engine's.
 Signals driven(const Settings& s, const World& world, bool everyFrame) {
-  const Audio::FrameLayout layout(s.length, s.advance);
-  const Audio::WindowType window = Audio::windowNamed(s.window);
-  Audio::FrameAnalyzer analyzer(world.M, layout, window);
-  Audio::FrameSynthesizer synthesizer(layout, window, false);
+  const Audio::FrameLayout frames(s.length, s.advance);
+  const Audio::FrameWindows windows =
+      s.latency ? Audio::lowDelayWindows(s.length, *s.latency)
+                : Audio::equalWindows(Audio::windowNamed(s.window), s.length);
+  Audio::FrameAnalyzer analyzer(world.M, frames, windows.analysis);
+  Audio::FrameSynthesizer synthesizer(frames, windows, false);
+  const Audio::FrameLayout layout = synthesizer.frames();
+  const int K = frames.bins();
   std::map<int, Audio::OverlapAdder> adders;
   Signals signals;
-  auto engine = BF::makeEngine(s.method, s.parameters, layout.bins(), s.samplingRate, 343.0);
+  auto engine = BF::makeEngine(s.method, s.parameters, K, s.samplingRate, 343.0);
   engine->setTransformFunctionDatabase(world.database);
   const Sources* last = nullptr;
   for (int f = 0; f < layout.frameCount(world.total); ++f) {
@@ -236,12 +246,12 @@ Signals driven(const Settings& s, const World& world, bool everyFrame) {
                  static_cast<std::size_t>(count));
     const Sources* list = nullptr;
     for (const auto& [from, sources] : world.changes) {
-      const double centre = static_cast<double>(layout.start(f)) + s.length / 2.0;
+      const double centre = static_cast<double>(layout.start(f)) + layout.length() / 2.0;
       if (from <= std::max(0.0, centre)) list = &sources;
     }
-    BF::Matrix X(world.M, layout.bins());
+    BF::Matrix X(world.M, K);
     BF::Matrix Y;
-    for (int i = 0; i < world.M * layout.bins(); ++i) X.data()[i] = analyzer.spectra()[i];
+    for (int i = 0; i < world.M * K; ++i) X.data()[i] = analyzer.spectra()[i];
     std::map<int, int> rows;
     if (list && !list->empty()) {
       if (everyFrame || list != last) engine->updateSources(*list);
@@ -255,7 +265,7 @@ Signals driven(const Settings& s, const World& world, bool everyFrame) {
     for (const auto& [id, row] : rows) adders.try_emplace(id, layout);
     for (auto& [id, adder] : adders) {
       std::vector<std::complex<float>> y;
-      for (int k = 0; rows.contains(id) && k < layout.bins(); ++k) {
+      for (int k = 0; rows.contains(id) && k < K; ++k) {
         y.emplace_back(Y.getElementAt(rows[id], k));
       }
       adder.add(y.empty() ? nullptr : synthesizer.synthesize(y.data()).data());
@@ -349,6 +359,47 @@ TEST(SeparatorTest, TheLevelOfTheRecordingMakesNoDifference) {
   }
 }
 
+// Pure delays of no samples let an impulse through as it is.
+TEST(SeparatorTest, AnImpulseComesOutAsSoonAsTheLatencySays) {
+  support::Generator random(5);
+  for (int trial = 0; trial < 60; ++trial) {
+    Settings s;
+    s.method = BF::BF_ALGORITHM_DS;
+    s.length = random.integer(4, 600);
+    if (trial % 2 == 0) s.latency = random.integer(2, s.length);
+    const int S = s.latency.value_or(s.length);
+    s.advance = random.integer(1, S / 2);
+    SCOPED_TRACE(testing::Message() << s.length << " " << S << " " << s.advance);
+    BF::TransformFunctionDatabase database;
+    database.micLocations = {{0, 0, 0}};
+    database.sourceLocations = {{1, 0, 0, 0, true}};
+    database.transferFunctions.assign(static_cast<std::size_t>(s.length / 2 + 1), BF::Matrix::I(1));
+    Separator separator(s, database);
+    separator.setSources(database.sourceLocations);
+    const int at = random.integer(0, 2 * s.length);
+    int taken = 0;
+    std::int64_t done = 0;
+    float greatest = 0.0F;  // of all other samples
+    for (; done <= at; ++taken) {
+      const float sample = taken == at ? 1.0F : 0.0F;
+      const Separation::Output& output = separator.push(&sample, 1);
+      for (std::size_t n = 0; n < output.count && !output.signals.empty(); ++n) {
+        const float value = output.signals[0].samples[n];
+        if (done + static_cast<std::int64_t>(n) == at) {
+          EXPECT_NEAR(value, 1.0F, 2e-5F);
+        } else {
+          greatest = std::max(greatest, std::abs(value));
+        }
+      }
+      done += static_cast<std::int64_t>(output.count);
+    }
+    EXPECT_LT(greatest, 2e-5F);
+    EXPECT_EQ(separator.latency(), S - 1);
+    EXPECT_LE(taken - 1 - at, S - 1);
+    EXPECT_GE(taken - 1 - at, S - s.advance);
+  }
+}
+
 TEST(SeparatorTest, OneEnormousFrameDoesNotSetTheLevel) {
   Separation::Level level;
   const std::complex<float> usual(3.0F, 4.0F);
@@ -437,6 +488,9 @@ TEST(SeparatorTest, FaultsNameTheirFieldAndLeaveItUsable) {
       {"advance", [](Settings& s) { s.advance = s.length + 1; }},
       {"advance", [](Settings& s) { s.advance = s.length; }},
       {"window", [](Settings& s) { s.window = "hann"; }},
+      {"latency", [](Settings& s) { s.latency = 1; }},
+      {"latency", [](Settings& s) { s.latency = s.length + 1; }},
+      {"advance", [](Settings& s) { s.latency = s.advance = 6; }},
       {"noise.forgetting", [](Settings& s) { s.noise.forgetting = 1.5; }},
       {"noise.loading", [](Settings& s) { s.noise.loading = std::nan(""); }},
       {"noise.times",

@@ -13,6 +13,7 @@
 #include "dsp/DataError.h"
 #include "gtest/gtest.h"
 #include "tests/support/AudioTesting.h"
+#include "tracking/FollowedTracks.h"
 #include "tracking/LiveTracks.h"
 #include "tracking/RecordedTracks.h"
 
@@ -203,6 +204,30 @@ class Tracker {
  private:
   int socket;
 };
+
+TEST(FollowedTracks, HoldWhoWasWhere) {
+  Tracking::FollowedTracks followed;
+  for (int f = 0; f < 500; ++f) {  // 2 s: 3 moves all the time, 4 comes for a while
+    std::vector<BF::SourceLocation> listed = {{1.0, 0.01 * f, 0.0, 3, true}};
+    if (f >= 100 && f < 200) listed.push_back({0.0, -1.0, 0.0, 4, false});
+    if (f >= 300) listed.push_back({0.0, -1.0, 0.0, 4, true});  // no noise any longer: left out
+    followed.add({f * 0.004, (f + 1) * 0.004}, listed);
+  }
+  const Audio::Scene scene = followed.scene("tracker");
+  ASSERT_EQ(scene.sources().size(), 1);
+  ASSERT_EQ(scene.noiseSources().size(), 1);
+  const Audio::SceneSource& moving = scene.sources()[0];
+  EXPECT_EQ(moving.active.size(), 1);
+  EXPECT_NEAR(moving.active[0].end, 2.0, 1e-9);
+  EXPECT_LE(moving.track.size(), 2 * 21);
+  for (const double t : {0.0, 0.5, 1.3, 1.99}) {
+    const double y = 0.01 * t / 0.004;
+    EXPECT_LE(moving.positionAt(t).y, y + 1e-9);
+    EXPECT_GE(moving.positionAt(t).y, y - 0.27);  // of the last tenth of a second
+  }
+  EXPECT_NEAR(scene.noiseSources()[0].active[0].begin, 0.4, 1e-9);
+  EXPECT_NEAR(scene.noiseSources()[0].active[0].end, 0.8, 1e-9);
+}
 
 TEST(LiveTracks, FollowTrackersThatComeAndGo) {
   int port = 0;

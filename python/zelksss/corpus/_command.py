@@ -32,9 +32,12 @@ def main(arguments: Sequence[str]) -> int:
         if "param" in options:
             options.update(_parameters(options["method"], options.pop("param")))
         report = call(**options, progress=progress)
-    except (Error, OSError) as error:
+    except (Error, OSError, KeyboardInterrupt) as error:
         progress.end()
-        print(f"zelk-sss: {error}", file=sys.stderr)
+        text = str(error) or "interrupted"
+        if isinstance(error, OSError) and error.filename:
+            text = f"{error.filename}: {error.strerror}"
+        print(f"zelk-sss: {text}", file=sys.stderr)
         return 1
     progress.end()
     for failure in report.failures[:_NAMED]:
