@@ -89,6 +89,7 @@ struct Settings {
   std::optional<bool> project;
   double projectionForgetting = 0.97;  ///< α, 0 to 1
   int referenceMicrophone = 0;         ///< X's row, from 0
+  int mvdrFrames = 4;  ///< MVDR: frames that a filter takes, 1 to 16, half a frame apart
   /// Whether the outputs' circular shift by half a frame is undone. Unset: for CML, unless it is
   /// projected, which undoes it by itself.
   std::optional<bool> undoHalfFrameShift;
@@ -98,7 +99,6 @@ struct Settings {
   /// Samples that are not finite or beyond 10¹⁵ are passed on instead of being replaced by 0.
   bool keepNonFinite = false;
   double mvdrLoading = 1e-4;  ///< MVDR: of the sources' mean power, above 0
-  int mvdrFrames = 4;         ///< MVDR: frames that a filter takes, 1 to 16, half a frame apart
   /// CMSNR, if projected, separates spectra that are brought to a stated level; the projection
   /// brings its outputs back, so that the level of the recording makes no difference. (CML has
   /// noise.normalize for that.)
