@@ -32,15 +32,7 @@ void checkSamples(const std::string& path, const std::vector<float>& samples) {
 
 }  // namespace
 
-Signal readSignal(const std::string& path, int channel) {
-  Audio::AudioReaderOptions options;
-  options.nonFinite = Audio::NonFinite::Keep;
-  options.channelsName = "--channel";
-  std::vector<std::string> warnings;
-  options.warn = [&](const std::string& text) { warnings.push_back(text); };
-  options.channels = std::to_string(channel);
-  options.channelsOfSeveral = true;
-  Audio::AudioReader reader(path, options);
+Signal restOf(Audio::AudioReader& reader) {
   Signal signal;
   signal.samplingRate = reader.samplingRate();
   std::size_t got = BLOCK;
@@ -50,6 +42,19 @@ Signal readSignal(const std::string& path, int channel) {
     got = reader.read(signal.samples.data() + begin, BLOCK);
     signal.samples.resize(begin + got);
   }
+  return signal;
+}
+
+Signal readSignal(const std::string& path, int channel) {
+  Audio::AudioReaderOptions options;
+  options.nonFinite = Audio::NonFinite::Keep;
+  options.channelsName = "--channel";
+  std::vector<std::string> warnings;
+  options.warn = [&](const std::string& text) { warnings.push_back(text); };
+  options.channels = std::to_string(channel);
+  options.channelsOfSeveral = true;
+  Audio::AudioReader reader(path, options);
+  Signal signal = restOf(reader);
   // An error says all that is wrong; the warnings are for files that can be used.
   checkSamples(path, signal.samples);
   for (const std::string& text : warnings) std::cerr << "zelk-sss: " << text << std::endl;

@@ -3,11 +3,18 @@
 #include <string>
 #include <vector>
 
+namespace Audio {
+class AudioReader;
+}
+
 /// One channel of an audio file, whole in memory.
 struct Signal {
   std::vector<float> samples;  ///< full scale is −1 … 1
   int samplingRate = 0;        ///< Hz
 };
+
+/// All samples that the reader of one channel has left. Throws what it throws.
+Signal restOf(Audio::AudioReader& reader);
 
 /// Reads a file's channel `channel`, counted from 1; a file that has only one gives that one.
 /// Throws DataError when a sample is not finite or there are none, or when the file cannot

@@ -11,7 +11,6 @@
 #include <tuple>
 #include <vector>
 
-#include "audio/OutputFile.h"
 #include "cli/Evaluation.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
@@ -166,13 +165,7 @@ void run(const Options& options) {
       text += table.row(row);
     }
   }
-  if (options.output.empty()) {
-    std::cout << text;
-    return;
-  }
-  Audio::OutputFile file(options.output, options.force);
-  file.write(text);
-  file.finish();
+  writeResult(text, options.output, options.force);
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <iostream>
 
+#include "audio/OutputFile.h"
 #include "dsp/DataError.h"
 
 void checkOutput(const std::string& path, bool overwrite, const std::vector<std::string>& inputs) {
@@ -25,6 +27,16 @@ void checkOutput(const std::string& path, bool overwrite, const std::vector<std:
         fmt::format("{}: exists already, expected a new name (--force replaces the file)", path));
   }
   refuseInput(path, inputs);
+}
+
+void writeResult(const std::string& text, const std::string& path, bool overwrite) {
+  if (path.empty()) {
+    std::cout << text;
+    return;
+  }
+  Audio::OutputFile file(path, overwrite);
+  file.write(text);
+  file.finish();
 }
 
 void refuseInput(const std::string& path, const std::vector<std::string>& inputs) {

@@ -40,7 +40,6 @@ constexpr std::size_t MAX_PATTERNS = 64;  // of a run
 constexpr int PICTURE_WIDTH = 420;        // pixels: a telephone shows their texts readably
 constexpr int MAX_TAPS = 512;
 constexpr int MAX_SYSTEM = 4096;  // taps of all references
-constexpr std::size_t BLOCK = 16384;
 
 struct Run {
   std::string folder;
@@ -66,16 +65,7 @@ Signal samplesOf(const SoundFile& file, int samplingRate) {
     options.channels = file.channel.empty() ? "1" : file.channel;
   }
   Audio::AudioReader reader(file.path, options);
-  Signal signal;
-  signal.samplingRate = reader.samplingRate();
-  std::size_t got = BLOCK;
-  while (got == BLOCK) {
-    const std::size_t begin = signal.samples.size();
-    signal.samples.resize(begin + BLOCK);
-    got = reader.read(signal.samples.data() + begin, BLOCK);
-    signal.samples.resize(begin + got);
-  }
-  return signal;
+  return restOf(reader);
 }
 
 std::string placeText(const Audio::SceneSource& source) {

@@ -10,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "audio/OutputFile.h"
 #include "audio/SignalFile.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputCheck.h"
@@ -181,13 +180,7 @@ void score(const ScoreOptions& options) {
   const ScoreReport report = makeReport(options);
   for (const std::string& note : report.notes) std::cerr << "zelk-sss: " << note << std::endl;
   const std::string text = options.json ? report.json() : report.table();
-  if (options.output.empty()) {
-    std::cout << text;
-    return;
-  }
-  Audio::OutputFile file(options.output, options.force);
-  file.write(text);
-  file.finish();
+  writeResult(text, options.output, options.force);
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Makes the Python environment build/python-env-GROUP for building and testing the package zelksss, and prints
 # where it is. Quick, and without network, when it is there already.
-#   scripts/python-env.sh [GROUP]    of the dependency groups in pyproject.toml: build, test (default), site, wheel,
-#                                    bench, cluster
+#   scripts/python-env.sh [GROUP]    of the dependency groups in pyproject.toml: build, test (default), faults, site,
+#                                    wheel, bench, cluster
 # PYTHON names another interpreter than python3.
 set -euo pipefail
 cd "$(dirname "$0")/.."
