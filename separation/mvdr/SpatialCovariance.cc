@@ -4,6 +4,7 @@
 #include <bit>
 #include <cmath>
 #include <kissfft/kissfft.hh>
+#include <limits>
 #include <utility>
 
 #include "separation/mvdr/FiniteProducts.h"
@@ -22,6 +23,22 @@ using Spectrum = std::vector<std::complex<double>>;
 
 double distance(const BF::Location& a, const BF::Location& b) {
   return std::hypot(a.x - b.x, a.y - b.y, a.z - b.z);
+}
+
+/// A point that is nearer than all positions or farther away, moved along its direction to where it
+/// is not.
+BF::Location withinRanges(const BF::Location& point,
+                          const std::vector<BF::SourceLocation>& positions) {
+  double least = std::numeric_limits<double>::infinity();
+  double most = 0.0;
+  for (const BF::Location& position : positions) {
+    least = std::min(least, distance(position, {}));
+    most = std::max(most, distance(position, {}));
+  }
+  const double range = distance(point, {});
+  if (!(range > 0.0)) return point;
+  const double scale = std::clamp(range, least, most) / range;
+  return {scale * point.x, scale * point.y, scale * point.z};
 }
 
 }  // namespace
@@ -103,9 +120,10 @@ const Covariance& SpatialCovariance::ofPosition(std::size_t p) {
 }
 
 Covariance SpatialCovariance::at(const BF::Location& point) {
+  const BF::Location place = withinRanges(point, responses.positions);
   std::vector<double> distances;
   for (const BF::SourceLocation& position : responses.positions) {
-    distances.push_back(distance(position, point));
+    distances.push_back(distance(position, place));
   }
   const auto nearest = std::min_element(distances.begin(), distances.end());
   const double least = *nearest;

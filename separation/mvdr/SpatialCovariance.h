@@ -41,6 +41,8 @@ class SpatialCovariance {
 
   /// The covariance at a point: that of the position that is less than 1 mm away, or the mean over
   /// the positions that are at most 1.5 times as far away as the nearest, weighted by 1/distance².
+  /// A point nearer to the origin than all positions, or farther, first moves along its direction
+  /// to their range.
   Covariance at(const BF::Location& point);
 
   /// That of position p. It is computed once, and kept unless many large ones are.

@@ -112,11 +112,12 @@ TEST(SpatialCovarianceTest, IsThatOfWhiteNoiseThroughTheWholeResponses) {
             << length << " " << taps << " " << k;
       }
     }
-    // Half way both positions count alike; close to one it counts alone.
+    // Half way both positions count alike; close to one, or behind it, it counts alone.
     const Matrix mean = (at(h.positions[0], 3) + at(h.positions[1], 3)) * 0.5;
     const double tolerance = ROUNDING * normOf(mean);
     EXPECT_THAT(at({1.0, 0.5, 0.0}, 3), MatrixNear(mean, tolerance));
     EXPECT_THAT(at({1.0, 0.3, 0.0}, 3), MatrixNear(at(h.positions[0], 3), tolerance));
+    EXPECT_THAT(at({10.0, 0.0, 0.0}, 3), MatrixNear(at(h.positions[0], 3), tolerance));
   }
 }
 
