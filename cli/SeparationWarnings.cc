@@ -146,13 +146,12 @@ void checkPauses(const SeparationPlan& plan, Warnings& warnings) {
 /// Warns of a database whose frames are shorter than its responses.
 void checkFrameShare(const SeparationPlan& plan, Warnings& warnings) {
   const double share = plan.database->energyInFrame().value_or(1.0);
-  if (share >= ENOUGH_ENERGY) return;
+  if (share >= MIN_ENERGY) return;
   warnings.push_back(fmt::format(
       "{}: its frames of {} samples hold {} of the responses' energy, expected {} or more: sources "
       "leak into each other by the rest (zelk-sss tfdb import without --length chooses longer "
       "ones)",
-      plan.settings.database, plan.settings.length, percentText(share),
-      percentText(ENOUGH_ENERGY)));
+      plan.settings.database, plan.settings.length, percentText(share), percentText(MIN_ENERGY)));
 }
 
 /// Who is listed at a time, and which measured position serves each.

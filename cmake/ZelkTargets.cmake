@@ -25,11 +25,17 @@ endif()
 # Contraction to fused multiply-adds would make results depend on the processor.
 add_compile_options(-ffp-contract=off)
 
+# zelk_optimise_little(<target>): for code that nobody waits for, which compiles a quarter faster then.
+function(zelk_optimise_little target)
+  target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
+endfunction()
+
 # zelk_add_test(<name> SOURCES … LIBRARIES … [PROPERTIES …]): one GoogleTest executable, its cases known to
 # CTest, with properties there.
 function(zelk_add_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;PROPERTIES")
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} zelk-test-support GTest::gmock_main)
+  zelk_optimise_little(${name})
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES ${arg_PROPERTIES})
 endfunction()

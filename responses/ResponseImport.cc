@@ -264,11 +264,11 @@ void Importer::reportLosses(double all, double lost) {
         "Data.Delay within one frame (a longer --length?)",
         path, place, shape, 1000.0 * report.removedDelay));
   }
-  if (report.lostEnergy <= 1.0 - ENOUGH_ENERGY) return;
+  if (report.lostEnergy <= 1.0 - MIN_ENERGY) return;
   report.warnings.push_back(fmt::format(
       "{}: {} holds {} of the responses' energy, at worst {} ({}), expected {} or more: {}", path,
       shape, percentText(1.0 - report.lostEnergy), percentText(1.0 - report.worstLoss), place,
-      percentText(ENOUGH_ENERGY),
+      percentText(MIN_ENERGY),
       report.chosen ? "a longer --length holds more"
                     : "without --length and --latency the import chooses a longer frame"));
 }

@@ -23,7 +23,7 @@ inline std::size_t binsOf(const FrameShape& frame) {
 void checkFrame(const std::string& what, const FrameShape& frame, std::size_t responses);
 
 /// A frame that holds less of the responses' energy than this separates badly.
-constexpr double ENOUGH_ENERGY = 0.99;
+constexpr double MIN_ENERGY = 0.99;
 
 /// What became of the responses.
 struct ImportReport {

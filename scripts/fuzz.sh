@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Fuzzes the readers of untrusted input and the decompositions.
 #   scripts/fuzz.sh [SECONDS_PER_TARGET] [TARGET...]   600 seconds of every target by default
-#   scripts/fuzz.sh --short                            what CI runs: 10 seconds of every target
+#   scripts/fuzz.sh --short                            what CI runs: 5 seconds of every target
 # Two targets run at a time. Inputs gather in build/fuzz/corpus/<target>; an input that crashes,
 # hangs or breaks a law lands in build/fuzz/findings/<target>-* and makes the exit status 1. Past
 # findings stand in fuzz/regressions/<target>/ and are tried first.
@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 seconds=600
-[ "${1:-}" = --short ] && { seconds=10; shift; }
+[ "${1:-}" = --short ] && { seconds=5; shift; }
 [[ "${1:-}" =~ ^[0-9]+$ ]] && { seconds=$1; shift; }
 targets=("$@")
 [ $# -gt 0 ] || mapfile -t targets < <(sed -n 's/^zelk_add_fuzzer(\([a-z]*\).*/\1/p' fuzz/CMakeLists.txt)

@@ -98,8 +98,8 @@ class Database:
         rate : int
             Sampling rate in Hz.
         length : int, optional
-            Samples per frame, even. Unless given, the least power of two that holds 99 % of the
-            energy, up to 600 ms; `energy_in_frame` says how much it holds.
+            Samples per frame, even. Unless given, the least power of two, from 20 to 600 ms, of
+            which half holds 99.99 % of the energy; `energy_in_frame` says how much it holds.
         reference_mic : int or None, optional
             As for `free_field`.
         """

@@ -14,8 +14,9 @@ namespace Separation {
 /// is what can be told from the source as the reference microphone hears it: the least-squares
 /// relative transfer function. What is left of R_s are echoes that come later than the frame that
 /// they belong to. They count as noise as well, but for a tenth:
-///   R_v = Σ_{i≠s} R_i + ν · (R_s − σ_s · a · aᴴ) + λ · σ · I,   ν = 0.1,  σ = tr(Σ_i R_i) / (M ·
-///   N), w = R_v⁻¹ · a / (aᴴ · R_v⁻¹ · a),   row s of W = wᴴ.
+///   R_v = Σ_{i≠s} R_i + ν · (R_s − σ_s · a · aᴴ) + λ · σ · I,   ν = 0.1,
+///   σ = tr(Σ_i R_i) / (M · N),
+///   w = R_v⁻¹ · a / (aᴴ · R_v⁻¹ · a),   row s of W = wᴴ.
 /// No row that passes a unchanged lets less of R_v through. ν = 1 would be the best estimate of the
 /// reference's image, ν = 0 holds the others back most.
 ///
