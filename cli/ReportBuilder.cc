@@ -61,9 +61,8 @@ Signal samplesOf(const SoundFile& file, int samplingRate) {
   options.samplingRate = samplingRate;
   options.resample = true;
   options.warn = [](const std::string&) {};  // the run gave them
-  if (Audio::channelsOf(file.path) > 1) {
-    options.channels = file.channel.empty() ? "1" : file.channel;
-  }
+  options.channels = file.channel.empty() ? "1" : file.channel;
+  options.channelsOfSeveral = true;
   Audio::AudioReader reader(file.path, options);
   return restOf(reader);
 }
